@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# sandbox.sh plain|display LOCALE PROGRAM [ARGUMENT...]
+# Runs a test with a home, a temporary folder and a storage root of its own; with
+# "display" also on a virtual X server of its own with a window manager.
+set -euo pipefail
+mode=$1 locale=$2
+shift 2
+
+box=$(mktemp -d /tmp/orvana-test.XXXXXX)
+pids=()
+cleanup() {
+    for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+    wait 2>/dev/null || true
+    rm -rf "$box"
+}
+trap cleanup EXIT
+trap 'exit 143' TERM INT
+
+mkdir -m 700 "$box/home" "$box/tmp" "$box/run" "$box/storage"
+export HOME=$box/home TMPDIR=$box/tmp XDG_RUNTIME_DIR=$box/run XDG_CONFIG_HOME=$box/home/.config
+export ORVANA_STORAGE_ROOT=$box/storage ORVANA_CONFIG=$box/orvanx.conf
+export LC_ALL=$locale QTEST_DISABLE_STACK_DUMP=1
+unset ORVANA_SERVICE_URL http_proxy https_proxy HTTP_PROXY HTTPS_PROXY WAYLAND_DISPLAY DBUS_SESSION_BUS_ADDRESS
+
+if [ "$mode" = display ]; then
+    Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp -noreset 3>"$box/display" 2>"$box/xvfb.log" &
+    pids+=($!)
+    for _ in $(seq 200); do [ -s "$box/display" ] && break; sleep 0.05; done
+    [ -s "$box/display" ] || { echo "no virtual X server:"; cat "$box/xvfb.log"; exit 1; } >&2
+    DISPLAY=:$(cat "$box/display")
+    export DISPLAY QT_QPA_PLATFORM=xcb QT_XCB_GL_INTEGRATION=none
+    openbox --sm-disable >"$box/openbox.log" 2>&1 &
+    pids+=($!)
+    for _ in $(seq 200); do xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id' && break; sleep 0.05; done
+else
+    export QT_QPA_PLATFORM=offscreen
+fi
+
+status=0
+"$@" || status=$?
+exit $status
