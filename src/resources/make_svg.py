@@ -49,18 +49,19 @@ def knock_out(ident, size, hole):
     )
 
 
-# --- the mark: a dial whose hands, at ten past ten, make a V -----------------
+# --- the mark: a dial whose two hands make a V -------------------------------
 
-V_PATH = "M32.5 36 L48 58.5 L63.5 36"
+HANDS = "M33 39L46.5 60L64.5 29"
+HANDS_HEAVY = "M34 40L46.5 60L63 32"
 
 
 def mark(x, y, size, ring=ACCENT, hands=INK_DARK, face="#fff", heavy=False):
-    ring_width, hand_width = (13, 13) if heavy else (9, 9)
-    radius = 45 - ring_width / 2
+    ring_width, hand_width, hand_path = (13, 11, HANDS_HEAVY) if heavy else (9, 9, HANDS)
+    radius = 46 - ring_width / 2
     return (
         f'<g transform="translate({x} {y}) scale({size / 96:.5f})">'
         f'<circle cx="48" cy="48" r="{radius}" fill="{face}" stroke="{ring}" stroke-width="{ring_width}"/>'
-        + lines(hands, f'<path d="{V_PATH}"/>', hand_width).strip()
+        + lines(hands, f'<path d="{hand_path}"/>', hand_width).strip()
         + "</g>\n"
     )
 
@@ -265,6 +266,22 @@ def small_icons():
             write(f"images/{name}{suffix}", 12, 12, f'<g opacity="{opacity}">{body}</g>')
 
 
+def message_icons():
+    dot = '<circle cx="16" cy="{}" r="1.5" fill="{}" stroke="none"/>'
+    ring = '<circle cx="16" cy="16" r="13"/>'
+    pictures = {
+        "question": lines(ACCENT, ring, 2)
+        + lines(INK_DARK, '<path d="M12.5 12.75a3.5 3.5 0 1 1 5.5 2.85c-1.25.85-2 1.5-2 2.9"/>'
+                + dot.format(22.5, INK_DARK), 2),
+        "information": lines(INK, ring, 2) + lines(INK_DARK, '<path d="M16 15v7.5"/>' + dot.format(10.25, INK_DARK), 2),
+        "warning": lines(ACCENT, '<path d="M16 4.5l13 22.5h-26z"/>', 2)
+        + lines(INK_DARK, '<path d="M16 12v7"/>' + dot.format(23, INK_DARK), 2),
+        "critical": lines(RED, ring, 2) + lines(RED, '<path d="M11.75 11.75l8.5 8.5M20.25 11.75l-8.5 8.5"/>', 2),
+    }
+    for name, body in pictures.items():
+        write(f"images/message_{name}", 32, 32, body)
+
+
 def page_buttons():
     looks = {
         "normal": (EDGE, 0.045, EDGE, 0.16),
@@ -331,20 +348,22 @@ def tray(size, active, attention):
     centre = size / 2
     radius = {16: 6.5, 22: 9, 24: 10}[size]
     stroke = {16: 1.75, 22: 2.25, 24: 2.5}[size]
-    hand = radius * 0.46
-    v_path = (
-        f'<path d="M{centre - hand:.2f} {centre - hand * 0.8:.2f}L{centre} {centre + hand:.2f}'
-        f'L{centre + hand:.2f} {centre - hand * 0.8:.2f}"/>'
-    )
+    reach = radius / 45
+    hands = "L".join(f"{centre + (x - 48) * reach:.2f} {centre + (y - 48) * reach:.2f}"
+                     for x, y in ((28, 38), (45, 66), (67, 29)))
+    hands = f'<path d="M{hands}"/>'
     if active:
         body = (
             f'<circle cx="{centre}" cy="{centre}" r="{radius + 0.5}" fill="#6b4300" fill-opacity="0.55"/>'
             f'<circle cx="{centre}" cy="{centre}" r="{radius - 0.25}" fill="{ACCENT}"/>'
-            + lines("#fff", v_path, stroke)
+            + lines("#fff", hands, stroke)
         )
     else:
-        ring = f'<circle cx="{centre}" cy="{centre}" r="{radius - stroke / 2:.2f}"/>'
-        body = lines("#fff", ring + v_path, stroke + 2) + lines("#6e6e6e", ring + v_path, stroke)
+        body = (
+            f'<circle cx="{centre}" cy="{centre}" r="{radius + 0.75}" fill="#fff"/>'
+            + lines(INK, f'<circle cx="{centre}" cy="{centre}" r="{radius - stroke / 2:.2f}"/>', stroke)
+            + lines(INK, hands, stroke * 0.85)
+        )
     if attention:
         spot = {16: 4, 22: 5.25, 24: 5.75}[size]
         x, y = size - spot, spot
@@ -380,6 +399,7 @@ if __name__ == "__main__":
     panels()
     tool_buttons()
     small_icons()
+    message_icons()
     page_buttons()
     start_stop()
     tray_icons()
