@@ -11,6 +11,8 @@
 namespace localservice {
 
 /// A way to fail. Make one with the functions below and refine it through its members.
+/// Qt's access manager sends a request up to four times when the connection closes before any
+/// reply, so Refuse and LoseReply are only seen by its user when they last; Truncate is seen at once.
 struct Fault
 {
     enum class Kind {

@@ -108,8 +108,16 @@ bool Journal::appendLine(const QString &file, const QJsonObject &record) const
     }
     QFile out(m_folder % QLatin1Char('/') % file);
     const QByteArray line = QJsonDocument(record).toJson(QJsonDocument::Compact) + '\n';
-    return out.open(QIODevice::WriteOnly | QIODevice::Append) && out.write(line) == line.size()
-        && out.flush();
+    if (!out.open(QIODevice::WriteOnly | QIODevice::Append)) {
+        return false;
+    }
+    const qint64 before = out.size();
+    if (out.write(line) == line.size() && out.flush()) {
+        return true;
+    }
+    // Half a line would spoil the next one as well.
+    out.resize(before);
+    return false;
 }
 
 bool Journal::add(const ActivityReport &report)

@@ -212,14 +212,11 @@ bool Server::hold(const Exchange &exchange, const Plan &plan)
     const auto over = [&] {
         return Clock::now() >= until && (!hangs || m_faults.generation() != plan.generation);
     };
-    while (!m_stopping && !over()) {
-        if (exchange.clientIsGone()) {
-            return false;
-        }
+    while (!m_stopping && !over() && !exchange.clientIsGone()) {
         const auto next = Clock::now() + lookAgain;
         m_changed.wait_until(lock, hangs ? next : std::min(next, until));
     }
-    return !m_stopping;
+    return !m_stopping && !exchange.clientIsGone();
 }
 
 qint64 Server::record(const RecordedRequest &request)

@@ -18,8 +18,8 @@ class Listener;
 struct Certificate;
 
 /// The team task service on this machine, over HTTPS on 127.0.0.1, in threads of its own.
-/// start() and stop() belong to one thread; everything else may be called from any thread and
-/// hands out copies.
+/// start(), stop() and isRunning() belong to one thread; everything else may be called from any
+/// thread and hands out copies.
 class Server final
 {
 public:
