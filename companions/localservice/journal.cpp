@@ -91,7 +91,7 @@ bool Journal::readReports(QString *error)
         *error = QStringLiteral("не удалось прочитать «%1»: %2").arg(file.fileName(), file.errorString());
         return false;
     }
-    constexpr qint64 longestLine = 64 * 1024;
+    constexpr qint64 longestLine = qint64{64} * 1024;
     while (!file.atEnd()) {
         const ActivityReport report = reportOf(QJsonDocument::fromJson(file.readLine(longestLine)).object());
         if (report.arrived.isValid()) {

@@ -17,7 +17,7 @@ namespace {
 
 // Each open connection holds a worker, idle ones too.
 constexpr size_t workers = 48;
-constexpr size_t largestBody = 64 * 1024 * 1024;
+constexpr size_t largestBody = size_t{64} * 1024 * 1024;
 constexpr size_t requestsPerConnection = 100000;
 constexpr const char *host = "127.0.0.1";
 
@@ -108,7 +108,7 @@ void Exchange::drop()
     m_response.status = 500;
 }
 
-Listener::Listener(const Certificate &certificate, Handler handler)
+Listener::Listener(const Certificate &certificate, const Handler &handler)
     : m_server(std::make_unique<TlsServer>(certificate.x509.get(), certificate.key.get()))
 {
     m_server->new_task_queue = [] { return new httplib::ThreadPool(workers); };

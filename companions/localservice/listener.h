@@ -52,7 +52,7 @@ class Listener final
 public:
     using Handler = std::function<void(Exchange &)>;
 
-    Listener(const Certificate &certificate, Handler handler);
+    Listener(const Certificate &certificate, const Handler &handler);
     ~Listener();
     Q_DISABLE_COPY_MOVE(Listener)
 

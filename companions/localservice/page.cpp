@@ -30,6 +30,16 @@ QString cell(const QString &text)
     return QStringLiteral("<td>") % text.toHtmlEscaped() % QStringLiteral("</td>");
 }
 
+QString shown(const QDateTime &when)
+{
+    return when.toString(QStringLiteral("dd.MM.yyyy HH:mm:ss"));
+}
+
+QString timeCell(const QDateTime &when)
+{
+    return QStringLiteral("<td class=\"fixed\">") % shown(when) % QStringLiteral("</td>");
+}
+
 QString hidden(const QString &name, const QString &value)
 {
     return QStringLiteral("<input type=\"hidden\" name=\"") % name % QStringLiteral("\" value=\"")
@@ -97,14 +107,14 @@ QString receivedSection(const ControlState &state)
     const Journal &journal = state.journal;
     const World &world = state.world;
     const QString reports = latestRows(journal.reports(), [&world](const ActivityReport &report) {
-        return QString(cell(wireTime(report.moment())) % cell(wireTime(report.arrived)) % cell(report.email)
+        return QString(timeCell(report.moment()) % timeCell(report.arrived) % cell(report.email)
                        % cell(report.teamId) % cell(titleOf(world, report.taskId))
                        % cell(QString::number(report.active)) % cell(report.version));
     });
     const QString requests = latestRows(journal.deadlineRequests(), [&world](const DeadlineRequest &request) {
-        return QString(
-            cell(wireTime(request.arrived)) % cell(request.login) % cell(titleOf(world, request.taskId))
-            % cell(QString(request.date % QLatin1Char(' ') % request.time)) % cell(request.message));
+        return QString(timeCell(request.arrived) % cell(request.login) % cell(titleOf(world, request.taskId))
+                       % cell(QString(request.date % QLatin1Char(' ') % request.time))
+                       % cell(request.message));
     });
     QString pictures;
     const int count = journal.screenshots().size();
@@ -113,7 +123,7 @@ QString receivedSection(const ControlState &state)
         const QString address = picturesPath() % QString::number(i);
         pictures += QStringLiteral("<figure><a href=\"") % address
             % QStringLiteral("\"><img alt=\"Снимок экрана\" src=\"") % address
-            % QStringLiteral("\"></a><figcaption>") % wireTime(shot.moment()) % QStringLiteral(" · ")
+            % QStringLiteral("\"></a><figcaption>") % shown(shot.moment()) % QStringLiteral(" · ")
             % shot.email.toHtmlEscaped() % QStringLiteral("</figcaption></figure>");
     }
     return QStringLiteral("<section><h2>Получено</h2>")
@@ -154,17 +164,17 @@ QString taskRow(const Task &task)
     const QString id = hidden(QStringLiteral("task"), task.id);
     const QString deadline =
         task.deadline.isValid() ? task.deadline.toString(QStringLiteral("yyyy-MM-ddTHH:mm")) : QString();
-    return QStringLiteral("<tr>") % cell(task.id) % QStringLiteral("<td>") % task.title.toHtmlEscaped()
+    return QStringLiteral("<tr>") % cell(task.id) % QStringLiteral("<td class=\"wide\">")
+        % task.title.toHtmlEscaped()
         % (blocks ? QStringLiteral(" <b class=\"mark block\">блокирует</b>") : QString())
         % (task.importance > 0 ? QStringLiteral(" <b class=\"mark\">важная</b>") : QString())
-        % QStringLiteral("</td><td>")
+        % QStringLiteral("</td><td class=\"fixed\">")
         % form(QStringLiteral("set-deadline"),
                id
                    % input(QStringLiteral("datetime-local"), QStringLiteral("deadline"),
                            QStringLiteral("Дедлайн"), deadline),
                QStringLiteral("Перенести"))
-        % QStringLiteral("</td>") % cell(wireTime(task.lastComment))
-        % QStringLiteral("<td class=\"actions\">")
+        % QStringLiteral("</td>") % timeCell(task.lastComment) % QStringLiteral("<td class=\"fixed\">")
         % form(QStringLiteral("add-comment"), id, QStringLiteral("Комментарий"))
         % form(QStringLiteral("set-block"),
                id % hidden(QStringLiteral("block"), blocks ? QStringLiteral("0") : QStringLiteral("1")),

@@ -141,9 +141,9 @@ Reply taskPage(const Task *task)
     const QString deadline =
         task->deadline.isValid() ? wireTime(task->deadline) : QStringLiteral("без срока");
     const QString content = QStringLiteral("<h1>") % task->title.toHtmlEscaped()
-        % QStringLiteral("</h1><p>Задача ") % task->id.toHtmlEscaped() % QStringLiteral(" · дедлайн: ")
-        % deadline.toHtmlEscaped() % QStringLiteral("</p><p class=\"text\">")
-        % task->details.text.toHtmlEscaped() % QStringLiteral("</p>");
+        % QStringLiteral("</h1><section><p>Задача ") % task->id.toHtmlEscaped()
+        % QStringLiteral(" · дедлайн: ") % deadline.toHtmlEscaped() % QStringLiteral("</p><p class=\"text\">")
+        % task->details.text.toHtmlEscaped() % QStringLiteral("</p></section>");
     return {200, htmlDocument(task->title, content), htmlType()};
 }
 
@@ -156,7 +156,8 @@ Reply downloadPage(const QJsonArray &versions)
     }
     const QString title = QStringLiteral("Загрузка Orvana Team Monitor");
     const QString content = QStringLiteral("<h1>") % title
-        % QStringLiteral("</h1><p>Доступные версии для Linux:</p><ul>") % items % QStringLiteral("</ul>");
+        % QStringLiteral("</h1><section><p>Доступные версии для Linux:</p><ul>") % items
+        % QStringLiteral("</ul></section>");
     return {200, htmlDocument(title, content), htmlType()};
 }
 

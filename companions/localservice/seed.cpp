@@ -50,7 +50,7 @@ public:
 
     QString requiredText(const QString &key)
     {
-        const QString value = text(key);
+        QString value = text(key);
         if (value.isEmpty()) {
             throw SeedError(placeOf(key), QStringLiteral("значение обязательно"));
         }
@@ -85,7 +85,7 @@ public:
                 ? m_now.addDays(amount)
                 : m_now.addSecs(amount * (unit == QLatin1Char('h') ? hour : minute));
         }
-        const QDateTime when = fromWireTime(given);
+        QDateTime when = fromWireTime(given);
         if (!when.isValid()) {
             throw SeedError(
                 placeOf(key),
@@ -194,8 +194,9 @@ User readUser(Node &node)
     User user;
     user.login = node.requiredText(QStringLiteral("login"));
     user.password = node.requiredText(QStringLiteral("password"));
-    for (const QJsonValue &team : node.take(QStringLiteral("teams")).toArray()) {
-        user.teams.append(team.toVariant().toString());
+    const QVariantList teams = node.take(QStringLiteral("teams")).toArray().toVariantList();
+    for (const QVariant &team : teams) {
+        user.teams.append(team.toString());
     }
     user.worked.active = node.number(QStringLiteral("today_active"));
     user.worked.total = node.number(QStringLiteral("today_total"));
@@ -226,7 +227,8 @@ World readWorld(const QJsonValue &root, const QDateTime &now)
         }
     }
     QStringList versions;
-    for (const QJsonValue &version : node.take(QStringLiteral("versions")).toArray()) {
+    const QVariantList offered = node.take(QStringLiteral("versions")).toArray().toVariantList();
+    for (const QVariant &version : offered) {
         versions.append(version.toString());
     }
     world.setVersions(versions);
@@ -286,7 +288,7 @@ std::optional<World> loadWorld(const QString &folder, const QDateTime &now, QStr
         *error = QStringLiteral("не удалось прочитать «%1»: %2").arg(name, file.errorString());
         return std::nullopt;
     }
-    const std::optional<World> world = worldFromSeed(file.readAll(), now, error);
+    std::optional<World> world = worldFromSeed(file.readAll(), now, error);
     if (!world) {
         *error = QStringLiteral("«%1»: %2").arg(name, *error);
     }

@@ -129,7 +129,8 @@ void TestLocalService::listsWhatTheUserSees()
     int blocking = 0;
     int open = 0;
     for (const QJsonValue &team : teams) {
-        for (const QJsonValue &task : team.toObject().value(QStringLiteral("tasks")).toArray()) {
+        const QJsonArray list = team.toObject().value(QStringLiteral("tasks")).toArray();
+        for (const QJsonValue &task : list) {
             const QString given = task.toObject().value(QStringLiteral("deadline")).toString();
             const QDateTime deadline = QDateTime::fromString(given, QStringLiteral("yyyy-MM-dd HH:mm:ss"));
             QVERIFY(given.isEmpty() || deadline.isValid());
@@ -233,7 +234,7 @@ void TestLocalService::reports()
 
 void TestLocalService::totalsGrow()
 {
-    constexpr qint64 day = 24 * 60 * 60;
+    constexpr qint64 day = 86400;
     QTemporaryDir folder;
     Server::Options options;
     options.dataFolder = folder.path();
