@@ -380,7 +380,7 @@ void TestCache::drainsWithoutAPause()
 {
     TestClient client;
     QVERIFY(client.logIn());
-    constexpr int count = 200;
+    constexpr int count = 2000;
     const QByteArray bytes = record(client, stamp(3600));
     for (int i = 0; i < count; ++i)
         plant(client, QStringLiteral("json%1").arg(i), bytes);
