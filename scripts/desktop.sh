@@ -16,7 +16,7 @@ start_desktop() {
     start "$folder/trayer.log" trayer --edge top --align right --width 10 --height 24 \
         --SetDockType true --SetPartialStrut true --expand true
     [ "$kind" = plain ] || start "$folder/xcompmgr.log" xcompmgr
-    xsetroot -solid "$background"
+    hsetroot -solid "$background" >/dev/null
     wait_for 20 xwininfo -name panel || true
 }
 
