@@ -2,9 +2,12 @@
 
 #include "model/json.h"
 
+#include <QHash>
+
 namespace {
 
 constexpr int kMaxLoggedBody = 64 * 1024;
+constexpr int kMaxKnownDateTimes = 200000;
 constexpr qint64 kMinutesPerDay = 24 * 60;
 
 QVariant parseBody(const QByteArray &body)
@@ -17,6 +20,26 @@ QString text(const QVariantMap &object, const QString &key)
     return object.value(key).toString();
 }
 
+// A date-time costs a look at the time zone; lists repeat the same ones every
+// minute.
+class DateTimes
+{
+public:
+    QDateTime parsed(const QString &text)
+    {
+        const auto known = m_known.constFind(text);
+        if (known != m_known.constEnd())
+            return *known;
+        if (m_known.size() >= kMaxKnownDateTimes)
+            m_known.clear();
+        return *m_known.insert(text, parseServiceDateTime(text));
+    }
+
+private:
+    QHash<QString, QDateTime> m_known;
+};
+
+// One walk over the members is cheaper than a search for each of them.
 Task parseTask(const QVariantMap &object)
 {
     static const QString idKey = QStringLiteral("id");
@@ -25,13 +48,22 @@ Task parseTask(const QVariantMap &object)
     static const QString blockKey = QStringLiteral("block");
     static const QString lastCommentKey = QStringLiteral("last_comment");
     static const QString importanceKey = QStringLiteral("importance");
+    static DateTimes dateTimes;
     Task task;
-    task.id = text(object, idKey);
-    task.title = text(object, titleKey);
-    task.deadline = parseServiceDateTime(text(object, deadlineKey));
-    task.block = text(object, blockKey);
-    task.lastComment = parseServiceDateTime(text(object, lastCommentKey));
-    task.importance = object.value(importanceKey).toInt();
+    for (auto it = object.cbegin(); it != object.cend(); ++it) {
+        if (it.key() == idKey)
+            task.id = it->toString();
+        else if (it.key() == titleKey)
+            task.title = it->toString();
+        else if (it.key() == deadlineKey)
+            task.deadline = dateTimes.parsed(it->toString());
+        else if (it.key() == blockKey)
+            task.block = it->toString();
+        else if (it.key() == lastCommentKey)
+            task.lastComment = dateTimes.parsed(it->toString());
+        else if (it.key() == importanceKey)
+            task.importance = it->toInt();
+    }
     return task;
 }
 
