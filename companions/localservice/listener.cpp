@@ -1,0 +1,176 @@
+#include "localservice/listener.h"
+
+#include "localservice/tlsserver.h"
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <utility>
+
+#include <openssl/ssl.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace localservice {
+
+namespace {
+
+// Each open connection holds a worker, idle ones too.
+constexpr size_t workers = 48;
+constexpr size_t largestBody = size_t{64} * 1024 * 1024;
+constexpr size_t requestsPerConnection = 100000;
+constexpr const char *host = "127.0.0.1";
+
+QByteArray bytesOf(const std::string &text)
+{
+    return {text.data(), static_cast<int>(text.size())};
+}
+
+// Without the library's own SO_REUSEPORT, with which two services would share a port unnoticed.
+void allowQuickRestart(socket_t socket)
+{
+    const int yes = 1;
+    ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+}
+
+} // namespace
+
+Exchange::Exchange(const httplib::Request &request, httplib::Response &response,
+                   const httplib::ContentReader *reader)
+    : m_request(request)
+    , m_response(response)
+    , m_reader(reader)
+{ }
+
+RecordedRequest Exchange::head() const
+{
+    RecordedRequest record;
+    record.arrived = QDateTime::currentDateTime();
+    record.method = bytesOf(m_request.method);
+    record.target = bytesOf(m_request.target);
+    const int mark = record.target.indexOf('?');
+    record.path = QString::fromUtf8(
+        QByteArray::fromPercentEncoding(mark < 0 ? record.target : record.target.left(mark)));
+    if (mark >= 0) {
+        record.query = record.target.mid(mark + 1);
+    }
+    record.queryPairs = decodePairs(record.query);
+    for (const auto &[name, value] : m_request.headers) {
+        record.headers.insert(bytesOf(name).toLower(), bytesOf(value));
+    }
+    record.contentType = record.headers.value(QByteArrayLiteral("content-type"));
+    return record;
+}
+
+bool Exchange::readBody(QByteArray *body)
+{
+    return !m_reader || (*m_reader)([body](const char *bytes, size_t count) {
+        body->append(bytes, static_cast<int>(count));
+        return true;
+    });
+}
+
+int Exchange::descriptor() const
+{
+    return SSL_get_fd(m_request.ssl);
+}
+
+bool Exchange::clientIsGone() const
+{
+    pollfd entry{descriptor(), POLLRDHUP, 0};
+    return ::poll(&entry, 1, 0) > 0;
+}
+
+void Exchange::answer(const Reply &reply)
+{
+    m_response.status = reply.status;
+    if (!reply.location.isEmpty()) {
+        m_response.set_header("Location", reply.location.toStdString());
+    }
+    m_response.set_content(reply.body.toStdString(), reply.contentType.toStdString());
+}
+
+void Exchange::answerCut(const Reply &reply, int keepBytes)
+{
+    m_response.status = reply.status;
+    const size_t announced = static_cast<size_t>(std::max(reply.body.size(), keepBytes + 1));
+    m_response.set_content_provider(
+        announced, reply.contentType.toStdString(),
+        [kept = reply.body.left(keepBytes)](size_t, size_t, httplib::DataSink &sink) {
+            sink.write(kept.constData(), static_cast<size_t>(kept.size()));
+            return false;
+        });
+}
+
+void Exchange::drop()
+{
+    ::shutdown(descriptor(), SHUT_RDWR);
+    m_response.status = 500;
+}
+
+Listener::Listener(const Certificate &certificate, const Handler &handler)
+    : m_server(std::make_unique<TlsServer>(certificate.x509.get(), certificate.key.get()))
+{
+    m_server->new_task_queue = [] { return new httplib::ThreadPool(workers); };
+    m_server->set_socket_options(allowQuickRestart);
+    m_server->set_tcp_nodelay(true);
+    m_server->set_keep_alive_max_count(requestsPerConnection);
+    m_server->set_payload_max_length(largestBody);
+    m_server->set_pre_routing_handler(
+        [handler](const httplib::Request &request, httplib::Response &response) {
+            if (request.method != "GET" && request.method != "HEAD") {
+                return httplib::Server::HandlerResponse::Unhandled;
+            }
+            Exchange exchange(request, response, nullptr);
+            handler(exchange);
+            return httplib::Server::HandlerResponse::Handled;
+        });
+    // The library reads at most 8 KB of a form unless it is asked for the content piece by piece.
+    m_server->Post("/",
+                   [handler](const httplib::Request &request, httplib::Response &response,
+                             const httplib::ContentReader &reader) {
+                       Exchange exchange(request, response, &reader);
+                       handler(exchange);
+                   });
+}
+
+Listener::~Listener()
+{
+    stop();
+}
+
+int Listener::start(int port)
+{
+    if (!m_server->is_valid()) {
+        return 0;
+    }
+    if (port == 0) {
+        port = m_server->bind_to_any_port(host);
+    } else if (!m_server->bind_to_port(host, port)) {
+        port = 0;
+    }
+    if (port <= 0) {
+        return 0;
+    }
+    const auto ended = std::make_shared<std::atomic<bool>>(false);
+    m_thread = std::thread([this, ended] {
+        m_server->listen_after_bind();
+        *ended = true;
+    });
+    // Until it runs the library ignores a request to stop.
+    while (!m_server->is_running() && !*ended) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return port;
+}
+
+void Listener::stop()
+{
+    if (m_thread.joinable()) {
+        m_server->stop();
+        m_server->closeConnections();
+        m_thread.join();
+    }
+}
+
+} // namespace localservice

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "localservice/certificate.h"
+#include "localservice/request.h"
+
+#include <functional>
+#include <memory>
+#include <thread>
+
+namespace httplib {
+struct Request;
+struct Response;
+class ContentReader;
+} // namespace httplib
+
+namespace localservice {
+
+/// One request on its connection, for the time of the handler. Exactly one of the
+/// answers below is to be called.
+class Exchange final
+{
+public:
+    Exchange(const httplib::Request &request, httplib::Response &response,
+             const httplib::ContentReader *reader);
+    Q_DISABLE_COPY_MOVE(Exchange)
+
+    /// Everything that is known before the body is read.
+    RecordedRequest head() const;
+    /// False when the body is too large or the connection broke; only drop() helps then.
+    bool readBody(QByteArray *body);
+    bool clientIsGone() const;
+
+    void answer(const Reply &reply);
+    /// Announces the whole body, sends its first bytes and closes the connection.
+    void answerCut(const Reply &reply, int keepBytes);
+    /// Closes the connection without a reply.
+    void drop();
+
+private:
+    int descriptor() const;
+
+    const httplib::Request &m_request;
+    httplib::Response &m_response;
+    const httplib::ContentReader *m_reader;
+};
+
+class TlsServer;
+
+/// HTTPS on 127.0.0.1 in threads of its own; the handler is called from several of them at once.
+class Listener final
+{
+public:
+    using Handler = std::function<void(Exchange &)>;
+
+    Listener(const Certificate &certificate, const Handler &handler);
+    ~Listener();
+    Q_DISABLE_COPY_MOVE(Listener)
+
+    /// The port that is listened on, 0 when it cannot be had. `port` 0 means any.
+    int start(int port);
+    /// Closes every connection and waits for the handlers that are under way.
+    void stop();
+
+private:
+    std::unique_ptr<TlsServer> m_server;
+    std::thread m_thread;
+};
+
+} // namespace localservice

@@ -1,0 +1,109 @@
+#pragma once
+
+#include "localservice/faults.h"
+#include "localservice/journal.h"
+#include "localservice/request.h"
+#include "localservice/world.h"
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+namespace localservice {
+
+class Exchange;
+class Listener;
+struct Certificate;
+
+/// The team task service on this machine, over HTTPS on 127.0.0.1, in threads of its own.
+/// start(), stop() and isRunning() belong to one thread; everything else may be called from any
+/// thread and hands out copies.
+class Server final
+{
+public:
+    struct Options
+    {
+        int port = 0; ///< 0: any free one, which start() then keeps
+        QString dataFolder{}; ///< seed and what is received; empty: demonstration data, all in memory
+        bool recordRequests = true; ///< off for a long run: requests() stays empty
+        std::function<void(const QString &)> log{}; ///< a line per event, from the service's threads
+    };
+
+    /// Demonstration data on any free port, all in memory.
+    Server();
+    explicit Server(Options options);
+    /// Stops.
+    ~Server();
+    Q_DISABLE_COPY_MOVE(Server)
+
+    /// False with a reason in Russian, for instance when the port is taken. May follow a stop():
+    /// port, data, faults and everything recorded stay as they were.
+    bool start(QString *error = nullptr);
+    /// Closes every connection, also those whose reply is still held back, and returns at once.
+    void stop();
+    bool isRunning() const;
+
+    int port() const;
+    /// "https://127.0.0.1:PORT", without a slash at the end.
+    QString baseUrl() const;
+    /// For a client that checks certificates; the same after a restart.
+    QByteArray certificatePem() const;
+
+    /// In order of arrival, those that fell to a fault included; not those of the control page.
+    QVector<RecordedRequest> requests() const;
+    QVector<RecordedRequest> requestsTo(const QString &path) const;
+    void clearRequests();
+
+    // See FaultBook. Setting or clearing any fault lets hanging requests go on.
+    void setFault(const QString &path, const Fault &fault, int times = FaultBook::always);
+    void appendFault(const QString &path, const Fault &fault, int times = FaultBook::always);
+    void clearFault(const QString &path);
+    void clearFaults();
+    void setOutage(Outage outage);
+    Outage outage() const;
+
+    World world() const;
+    void setWorld(const World &world);
+    /// Changes the world while no request is being answered; `change` must not call the server.
+    void edit(const std::function<void(World &)> &change);
+
+    QVector<ActivityReport> reports() const;
+    QVector<Screenshot> screenshots() const;
+    QVector<DeadlineRequest> deadlineRequests() const;
+    /// Forgets reports, screenshots and deadline requests; files stay.
+    void clearReceived();
+    DayTotals totals(const QString &login, const QDate &day) const;
+
+private:
+    struct Plan;
+
+    bool prepare(QString *error);
+    void handle(Exchange &exchange);
+    void handleClient(Exchange &exchange, RecordedRequest request);
+    void handlePage(Exchange &exchange, RecordedRequest request);
+    Plan planFor(const QString &path);
+    bool hold(const Exchange &exchange, const Plan &plan);
+    qint64 record(const RecordedRequest &request);
+    Reply process(const RecordedRequest &request, qint64 serial);
+    void log(const QString &line) const;
+
+    Options m_options;
+    std::unique_ptr<Certificate> m_certificate;
+    std::unique_ptr<Listener> m_listener;
+
+    mutable std::mutex m_mutex; // guards everything below
+    std::condition_variable m_changed;
+    int m_port = 0;
+    bool m_prepared = false;
+    bool m_stopping = false;
+    Outage m_outage = Outage::None;
+    FaultBook m_faults;
+    World m_world;
+    Journal m_journal;
+    std::deque<RecordedRequest> m_requests;
+    qint64 m_forgotten = 0; // how many requests were recorded and cleared
+};
+
+} // namespace localservice

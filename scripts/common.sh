@@ -1,0 +1,74 @@
+# Sourced by the commands at the root: set-up, build, and stopping what was started.
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+say() { printf '%s\n' "$*"; }
+
+as_root() {
+    if [ "$(id -u)" = 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        say "Need root rights or sudo to install packages." >&2
+        return 1
+    fi
+}
+
+# Installs the Debian packages that are missing; without any it does nothing.
+install_packages() {
+    local wanted missing=() name
+    mapfile -t wanted < <(grep -v '^#' "$root/scripts/packages.txt")
+    local installed
+    installed=$(dpkg-query -W -f '${db:Status-Abbrev} ${Package}\n' 2>/dev/null | sed -n 's/^ii  *//p')
+    for name in "${wanted[@]}" "$@"; do
+        grep -qxF "$name" <<<"$installed" || missing+=("$name")
+    done
+    if [ ${#missing[@]} -gt 0 ]; then
+        say "Installing: ${missing[*]}"
+        as_root apt-get -qq update
+        as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -y --no-install-recommends install "${missing[@]}" >/dev/null
+    fi
+    if ! locale -a 2>/dev/null | grep -qi '^ru_RU\.utf-\?8$'; then
+        as_root localedef -i ru_RU -f UTF-8 ru_RU.UTF-8
+    fi
+}
+
+# build_preset NAME: configures and builds what has changed, in build/NAME.
+build_preset() {
+    local log=$root/build/$1.log
+    mkdir -p "$root/build"
+    if ! (cd "$root" && cmake --preset "$1" && cmake --build "build/$1") >"$log" 2>&1; then
+        tail -n 60 "$log" >&2
+        say "The build failed; all of its output is in $log" >&2
+        return 1
+    fi
+}
+
+started=()
+
+# start LOG COMMAND...: in the background, stopped by stop_all.
+start() {
+    local log=$1
+    shift
+    "$@" >"$log" 2>&1 &
+    started+=($!)
+}
+
+stop_all() {
+    local i
+    for ((i = ${#started[@]} - 1; i >= 0; i--)); do
+        kill "${started[i]}" 2>/dev/null || true
+        wait "${started[i]}" 2>/dev/null || true
+    done
+    started=()
+}
+
+# wait_for SECONDS COMMAND...: until the command succeeds.
+wait_for() {
+    local end=$((SECONDS + $1))
+    shift
+    until "$@" >/dev/null 2>&1; do
+        [ $SECONDS -lt $end ] || return 1
+        sleep 0.1
+    done
+}

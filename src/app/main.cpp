@@ -1,0 +1,176 @@
+#include "app/application.h"
+#include "app/buildvalues.h"
+#include "app/deployment.h"
+#include "app/loghandler.h"
+#include "app/signals.h"
+#include "app/singleinstance.h"
+#include "notifications/notificationmanager.h"
+#include "service/orvana.h"
+#include "service/ovsession.h"
+#include "tracking/x11_useractivitywatcher.h"
+#include "ui/loginform.h"
+#include "ui/mainform.h"
+#include "update/orvanaupdate.h"
+
+#include <QDebug>
+#include <QFile>
+#include <QLibraryInfo>
+#include <QLocale>
+#include <QMessageBox>
+#include <QProcess>
+#include <QTranslator>
+
+#include <sys/stat.h>
+
+namespace {
+
+constexpr int kUpdaterStart = 30000; // ms
+constexpr int kYes = 0;
+constexpr int kNoEscape = -1;
+constexpr int kAlreadyRunning = 1;
+constexpr int kNoStorage = 1;
+
+// Runs before the application object exists.
+void prepareProcess()
+{
+    // The storage directory holds the password and pictures of the desktop.
+    umask(S_IRWXG | S_IRWXO);
+    // Widgets need no OpenGL; loading it takes more memory than the client.
+    if (!qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION"))
+        qputenv("QT_XCB_GL_INTEGRATION", "none");
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+    QGuiApplication::setHighDpiScaleFactorRoundingPolicy(Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
+}
+
+void setIdentity()
+{
+    const QString host = Deployment::serviceHost();
+    QCoreApplication::setOrganizationName(host);
+    QCoreApplication::setOrganizationDomain(host);
+    QCoreApplication::setApplicationName(QStringLiteral(ORVANA_APPLICATION_NAME));
+    QCoreApplication::setApplicationVersion(QStringLiteral(ORVANA_VERSION));
+}
+
+// Texts of Qt's own dialogs and menus.
+void loadQtTranslation(QApplication &application)
+{
+    auto *translator = new QTranslator(&application);
+    if (translator->load(QStringLiteral("qtbase_ru"), QLibraryInfo::location(QLibraryInfo::TranslationsPath)))
+        QCoreApplication::installTranslator(translator);
+}
+
+bool startPendingUpdate()
+{
+    if (!OrvanaUpdate::instance()->isUpdateAtStartup())
+        return false;
+    // The updater goes on after this process has ended.
+    auto *updater = new QProcess;
+    updater->start(QStringLiteral("ORTM-update"), {QStringLiteral("--install-only")}, QIODevice::ReadWrite);
+    if (updater->waitForStarted(kUpdaterStart))
+        return true;
+    updater->deleteLater();
+    return false;
+}
+
+void applyStyleSheet(QApplication &application)
+{
+    QFile file(QStringLiteral(":/qss/main.qss"));
+    if (file.open(QIODevice::ReadOnly))
+        application.setStyleSheet(QString::fromUtf8(file.readAll().constData()));
+}
+
+void tellAlreadyRunning()
+{
+    QMessageBox box(QMessageBox::Critical, QCoreApplication::applicationName(),
+                    QStringLiteral("Только одна копия программы может быть одновременно запущена."),
+                    QMessageBox::Ok);
+    box.exec();
+}
+
+void tellNoStorage(const QString &path)
+{
+    QMessageBox box(QMessageBox::Critical, QCoreApplication::applicationName(),
+                    QStringLiteral("Папка программы \"") + path
+                        + QStringLiteral("\" недоступна или принадлежит другому пользователю. "
+                                         "Обратитесь к системному администратору."),
+                    QMessageBox::Ok);
+    box.setTextFormat(Qt::PlainText);
+    box.exec();
+}
+
+bool goesOnWithoutWatcher()
+{
+    const int answer = QMessageBox::question(
+        nullptr, QStringLiteral("Ошибка"),
+        QStringLiteral("Не удалось начать обработку вашей активности.\n"
+                       "Для устранения проблемы переустановите приложение или обратитесь к вашему системному "
+                       "администратору.\n"
+                       "Желаете продолжить работу с программой(информация об активности не будет собранна)?"),
+        QStringLiteral("Да"), QStringLiteral("Нет"), QString(), kYes, kNoEscape);
+    qDebug() << answer;
+    return answer == kYes;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    prepareProcess();
+    Application application(argc, argv);
+    setIdentity();
+    loadQtTranslation(application);
+    const TerminationSignals terminationSignals;
+
+    Orvana orvana;
+    if (!orvana.isStorageUsable()) {
+        tellNoStorage(orvana.storageDirectory().path());
+        return kNoStorage;
+    }
+    OrvanaUpdate::instance()->init(&orvana);
+    if (startPendingUpdate())
+        return 0;
+    OrvanaUpdate::instance()->updateOrvanaUpdateModule();
+
+    Orvana::removeDir(orvana.storageDirectory().filePath(QStringLiteral("cached")));
+    openLogFile(orvana.storageDirectory().filePath(QStringLiteral("log.log")));
+    installLogHandler();
+    qDebug() << QCoreApplication::applicationName() + QLatin1Char(' ') + QCoreApplication::applicationVersion()
+            + QStringLiteral(" started. Build date: " __DATE__ ", " __TIME__);
+    applyStyleSheet(application);
+
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.size() > 1 && arguments.at(1) == QLatin1String("--clean")) {
+        closeLogFile();
+        Orvana::removeDir(orvana.storageDirectory().absolutePath());
+        orvana.setCleanMode(true);
+        return 0;
+    }
+    if (!checkUniqueuness()) {
+        tellAlreadyRunning();
+        return kAlreadyRunning;
+    }
+    if (!UserActivityWatcher::instance()->startWatch() && !goesOnWithoutWatcher())
+        return 0;
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    if (!orvana.session()->isLogged()) {
+        LoginForm login(&orvana);
+        if (login.exec() != QDialog::Accepted)
+            return 0;
+    }
+
+    int exitCode = 0;
+    {
+        MainForm mainForm(&orvana);
+        application.setMainWindow(&mainForm);
+        mainForm.show();
+        if (orvana.session()->isActive())
+            NotificationManager::instance()->addNotification(QStringLiteral("Запись активности включена"), Plain,
+                                                             QString());
+        exitCode = QApplication::exec();
+        application.setMainWindow(nullptr);
+    }
+    NotificationManager::instance()->destroy();
+    return exitCode;
+}

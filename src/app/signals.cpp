@@ -1,0 +1,50 @@
+#include "app/signals.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QSocketNotifier>
+
+#include <csignal>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+volatile int s_wakeup = -1;
+
+void wake(int)
+{
+    const char byte = 1;
+    if (write(s_wakeup, &byte, sizeof byte) < 0)
+        return;
+}
+
+} // namespace
+
+TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
+{
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, m_sockets) != 0)
+        return;
+    s_wakeup = m_sockets[0];
+    auto *notifier = new QSocketNotifier(m_sockets[1], QSocketNotifier::Read, this);
+    connect(notifier, &QSocketNotifier::activated, this, [this] {
+        char byte = 0;
+        while (read(m_sockets[1], &byte, sizeof byte) > 0) { }
+        qDebug() << "Asked to terminate";
+        QCoreApplication::quit();
+    });
+    for (const int number : {SIGTERM, SIGINT, SIGHUP})
+        std::signal(number, wake);
+}
+
+TerminationSignals::~TerminationSignals()
+{
+    for (const int number : {SIGTERM, SIGINT, SIGHUP})
+        std::signal(number, SIG_DFL);
+    s_wakeup = -1;
+    for (const int socket : m_sockets) {
+        if (socket >= 0)
+            close(socket);
+    }
+}

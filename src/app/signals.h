@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QObject>
+
+// Ends the program as its exit action does when the system asks for it (SIGTERM,
+// SIGINT, SIGHUP).
+class TerminationSignals final : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(TerminationSignals)
+
+public:
+    explicit TerminationSignals(QObject *parent = nullptr);
+    ~TerminationSignals() override;
+
+private:
+    int m_sockets[2] = {-1, -1};
+};

@@ -1,0 +1,197 @@
+#include "model/records.h"
+
+#include <QDataStream>
+
+namespace {
+
+constexpr int kServiceDateTimeLength = 19;
+
+template <typename T>
+void writeList(QDataStream &stream, const QList<T> &list)
+{
+    stream << static_cast<qint32>(list.size());
+    for (const T &item : list)
+        stream << item;
+}
+
+template <typename T>
+QDataStream &readList(QDataStream &stream, QList<T> &list)
+{
+    list.clear();
+    quint32 count = 0;
+    stream >> count;
+    for (quint32 i = 0; i < count && stream.status() == QDataStream::Ok; ++i) {
+        T item;
+        stream >> item;
+        list.append(item);
+    }
+    if (stream.status() != QDataStream::Ok)
+        list.clear();
+    return stream;
+}
+
+int digits(const QChar *from, int count)
+{
+    int value = 0;
+    for (int i = 0; i < count; ++i) {
+        const ushort unit = from[i].unicode();
+        if (unit < '0' || unit > '9')
+            return -1;
+        value = value * 10 + (unit - '0');
+    }
+    return value;
+}
+
+} // namespace
+
+bool Task::isBlocking() const
+{
+    return !block.isEmpty() && block != QLatin1String("0");
+}
+
+bool Task::isCatchAll() const
+{
+    return id == QLatin1String("0");
+}
+
+Task Task::catchAll()
+{
+    Task task;
+    task.id = QStringLiteral("0");
+    task.title = QStringLiteral("Прочие непоставленные задачи");
+    return task;
+}
+
+bool Task::hasSameContents(const Task &other) const
+{
+    return id == other.id && title == other.title && deadline == other.deadline
+        && deadline.isValid() == other.deadline.isValid() && block == other.block
+        && lastComment == other.lastComment && lastComment.isValid() == other.lastComment.isValid()
+        && importance == other.importance;
+}
+
+QDataStream &operator<<(QDataStream &stream, const Task &task)
+{
+    return stream << task.id << task.title << task.deadline << task.block << task.lastComment
+                  << task.importance;
+}
+
+QDataStream &operator>>(QDataStream &stream, Task &task)
+{
+    return stream >> task.id >> task.title >> task.deadline >> task.block >> task.lastComment
+        >> task.importance;
+}
+
+QDataStream &operator<<(QDataStream &stream, const Attachment &attachment)
+{
+    return stream << attachment.id << attachment.filename << attachment.filenameOrig << attachment.size;
+}
+
+QDataStream &operator>>(QDataStream &stream, Attachment &attachment)
+{
+    return stream >> attachment.id >> attachment.filename >> attachment.filenameOrig >> attachment.size;
+}
+
+QDataStream &operator<<(QDataStream &stream, const Keyword &keyword)
+{
+    return stream << keyword.id << keyword.keyword << keyword.count << keyword.count2;
+}
+
+QDataStream &operator>>(QDataStream &stream, Keyword &keyword)
+{
+    return stream >> keyword.id >> keyword.keyword >> keyword.count >> keyword.count2;
+}
+
+QDataStream &operator<<(QDataStream &stream, const TextTask &textTask)
+{
+    stream << textTask.id << textTask.text << textTask.title << textTask.minCount << textTask.page
+           << textTask.task;
+    writeList(stream, textTask.keywords);
+    return stream;
+}
+
+QDataStream &operator>>(QDataStream &stream, TextTask &textTask)
+{
+    return stream >> textTask.id >> textTask.text >> textTask.title >> textTask.minCount >> textTask.page
+        >> textTask.task >> textTask.keywords;
+}
+
+QDataStream &operator<<(QDataStream &stream, const TaskInfo &info)
+{
+    stream << info.id << info.title << info.deadline << info.text << info.executorName << info.creatorName
+           << info.auditorName;
+    writeList(stream, info.files);
+    writeList(stream, info.texts);
+    return stream;
+}
+
+QDataStream &operator>>(QDataStream &stream, TaskInfo &info)
+{
+    return stream >> info.id >> info.title >> info.deadline >> info.text >> info.executorName
+        >> info.creatorName >> info.auditorName >> info.files >> info.texts;
+}
+
+QDataStream &operator>>(QDataStream &stream, QList<Task> &tasks)
+{
+    return readList(stream, tasks);
+}
+
+QDataStream &operator>>(QDataStream &stream, QList<Attachment> &attachments)
+{
+    return readList(stream, attachments);
+}
+
+QDataStream &operator>>(QDataStream &stream, QList<Keyword> &keywords)
+{
+    return readList(stream, keywords);
+}
+
+QDataStream &operator>>(QDataStream &stream, QList<TextTask> &textTasks)
+{
+    return readList(stream, textTasks);
+}
+
+void registerRecordTypes()
+{
+    // The names go into the settings files with every stored value.
+    qRegisterMetaType<Task>("Task");
+    qRegisterMetaTypeStreamOperators<Task>("Task");
+    qRegisterMetaType<QList<Task>>("QList<Task>");
+    qRegisterMetaTypeStreamOperators<QList<Task>>("QList<Task>");
+    qRegisterMetaType<Attachment>("Attachment");
+    qRegisterMetaTypeStreamOperators<Attachment>("Attachment");
+    qRegisterMetaType<Keyword>("Keyword");
+    qRegisterMetaTypeStreamOperators<Keyword>("Keyword");
+    qRegisterMetaType<QList<Keyword>>("QList<Keyword>");
+    qRegisterMetaTypeStreamOperators<QList<Keyword>>("QList<Keyword>");
+    qRegisterMetaType<TextTask>("TextTask");
+    qRegisterMetaTypeStreamOperators<TextTask>("TextTask");
+    qRegisterMetaType<QList<Attachment>>("QList<Attachment>");
+    qRegisterMetaTypeStreamOperators<QList<Attachment>>("QList<Attachment>");
+    qRegisterMetaType<QList<TextTask>>("QList<TextTask>");
+    qRegisterMetaTypeStreamOperators<QList<TextTask>>("QList<TextTask>");
+    qRegisterMetaType<TaskInfo>("TaskInfo");
+    qRegisterMetaTypeStreamOperators<TaskInfo>("TaskInfo");
+}
+
+// Read by hand: a list of tens of thousands of tasks holds twice as many of
+// these, and QDateTime::fromString takes several microseconds for each.
+QDateTime parseServiceDateTime(const QString &text)
+{
+    if (text.size() != kServiceDateTimeLength)
+        return {};
+    const QChar *c = text.constData();
+    if (c[4] != QLatin1Char('-') || c[7] != QLatin1Char('-') || c[10] != QLatin1Char(' ')
+        || c[13] != QLatin1Char(':') || c[16] != QLatin1Char(':'))
+        return {};
+    const QDate date(digits(c, 4), digits(c + 5, 2), digits(c + 8, 2));
+    const QTime time(digits(c + 11, 2), digits(c + 14, 2), digits(c + 17, 2));
+    if (!date.isValid() || !time.isValid())
+        return {};
+    return QDateTime(date, time);
+}
+
+QString serviceDateTimeText(const QDateTime &dateTime)
+{
+    return dateTime.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+}

@@ -1,0 +1,229 @@
+#include "notifications/notificationform.h"
+
+#include "notifications/notificationhost.h"
+#include "ui/autoscrolllineedit.h"
+#include "ui_notificationform.h"
+
+#include <QGraphicsOpacityEffect>
+#include <QGuiApplication>
+#include <QImage>
+#include <QKeyEvent>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPropertyAnimation>
+#include <QScreen>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kShownFor = 5s;
+constexpr auto kFade = 300ms;
+const QRect kBackground(0, 0, 179, 107);
+const QRect kMessage(10, 20, 161, 70);
+constexpr int kMessageHeightAboveButtons = 40;
+
+template <std::size_t N>
+bool isOneOf(NotificationType type, const std::array<NotificationType, N> &types)
+{
+    return std::find(types.begin(), types.end(), type) != types.end();
+}
+
+} // namespace
+
+NotificationForm::NotificationForm(const QString &text, NotificationType type, const QString &taskId,
+                                   NotificationHost *host, QWidget *parent)
+    : QDialog(parent), m_message(getMessage(text, type)), m_type(type), m_host(host), m_taskId(taskId)
+{
+    setObjectName(QStringLiteral("NotificationForm"));
+    setAttribute(Qt::WA_ShowWithoutActivating);
+    setAttribute(Qt::WA_TranslucentBackground);
+    setWindowFlags((windowFlags() & Qt::Dialog) | Qt::Popup | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
+    setFixedSize(kBackground.size());
+    m_closeTimer.setInterval(kShownFor);
+    connect(&m_closeTimer, &QTimer::timeout, this, &NotificationForm::onPbLateClicked);
+}
+
+NotificationForm::~NotificationForm() = default;
+
+// The widgets are made when the popup is first shown: hundreds may wait for
+// their place on the screen.
+void NotificationForm::build()
+{
+    m_ui = std::make_unique<Ui::NotificationForm>();
+    m_ui->setupUi(this);
+    m_ui->pbUpdate->setObjectName(QStringLiteral("pbOrvana"));
+    m_ui->pbLate->setObjectName(QStringLiteral("pbOrvana"));
+    setAccessibleName(m_message);
+
+    auto *message = new AutoScrollLineEdit(this);
+    message->setObjectName(QStringLiteral("leMessage"));
+    message->setText(m_message);
+    message->setAlignment(Qt::AlignCenter);
+    message->setGeometry(kMessage);
+    if (m_type == UpdateAvailable) {
+        message->resize(message->width(), kMessageHeightAboveButtons);
+        connect(m_ui->pbLate, &QPushButton::clicked, this, &NotificationForm::onPbLateClicked);
+        connect(m_ui->pbUpdate, &QPushButton::clicked, this, &NotificationForm::onPbUpdateClicked);
+    } else {
+        m_ui->pbUpdate->hide();
+        m_ui->pbLate->hide();
+        // Clicks on the text are clicks on the popup.
+        message->setAttribute(Qt::WA_TransparentForMouseEvents);
+        installEventFilter(this);
+    }
+    message->show();
+}
+
+QString NotificationForm::getMessage(const QString &text, NotificationType type)
+{
+    switch (type) {
+    case TeamAdded:
+        return QStringLiteral("Добавлена новая команда \"") + text + QLatin1Char('"');
+    case TeamLeft:
+        return QStringLiteral("Вы больше не являетесь членом команды \"") + text + QLatin1Char('"');
+    case TaskAdded:
+        return QStringLiteral("Добавлена новая задача \"") + text + QLatin1Char('"');
+    case TaskGone:
+        return QStringLiteral("Задача \"") + text + QStringLiteral("\" более недоступна");
+    case CommentAdded:
+        return QStringLiteral("К задаче \"") + text + QStringLiteral("\" добавлен новый комментарий");
+    case UpdateAvailable:
+        return QStringLiteral("Доступно новое обновление Orvana Team") + text;
+    case DeadlineChanged:
+        return QStringLiteral("Дедлайн задачи \"") + text + QStringLiteral("\" был изменён");
+    case TaskBlocked:
+        return QStringLiteral("Задача \"") + text + QStringLiteral("\" помечена как блокирующая");
+    case TaskUnblocked:
+        return QStringLiteral("Задача \"") + text + QStringLiteral("\" более не является блокирующей");
+    case BlockingTaskAdded:
+        return QStringLiteral("Добавлена новая блокируюшая задача \"") + text + QLatin1Char('"');
+    case Plain:
+        break;
+    }
+    return text;
+}
+
+bool NotificationForm::isPermanentNotification() const
+{
+    return isOneOf(m_type,
+                   std::array {TeamAdded, TaskAdded, CommentAdded, UpdateAvailable, TaskBlocked, TaskUnblocked,
+                               BlockingTaskAdded});
+}
+
+bool NotificationForm::isTaskNotify() const
+{
+    return isOneOf(m_type, std::array {TaskAdded, CommentAdded, TaskBlocked, TaskUnblocked, BlockingTaskAdded});
+}
+
+QRect NotificationForm::availableArea() const
+{
+    if (m_host)
+        return m_host->notificationArea();
+    const QScreen *screen = QGuiApplication::primaryScreen();
+    return screen ? screen->availableGeometry() : QRect();
+}
+
+void NotificationForm::updatePosition(int position)
+{
+    m_position = position;
+    const QRect area = availableArea();
+    const int offset = m_host ? m_host->notificationOffset() : 0;
+    const QPoint place(area.x() + area.width() - width(), area.y() + position * height() + offset);
+    if (pos() != place)
+        move(place);
+}
+
+bool NotificationForm::isOnScreen() const
+{
+    const QRect area = availableArea();
+    return y() >= 0 && y() + height() <= area.y() + area.height();
+}
+
+void NotificationForm::closeNotification()
+{
+    if (m_closing)
+        return;
+    m_closing = true;
+    m_closeTimer.stop();
+    auto *effect = new QGraphicsOpacityEffect(this);
+    effect->setOpacity(1.0);
+    setGraphicsEffect(effect);
+    auto *fade = new QPropertyAnimation(effect, "opacity", this);
+    fade->setDuration(static_cast<int>(std::chrono::milliseconds(kFade).count()));
+    fade->setStartValue(effect->opacity());
+    fade->setEndValue(0.0);
+    fade->setEasingCurve(QEasingCurve::OutQuad);
+    connect(fade, &QPropertyAnimation::finished, this, &NotificationForm::notificationClosed);
+    fade->start(QAbstractAnimation::DeleteWhenStopped);
+}
+
+void NotificationForm::onPbLateClicked()
+{
+    closeNotification();
+}
+
+void NotificationForm::onPbUpdateClicked()
+{
+    if (m_host && m_host->installUpdate())
+        closeNotification();
+}
+
+void NotificationForm::openTaskIfAny()
+{
+    if (isTaskNotify() && !m_taskId.isEmpty() && m_host)
+        m_host->openTask(m_taskId);
+}
+
+bool NotificationForm::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == this && event->type() == QEvent::MouseButtonPress) {
+        if (static_cast<QMouseEvent *>(event)->button() == Qt::LeftButton)
+            openTaskIfAny();
+        closeNotification();
+    }
+    return QDialog::eventFilter(watched, event);
+}
+
+// Enter is the left click, Esc the other one.
+void NotificationForm::keyPressEvent(QKeyEvent *event)
+{
+    const bool isEnter = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    if (isEnter && m_type != UpdateAvailable) {
+        openTaskIfAny();
+        closeNotification();
+    } else if (event->key() == Qt::Key_Escape) {
+        closeNotification();
+    } else {
+        QDialog::keyPressEvent(event);
+    }
+}
+
+void NotificationForm::showEvent(QShowEvent *event)
+{
+    if (!m_ui)
+        build();
+    QDialog::showEvent(event);
+    if (!isPermanentNotification())
+        m_closeTimer.start();
+}
+
+void NotificationForm::hideEvent(QHideEvent *event)
+{
+    QDialog::hideEvent(event);
+    m_closeTimer.stop();
+}
+
+void NotificationForm::paintEvent(QPaintEvent *event)
+{
+    Q_UNUSED(event)
+    // The main window may have come or gone meanwhile.
+    updatePosition(m_position);
+    QPainter painter(this);
+    const QImage background(QStringLiteral(":/images/bg_notifications_withLogo.png"));
+    painter.drawImage(kBackground, background, background.rect());
+}

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "notifications/notificationtype.h"
+
+#include <QDialog>
+#include <QRect>
+#include <QTimer>
+
+#include <memory>
+
+class NotificationHost;
+
+namespace Ui {
+class NotificationForm;
+}
+
+// One popup. It closes by a click, some kinds also after five seconds; fading
+// out it ignores both, and says notificationClosed() at the end.
+class NotificationForm final : public QDialog
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(NotificationForm)
+
+public:
+    NotificationForm(const QString &text, NotificationType type, const QString &taskId, NotificationHost *host,
+                     QWidget *parent = nullptr);
+    ~NotificationForm() override;
+
+    static QString getMessage(const QString &text, NotificationType type);
+    // Stays until it is clicked.
+    bool isPermanentNotification() const;
+    // Opens its task on a left click.
+    bool isTaskNotify() const;
+    NotificationType notificationType() const { return m_type; }
+    bool isClosing() const { return m_closing; }
+    // The slot in the stack, 0 at the top.
+    int getPosition() const { return m_position; }
+    void updatePosition(int position);
+    bool isOnScreen() const;
+    void closeNotification();
+    void setMainForm(NotificationHost *host) { m_host = host; }
+
+public slots:
+    void onPbLateClicked();
+    void onPbUpdateClicked();
+
+signals:
+    void notificationClosed();
+
+protected:
+    void showEvent(QShowEvent *event) override;
+    void hideEvent(QHideEvent *event) override;
+    void paintEvent(QPaintEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
+
+private:
+    void build();
+    QRect availableArea() const;
+    void openTaskIfAny();
+
+    std::unique_ptr<Ui::NotificationForm> m_ui;
+    QTimer m_closeTimer;
+    QString m_message;
+    NotificationType m_type;
+    NotificationHost *m_host;
+    bool m_closing = false;
+    QString m_taskId;
+    int m_position = 0;
+};

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "notifications/notificationtype.h"
+
+#include <QList>
+#include <QObject>
+
+class NotificationForm;
+class NotificationHost;
+class QPoint;
+
+// Creates the popups, stacks them under the main window, keeps back those that
+// do not fit on the screen and closes up the gap that one leaves.
+class NotificationManager final : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(NotificationManager)
+
+public:
+    static NotificationManager *instance();
+
+    // May be null: popups can be raised before the main window exists and after
+    // it is gone. The host is told of every change.
+    void setMainForm(NotificationHost *host);
+    NotificationHost *mainForm() const { return m_host; }
+
+    void addNotification(const QString &text, NotificationType type, const QString &taskId);
+
+    // Hidden popups stay and come back with restoreAll(), or one by one as shown
+    // ones are closed.
+    void hideAll();
+    void restoreAll();
+    void toggleVisible();
+    void repaint();
+    // True while any popup waits, shown or hidden.
+    bool hasVisibleNotifications() const;
+    bool hasShownNotifications() const { return !m_shown.isEmpty(); }
+    // Removes every popup at once.
+    void destroy();
+
+    void addHidedForm(NotificationForm *form);
+    void hideForm(NotificationForm *form);
+
+public slots:
+    // The sender is the popup.
+    void hideForm();
+
+private:
+    NotificationManager();
+    ~NotificationManager() override;
+
+    void showForm(NotificationForm *form);
+    void showFirstHidden();
+    void removeUpdateForms();
+    void tellHost();
+
+    NotificationHost *m_host = nullptr;
+    QList<NotificationForm *> m_shown; // in the order of their slots
+    QList<NotificationForm *> m_hidden;
+};

@@ -1,0 +1,16 @@
+#pragma once
+
+// The kinds of popup. The numbers are fixed: callers and logs use them.
+enum NotificationType : int {
+    Plain = 0,
+    TeamAdded = 1,
+    TeamLeft = 2,
+    TaskAdded = 3,
+    TaskGone = 4,
+    CommentAdded = 5,
+    UpdateAvailable = 6,
+    DeadlineChanged = 7,
+    TaskBlocked = 8,
+    TaskUnblocked = 9,
+    BlockingTaskAdded = 10
+};

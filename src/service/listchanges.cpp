@@ -1,0 +1,109 @@
+#include "service/listchanges.h"
+
+#include <QHash>
+#include <QSet>
+
+#include <algorithm>
+
+namespace {
+
+using Positions = QHash<QString, QVector<int>>;
+
+Positions positionsById(const QList<Task> &tasks)
+{
+    Positions positions;
+    positions.reserve(tasks.size());
+    for (int i = 0; i < tasks.size(); ++i) {
+        if (!tasks.at(i).isCatchAll())
+            positions[tasks.at(i).id].append(i);
+    }
+    return positions;
+}
+
+QSet<QString> idsOf(const QList<Team> &teams)
+{
+    QSet<QString> ids;
+    for (const Team &team : teams)
+        ids.insert(team.id);
+    return ids;
+}
+
+bool differ(const QDateTime &one, const QDateTime &other)
+{
+    return one.isValid() != other.isValid() || (one.isValid() && one != other);
+}
+
+// A first comment counts: no date-time is earlier than any.
+bool isEarlier(const QDateTime &one, const QDateTime &other)
+{
+    return other.isValid() && (!one.isValid() || one < other);
+}
+
+void appendChangesOfTask(const Task &oldTask, const Task &newTask, QVector<TaskChange> &changes)
+{
+    if (!oldTask.isBlocking() && newTask.isBlocking())
+        changes.append({TaskBlocked, oldTask, newTask});
+    else if (oldTask.isBlocking() && !newTask.isBlocking())
+        changes.append({TaskUnblocked, oldTask, newTask});
+    if (isEarlier(oldTask.lastComment, newTask.lastComment))
+        changes.append({CommentAdded, oldTask, newTask});
+}
+
+} // namespace
+
+QVector<TeamChange> teamChanges(const QList<Team> &oldTeams, const QList<Team> &newTeams)
+{
+    QVector<TeamChange> changes;
+    const QSet<QString> oldIds = idsOf(oldTeams);
+    const QSet<QString> newIds = idsOf(newTeams);
+    for (const Team &team : newTeams) {
+        if (!oldIds.contains(team.id))
+            changes.append({TeamAdded, team.name});
+    }
+    for (const Team &team : oldTeams) {
+        if (!newIds.contains(team.id))
+            changes.append({TeamLeft, team.name});
+    }
+    return changes;
+}
+
+QVector<TaskChange> taskChanges(const QList<Task> &oldTasks, const QList<Task> &newTasks, bool trackDeadlines)
+{
+    QVector<TaskChange> changes;
+    const Positions oldPositions = positionsById(oldTasks);
+    const Positions newPositions = positionsById(newTasks);
+
+    for (const Task &task : newTasks) {
+        if (task.isCatchAll())
+            continue;
+        const auto found = oldPositions.constFind(task.id);
+        if (found != oldPositions.constEnd())
+            appendChangesOfTask(oldTasks.at(found->first()), task, changes);
+        else
+            changes.append({task.isBlocking() ? BlockingTaskAdded : TaskAdded, Task(), task});
+    }
+    for (const Task &task : oldTasks) {
+        if (!task.isCatchAll() && !newPositions.contains(task.id))
+            changes.append({TaskGone, task, Task()});
+    }
+    if (!trackDeadlines)
+        return changes;
+    for (const Task &task : oldTasks) {
+        if (task.isCatchAll())
+            continue;
+        const QVector<int> positions = newPositions.value(task.id);
+        for (const int position : positions) {
+            if (differ(task.deadline, newTasks.at(position).deadline))
+                changes.append({DeadlineChanged, task, newTasks.at(position)});
+        }
+    }
+    return changes;
+}
+
+bool haveSameContents(const QList<Task> &one, const QList<Task> &other)
+{
+    if (one.size() != other.size())
+        return false;
+    return std::equal(one.cbegin(), one.cend(), other.cbegin(),
+                      [](const Task &a, const Task &b) { return a.hasSameContents(b); });
+}

@@ -1,0 +1,168 @@
+#pragma once
+
+#include "model/records.h"
+#include "service/activitycache.h"
+
+#include <QDate>
+#include <QDir>
+#include <QImage>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QObject>
+#include <QPair>
+#include <QQueue>
+#include <QSet>
+#include <QSslError>
+#include <QTime>
+#include <QVariantMap>
+#include <QVector>
+
+class QFile;
+
+using RequestFields = QVector<QPair<QString, QString>>;
+
+// The one way to the task service. Requests are fired and forgotten; every reply
+// comes back through replyFinished, which tells the kinds apart by the reply's
+// property "stage". Failures reach the user as error codes, popups and log lines.
+class Orvana final : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(Orvana)
+
+public:
+    class Session;
+
+    enum Stage {
+        CheckLogin = 1,
+        TeamsAndTasks = 2,
+        CheckUpdate = 3,
+        SendActivity = 4,
+        DeadlineChange = 5,
+        TaskDetails = 6,
+        TimeSync = 7
+    };
+
+    // Codes of error(int).
+    enum Error { InvalidCredentials = 0, HtmlReply = 4, DatabaseDown = 5, ServiceError = 6 };
+
+    explicit Orvana(QObject *parent = nullptr);
+    // Saves the session unless clean mode is on.
+    ~Orvana() override;
+
+    // False when the storage directory cannot be used safely: it is not ours, or
+    // it cannot be made. Nothing is read from it or written to it then.
+    bool isStorageUsable() const { return m_storageUsable; }
+    QDir storageDirectory() const { return m_storage; }
+    Session *session() const { return m_session; }
+    // Clean mode: the session is not written back at the end.
+    void setCleanMode(bool clean) { m_cleanMode = clean; }
+    static void removeDir(const QString &path);
+    // Deletes what older versions left in the storage directory.
+    void removeDeprecatedFiles();
+
+    void openUrl(const QString &url);
+    void openTaskUrl(const QString &taskId);
+    void changeTask(const QString &teamId, const QString &taskId);
+    QString serviceUrl() const { return m_serviceUrl; }
+    // Records that wait to be sent, as far as this run knows of them.
+    int pendingActivityRequests() const { return m_pendingActivity; }
+
+    void requestCheckLogin(const QString &login, const QString &password);
+    void requestTeamsAndTasks();
+    void requestCheckUpdate();
+    void requestDeadlineChange(const QDate &date, const QString &message, const QTime &time);
+    void requestTaskInfo(const QString &taskId);
+    // The day's totals replace the session's counters.
+    void requestTimeSync(const QString &taskId);
+
+    // Reports one minute; activeSlices is 0 to 10. The report is on the disk
+    // before it is sent.
+    void sendTaskActivity(int activeSlices);
+    void sendScreenshotActivity(const QImage &image);
+    // Takes up one record that waits.
+    void sendCachedActivity();
+
+    // False, after telling the listeners of error(int), when the body is one of
+    // the service's error answers.
+    bool validateReply(const QByteArray &body);
+
+public slots:
+    // The sender is a push button with the property "task_id".
+    void openTaskUrl();
+    void replyFinished(QNetworkReply *reply);
+    void sslErrorHandler(QNetworkReply *qnr, const QList<QSslError> &errors);
+    void networkAccessibleChangedHandler(QNetworkAccessManager::NetworkAccessibility networkAccessibility);
+
+signals:
+    void teamChanged(const QString &teamId);
+    void error(int code);
+    void loginOk();
+    void onlineChanged(const QString &reason);
+    void updateAvailable(bool isAvailable);
+    void taskInfoUpdated(const TaskInfo &taskInfo);
+    // A login check got no answer at all; the credentials were not judged.
+    void loginUnanswered();
+
+private:
+    struct UnwrittenRecord
+    {
+        QString login;
+        QDateTime createdAt;
+        QByteArray bytes;
+    };
+
+    void prepareStorage();
+    void checkOnlineState(int code);
+    void handleReply(int stage, QNetworkReply *reply);
+    void handleTransportError(int stage, QNetworkReply *reply);
+    QNetworkReply *get(Stage stage, const QString &path, const RequestFields &fields);
+    QNetworkReply *post(Stage stage, const QUrl &url, const QByteArray &body);
+    RequestFields credentials(const Session &session) const;
+
+    void processCheckLoginReply(QNetworkReply *reply);
+    void processTeamsAndTasksReply(QNetworkReply *reply);
+    void parseTeamsAndTasksReply(const QByteArray &body);
+    void processCheckUpdateReply(QNetworkReply *reply);
+    void processSendActivityReply(QNetworkReply *reply);
+    void processRequestDeadlineChange(QNetworkReply *reply);
+    void processRequestTaskInfo(QNetworkReply *reply);
+    void processRequestTimeSync(QNetworkReply *reply);
+
+    void prefetchTaskInfo(const QString &taskId);
+    void continuePrefetch();
+    void prefetchDone(const QString &taskId);
+    void forgetPrefetch();
+
+    void useCacheOf(const QString &login);
+    QVariantMap newReport() const;
+    QFile *saveActivityData(const QVariant &url, const QVariant &body);
+    void storeUnwritten();
+    void keepUnwritten(const QDateTime &createdAt, const QByteArray &record, const QString &reason);
+    void sendActivityFile(QFile *file);
+    void removeCachedActivityFile(QFile *file);
+    void activityNotSent(const QByteArray &body);
+    bool isOwnScreenshot(const QString &path) const;
+    QVariantMap actualizeActivityTimestamp(const QVariantMap &record) const;
+    QVariantMap prepareDataForExport(const QVariantMap &record) const;
+    bool isForCurrentUser(int stage, const QNetworkReply *reply) const;
+
+    QDir m_storage;
+    Session *m_session = nullptr;
+    Session *m_loginAttempt = nullptr;
+    QNetworkAccessManager m_network;
+    int m_pendingActivity = 0;
+    bool m_cleanMode = false;
+
+    QString m_serviceUrl;
+    bool m_storageUsable = false;
+    bool m_verifyCertificates = false;
+    ActivityCache m_cache;
+    // Reports that the disk refused; written as soon as it takes them.
+    QVector<UnwrittenRecord> m_unwritten;
+    bool m_toldUnwritten = false;
+    int m_loginAttempts = 0;
+    bool m_toldCertificate = false;
+    QQueue<QString> m_prefetchOrder;
+    QSet<QString> m_prefetchQueue; // what m_prefetchOrder holds
+    QSet<QString> m_prefetching;
+};

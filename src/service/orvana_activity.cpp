@@ -1,0 +1,261 @@
+#include "service/orvana.h"
+
+#include "model/json.h"
+#include "notifications/notificationmanager.h"
+#include "service/ovsession.h"
+#include "service/replyparser.h"
+#include "service/requestbody.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QFile>
+#include <QFileInfo>
+
+namespace {
+
+const QString kVersionKey = QStringLiteral("version");
+const QString kUrlKey = QStringLiteral("api-url");
+const QString kBodyKey = QStringLiteral("body");
+const QString kTimestampKey = QStringLiteral("timestamp");
+const QString kPastKey = QStringLiteral("past");
+const QString kFileKey = QStringLiteral("file");
+const QString kFileNameKey = QStringLiteral("fileName");
+const QString kRecordVersion = QStringLiteral("0.1");
+const QString kTimestampFormat = QStringLiteral("dd-MM-yyyy-hh-mm-ss");
+const QString kActivityPath = QStringLiteral("/api_active2");
+const char kFileProperty[] = "activityFile";
+// A day of minutes; a disk that is full for longer loses the oldest.
+constexpr int kMaxUnwritten = 1440;
+
+QVariantMap parseRecord(const QString &path)
+{
+    QByteArray bytes;
+    ActivityCache::read(path, &bytes);
+    return parseObject(bytes);
+}
+
+// In unsigned 32-bit seconds, as every client before this one counted.
+quint32 ageInSeconds(const QString &timestamp)
+{
+    const auto now = static_cast<quint32>(QDateTime::currentSecsSinceEpoch());
+    const auto then = static_cast<quint32>(QDateTime::fromString(timestamp, kTimestampFormat).toSecsSinceEpoch());
+    return now - then;
+}
+
+} // namespace
+
+void Orvana::useCacheOf(const QString &login)
+{
+    if (!login.isEmpty())
+        m_cache.setDirectory(Session::directoryOf(m_storage, login) + QLatin1String("/activity"));
+}
+
+QVariantMap Orvana::newReport() const
+{
+    return {{QStringLiteral("email"), m_session->login()},
+            {QStringLiteral("task_id"), m_session->currentTaskID()},
+            {kPastKey, QStringLiteral("0")},
+            {QStringLiteral("team_id"), m_session->currentTeamID()},
+            {kVersionKey, QCoreApplication::applicationVersion()}};
+}
+
+void Orvana::sendTaskActivity(int activeSlices)
+{
+    QVariantMap body = newReport();
+    body.insert(QStringLiteral("active"), QString::number(activeSlices));
+    const QString url = m_serviceUrl + kActivityPath;
+    qDebug() << "Activity data prepared" << url << body.values();
+    if (QFile *file = saveActivityData(url, body))
+        sendActivityFile(file);
+}
+
+// Null when the disk refused the record. A minute is then kept in memory; the
+// record of a picture is not, as its picture is megabytes long.
+QFile *Orvana::saveActivityData(const QVariant &url, const QVariant &body)
+{
+    storeUnwritten();
+    const QDateTime now = QDateTime::currentDateTime();
+    const QByteArray record = QtJson::serialize(QVariantMap {{kVersionKey, kRecordVersion},
+                                                             {kUrlKey, url.toString()},
+                                                             {kBodyKey, body},
+                                                             {kTimestampKey, now.toString(kTimestampFormat)}});
+    QString reason;
+    const QString path = m_cache.create(record, now, &reason);
+    if (!path.isEmpty())
+        return new QFile(path, this);
+    keepUnwritten(now, record, reason);
+    return nullptr;
+}
+
+void Orvana::keepUnwritten(const QDateTime &createdAt, const QByteArray &record, const QString &reason)
+{
+    qWarning() << "Error! Activity record can't be written:" << reason;
+    if (m_unwritten.size() >= kMaxUnwritten)
+        m_unwritten.removeFirst();
+    m_unwritten.append({m_session->login(), createdAt, record});
+    if (m_toldUnwritten)
+        return;
+    m_toldUnwritten = true;
+    NotificationManager::instance()->addNotification(
+        QStringLiteral("Не удалось сохранить отчёт об активности на диск. Проверьте свободное место."), Plain,
+        QString());
+}
+
+// What the disk takes now waits in the cache like any unsent report.
+void Orvana::storeUnwritten()
+{
+    for (int i = 0; i < m_unwritten.size();) {
+        const UnwrittenRecord &record = m_unwritten.at(i);
+        if (record.login != m_session->login()) {
+            ++i;
+            continue;
+        }
+        if (m_cache.create(record.bytes, record.createdAt).isEmpty())
+            return;
+        m_unwritten.removeAt(i);
+    }
+    m_toldUnwritten = m_toldUnwritten && !m_unwritten.isEmpty();
+}
+
+void Orvana::sendActivityFile(QFile *file)
+{
+    ++m_pendingActivity;
+    QByteArray contents;
+    if (ActivityCache::read(file->fileName(), &contents) == ActivityCache::Read::Busy) {
+        qWarning() << "Error! Activity file can't be read just now:" << file->fileName();
+        --m_pendingActivity;
+        file->deleteLater();
+        return;
+    }
+    QVariantMap record = parseObject(contents);
+    const QString url = record.value(kUrlKey).toString();
+    if (url.isEmpty()) {
+        qDebug().noquote() << "Error!  Invalid activity file!" << bodyForLog(contents);
+        removeCachedActivityFile(file);
+        return;
+    }
+    // Records of an older client carry no version, and no picture either.
+    record = record.contains(kVersionKey) ? prepareDataForExport(record) : actualizeActivityTimestamp(record);
+
+    const QVariantMap body = record.value(kBodyKey).toMap();
+    qDebug() << url;
+    for (auto it = body.cbegin(); it != body.cend(); ++it) {
+        if (it.key() != kFileKey)
+            qDebug().noquote() << it.key() + QStringLiteral(": ") + it.value().toString();
+    }
+    if (body.contains(kFileNameKey) && body.value(kFileNameKey).toString().isEmpty()) {
+        qDebug() << "Error! Screenshot is missed!";
+        NotificationManager::instance()->addNotification(
+            QStringLiteral("Сделать снимок экрана не удалось. Свяжитесь с техподдержкой."), Plain, QString());
+    }
+
+    if (m_network.networkAccessible() == QNetworkAccessManager::NotAccessible) {
+        qDebug() << "Network is not accessbile! Try to fix it.";
+        m_network.setNetworkAccessible(QNetworkAccessManager::Accessible);
+    }
+
+    QNetworkReply *reply = post(SendActivity, QUrl(url), activityPayload(body));
+    reply->setProperty(kFileProperty, file->fileName());
+    file->deleteLater();
+}
+
+// A record that is sent again ages from its creation each time; the file itself
+// is never rewritten.
+QVariantMap Orvana::actualizeActivityTimestamp(const QVariantMap &record) const
+{
+    QVariantMap body = record.value(kBodyKey).toMap();
+    const QVariant timestamp = record.value(kTimestampKey);
+    const qint64 past = body.value(kPastKey).toString().toLongLong() + ageInSeconds(timestamp.toString());
+    body.insert(kPastKey, QString::number(past));
+    return {{kUrlKey, record.value(kUrlKey)}, {kTimestampKey, timestamp}, {kBodyKey, body}};
+}
+
+QVariantMap Orvana::prepareDataForExport(const QVariantMap &record) const
+{
+    QVariantMap prepared = actualizeActivityTimestamp(record);
+    QVariantMap body = prepared.value(kBodyKey).toMap();
+    if (!body.contains(kFileNameKey))
+        return prepared;
+    const QString name = body.value(kFileNameKey).toString();
+    QFile picture(name);
+    if (!isOwnScreenshot(name) || !picture.open(QIODevice::ReadOnly)) {
+        qWarning() << "Error! Screenshot can't be opened:" << name;
+        return prepared;
+    }
+    body.insert(kFileKey, picture.readAll().toBase64());
+    prepared.insert(kBodyKey, body);
+    return prepared;
+}
+
+void Orvana::activityNotSent(const QByteArray &body)
+{
+    qDebug().noquote() << "Activity not sended " << bodyForLog(body);
+    --m_pendingActivity;
+}
+
+void Orvana::processSendActivityReply(QNetworkReply *reply)
+{
+    const QByteArray body = reply->readAll();
+    if (!validateReply(body)) {
+        qDebug() << reply->request().url();
+        activityNotSent(body);
+        return;
+    }
+    const QString activityEndpoint = m_serviceUrl.mid(m_serviceUrl.indexOf(QLatin1String("//")) + 2) + kActivityPath;
+    if (!reply->url().toString().contains(activityEndpoint)) {
+        if (body != "ok") {
+            activityNotSent(body);
+            return;
+        }
+        qDebug() << "ver 1.0 activity sended";
+    } else {
+        const QString status = parseObject(body).value(QStringLiteral("status")).toString();
+        if (status != QLatin1String("ok")) {
+            activityNotSent(body);
+            return;
+        }
+        qDebug() << "Activity sended" << status;
+    }
+    removeCachedActivityFile(new QFile(reply->property(kFileProperty).toString(), this));
+}
+
+// A record speaks of files on this disk; only the client's own pictures are read
+// or deleted for it.
+bool Orvana::isOwnScreenshot(const QString &path) const
+{
+    const QFileInfo info(path);
+    return info.fileName().startsWith(QLatin1String("screenshot")) && info.dir().dirName() == QLatin1String("activity")
+        && QDir::cleanPath(info.absoluteFilePath()).startsWith(m_storage.absolutePath() + QLatin1Char('/'))
+        && !info.isSymLink();
+}
+
+void Orvana::removeCachedActivityFile(QFile *file)
+{
+    const QVariantMap body = parseRecord(file->fileName()).value(kBodyKey).toMap();
+    const QString picture = body.value(kFileNameKey).toString();
+    // The record goes first: a record without its picture would be sent again.
+    m_cache.remove(file->fileName());
+    if (!picture.isEmpty() && isOwnScreenshot(picture))
+        QFile::remove(picture);
+    file->deleteLater();
+    if (--m_pendingActivity != 0)
+        return;
+    // From the event loop: a folder full of unreadable records must not become a
+    // stack of calls.
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            if (m_pendingActivity == 0)
+                sendCachedActivity();
+        },
+        Qt::QueuedConnection);
+}
+
+void Orvana::sendCachedActivity()
+{
+    const QString path = m_cache.next();
+    if (path.isEmpty())
+        return;
+    qDebug() << "file prepared:" << QFileInfo(path).fileName();
+    sendActivityFile(new QFile(path, this));
+}

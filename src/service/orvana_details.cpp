@@ -1,0 +1,111 @@
+#include "service/orvana.h"
+
+#include "notifications/notificationmanager.h"
+#include "service/ovsession.h"
+#include "service/replyparser.h"
+#include "service/requestbody.h"
+
+#include <QDebug>
+
+namespace {
+
+const QString kStatusKey = QStringLiteral("status");
+const QString kMessageKey = QStringLiteral("message");
+const QString kOk = QStringLiteral("ok");
+// Stands for "by the end of the day" and is not sent.
+const QTime kEndOfDay(23, 59);
+
+void notify(const QString &text)
+{
+    NotificationManager::instance()->addNotification(text, Plain, QString());
+}
+
+} // namespace
+
+void Orvana::requestTaskInfo(const QString &taskId)
+{
+    if (taskId == QLatin1String("0"))
+        return;
+    RequestFields fields = credentials(*m_session);
+    fields.append({QStringLiteral("task_id"), taskId});
+    QNetworkReply *reply = get(TaskDetails, QStringLiteral("/api_get_task"), fields);
+    reply->setProperty("task_id", taskId);
+}
+
+void Orvana::processRequestTaskInfo(QNetworkReply *reply)
+{
+    const QByteArray body = reply->readAll();
+    if (!validateReply(body)) {
+        qDebug() << reply->request().url();
+        return;
+    }
+    qDebug().noquote() << "TaskInfo for" << reply->property("task_id").toString() << ":" << bodyForLog(body);
+    const QVariantMap answer = parseObject(body);
+    if (answer.value(kStatusKey).toString() != kOk) {
+        qDebug() << reply->url();
+        // The same words as for a refused deadline: log readers look for them.
+        qDebug().noquote() << "Request for deadline change: " << bodyForLog(body);
+        notify(QStringLiteral("Ошибка получения данных по задаче: ") + answer.value(kMessageKey).toString());
+        return;
+    }
+    const TaskInfo info = parseTaskInfo(answer.value(kMessageKey).toMap());
+    m_session->addTaskInfoData(info.id, info);
+    emit taskInfoUpdated(info);
+}
+
+void Orvana::requestTimeSync(const QString &taskId)
+{
+    RequestFields fields = credentials(*m_session);
+    if (taskId != QLatin1String("0"))
+        fields.append({QStringLiteral("task_id"), taskId});
+    QNetworkReply *reply = get(TimeSync, QStringLiteral("/api_get_active"), fields);
+    reply->setProperty("task_id", taskId);
+}
+
+void Orvana::processRequestTimeSync(QNetworkReply *reply)
+{
+    const QByteArray body = reply->readAll();
+    qDebug().noquote() << "time sync :" << bodyForLog(body);
+    // An error answer goes on and sets the counters to zero: a user whom the
+    // service does not know has no time today.
+    if (!validateReply(body))
+        qDebug() << reply->request().url();
+    const DayTotals totals = parseDayTotals(parseObject(body));
+    m_session->setActiveTime(totals.active);
+    m_session->setWorktime(totals.total);
+    // The request keeps its id under "task_id", so the time lands under an empty
+    // id. Kept: under its own id it would overwrite the day total that the
+    // reminder shows for the task.
+    const QString taskId = reply->property("taskId").toString();
+    if (taskId != QLatin1String("0"))
+        m_session->setActiveTaskTime(taskId, totals.task);
+    qDebug() << "Active:" << totals.active << "total:" << totals.total;
+}
+
+void Orvana::requestDeadlineChange(const QDate &date, const QString &message, const QTime &time)
+{
+    RequestFields fields = credentials(*m_session);
+    fields.append({QStringLiteral("task_id"), m_session->currentTaskID()});
+    fields.append({QStringLiteral("dl_date"), date.toString(QStringLiteral("yyyy-MM-dd"))});
+    if (time != kEndOfDay)
+        fields.append({QStringLiteral("dl_time"), time.toString(QStringLiteral("HH:mm"))});
+    fields.append({QStringLiteral("message"), message});
+    post(DeadlineChange, QUrl(m_serviceUrl + QStringLiteral("/api_task_deadline_request")),
+         encodeFields(fields));
+}
+
+void Orvana::processRequestDeadlineChange(QNetworkReply *reply)
+{
+    const QByteArray body = reply->readAll();
+    if (!validateReply(body))
+        qDebug() << reply->request().url();
+    const QVariantMap answer = parseObject(body);
+    if (answer.value(kStatusKey).toString() == kOk) {
+        qDebug().noquote() << "Request for deadline change: " << bodyForLog(body);
+        notify(QStringLiteral("Запрос на продление задачи успешно отправлен"));
+        return;
+    }
+    qDebug() << reply->url();
+    qDebug().noquote() << "Request for deadline change: " << bodyForLog(body);
+    notify(QStringLiteral("Ошибка переноса задачи:") + answer.value(kMessageKey).toString());
+}

@@ -1,0 +1,111 @@
+#include "service/orvana.h"
+
+#include "service/ovsession.h"
+#include "service/replyparser.h"
+
+#include <QDebug>
+
+namespace {
+
+// The details of this team's tasks are not fetched ahead.
+const QString kTeamWithoutPrefetch = QStringLiteral("2192");
+const char kAttemptProperty[] = "login_attempt";
+// A first load may ask for the details of thousands of tasks; so many are under
+// way at once.
+constexpr int kMaxPrefetching = 4;
+
+} // namespace
+
+void Orvana::requestCheckLogin(const QString &login, const QString &password)
+{
+    m_loginAttempt->setLogin(login);
+    m_loginAttempt->setPassword(password);
+    QNetworkReply *reply = get(CheckLogin, QStringLiteral("/api_teams"), credentials(*m_loginAttempt));
+    reply->setProperty(kAttemptProperty, ++m_loginAttempts);
+}
+
+void Orvana::processCheckLoginReply(QNetworkReply *reply)
+{
+    if (!validateReply(reply->readAll()))
+        return;
+    // Only the latest attempt's answer speaks of the credentials held now.
+    const QString login = m_loginAttempt->login();
+    if (login.isEmpty() || reply->property(kAttemptProperty).toInt() != m_loginAttempts)
+        return;
+    const QString password = m_loginAttempt->password();
+    qDebug() << "Login as " << login;
+    if (!m_session->login().isEmpty()) {
+        m_session->save();
+        m_session->clear();
+    }
+    forgetPrefetch();
+    m_session->init(login, password);
+    useCacheOf(login);
+    m_session->setLogged(true);
+    m_loginAttempt->clear();
+    emit loginOk();
+}
+
+void Orvana::requestTeamsAndTasks()
+{
+    get(TeamsAndTasks, QStringLiteral("/api_teams_tasks"), credentials(*m_session));
+}
+
+void Orvana::processTeamsAndTasksReply(QNetworkReply *reply)
+{
+    const QByteArray body = reply->readAll();
+    if (!validateReply(body))
+        return;
+    qDebug().noquote() << "Teams and tasks data:" << bodyForLog(body);
+    parseTeamsAndTasksReply(body);
+}
+
+void Orvana::parseTeamsAndTasksReply(const QByteArray &body)
+{
+    QList<Team> teams;
+    const QList<TeamTasks> all = parseTeamsAndTasks(body);
+    teams.reserve(all.size());
+    for (const TeamTasks &entry : all) {
+        teams.append(entry.team);
+        m_session->addTasksData(entry.tasks, entry.team.id);
+        if (entry.team.id == kTeamWithoutPrefetch)
+            continue;
+        for (const Task &task : entry.tasks) {
+            const bool isKnown = !m_session->taskInfo(task.id).id.isEmpty();
+            if (!isKnown && !task.isCatchAll())
+                prefetchTaskInfo(task.id);
+        }
+    }
+    m_session->addTeamsData(teams);
+}
+
+void Orvana::prefetchTaskInfo(const QString &taskId)
+{
+    if (m_prefetchQueue.contains(taskId) || m_prefetching.contains(taskId))
+        return;
+    m_prefetchQueue.insert(taskId);
+    m_prefetchOrder.enqueue(taskId);
+    continuePrefetch();
+}
+
+void Orvana::continuePrefetch()
+{
+    while (!m_prefetchOrder.isEmpty() && m_prefetching.size() < kMaxPrefetching) {
+        const QString taskId = m_prefetchOrder.dequeue();
+        m_prefetchQueue.remove(taskId);
+        m_prefetching.insert(taskId);
+        requestTaskInfo(taskId);
+    }
+}
+
+void Orvana::prefetchDone(const QString &taskId)
+{
+    if (m_prefetching.remove(taskId))
+        continuePrefetch();
+}
+
+void Orvana::forgetPrefetch()
+{
+    m_prefetchOrder.clear();
+    m_prefetchQueue.clear();
+}

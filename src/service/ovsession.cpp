@@ -1,0 +1,238 @@
+#include "service/ovsession.h"
+
+#include "notifications/notificationmanager.h"
+#include "service/listchanges.h"
+
+#include <QDebug>
+#include <QDir>
+#include <QSettings>
+
+#include <algorithm>
+
+namespace {
+
+const QTime kMidnight(0, 0);
+// Deadlines of this team are not tracked.
+const QString kUntrackedTeam = QStringLiteral("2192");
+
+void notify(const QString &text, NotificationType type, const QString &taskId = QString())
+{
+    NotificationManager::instance()->addNotification(text, type, taskId);
+}
+
+} // namespace
+
+Orvana::Session::Session(Orvana *owner, QObject *parent)
+    : QObject(parent)
+    , m_owner(owner)
+    , m_todayWorktime(kMidnight)
+    , m_todayWorktimeDisplayed(kMidnight)
+    , m_todayActivetime(kMidnight)
+    , m_todayActivetimeDisplayed(kMidnight)
+    , m_configStore(std::make_unique<QSettings>(owner->storageDirectory().filePath(QStringLiteral("config.ini")),
+                                                QSettings::IniFormat))
+{
+}
+
+Orvana::Session::~Session() = default;
+
+void Orvana::Session::clear()
+{
+    m_login.clear();
+    m_password.clear();
+    m_currentTeamId.clear();
+    m_currentTaskId.clear();
+    m_active = false;
+    m_logged = false;
+    m_online = false;
+    m_worktimeDate = QDate::currentDate();
+    resetCounters();
+    m_taskInfos.clear();
+    m_tasksByTeam.clear();
+    m_teams.clear();
+    m_teamsChanged = false;
+    m_changedTaskLists.clear();
+    m_changedTaskInfos.clear();
+    m_clearedAt = QDateTime::currentDateTime();
+    m_sessionStore.reset();
+    m_tasksStore.reset();
+    m_taskInfoStore.reset();
+    m_teamsStore.reset();
+}
+
+void Orvana::Session::resetCounters()
+{
+    m_todayWorktime = kMidnight;
+    m_todayWorktimeDisplayed = kMidnight;
+    m_todayActivetime = kMidnight;
+    m_todayActivetimeDisplayed = kMidnight;
+    m_task2activeTimeMap.clear();
+}
+
+void Orvana::Session::addTeamsData(const QList<Team> &teams)
+{
+    announceTeamChanges(teams);
+    const bool same = teams.size() == m_teams.size()
+        && std::equal(teams.cbegin(), teams.cend(), m_teams.cbegin(),
+                      [](const Team &a, const Team &b) { return a.id == b.id && a.name == b.name; });
+    if (!same) {
+        m_teams = teams;
+        m_teamsChanged = true;
+    }
+    emit teamsUpdated();
+}
+
+void Orvana::Session::announceTeamChanges(const QList<Team> &teams)
+{
+    // Nothing is news on a user's very first load.
+    if (!hasFile(m_teamsStore))
+        return;
+    const QVector<TeamChange> changes = teamChanges(m_teams, teams);
+    for (const TeamChange &change : changes)
+        notify(change.name, change.type);
+}
+
+void Orvana::Session::addTasksData(const QList<Task> &tasks, const QString &teamId)
+{
+    const auto known = m_tasksByTeam.constFind(teamId);
+    if (known == m_tasksByTeam.constEnd() || !haveSameContents(*known, tasks)) {
+        announceTaskChanges(tasks, teamId);
+        m_tasksByTeam.insert(teamId, tasks);
+        m_changedTaskLists.insert(teamId);
+    }
+    if (m_tasksByTeam.size() == m_teams.size() && !hasFile(m_tasksStore))
+        save();
+    emit tasksUpdated(teamId);
+}
+
+void Orvana::Session::announceTaskChanges(const QList<Task> &tasks, const QString &teamId)
+{
+    if (!hasFile(m_tasksStore))
+        return;
+    const QVector<TaskChange> changes
+        = taskChanges(m_tasksByTeam.value(teamId), tasks, teamId != kUntrackedTeam);
+    for (const TaskChange &change : changes) {
+        switch (change.type) {
+        case TaskGone:
+            removeAllSavedTasks(change.oldTask);
+            notify(change.oldTask.title, TaskGone);
+            emit taskClosed(change.oldTask.id);
+            break;
+        case DeadlineChanged:
+            updateDeadlinesTo(teamId, change.newTask);
+            notify(change.oldTask.title, DeadlineChanged);
+            if (change.oldTask.id == m_currentTaskId)
+                emit overdueTimeChanged();
+            break;
+        case TaskAdded:
+            qDebug() << "Task added" << change.newTask.title << change.newTask.id;
+            notify(change.newTask.title, TaskAdded, change.newTask.id);
+            break;
+        case BlockingTaskAdded:
+            qDebug() << "Task blocked added" << change.newTask.title << change.newTask.id;
+            notify(change.newTask.title, BlockingTaskAdded, change.newTask.id);
+            break;
+        default:
+            notify(change.newTask.title, change.type, change.newTask.id);
+        }
+    }
+}
+
+void Orvana::Session::addTaskInfoData(const QString &taskId, const TaskInfo &info)
+{
+    m_taskInfos.insert(taskId, info);
+    m_changedTaskInfos.insert(taskId);
+}
+
+void Orvana::Session::removeAllSavedTasks(const Task &task)
+{
+    for (auto it = m_tasksByTeam.begin(); it != m_tasksByTeam.end(); ++it) {
+        if (!qAsConst(*it).contains(task))
+            continue;
+        it->removeAll(task);
+        m_changedTaskLists.insert(it.key());
+    }
+}
+
+void Orvana::Session::updateDeadlinesTo(const QString &teamId, const Task &task)
+{
+    for (auto it = m_tasksByTeam.begin(); it != m_tasksByTeam.end(); ++it) {
+        if (it.key() == teamId || !qAsConst(*it).contains(task))
+            continue;
+        for (Task &other : *it) {
+            if (other == task)
+                other.deadline = task.deadline;
+        }
+        m_changedTaskLists.insert(it.key());
+    }
+}
+
+Team Orvana::Session::team(const QString &id) const
+{
+    for (const Team &team : m_teams) {
+        if (team.id == id)
+            return team;
+    }
+    return {};
+}
+
+QList<Task> Orvana::Session::tasks(const QString &teamId) const
+{
+    return m_tasksByTeam.value(teamId);
+}
+
+QList<Task> Orvana::Session::tasks() const
+{
+    QList<Task> all;
+    QSet<QString> seen;
+    for (const QList<Task> &tasks : m_tasksByTeam) {
+        for (const Task &task : tasks) {
+            if (!seen.contains(task.id)) {
+                seen.insert(task.id);
+                all.append(task);
+            }
+        }
+    }
+    return all;
+}
+
+QList<Task> Orvana::Session::blockedTasks(const QString &teamId) const
+{
+    QList<Task> blocking;
+    const QList<Task> all = m_tasksByTeam.value(teamId);
+    for (const Task &task : all) {
+        if (task.isBlocking())
+            blocking.append(task);
+    }
+    return blocking;
+}
+
+Task Orvana::Session::task(const QString &teamId, const QString &taskId) const
+{
+    if (teamId.isEmpty() || taskId.isEmpty())
+        return {};
+    const QList<Task> all = m_tasksByTeam.value(teamId);
+    for (const Task &task : all) {
+        if (task.id == taskId)
+            return task;
+    }
+    return {};
+}
+
+TaskInfo Orvana::Session::taskInfo(const QString &taskId)
+{
+    const auto found = m_taskInfos.constFind(taskId);
+    if (found != m_taskInfos.constEnd())
+        return *found;
+    m_taskInfos.insert(taskId, TaskInfo());
+    m_changedTaskInfos.insert(taskId);
+    return {};
+}
+
+void Orvana::Session::setCurrentTaskID(const QString &id)
+{
+    if (id == m_currentTaskId)
+        return;
+    m_currentTaskId = id;
+    emit taskChanged(id);
+}

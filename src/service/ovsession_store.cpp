@@ -1,0 +1,209 @@
+#include "service/ovsession.h"
+
+#include <QDir>
+#include <QFile>
+#include <QLocale>
+#include <QSettings>
+
+namespace {
+
+const QString kDateFormat = QStringLiteral("ddd MMM d yyyy");
+const QString kTimeFormat = QStringLiteral("HH:mm:ss");
+
+QString key(const char *name)
+{
+    return QString::fromLatin1(name);
+}
+
+// Settings keys fold and strip slashes; an id may hold any.
+QString keyOfId(QString id)
+{
+    return id.replace(QLatin1Char('%'), QLatin1String("%25")).replace(QLatin1Char('/'), QLatin1String("%2F"));
+}
+
+QString idOfKey(QString key)
+{
+    return key.replace(QLatin1String("%2F"), QLatin1String("/")).replace(QLatin1String("%25"), QLatin1String("%"));
+}
+
+std::unique_ptr<QSettings> openStore(const QString &directory, const char *name)
+{
+    return std::make_unique<QSettings>(QDir(directory).filePath(QString::fromLatin1(name)),
+                                       QSettings::IniFormat);
+}
+
+// The stored forms are English whatever the user's locale is.
+QString dateText(const QDate &date)
+{
+    return QLocale::c().toString(date, kDateFormat);
+}
+
+QDate dateFromText(const QString &text)
+{
+    return QLocale::c().toDate(text, kDateFormat);
+}
+
+QTime wholeMinutes(const QVariant &stored)
+{
+    const QTime time = QTime::fromString(stored.toString(), Qt::TextDate);
+    return time.isValid() ? QTime(time.hour(), time.minute()) : QTime();
+}
+
+void makePrivateFolder(const QString &path)
+{
+    QDir().mkpath(path);
+    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+} // namespace
+
+QString Orvana::Session::directoryOf(const QDir &storage, const QString &login)
+{
+    // The login is the folder's name as typed, unless that would lead elsewhere.
+    QString name = login;
+    name.remove(QChar(0));
+    if (name == QLatin1String(".") || name == QLatin1String("..") || name.contains(QLatin1Char('/')))
+        name = QString::fromLatin1(QUrl::toPercentEncoding(name, QByteArray(), QByteArrayLiteral(".")));
+    return storage.absoluteFilePath(name);
+}
+
+void Orvana::Session::initLastLogin()
+{
+    const QString lastLogin = m_configStore->value(key("lastLogin")).toString();
+    if (!lastLogin.isEmpty())
+        init(lastLogin, QString());
+}
+
+void Orvana::Session::init(const QString &login, const QString &password)
+{
+    m_login = login;
+    if (!password.isEmpty())
+        m_password = password;
+
+    const QString directory = directoryOf(m_owner->storageDirectory(), login);
+    makePrivateFolder(directory);
+    makePrivateFolder(directory + QLatin1String("/activity"));
+
+    m_sessionStore = openStore(directory, "session.ini");
+    if (hasFile(m_sessionStore))
+        restoreSession(password.isEmpty());
+
+    m_teamsStore = openStore(directory, "teams.ini");
+    m_tasksStore = openStore(directory, "tasks.ini");
+    m_taskInfoStore = openStore(directory, "taskInfo.ini");
+    restoreLists();
+    m_owner->removeDeprecatedFiles();
+}
+
+void Orvana::Session::restoreSession(bool readPassword)
+{
+    const QSettings &store = *m_sessionStore;
+    if (readPassword)
+        m_password = store.value(key("password")).toString();
+    m_logged = store.value(key("logged"), false).toBool();
+    m_active = store.value(key("active"), false).toBool();
+    m_currentTeamId = store.value(key("teamID")).toString();
+    m_currentTaskId = store.value(key("taskID")).toString();
+    m_online = store.value(key("isOnline"), true).toBool();
+    m_worktimeDate = dateFromText(store.value(key("worktimeDate")).toString());
+
+    const QDate today = QDate::currentDate();
+    if (m_worktimeDate != today) {
+        m_worktimeDate = today;
+        return;
+    }
+    const QTime worktime = wholeMinutes(store.value(key("todayWorktime")));
+    if (worktime.isValid())
+        setWorktime(worktime);
+    const QTime activetime = wholeMinutes(store.value(key("todayActivetime")));
+    if (activetime.isValid()) {
+        m_todayActivetime = activetime;
+        m_todayActivetimeDisplayed = activetime;
+    }
+    m_task2activeTimeMap = store.value(key("task2activeTimeMap")).toMap();
+    emit timeUpdated();
+}
+
+void Orvana::Session::restoreLists()
+{
+    const QStringList teamKeys = m_teamsStore->allKeys();
+    for (const QString &teamKey : teamKeys)
+        m_teams.append({idOfKey(teamKey), m_teamsStore->value(teamKey).toString()});
+
+    const QStringList listKeys = m_tasksStore->allKeys();
+    for (const QString &listKey : listKeys)
+        m_tasksByTeam.insert(idOfKey(listKey), m_tasksStore->value(listKey).value<QList<Task>>());
+
+    const QStringList infoKeys = m_taskInfoStore->allKeys();
+    for (const QString &infoKey : infoKeys)
+        m_taskInfos.insert(idOfKey(infoKey), m_taskInfoStore->value(infoKey).value<TaskInfo>());
+}
+
+bool Orvana::Session::hasFile(const std::unique_ptr<QSettings> &store) const
+{
+    return store && QFile::exists(store->fileName());
+}
+
+void Orvana::Session::save()
+{
+    if (m_configStore->value(key("lastLogin")).toString() != m_login || !hasFile(m_configStore)) {
+        m_configStore->setValue(key("lastLogin"), m_login);
+        m_configStore->sync();
+    }
+    if (m_sessionStore && !m_login.isEmpty())
+        saveSessionValues();
+    saveLists();
+}
+
+void Orvana::Session::saveSessionValues()
+{
+    QSettings &store = *m_sessionStore;
+    store.setValue(key("password"), m_password);
+    store.setValue(key("logged"), m_logged);
+    store.setValue(key("active"), m_active);
+    store.setValue(key("teamID"), m_currentTeamId);
+    store.setValue(key("taskID"), m_currentTaskId);
+    store.setValue(key("isOnline"), m_online);
+    store.setValue(key("worktimeDate"), dateText(m_worktimeDate));
+    store.setValue(key("todayWorktime"), m_todayWorktime.toString(kTimeFormat));
+    store.setValue(key("todayActivetime"), m_todayActivetime.toString(kTimeFormat));
+    store.setValue(key("task2activeTimeMap"), m_task2activeTimeMap);
+    store.sync();
+}
+
+// Each store is flushed once: a flush rewrites the whole file. Entries of teams
+// and tasks that are gone stay in their files.
+void Orvana::Session::saveLists()
+{
+    if (m_teamsStore && (m_teamsChanged || (!m_teams.isEmpty() && !hasFile(m_teamsStore)))) {
+        m_teamsStore->clear();
+        for (const Team &team : qAsConst(m_teams))
+            m_teamsStore->setValue(keyOfId(team.id), team.name);
+        m_teamsStore->sync();
+        m_teamsChanged = false;
+    }
+    if (m_tasksStore) {
+        if (!hasFile(m_tasksStore))
+            m_changedTaskLists = QSet<QString>(m_tasksByTeam.keyBegin(), m_tasksByTeam.keyEnd());
+        for (const QString &teamId : qAsConst(m_changedTaskLists)) {
+            const auto list = m_tasksByTeam.constFind(teamId);
+            if (list != m_tasksByTeam.constEnd() && !teamId.isEmpty())
+                m_tasksStore->setValue(keyOfId(teamId), QVariant::fromValue(*list));
+        }
+        if (!m_changedTaskLists.isEmpty())
+            m_tasksStore->sync();
+        m_changedTaskLists.clear();
+    }
+    if (m_taskInfoStore) {
+        if (!hasFile(m_taskInfoStore))
+            m_changedTaskInfos = QSet<QString>(m_taskInfos.keyBegin(), m_taskInfos.keyEnd());
+        for (const QString &taskId : qAsConst(m_changedTaskInfos)) {
+            const auto info = m_taskInfos.constFind(taskId);
+            if (info != m_taskInfos.constEnd() && !taskId.isEmpty())
+                m_taskInfoStore->setValue(keyOfId(taskId), QVariant::fromValue(*info));
+        }
+        if (!m_changedTaskInfos.isEmpty())
+            m_taskInfoStore->sync();
+        m_changedTaskInfos.clear();
+    }
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "model/records.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QTime>
+#include <QVariantMap>
+
+// From the bodies of replies to records. A body is read up to its first NUL
+// byte; what is missing or of another type comes out empty, never as an error.
+
+struct TeamTasks
+{
+    Team team;
+    QList<Task> tasks; // the catch-all entry is the last
+};
+
+struct DayTotals
+{
+    QTime active;
+    QTime total;
+    QTime task;
+};
+
+// Null for an empty body.
+QString textOfBody(const QByteArray &body);
+
+// Teams without an id are left out. Anything but a list gives no teams.
+QList<TeamTasks> parseTeamsAndTasks(const QByteArray &body);
+
+// The top-level object; empty when the body is anything else.
+QVariantMap parseObject(const QByteArray &body);
+
+TaskInfo parseTaskInfo(const QVariantMap &message);
+
+// Minutes become times of day and wrap at 24 hours; what is no whole number
+// counts as none.
+DayTotals parseDayTotals(const QVariantMap &totals);
+
+// A body as text for the log, cut when it is very long.
+QString bodyForLog(const QByteArray &body);

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QDialog>
+#include <QImage>
+#include <QPoint>
+
+// A frameless, translucent dialog that paints a background image over its whole
+// size and can be dragged by any area that no control covers.
+class AbstractOrvanaForm : public QDialog
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(AbstractOrvanaForm)
+
+public:
+    explicit AbstractOrvanaForm(QWidget *parent = nullptr);
+    ~AbstractOrvanaForm() override = default;
+
+protected:
+    void setBackground(const QString &path);
+
+    void paintEvent(QPaintEvent *event) override;
+    void mousePressEvent(QMouseEvent *event) override;
+    void mouseMoveEvent(QMouseEvent *event) override;
+    void mouseReleaseEvent(QMouseEvent *event) override;
+
+private:
+    QImage m_background;
+    QPoint m_grip; // from the window's corner to the pointer
+    bool m_dragging = false;
+};

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QImage>
+#include <QString>
+
+class QPainter;
+class QRect;
+class QScreen;
+class QWidget;
+
+namespace Artwork {
+
+// The image of a resource, its twofold rendering where the screen has more than
+// one pixel to the point. Null when there is no such resource.
+QImage load(const QString &path);
+
+// The whole image stretched over the rectangle.
+void drawStretched(QPainter &painter, const QRect &rect, const QImage &image);
+
+// Moves the window to the middle of the free area of the other's screen (or of
+// its own); the window must have its size.
+void centre(QWidget *window, const QWidget *other = nullptr);
+
+QScreen *screenOf(const QWidget *widget);
+
+} // namespace Artwork

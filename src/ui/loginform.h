@@ -1,0 +1,46 @@
+#pragma once
+
+#include <QDialog>
+#include <QImage>
+#include <QPoint>
+
+#include <memory>
+
+class Orvana;
+
+namespace Ui {
+class LoginForm;
+}
+
+// Signs in with e-mail and password; accepted means that the session now holds
+// the account. The client must outlive it.
+class LoginForm final : public QDialog
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(LoginForm)
+
+public:
+    explicit LoginForm(Orvana *orvana, QWidget *parent = nullptr);
+    ~LoginForm() override;
+
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+public slots:
+    void errorOccured(int code);
+
+private slots:
+    void on_pbEnter_clicked();
+    void on_pbClose_clicked();
+
+private:
+    void drawTopBar();
+    void drawPane();
+    void movingImpl(QEvent *event, QObject *watched);
+    void setChecking(bool checking);
+
+    std::unique_ptr<Ui::LoginForm> m_ui;
+    QImage m_topBar;
+    QImage m_pane;
+    QPoint m_anchor;
+    Orvana *m_orvana;
+};

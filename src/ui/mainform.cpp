@@ -1,0 +1,351 @@
+#include "ui/mainform.h"
+
+#include "notifications/notificationmanager.h"
+#include "service/orvana.h"
+#include "service/ovsession.h"
+#include "tracking/x11_useractivitywatcher.h"
+#include "ui/aboutform.h"
+#include "ui/artwork.h"
+#include "ui/scrolltext.h"
+#include "ui/taskform.h"
+#include "ui/tasklistform.h"
+#include "ui/timetexts.h"
+#include "ui_mainform.h"
+
+#include <QDebug>
+#include <QGuiApplication>
+#include <QKeyEvent>
+#include <QMenu>
+#include <QPainter>
+#include <QScreen>
+#include <QShortcut>
+#include <QStyle>
+
+namespace {
+
+const QString kPickTask = QStringLiteral("Выбрать задачу");
+const QString kTimeExtendStyle = QStringLiteral(
+    "QPushButton{background-image: url(:/icons/res/icons/pbTimeExtend_NoActive_normal.png);}"
+    "QPushButton:hover{background-image: url(:/icons/res/icons/pbTimeExtend_NoActive_Hovered.png);}"
+    "QPushButton:pressed{background-image: url(:/icons/res/icons/pbTimeExtend_NoActive_Pressed.png);}");
+
+QString playStyle(bool hasTask, bool online, bool active)
+{
+    if (!hasTask)
+        return QStringLiteral("background-image: url(:/images/pbPlay_Disabled.png);");
+    const QString image = QStringLiteral(":/images/") + (active ? QLatin1String("pbPause") : QLatin1String("pbPlay"))
+        + (online ? QLatin1String("_Online") : QLatin1String("_Offline"));
+    return QStringLiteral("QPushButton{background-image: url(") + image
+        + QStringLiteral(".png);}QPushButton:hover:!pressed{background-image: url(") + image
+        + QStringLiteral("_hovered.png);}QPushButton:pressed{background-image: url(") + image
+        + QStringLiteral("_hovered_clicked.png);}");
+}
+
+void notify(const QString &text)
+{
+    NotificationManager::instance()->addNotification(text, Plain, QString());
+}
+
+} // namespace
+
+MainForm::MainForm(Orvana *orvana, QWidget *parent)
+    : QDialog(parent), m_ui(std::make_unique<Ui::MainForm>()), m_orvana(orvana)
+{
+    m_ui->setupUi(this);
+    setAttribute(Qt::WA_TranslucentBackground);
+    m_background = Artwork::load(QStringLiteral(":/images/main.png"));
+    // A dialog keeps its place in the task switcher, so that the window can be
+    // found again on a desktop without a tray.
+    setWindowFlags(Qt::Dialog | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
+    placeOnScreen();
+
+    m_taskText = new ScrollText(true, this);
+    m_taskText->setObjectName(QStringLiteral("lbTask"));
+    m_taskText->setFocusPolicy(Qt::TabFocus);
+    m_taskText->setCursor(Qt::PointingHandCursor);
+    m_ui->taskLayout->addWidget(m_taskText);
+    m_ui->pbTimeExtend->setStyleSheet(kTimeExtendStyle);
+    m_taskText->installEventFilter(this);
+    m_ui->lbActivity->installEventFilter(this);
+    setTabOrder(m_ui->pbTask, m_taskText);
+    setTabOrder(m_taskText, m_ui->pbMenu);
+    initTimers();
+
+    connectSignals();
+    initMenu();
+    initTrayIcon();
+    connect(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity, this, &MainForm::setHasActivity);
+
+    updateNoticeBtn();
+    updatePlayBtn();
+    updateTimerLbl();
+    updateOverdueTime();
+    m_orvana->requestCheckUpdate();
+
+    m_taskListForm = new TaskListForm(m_orvana, this);
+    m_taskForm = new TaskForm(this, this);
+    connect(m_taskForm, &TaskForm::accepted, this, &MainForm::onTaskFormAccepted);
+    m_aboutForm = std::make_unique<AboutForm>(m_orvana, nullptr);
+
+    NotificationManager::instance()->setMainForm(this);
+    onTaskChange();
+    if (m_orvana->session()->currentTaskID().isEmpty())
+        notify(QStringLiteral("Выберите задачу для начала работы."));
+
+    auto *escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
+    connect(escape, &QShortcut::activated, this, &MainForm::hideAll);
+}
+
+MainForm::~MainForm()
+{
+    NotificationManager::instance()->setMainForm(nullptr);
+}
+
+void MainForm::connectSignals()
+{
+    const Orvana::Session *session = m_orvana->session();
+    connect(m_orvana, &Orvana::loginOk, this, &MainForm::updateForNewLogin);
+    connect(m_orvana, &Orvana::onlineChanged, this, &MainForm::updateOnlineState);
+    connect(m_orvana, &Orvana::teamChanged, this, &MainForm::teamChanged);
+    connect(session, &Orvana::Session::taskChanged, this, &MainForm::onTaskChange);
+    connect(session, &Orvana::Session::timeUpdated, this, &MainForm::updateTimerLbl);
+    connect(session, &Orvana::Session::taskClosed, this, &MainForm::closeTask);
+    connect(session, &Orvana::Session::overdueTimeChanged, this, &MainForm::updateOverdueTime);
+    connect(session, &Orvana::Session::tasksUpdated, this, &MainForm::onTaskUpdated);
+    connect(this, &MainForm::hideAll, this, &MainForm::hideAllHandler);
+    connect(this, &MainForm::showAll, this, &MainForm::showAllHandler);
+    connect(m_ui->pbComment, &QPushButton::clicked, m_orvana, qOverload<>(&Orvana::openTaskUrl));
+    connect(qGuiApp, &QGuiApplication::screenRemoved, this, &MainForm::stayReachable);
+    connect(qGuiApp, &QGuiApplication::primaryScreenChanged, this, &MainForm::stayReachable);
+}
+
+void MainForm::initMenu()
+{
+    m_menu = new QMenu(this);
+    m_menu->addAction(m_ui->actionToggleVisible);
+    m_menu->addSeparator();
+    m_menu->addAction(m_ui->actionChangeAccount);
+    m_menu->addAction(m_ui->actionAutostart);
+    m_menu->addAction(m_ui->actionAbout);
+    m_menu->addSeparator();
+    m_menu->addAction(m_ui->actExit);
+    m_ui->pbMenu->setMenu(m_menu);
+}
+
+void MainForm::initTrayIcon()
+{
+    m_trayMenu = std::make_unique<QMenu>();
+    m_trayMenu->addAction(QStringLiteral("Спрятать/показать окно"), this,
+                          [this] { trayActivated(QSystemTrayIcon::Trigger); });
+    m_trayMenu->addAction(m_ui->actionStartStop);
+    m_trayMenu->addSeparator();
+    m_trayMenu->addAction(m_ui->actExit);
+    m_trayIcon = new QSystemTrayIcon(this);
+    m_trayIcon->setContextMenu(m_trayMenu.get());
+    connect(m_trayIcon, &QSystemTrayIcon::activated, this, &MainForm::trayActivated);
+    updateTrayIcon();
+    // An icon shown without a tray docks by itself as soon as one comes.
+    m_trayIcon->show();
+}
+
+// The corner under which the popups are stacked.
+void MainForm::placeOnScreen()
+{
+    setFixedSize(size());
+    if (const QScreen *screen = QGuiApplication::primaryScreen()) {
+        const QRect area = screen->availableGeometry();
+        move(area.x() + area.width() - width(), area.y());
+    }
+}
+
+// A window whose screen went away comes to one that is left, and a hidden one
+// whose tray icon went away is shown again.
+void MainForm::stayReachable()
+{
+    if (!QGuiApplication::screenAt(frameGeometry().center()))
+        placeOnScreen();
+    if (m_trayIcon && isHidden() && m_wasShown && !QSystemTrayIcon::isSystemTrayAvailable())
+        showAllHandler();
+}
+
+QIcon MainForm::getTaskIcon(const Task &task) const
+{
+    static const QIcon blocked(QStringLiteral(":/images/pbTaskBlocked.png"));
+    static const QIcon urgent(QStringLiteral(":/images/pbTaskUrgentGrey.png"));
+    static const QIcon plain(QStringLiteral(":/images/pbTask.png"));
+    if (task.isBlocking())
+        return blocked;
+    return task.importance >= 1 ? urgent : plain;
+}
+
+void MainForm::onTaskChange()
+{
+    Orvana::Session *session = m_orvana->session();
+    const QString teamId = session->currentTeamID();
+    const QString taskId = session->currentTaskID();
+    const Task task = session->task(teamId, taskId);
+    const QList<Task> blocking = session->blockedTasks(teamId);
+    // A team with blocking tasks lets nothing else be worked on.
+    if (!blocking.isEmpty() && !taskId.isEmpty() && !blocking.contains(task)) {
+        // The change signal brings us back here without a task.
+        session->setCurrentTaskID(QString());
+        return;
+    }
+    const bool hasTask = !taskId.isEmpty();
+    if (hasTask) {
+        if (m_taskText->text() != task.title)
+            m_taskText->setText(task.title);
+        m_ui->pbTask->setIcon(getTaskIcon(task));
+        updateOverdueTime();
+        m_ui->pbPlay->setCheckable(true);
+        m_ui->pbPlay->setChecked(session->isActive());
+    } else {
+        m_ui->pbPlay->setChecked(false);
+        m_ui->pbPlay->setCheckable(false);
+        m_taskText->setText(kPickTask);
+        m_ui->pbTask->setIcon(getTaskIcon(Task()));
+        updateOverdueTime();
+    }
+    m_taskText->setToolTip(m_taskText->text().toHtmlEscaped());
+    m_ui->pbComment->setProperty("task_id", taskId);
+    m_ui->pbComment->setEnabled(hasTask && !task.isCatchAll());
+    m_ui->lbComment->setText(task.lastComment.toString(QStringLiteral("dd.MM hh:mm")));
+    updatePlayBtn();
+    updateTrayToolTip();
+}
+
+// Ticks of the user before must not make up a minute of this one.
+void MainForm::updateForNewLogin()
+{
+    const QString login = m_orvana->session()->login();
+    if (m_trackedLogin != login) {
+        m_tickCount = 0;
+        m_activeTicks = 0;
+        m_trackedLogin = login;
+    }
+    updateTimerLbl();
+    onTaskChange();
+}
+
+void MainForm::onTaskUpdated(const QString &teamId)
+{
+    if (teamId == m_orvana->session()->currentTeamID())
+        onTaskChange();
+}
+
+void MainForm::updatePlayBtn()
+{
+    const Orvana::Session *session = m_orvana->session();
+    const bool active = session->isActive();
+    const QString style = playStyle(!session->currentTaskID().isEmpty(), session->isOnline(), active);
+    if (style != m_playStyle) {
+        m_playStyle = style;
+        m_ui->pbPlay->setStyleSheet(style);
+    }
+    const QString action = active ? QStringLiteral("Стоп") : QStringLiteral("Старт");
+    m_ui->pbPlay->setToolTip(session->currentTaskID().isEmpty() ? kPickTask : action);
+    m_ui->pbPlay->setAccessibleName(action);
+}
+
+void MainForm::updateTimerLbl()
+{
+    const Orvana::Session *session = m_orvana->session();
+    const QTime time = m_showsActiveTime ? session->todayActiveTimeDisplayed() : session->todayTime();
+    m_ui->lbClock->setText(time.toString(QStringLiteral("hh:mm:ss")));
+}
+
+void MainForm::updateOverdueTime()
+{
+    const Orvana::Session *session = m_orvana->session();
+    const QString taskId = session->currentTaskID();
+    const QDateTime deadline = session->currentDeadline();
+    const bool isOverdue = !taskId.isEmpty() && taskId != QLatin1String("0") && deadline.isValid()
+        && session->overdueTime() >= 0;
+    m_ui->lbOverdue->setVisible(isOverdue);
+    m_ui->lbOverdueTime->setVisible(isOverdue);
+    if (!isOverdue)
+        return;
+    m_ui->lbOverdueTime->setText(overdueText(deadline, QDateTime::currentDateTime()));
+    const QString toolTip = serviceDateTimeText(deadline);
+    m_ui->lbOverdueTime->setToolTip(toolTip);
+    m_ui->lbOverdue->setToolTip(toolTip);
+}
+
+void MainForm::updateTrayIcon()
+{
+    const bool active = m_orvana->session()->isActive();
+    const bool attention = NotificationManager::instance()->hasVisibleNotifications();
+    QString name = active ? QStringLiteral(":/icons/trayActive.png") : QStringLiteral(":/icons/trayNotActive.png");
+    if (attention)
+        name = active ? QStringLiteral(":/icons/trayActive_attention.png")
+                      : QStringLiteral(":/icons/trayNotactive_attention.png");
+    m_trayIcon->setIcon(QIcon(name));
+    updateTrayToolTip();
+}
+
+void MainForm::updateTrayToolTip()
+{
+    const Orvana::Session *session = m_orvana->session();
+    const QString state = session->isActive() ? QStringLiteral("Идёт запись") : QStringLiteral("Запись остановлена");
+    m_trayIcon->setToolTip(state + QLatin1Char('\n') + m_taskText->text() + QStringLiteral("\nСегодня: ")
+                           + session->todayTime().toString(QStringLiteral("hh:mm")));
+}
+
+void MainForm::updateNoticeBtn()
+{
+    const NotificationManager *manager = NotificationManager::instance();
+    QString state = QStringLiteral("none");
+    QString toolTip = QStringLiteral("Уведомлений нет");
+    if (manager->hasShownNotifications()) {
+        state = QStringLiteral("shown");
+        toolTip = QStringLiteral("Спрятать уведомления");
+    } else if (manager->hasVisibleNotifications()) {
+        state = QStringLiteral("hidden");
+        toolTip = QStringLiteral("Показать уведомления");
+    }
+    m_ui->pbNotice->setToolTip(toolTip);
+    if (m_ui->pbNotice->property("notices").toString() == state)
+        return;
+    m_ui->pbNotice->setProperty("notices", state);
+    // Rules that ask for a property are looked up anew only then.
+    m_ui->pbNotice->style()->unpolish(m_ui->pbNotice);
+    m_ui->pbNotice->style()->polish(m_ui->pbNotice);
+}
+
+void MainForm::updateOnlineState(const QString &reason)
+{
+    const bool online = m_orvana->session()->isOnline();
+    qDebug() << "Online state is" << online;
+    updatePlayBtn();
+    notify(reason
+           + (online ? QStringLiteral("Переход в онлайн-режим.") : QStringLiteral("Переход в оффлайн-режим.")));
+}
+
+int MainForm::notificationOffset() const
+{
+    return isVisible() && !isMinimized() ? height() : 0;
+}
+
+QRect MainForm::notificationArea() const
+{
+    const QScreen *screen = Artwork::screenOf(this);
+    return screen ? screen->availableGeometry() : QRect();
+}
+
+void MainForm::updateNotificationState()
+{
+    updateTrayIcon();
+    updateNoticeBtn();
+}
+
+void MainForm::openTask(const QString &taskId)
+{
+    m_orvana->openTaskUrl(taskId);
+}
+
+void MainForm::paintEvent(QPaintEvent *event)
+{
+    Q_UNUSED(event)
+    QPainter painter(this);
+    Artwork::drawStretched(painter, rect(), m_background);
+}

@@ -1,0 +1,216 @@
+#include "ui/mainform.h"
+
+#include "notifications/notificationmanager.h"
+#include "service/orvana.h"
+#include "service/ovsession.h"
+#include "ui/aboutform.h"
+#include "ui/artwork.h"
+#include "ui/calendarform.h"
+#include "ui/loginform.h"
+#include "ui/scrolltext.h"
+#include "ui/taskform.h"
+#include "ui/tasklistform.h"
+#include "ui_mainform.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QKeyEvent>
+#include <QMouseEvent>
+
+namespace {
+
+// Managers of this team do not move deadlines by request.
+const QString kTeamWithoutDeadlineMoves = QStringLiteral("2192");
+
+bool isActivation(const QEvent *event)
+{
+    if (event->type() == QEvent::MouseButtonPress)
+        return static_cast<const QMouseEvent *>(event)->button() == Qt::LeftButton;
+    if (event->type() != QEvent::KeyPress)
+        return false;
+    const int key = static_cast<const QKeyEvent *>(event)->key();
+    return key == Qt::Key_Space || key == Qt::Key_Return || key == Qt::Key_Enter;
+}
+
+} // namespace
+
+bool MainForm::eventFilter(QObject *watched, QEvent *event)
+{
+    if (isActivation(event)) {
+        if (watched == m_taskText) {
+            on_pbTask_clicked();
+            return true;
+        }
+        if (watched == m_ui->lbActivity) {
+            on_lbActivity_clicked();
+            return true;
+        }
+    }
+    return QDialog::eventFilter(watched, event);
+}
+
+// The shortcut hides the window; the dialog's own meaning of the key is closing.
+void MainForm::keyPressEvent(QKeyEvent *event)
+{
+    if (event->key() == Qt::Key_Escape)
+        event->accept();
+    else
+        QDialog::keyPressEvent(event);
+}
+
+void MainForm::mousePressEvent(QMouseEvent *event)
+{
+    m_dragging = event->button() == Qt::LeftButton;
+    m_grip = event->globalPos() - frameGeometry().topLeft();
+    event->accept();
+}
+
+void MainForm::mouseMoveEvent(QMouseEvent *event)
+{
+    if (m_dragging && event->buttons().testFlag(Qt::LeftButton))
+        move(event->globalPos() - m_grip);
+    event->accept();
+}
+
+void MainForm::showEvent(QShowEvent *event)
+{
+    QDialog::showEvent(event);
+    m_wasShown = true;
+    NotificationManager::instance()->repaint();
+}
+
+void MainForm::hideEvent(QHideEvent *event)
+{
+    QDialog::hideEvent(event);
+    if (!event->spontaneous())
+        NotificationManager::instance()->repaint();
+}
+
+// The window manager's close button hides, like the window's own.
+void MainForm::reject()
+{
+    emit hideAll();
+}
+
+void MainForm::showAllHandler()
+{
+    show();
+    if (isMinimized())
+        showNormal();
+    raise();
+    activateWindow();
+}
+
+void MainForm::hideAllHandler()
+{
+    qDebug() << "MainForm.cpp hideAllHandler";
+    // Without a tray there would be no way back to a hidden window.
+    if (QSystemTrayIcon::isSystemTrayAvailable())
+        hide();
+    else
+        showMinimized();
+}
+
+void MainForm::trayActivated(QSystemTrayIcon::ActivationReason reason)
+{
+    if (reason != QSystemTrayIcon::Trigger && reason != QSystemTrayIcon::DoubleClick)
+        return;
+    if (isVisible() && !isMinimized())
+        emit hideAll();
+    else
+        emit showAll();
+}
+
+void MainForm::on_pbMinimize_clicked()
+{
+    qDebug() << "MainForm.cpp on_pbMinimize_clicked";
+    emit hideAll();
+}
+
+void MainForm::on_pbTask_clicked()
+{
+    m_taskForm->update();
+    Artwork::centre(m_taskForm, this);
+    m_taskForm->show();
+    m_taskForm->raise();
+    m_taskForm->activateWindow();
+}
+
+void MainForm::on_pbTaskList_clicked()
+{
+    m_taskListForm->toggle();
+}
+
+void MainForm::onTaskFormAccepted()
+{
+    const QString teamId = m_taskForm->currentTeamId();
+    const QString taskId = m_taskForm->currentTaskId();
+    // Empty lists offer nothing to choose; the task in hand stays.
+    if (teamId.isEmpty() || taskId.isEmpty())
+        return;
+    m_orvana->changeTask(teamId, taskId);
+    // Two teams may list the same id, and then no change of task is signalled.
+    onTaskChange();
+}
+
+void MainForm::on_lbActivity_clicked()
+{
+    m_showsActiveTime = !m_showsActiveTime;
+    m_ui->lbActivity->setText(m_showsActiveTime ? QStringLiteral("Активного:") : QStringLiteral("Сегодня:"));
+    updateTimerLbl();
+}
+
+void MainForm::on_pbNotice_clicked()
+{
+    NotificationManager::instance()->toggleVisible();
+    updateNotificationState();
+}
+
+void MainForm::on_actionToggleVisible_triggered()
+{
+    on_pbNotice_clicked();
+}
+
+void MainForm::on_actExit_triggered()
+{
+    QCoreApplication::quit();
+}
+
+void MainForm::on_actionChangeAccount_triggered()
+{
+    LoginForm login(m_orvana, this);
+    login.exec();
+}
+
+void MainForm::on_actionAbout_triggered()
+{
+    m_aboutForm->update();
+    Artwork::centre(m_aboutForm.get(), this);
+    m_aboutForm->show();
+    m_aboutForm->raise();
+    m_aboutForm->activateWindow();
+}
+
+void MainForm::on_pbTimeExtend_clicked()
+{
+    const Orvana::Session *session = m_orvana->session();
+    if (session->currentTaskID() == QLatin1String("0") || session->currentTeamID() == kTeamWithoutDeadlineMoves) {
+        NotificationManager::instance()->addNotification(
+            QStringLiteral("Для данной задачи невозможно выполнить перенос дедлайна."), Plain, QString());
+        return;
+    }
+    auto *calendar = new CalendarForm(nullptr);
+    connect(calendar, &CalendarForm::accepted, this, &MainForm::onRequestDeadlineAccepted);
+    connect(calendar, &CalendarForm::rejected, calendar, &QObject::deleteLater);
+    Artwork::centre(calendar, this);
+    calendar->exec();
+}
+
+void MainForm::onRequestDeadlineAccepted()
+{
+    auto *calendar = qobject_cast<CalendarForm *>(sender());
+    if (!calendar)
+        return;
+    m_orvana->requestDeadlineChange(calendar->selectedDate(), calendar->getReason(), calendar->selectedTime());
+    calendar->deleteLater();
+}

@@ -1,0 +1,148 @@
+#include "ui/scrolltext.h"
+
+#include <QEvent>
+#include <QPainter>
+#include <QStyleOption>
+#include <QTimerEvent>
+
+#include <algorithm>
+
+namespace {
+
+constexpr int kRestAtStart = 3000; // ms
+constexpr int kRestAtEnd = 2000; // ms
+constexpr int kStep = 40; // ms for a pixel
+
+} // namespace
+
+ScrollText::ScrollText(bool alwaysMoves, QWidget *parent) : QWidget(parent), m_alwaysMoves(alwaysMoves)
+{
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+}
+
+void ScrollText::setText(const QString &text)
+{
+    QString line = text;
+    line.replace(QLatin1Char('\n'), QLatin1Char(' '));
+    if (line == m_text)
+        return;
+    m_text = line;
+    setAccessibleName(m_text);
+    updateGeometry();
+    restart();
+}
+
+QSize ScrollText::sizeHint() const
+{
+    return QSize(fontMetrics().horizontalAdvance(m_text), fontMetrics().height());
+}
+
+QSize ScrollText::minimumSizeHint() const
+{
+    return QSize(fontMetrics().averageCharWidth() * 4, fontMetrics().height());
+}
+
+int ScrollText::overhang() const
+{
+    return std::max(0, fontMetrics().horizontalAdvance(m_text) - width());
+}
+
+void ScrollText::restart()
+{
+    m_offset = 0;
+    rest(Phase::RestingAtStart);
+    update();
+}
+
+void ScrollText::rest(Phase phase)
+{
+    m_phase = phase;
+    if (overhang() > 0 && isVisible() && (m_alwaysMoves || underMouse()))
+        m_timer.start(phase == Phase::RestingAtStart ? kRestAtStart : kRestAtEnd, this);
+    else
+        m_timer.stop();
+}
+
+void ScrollText::timerEvent(QTimerEvent *event)
+{
+    if (event->timerId() != m_timer.timerId()) {
+        QWidget::timerEvent(event);
+        return;
+    }
+    switch (m_phase) {
+    case Phase::RestingAtStart:
+        m_phase = Phase::Moving;
+        m_timer.start(kStep, Qt::PreciseTimer, this);
+        break;
+    case Phase::Moving:
+        ++m_offset;
+        if (m_offset >= overhang())
+            rest(Phase::RestingAtEnd);
+        update();
+        break;
+    case Phase::RestingAtEnd:
+        restart();
+        break;
+    }
+}
+
+void ScrollText::paintEvent(QPaintEvent *event)
+{
+    Q_UNUSED(event)
+    QPainter painter(this);
+    QStyleOption option;
+    option.initFrom(this);
+    style()->drawPrimitive(QStyle::PE_Widget, &option, &painter, this);
+    painter.setPen(palette().color(QPalette::WindowText));
+    if (m_timer.isActive() || overhang() == 0) {
+        painter.drawText(QRect(-m_offset, 0, width() + overhang(), height()), Qt::AlignLeft | Qt::AlignVCenter,
+                         m_text);
+    } else {
+        painter.drawText(rect(), Qt::AlignLeft | Qt::AlignVCenter,
+                         fontMetrics().elidedText(m_text, Qt::ElideRight, width()));
+    }
+    if (hasFocus()) {
+        QStyleOptionFocusRect focus;
+        focus.initFrom(this);
+        style()->drawPrimitive(QStyle::PE_FrameFocusRect, &focus, &painter, this);
+    }
+}
+
+void ScrollText::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    restart();
+}
+
+void ScrollText::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    restart();
+}
+
+void ScrollText::hideEvent(QHideEvent *event)
+{
+    QWidget::hideEvent(event);
+    m_timer.stop();
+}
+
+void ScrollText::changeEvent(QEvent *event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange)
+        restart();
+}
+
+void ScrollText::enterEvent(QEvent *event)
+{
+    QWidget::enterEvent(event);
+    if (!m_alwaysMoves)
+        restart();
+}
+
+void ScrollText::leaveEvent(QEvent *event)
+{
+    QWidget::leaveEvent(event);
+    if (!m_alwaysMoves)
+        restart();
+}

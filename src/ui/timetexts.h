@@ -1,0 +1,11 @@
+#pragma once
+
+#include <QDateTime>
+#include <QString>
+
+// How long ago the deadline was, "1д. 2ч. 30 мин."; parts that are zero are left
+// out, so less than a minute is an empty text. Empty for an invalid deadline.
+QString overdueText(const QDateTime &deadline, const QDateTime &now);
+
+// "7мин" below an hour, "1ч. 7мин" from there on.
+QString durationWords(const QTime &duration);

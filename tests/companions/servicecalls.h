@@ -1,0 +1,138 @@
+#pragma once
+
+#include <QByteArray>
+#include <QEventLoop>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QPair>
+#include <QString>
+#include <QTimer>
+#include <QUrl>
+#include <QVector>
+
+#include <memory>
+
+using Fields = QVector<QPair<QString, QString>>;
+
+inline QString anna()
+{
+    return QStringLiteral("anna@orvana.example");
+}
+
+inline Fields as(const QString &login, const QString &password, const Fields &more = {})
+{
+    return Fields{{QStringLiteral("login"), login}, {QStringLiteral("password"), password}} + more;
+}
+
+inline Fields asAnna(const Fields &more = {})
+{
+    return as(anna(), QStringLiteral("orvana"), more);
+}
+
+/// A minute of Anna's, as JSON; `past` in seconds.
+inline QJsonObject report(int active, qint64 past = 0, const QString &task = QStringLiteral("1701"))
+{
+    return {{QStringLiteral("email"), anna()},
+            {QStringLiteral("active"), QString::number(active)},
+            {QStringLiteral("past"), QString::number(past)},
+            {QStringLiteral("task_id"), task},
+            {QStringLiteral("team_id"), QStringLiteral("17")},
+            {QStringLiteral("version"), QStringLiteral("1.1.0")}};
+}
+
+inline QByteArray formEncoded(const Fields &fields)
+{
+    QByteArray body;
+    for (const auto &[name, value] : fields) {
+        body += (body.isEmpty() ? "" : "&") + QUrl::toPercentEncoding(name) + '='
+            + QUrl::toPercentEncoding(value);
+    }
+    return body;
+}
+
+/// An upload as clients send it: each byte of the JSON is widened to a character, the text is
+/// encoded as UTF-8 and percent-encoded.
+inline QByteArray uploadBody(const QByteArray &json)
+{
+    return "data=" + QUrl::toPercentEncoding(QString::fromLatin1(json));
+}
+
+inline QByteArray uploadBody(const QJsonObject &object)
+{
+    return uploadBody(QJsonDocument(QJsonArray{object}).toJson(QJsonDocument::Compact));
+}
+
+/// What came back for one request.
+struct Answer
+{
+    QNetworkReply::NetworkError error = QNetworkReply::NoError;
+    int status = 0;
+    QByteArray body;
+
+    QJsonObject object() const { return QJsonDocument::fromJson(body).object(); }
+    QJsonArray array() const { return QJsonDocument::fromJson(body).array(); }
+};
+
+/// Requests to one service; accepts its certificate, follows no redirection.
+class ServiceCalls final
+{
+public:
+    explicit ServiceCalls(const QString &baseUrl)
+        : m_baseUrl(baseUrl)
+    {
+        QObject::connect(&m_manager, &QNetworkAccessManager::sslErrors, &m_manager,
+                         [](QNetworkReply *reply) { reply->ignoreSslErrors(); });
+    }
+
+    std::unique_ptr<QNetworkReply> startGet(const QString &path, const Fields &query = {})
+    {
+        return std::unique_ptr<QNetworkReply>(m_manager.get(request(path, query)));
+    }
+
+    std::unique_ptr<QNetworkReply> startPost(const QString &path, const QByteArray &body)
+    {
+        QNetworkRequest posted = request(path, {});
+        posted.setHeader(QNetworkRequest::ContentTypeHeader,
+                         QByteArrayLiteral("application/x-www-form-urlencoded"));
+        return std::unique_ptr<QNetworkReply>(m_manager.post(posted, body));
+    }
+
+    Answer get(const QString &path, const Fields &query = {}) { return finish(*startGet(path, query)); }
+    Answer post(const QString &path, const QByteArray &body) { return finish(*startPost(path, body)); }
+    Answer post(const QString &path, const Fields &form) { return post(path, formEncoded(form)); }
+
+    /// Waits for the end of a request, at most ten seconds.
+    static Answer finish(QNetworkReply &reply)
+    {
+        constexpr int patience = 10000;
+        if (!reply.isFinished()) {
+            QEventLoop loop;
+            QObject::connect(&reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+            QTimer::singleShot(patience, &loop, &QEventLoop::quit);
+            loop.exec();
+        }
+        if (!reply.isFinished()) {
+            return {QNetworkReply::TimeoutError, 0, {}};
+        }
+        return {reply.error(), reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(),
+                reply.readAll()};
+    }
+
+private:
+    QNetworkRequest request(const QString &path, const Fields &query) const
+    {
+        QByteArray url = m_baseUrl.toUtf8() + path.toUtf8();
+        if (!query.isEmpty()) {
+            url += '?' + formEncoded(query);
+        }
+        QNetworkRequest made(QUrl::fromEncoded(url));
+        made.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+        return made;
+    }
+
+    QString m_baseUrl;
+    QNetworkAccessManager m_manager;
+};

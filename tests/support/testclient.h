@@ -1,0 +1,90 @@
+#pragma once
+
+#include "app/buildvalues.h"
+#include "localservice/server.h"
+#include "notifications/notificationform.h"
+#include "notifications/notificationmanager.h"
+#include "service/orvana.h"
+#include "service/ovsession.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QTemporaryDir>
+#include <QTextEdit>
+#include <QtTest>
+
+#include <memory>
+
+// A client with a storage root of its own against a task service in this process.
+class TestClient final
+{
+public:
+    explicit TestClient(bool startService = true)
+    {
+        QCoreApplication::setApplicationName(QStringLiteral(ORVANA_APPLICATION_NAME));
+        QCoreApplication::setApplicationVersion(QStringLiteral(ORVANA_VERSION));
+        qputenv("ORVANA_STORAGE_ROOT", QFile::encodeName(m_root.path()));
+        if (startService) {
+            QString error;
+            if (!server.start(&error))
+                qFatal("%s", qPrintable(error));
+            qputenv("ORVANA_SERVICE_URL", server.baseUrl().toLatin1());
+        }
+        restart();
+    }
+    ~TestClient()
+    {
+        orvana.reset();
+        NotificationManager::instance()->destroy();
+    }
+    Q_DISABLE_COPY_MOVE(TestClient)
+
+    // What a new start of the program finds on the disk.
+    void restart()
+    {
+        orvana.reset();
+        orvana = std::make_unique<Orvana>();
+    }
+
+    Orvana::Session *session() const { return orvana->session(); }
+
+    bool logIn(const QString &login = anna(), const QString &password = QStringLiteral("orvana"))
+    {
+        QSignalSpy accepted(orvana.get(), &Orvana::loginOk);
+        orvana->requestCheckLogin(login, password);
+        return accepted.count() > 0 || accepted.wait(waitLimit);
+    }
+
+    static QString anna() { return QStringLiteral("anna@orvana.example"); }
+
+    QDir cacheFolder() const
+    {
+        return QDir(Orvana::Session::directoryOf(orvana->storageDirectory(), session()->login())
+                    + QStringLiteral("/activity"));
+    }
+    QStringList records() const
+    {
+        return cacheFolder().entryList({QStringLiteral("json*")}, QDir::Files, QDir::Name);
+    }
+    QStringList pictures() const { return cacheFolder().entryList({QStringLiteral("*.jpg")}, QDir::Files); }
+
+    // Texts of the popups, shown and waiting.
+    static QStringList popups()
+    {
+        QStringList texts;
+        const QWidgetList widgets = QApplication::topLevelWidgets();
+        for (const QWidget *widget : widgets) {
+            if (const auto *message = widget->findChild<QTextEdit *>(QStringLiteral("leMessage")))
+                texts.append(message->toPlainText());
+        }
+        return texts;
+    }
+
+    static constexpr int waitLimit = 10000; // ms
+
+    localservice::Server server;
+    std::unique_ptr<Orvana> orvana;
+
+private:
+    QTemporaryDir m_root;
+};
