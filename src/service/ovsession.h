@@ -5,6 +5,7 @@
 #include "model/records.h"
 
 #include <QDate>
+#include <QHash>
 #include <QMap>
 #include <QObject>
 #include <QSet>
@@ -131,7 +132,7 @@ private:
     std::unique_ptr<QSettings> m_tasksStore;
     std::unique_ptr<QSettings> m_taskInfoStore;
     QMap<QString, QList<Task>> m_tasksByTeam;
-    QMap<QString, TaskInfo> m_taskInfos;
+    QHash<QString, TaskInfo> m_taskInfos;
     QList<Team> m_teams;
     QVariantMap m_task2activeTimeMap;
 

@@ -1,10 +1,14 @@
 #include "service/replyparser.h"
 
 #include "model/json.h"
+#include "model/jsonreader.h"
+
+#include <QHash>
 
 namespace {
 
 constexpr int kMaxLoggedBody = 64 * 1024;
+constexpr int kMaxKnownDateTimes = 200000;
 constexpr qint64 kMinutesPerDay = 24 * 60;
 
 QVariant parseBody(const QByteArray &body)
@@ -17,22 +21,83 @@ QString text(const QVariantMap &object, const QString &key)
     return object.value(key).toString();
 }
 
-Task parseTask(const QVariantMap &object)
+// A date-time costs a look at the time zone; lists repeat the same ones every
+// minute.
+class DateTimes
 {
-    static const QString idKey = QStringLiteral("id");
-    static const QString titleKey = QStringLiteral("title");
-    static const QString deadlineKey = QStringLiteral("deadline");
-    static const QString blockKey = QStringLiteral("block");
-    static const QString lastCommentKey = QStringLiteral("last_comment");
-    static const QString importanceKey = QStringLiteral("importance");
+public:
+    QDateTime parsed(const QString &text)
+    {
+        const auto known = m_known.constFind(text);
+        if (known != m_known.constEnd())
+            return *known;
+        if (m_known.size() >= kMaxKnownDateTimes)
+            m_known.clear();
+        return *m_known.insert(text, parseServiceDateTime(text));
+    }
+
+private:
+    QHash<QString, QDateTime> m_known;
+};
+
+// Anything but an object makes a task without an id.
+Task readTask(QtJson::Reader &reader)
+{
+    static DateTimes dateTimes;
     Task task;
-    task.id = text(object, idKey);
-    task.title = text(object, titleKey);
-    task.deadline = parseServiceDateTime(text(object, deadlineKey));
-    task.block = text(object, blockKey);
-    task.lastComment = parseServiceDateTime(text(object, lastCommentKey));
-    task.importance = object.value(importanceKey).toInt();
+    if (!reader.isAtObject()) {
+        reader.readValue();
+        return task;
+    }
+    reader.readObject([&](QStringView key) {
+        if (key == u"id")
+            task.id = reader.readText();
+        else if (key == u"title")
+            task.title = reader.readText();
+        else if (key == u"deadline")
+            task.deadline = dateTimes.parsed(reader.readText());
+        else if (key == u"block")
+            task.block = reader.readText();
+        else if (key == u"last_comment")
+            task.lastComment = dateTimes.parsed(reader.readText());
+        else if (key == u"importance")
+            task.importance = reader.readValue().toInt();
+        else
+            reader.readValue();
+    });
     return task;
+}
+
+QList<Task> readTasks(QtJson::Reader &reader)
+{
+    QList<Task> tasks;
+    if (!reader.isAtArray()) {
+        reader.readValue();
+        return tasks;
+    }
+    reader.readArray([&] { tasks.append(readTask(reader)); });
+    return tasks;
+}
+
+TeamTasks readTeam(QtJson::Reader &reader)
+{
+    TeamTasks entry;
+    if (!reader.isAtObject()) {
+        reader.readValue();
+        return entry;
+    }
+    // The last of members with the same name counts, here and above.
+    reader.readObject([&](QStringView key) {
+        if (key == u"id")
+            entry.team.id = reader.readText();
+        else if (key == u"name")
+            entry.team.name = reader.readText();
+        else if (key == u"tasks")
+            entry.tasks = readTasks(reader);
+        else
+            reader.readValue();
+    });
+    return entry;
 }
 
 Keyword parseKeyword(const QVariantMap &object)
@@ -80,25 +145,23 @@ QString textOfBody(const QByteArray &body)
     return body.isEmpty() ? QString() : QString::fromUtf8(body);
 }
 
+// Straight from the text: a tree of variants for tens of thousands of tasks
+// would take longer to build than all that follows.
 QList<TeamTasks> parseTeamsAndTasks(const QByteArray &body)
 {
-    static const QString tasksKey = QStringLiteral("tasks");
     QList<TeamTasks> all;
-    const QVariantList teams = parseBody(body).toList();
-    for (const QVariant &element : teams) {
-        const QVariantMap object = element.toMap();
-        TeamTasks entry;
-        entry.team = {text(object, QStringLiteral("id")), text(object, QStringLiteral("name"))};
+    const QString text = textOfBody(body);
+    QtJson::Reader reader(text);
+    if (!reader.isAtArray())
+        return all;
+    reader.readArray([&] {
+        TeamTasks entry = readTeam(reader);
         if (entry.team.id.isEmpty())
-            continue;
-        const QVariantList tasks = object.value(tasksKey).toList();
-        entry.tasks.reserve(tasks.size() + 1);
-        for (const QVariant &task : tasks)
-            entry.tasks.append(parseTask(task.toMap()));
+            return;
         entry.tasks.append(Task::catchAll());
         all.append(entry);
-    }
-    return all;
+    });
+    return reader.isOk() ? all : QList<TeamTasks>();
 }
 
 QVariantMap parseObject(const QByteArray &body)
