@@ -12,12 +12,10 @@ build_preset release
 
 box=$(mktemp -d /tmp/orvana-run.XXXXXX)
 finish() {
-    trap - EXIT INT TERM
     stop_all
     rm -rf "$box"
 }
-trap finish EXIT
-trap 'exit 130' INT TERM
+on_exit finish
 
 export ORVANA_STORAGE_ROOT=$box ORVANA_CONFIG=$box/orvanx.conf TMPDIR=$box
 unset http_proxy https_proxy HTTP_PROXY HTTPS_PROXY

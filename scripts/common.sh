@@ -54,13 +54,28 @@ start() {
     started+=($!)
 }
 
+runs() { kill -0 "$1"; }
+ended() { ! runs "$1"; }
+
+# Ends everything that was started, the last first; by force what does not end in 5 seconds.
 stop_all() {
-    local i
+    local i pid
     for ((i = ${#started[@]} - 1; i >= 0; i--)); do
-        kill "${started[i]}" 2>/dev/null || true
-        wait "${started[i]}" 2>/dev/null || true
+        pid=${started[i]}
+        kill "$pid" 2>/dev/null || true
+        wait_for 5 ended "$pid" || kill -KILL "$pid" 2>/dev/null || true
+        wait "$pid" 2>/dev/null || true
     done
     started=()
+}
+
+# on_exit COMMAND: at the end, after an error and on Ctrl-C alike. A second Ctrl-C must not
+# interrupt it, or programs would be left running.
+on_exit() {
+    trap "trap '' HUP INT TERM; trap - EXIT; $1" EXIT
+    trap 'exit 129' HUP
+    trap 'exit 130' INT
+    trap 'exit 143' TERM
 }
 
 # wait_for SECONDS COMMAND...: until the command succeeds.

@@ -1,5 +1,6 @@
 #include "activityserver.h"
 #include "inputmeter.h"
+#include "realinput.h"
 #include "watcherport.h"
 
 #include <QElapsedTimer>
@@ -104,14 +105,9 @@ public:
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
 };
 
-bool input(const QStringList &arguments)
-{
-    return QProcess::execute(QStringLiteral("xdotool"), arguments) == 0;
-}
-
 bool pressKey()
 {
-    return input({QStringLiteral("key"), QStringLiteral("a")});
+    return pressKeys(QStringLiteral("a"));
 }
 
 void writeConfig(const QByteArray &content)
@@ -257,7 +253,7 @@ void WatcherTest::reportsInputWithinTheSecond()
     QSignalSpy arrivals(client.get(), &QTcpSocket::readyRead);
     QVERIFY(!arrivals.wait(kMoreThanATick));
 
-    QVERIFY(input(arguments));
+    QVERIFY(xdotool(arguments.first(), arguments.mid(1)));
     QVERIFY(arrivals.wait(kByteTimeout));
     QCOMPARE(client->bytesAvailable(), 1);
     QVERIFY(!arrivals.wait(kMoreThanATick));
