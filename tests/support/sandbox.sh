@@ -23,9 +23,11 @@ export LC_ALL=$locale QTEST_DISABLE_STACK_DUMP=1
 unset ORVANA_SERVICE_URL http_proxy https_proxy HTTP_PROXY HTTPS_PROXY WAYLAND_DISPLAY DBUS_SESSION_BUS_ADDRESS
 
 if [ "$mode" = display ]; then
+    : >"$box/display"
     Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp -noreset 3>"$box/display" 2>"$box/xvfb.log" &
     pids+=($!)
-    for _ in $(seq 200); do [ -s "$box/display" ] && break; sleep 0.05; done
+    # The number is complete once its line has ended.
+    for _ in $(seq 200); do [ "$(wc -l <"$box/display")" -gt 0 ] && break; sleep 0.05; done
     [ -s "$box/display" ] || { echo "no virtual X server:"; cat "$box/xvfb.log"; exit 1; } >&2
     DISPLAY=:$(cat "$box/display")
     export DISPLAY QT_QPA_PLATFORM=xcb QT_XCB_GL_INTEGRATION=none
