@@ -49,6 +49,7 @@ void Orvana::Session::clear()
     resetCounters();
     m_taskInfos.clear();
     m_tasksByTeam.clear();
+    m_taskIndex.clear();
     m_teams.clear();
     m_teamsChanged = false;
     m_changedTaskLists.clear();
@@ -97,7 +98,7 @@ void Orvana::Session::addTasksData(const QList<Task> &tasks, const QString &team
     const auto known = m_tasksByTeam.constFind(teamId);
     if (known == m_tasksByTeam.constEnd() || !haveSameContents(*known, tasks)) {
         announceTaskChanges(tasks, teamId);
-        m_tasksByTeam.insert(teamId, tasks);
+        setTasks(teamId, tasks);
         m_changedTaskLists.insert(teamId);
     }
     if (m_tasksByTeam.size() == m_teams.size() && !hasFile(m_tasksStore))
@@ -144,26 +145,35 @@ void Orvana::Session::addTaskInfoData(const QString &taskId, const TaskInfo &inf
     m_changedTaskInfos.insert(taskId);
 }
 
+void Orvana::Session::setTasks(const QString &teamId, const QList<Task> &tasks)
+{
+    QList<Task> &list = m_tasksByTeam[teamId];
+    m_taskIndex.replace(teamId, list, tasks);
+    list = tasks;
+}
+
 void Orvana::Session::removeAllSavedTasks(const Task &task)
 {
-    for (auto it = m_tasksByTeam.begin(); it != m_tasksByTeam.end(); ++it) {
-        if (!qAsConst(*it).contains(task))
-            continue;
-        it->removeAll(task);
-        m_changedTaskLists.insert(it.key());
+    const QStringList teams = m_taskIndex.teamsOf(task.id);
+    for (const QString &teamId : teams) {
+        QList<Task> tasks = m_tasksByTeam.value(teamId);
+        tasks.removeAll(task);
+        setTasks(teamId, tasks);
+        m_changedTaskLists.insert(teamId);
     }
 }
 
 void Orvana::Session::updateDeadlinesTo(const QString &teamId, const Task &task)
 {
-    for (auto it = m_tasksByTeam.begin(); it != m_tasksByTeam.end(); ++it) {
-        if (it.key() == teamId || !qAsConst(*it).contains(task))
+    const QStringList teams = m_taskIndex.teamsOf(task.id);
+    for (const QString &otherId : teams) {
+        if (otherId == teamId)
             continue;
-        for (Task &other : *it) {
+        for (Task &other : m_tasksByTeam[otherId]) {
             if (other == task)
                 other.deadline = task.deadline;
         }
-        m_changedTaskLists.insert(it.key());
+        m_changedTaskLists.insert(otherId);
     }
 }
 

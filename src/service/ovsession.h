@@ -3,6 +3,7 @@
 #include "service/orvana.h"
 
 #include "model/records.h"
+#include "service/taskindex.h"
 
 #include <QDate>
 #include <QHash>
@@ -105,6 +106,7 @@ signals:
 private:
     void announceTeamChanges(const QList<Team> &teams);
     void announceTaskChanges(const QList<Task> &tasks, const QString &teamId);
+    void setTasks(const QString &teamId, const QList<Task> &tasks);
     void resetCounters();
     void restoreSession(bool readPassword);
     void restoreLists();
@@ -132,6 +134,7 @@ private:
     std::unique_ptr<QSettings> m_tasksStore;
     std::unique_ptr<QSettings> m_taskInfoStore;
     QMap<QString, QList<Task>> m_tasksByTeam;
+    TaskIndex m_taskIndex;
     QHash<QString, TaskInfo> m_taskInfos;
     QList<Team> m_teams;
     QVariantMap m_task2activeTimeMap;

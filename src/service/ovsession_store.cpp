@@ -132,7 +132,7 @@ void Orvana::Session::restoreLists()
 
     const QStringList listKeys = m_tasksStore->allKeys();
     for (const QString &listKey : listKeys)
-        m_tasksByTeam.insert(idOfKey(listKey), m_tasksStore->value(listKey).value<QList<Task>>());
+        setTasks(idOfKey(listKey), m_tasksStore->value(listKey).value<QList<Task>>());
 
     const QStringList infoKeys = m_taskInfoStore->allKeys();
     for (const QString &infoKey : infoKeys)
