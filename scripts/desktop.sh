@@ -11,15 +11,13 @@ start_desktop() {
     DISPLAY=:$(cat "$folder/display")
     export DISPLAY
     unset WAYLAND_DISPLAY
-    start "$folder/openbox.log" openbox --sm-disable
-    wait_for 20 window_manager_runs
+    # Its properties come before it is ready; a window shown in between would not get the focus.
+    rm -f "$folder/managed"
+    start "$folder/openbox.log" openbox --sm-disable --startup "touch '$folder/managed'"
+    wait_for 20 test -e "$folder/managed"
     start "$folder/trayer.log" trayer --edge top --align right --width 10 --height 24 \
         --SetDockType true --SetPartialStrut true --expand true
     [ "$kind" = plain ] || start "$folder/xcompmgr.log" xcompmgr
     hsetroot -solid "$background" >/dev/null
     wait_for 20 xwininfo -name panel || true
-}
-
-window_manager_runs() {
-    xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id'
 }

@@ -142,8 +142,8 @@ WId QxtWindowSystem::activeWindow()
     if (!connection())
         return 0;
     if (hasWindowManager()) {
-        if (const auto active = windowList(root(), "_NET_ACTIVE_WINDOW"))
-            return active->isEmpty() ? 0 : active->first();
+        const auto active = windowList(root(), "_NET_ACTIVE_WINDOW");
+        return active && !active->isEmpty() ? active->first() : 0;
     }
     return focusedTopLevel();
 }

@@ -31,9 +31,10 @@ if [ "$mode" = display ]; then
     [ -s "$box/display" ] || { echo "no virtual X server:"; cat "$box/xvfb.log"; exit 1; } >&2
     DISPLAY=:$(cat "$box/display")
     export DISPLAY QT_QPA_PLATFORM=xcb QT_XCB_GL_INTEGRATION=none
-    openbox --sm-disable >"$box/openbox.log" 2>&1 &
+    # Its properties come before it is ready; a window shown in between would not get the focus.
+    openbox --sm-disable --startup "touch '$box/managed'" >"$box/openbox.log" 2>&1 &
     pids+=($!)
-    for _ in $(seq 200); do xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id' && break; sleep 0.05; done
+    for _ in $(seq 200); do [ -e "$box/managed" ] && break; sleep 0.05; done
 else
     export QT_QPA_PLATFORM=offscreen
 fi
