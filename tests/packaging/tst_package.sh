@@ -1,0 +1,190 @@
+#!/usr/bin/env bash
+# tst_package.sh PACKAGES_FOLDER VERSION
+# Installs both packages into a folder, checks what they bring, works with the
+# installed programs as a desktop would start them, and removes them again.
+# Runs on a display of its own and leaves the system as it is.
+set -euo pipefail
+. "$(dirname "$0")/../../scripts/common.sh"
+packages=$1 version=$2
+PATH=$PATH:/usr/sbin:/sbin
+
+target=$TMPDIR/root
+client_deb=$(echo "$packages"/orvana-team-monitor_"$version"_*.deb)
+service_deb=$(echo "$packages"/orvana-localservice_"$version"_*.deb)
+entry=$target/usr/share/applications/org.example.orvana.desktop
+autostart=$target/etc/xdg/autostart/orvana-watcher.desktop
+units=$target/usr/lib/systemd/user
+metainfo=$target/usr/share/metainfo/org.example.orvana.metainfo.xml
+
+client=
+failures=0
+finish() {
+    [ -z "$client" ] || kill "$client" 2>/dev/null || true
+    stop_all
+}
+trap finish EXIT
+trap 'exit 143' TERM INT
+
+fail() {
+    say "FAIL: $*"
+    failures=$((failures + 1))
+}
+
+# check WHAT COMMAND...
+check() {
+    local what=$1 output
+    shift
+    if output=$("$@" 2>&1); then
+        say "ok: $what"
+    else
+        fail "$what"$'\n'"$output"
+    fi
+}
+
+# Stops the test: what follows could not work.
+need() {
+    local before=$failures
+    check "$@"
+    [ "$failures" = "$before" ] || exit 1
+}
+
+# silent COMMAND...: succeeds when the command does and has nothing to say.
+silent() {
+    local output
+    output=$("$@" 2>&1) && [ -z "$output" ] || { say "$output"; return 1; }
+}
+
+has() { command -v "$1" >/dev/null || { say "skipped, not installed: $1"; return 1; }; }
+
+# Dependencies are judged by what this system has installed.
+prepare_target() {
+    mkdir -p "$target"/var/lib/dpkg/{info,updates,triggers}
+    awk -v RS= -v ORS='\n\n' '!/^Package: (orvana-team-monitor|orvana-localservice)\n/' \
+        /var/lib/dpkg/status >"$target/var/lib/dpkg/status"
+    touch "$target/var/lib/dpkg/available"
+}
+
+to_target() {
+    local as_owner=()
+    [ "$(id -u)" = 0 ] || as_owner=(fakeroot)
+    "${as_owner[@]}" dpkg --root="$target" --log=/dev/null "$@"
+}
+
+# Everything that the packages brought, folders too.
+installed_tree() { find "$target" -mindepth 1 -path "$target/var" -prune -o -printf '%P\n' | sort; }
+
+entry_value() { sed -n "s/^$1=//p" "$entry"; }
+
+owned_by_root_and_closed() {
+    local deb odd
+    for deb in "$client_deb" "$service_deb"; do
+        odd=$(dpkg-deb -c "$deb" | awk '$2 != "root/root" || ($1 !~ /^l/ && $1 ~ /^.....w|^........w/)')
+        [ -z "$odd" ] || { say "$odd"; return 1; }
+    done
+}
+
+icons_in_every_size() {
+    local icon size file
+    icon=$(entry_value Icon)
+    for size in 16 22 24 32 48 64 128 256; do
+        file=$target/usr/share/icons/hicolor/${size}x${size}/apps/$icon.png
+        [ "$(identify -format '%wx%h' "$file")" = "${size}x${size}" ] || { say "$file"; return 1; }
+    done
+    [ -s "$target/usr/share/icons/hicolor/scalable/apps/$icon.svg" ]
+}
+
+unit_starts_installed_watcher() {
+    local command
+    command=$(sed -n 's/^ExecStart=//p' "$units/orvana-watcher.service")
+    [ "$units/graphical-session.target.wants/orvana-watcher.service" -ef "$units/orvana-watcher.service" ] \
+        && [ -x "$target${command%% *}" ] && grep -q 'start orvana-watcher\.service"$' "$autostart"
+}
+
+manual_for_every_program() {
+    local program
+    for program in "$target"/usr/bin/*; do
+        [ -s "$target/usr/share/man/man1/$(basename "$program").1.gz" ] || { say "$program"; return 1; }
+    done
+}
+
+hardened() {
+    local program facts
+    for program in "$target"/usr/bin/*; do
+        facts=$(LC_ALL=C readelf -hldW --dyn-syms "$program")
+        { grep -q 'Type: *DYN' <<<"$facts" && grep -q GNU_RELRO <<<"$facts" && grep -q BIND_NOW <<<"$facts" \
+            && grep -q __stack_chk_fail <<<"$facts" && ! grep -Eq 'R(UN)?PATH' <<<"$facts" \
+            && ! grep -q 'GNU_STACK.*RWE' <<<"$facts"; } || { say "$program"; return 1; }
+    done
+}
+
+window() { xdotool search --onlyvisible --name "$1" 2>/dev/null | tail -n 1; }
+has_window() { [ -n "$(window "$1")" ]; }
+class_of() { xprop -id "$1" WM_CLASS | sed 's/.*, "\(.*\)"$/\1/'; }
+log_has() { grep -q "$1" "$ORVANA_STORAGE_ROOT/.orvana/log.log"; }
+client_ended() { ! kill -0 "$client" 2>/dev/null; }
+
+# Not within check: what it starts and exports must stay.
+start_companions() {
+    start "$TMPDIR/service.log" "$target/usr/bin/orvana-localservice" --port 0
+    start "$TMPDIR/watcher.log" "$target/usr/bin/orvana-watcher" --port 0
+    if ! { wait_for 20 grep -q 'https://' "$TMPDIR/service.log" && wait_for 20 grep -q '127\.0\.0\.1:' "$TMPDIR/watcher.log"; }; then
+        fail "the installed companions run"
+        cat "$TMPDIR/service.log" "$TMPDIR/watcher.log"
+        exit 1
+    fi
+    ORVANA_SERVICE_URL=$(grep -o 'https://127\.0\.0\.1:[0-9]*' "$TMPDIR/service.log" | head -n 1)
+    export ORVANA_SERVICE_URL
+    echo "watcher-port=$(sed 's/.*://' "$TMPDIR/watcher.log")" >"$ORVANA_CONFIG"
+}
+
+# As a desktop would. What it starts keeps the outputs open, so they are a file.
+launch() {
+    PATH=$target/usr/bin:$PATH XDG_DATA_DIRS=$target/usr/share gio launch "$entry" >"$TMPDIR/client.log" 2>&1
+}
+
+log_in() {
+    xdotool windowactivate --sync "$(window '^Авторизация$')"
+    xdotool type --delay 12 'anna@orvana.example'
+    xdotool key Tab
+    xdotool type --delay 12 'orvana'
+    xdotool key Return
+    wait_for 20 has_window '^Orvana$'
+}
+
+prepare_target
+installed_tree >"$TMPDIR/before"
+need "both packages install" to_target --install "$client_deb" "$service_deb"
+
+if has lintian; then check "lintian says nothing" silent lintian --allow-root "$client_deb" "$service_deb"; fi
+if has desktop-file-validate; then check "desktop entries are valid" silent desktop-file-validate "$entry" "$autostart"; fi
+if has appstreamcli; then check "metainfo is valid" appstreamcli validate --no-net --strict "$metainfo"; fi
+check "files belong to root and nobody else may write" owned_by_root_and_closed
+check "metainfo names the desktop entry" grep -q "desktop-id\">$(basename "$entry")<" "$metainfo"
+check "icons in every size" icons_in_every_size
+check "the user unit starts the watcher with the session" unit_starts_installed_watcher
+check "a manual page for every program" manual_for_every_program
+check "programs are hardened" hardened
+
+start_companions
+need "the desktop entry is accepted" launch
+need "the login window appears" wait_for 30 has_window '^Авторизация$'
+login=$(window '^Авторизация$')
+client=$(xdotool getwindowpid "$login")
+check "it is the installed client" test "/proc/$client/exe" -ef "$target/usr/bin/orvana"
+check "desktops can tell its windows" test "$(class_of "$login")" = "$(entry_value StartupWMClass)"
+check "it found the watcher" log_has 'connected to service: true'
+check "it logs in" log_in
+kill "$client"
+check "it ends when asked" wait_for 20 client_ended
+check "it ends in order" log_has 'Exit Orvana Team Monitor OK'
+client=
+stop_all
+
+need "both packages are removed" to_target --remove orvana-team-monitor orvana-localservice
+check "only the configuration stays" test "$(cd "$target" && find . -path ./var -prune -o -type f -print)" = ./etc/xdg/autostart/orvana-watcher.desktop
+need "the configuration is purged" to_target --purge orvana-team-monitor orvana-localservice
+installed_tree >"$TMPDIR/after"
+check "nothing is left" diff "$TMPDIR/before" "$TMPDIR/after"
+
+say "$failures failed"
+[ "$failures" = 0 ]
