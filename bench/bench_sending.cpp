@@ -1,0 +1,194 @@
+#include "data.h"
+
+#include "localservice/server.h"
+#include "model/json.h"
+#include "notifications/notificationmanager.h"
+#include "service/orvana.h"
+#include "service/ovsession.h"
+#include "service/requestbody.h"
+
+#include <QApplication>
+#include <QBuffer>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QPainter>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <benchmark/benchmark.h>
+
+#include <memory>
+
+namespace {
+
+constexpr int kMinutes = 10000;
+constexpr int kDrained = 10; // seconds between two looks
+
+void swallow(QtMsgType, const QMessageLogContext &, const QString &) {}
+
+localservice::Server &service()
+{
+    static localservice::Server server([] {
+        localservice::Server::Options options;
+        options.recordRequests = false;
+        return options;
+    }());
+    if (!server.isRunning())
+        server.start();
+    return server;
+}
+
+QVariantMap minute(int number)
+{
+    return {{QStringLiteral("active"), QString::number(number % 11)},
+            {QStringLiteral("email"), QStringLiteral("anna@orvana.example")},
+            {QStringLiteral("past"), QStringLiteral("0")},
+            {QStringLiteral("task_id"), QStringLiteral("1702")},
+            {QStringLiteral("team_id"), QStringLiteral("17")},
+            {QStringLiteral("version"), QStringLiteral("1.1.0")}};
+}
+
+// The longest time in which the event loop did not come round.
+class StallMeter
+{
+public:
+    StallMeter()
+    {
+        QObject::connect(&m_timer, &QTimer::timeout, &m_timer, [this] {
+            m_longest = qMax(m_longest, m_since.nsecsElapsed());
+            m_since.restart();
+        });
+        m_since.start();
+        m_timer.start(1);
+    }
+    double milliseconds() const { return static_cast<double>(m_longest) / 1e6; }
+
+private:
+    QTimer m_timer;
+    QElapsedTimer m_since;
+    qint64 m_longest = 0;
+};
+
+void waitUntil(const std::function<bool()> &done)
+{
+    while (!done())
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, kDrained * 1000);
+}
+
+void drainOurs(benchmark::State &state)
+{
+    service();
+    for (auto _ : state) {
+        state.PauseTiming();
+        QTemporaryDir root;
+        qputenv("ORVANA_STORAGE_ROOT", QFile::encodeName(root.path()));
+        qputenv("ORVANA_SERVICE_URL", service().baseUrl().toLatin1());
+        auto orvana = std::make_unique<Orvana>();
+        bool loggedIn = false;
+        QObject::connect(orvana.get(), &Orvana::loginOk, orvana.get(), [&] { loggedIn = true; });
+        orvana->requestCheckLogin(QStringLiteral("anna@orvana.example"), QStringLiteral("orvana"));
+        waitUntil([&] { return loggedIn; });
+        const QString folder = Orvana::Session::directoryOf(orvana->storageDirectory(), orvana->session()->login())
+            + QStringLiteral("/activity/json");
+        const QString url = service().baseUrl() + QStringLiteral("/api_active2");
+        for (int i = 0; i < kMinutes; ++i) {
+            QFile file(folder + QString::number(i));
+            file.open(QIODevice::WriteOnly);
+            file.write(QtJson::serialize(QVariantMap {
+                {QStringLiteral("version"), QStringLiteral("0.1")},
+                {QStringLiteral("api-url"), url},
+                {QStringLiteral("body"), minute(i)},
+                {QStringLiteral("timestamp"), QDateTime::currentDateTime().toString(QStringLiteral("dd-MM-yyyy-hh-mm-ss"))}}));
+        }
+        service().clearReceived();
+        StallMeter stalls;
+        state.ResumeTiming();
+        orvana->sendCachedActivity();
+        waitUntil([&] { return service().reports().size() >= kMinutes; });
+        state.counters["stall_ms"] = stalls.milliseconds();
+        state.PauseTiming();
+        orvana.reset();
+        state.ResumeTiming();
+    }
+}
+
+void drainBare(benchmark::State &state)
+{
+    service();
+    for (auto _ : state) {
+        service().clearReceived();
+        QNetworkAccessManager network;
+        QObject::connect(&network, &QNetworkAccessManager::sslErrors, &network,
+                         [](QNetworkReply *reply, const QList<QSslError> &) { reply->ignoreSslErrors(); });
+        int sent = 0;
+        QNetworkRequest request(QUrl(service().baseUrl() + QStringLiteral("/api_active2")));
+        request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/x-www-form-urlencoded"));
+        const auto next = [&] { network.post(request, activityPayload(minute(sent++))); };
+        int finished = 0;
+        QObject::connect(&network, &QNetworkAccessManager::finished, &network, [&](QNetworkReply *reply) {
+            reply->readAll();
+            reply->deleteLater();
+            if (++finished < kMinutes)
+                next();
+        });
+        next();
+        waitUntil([&] { return finished >= kMinutes; });
+    }
+}
+
+QImage desktopPicture()
+{
+    QImage image(3840, 2160, QImage::Format_RGB32);
+    image.fill(QColor(49, 80, 107));
+    QPainter painter(&image);
+    for (int i = 0; i < 400; ++i) {
+        painter.fillRect((i * 97) % 3600, (i * 61) % 2000, 240, 150, QColor::fromHsv(i * 37 % 360, 90, 230));
+        painter.drawText((i * 97) % 3600, (i * 61) % 2000 + 40, QStringLiteral("Отчёт № %1 за квартал").arg(i));
+    }
+    return image;
+}
+
+void screenshotOurs(benchmark::State &state)
+{
+    const QImage image = desktopPicture();
+    QTemporaryDir root;
+    qputenv("ORVANA_STORAGE_ROOT", QFile::encodeName(root.path()));
+    // Nobody listens: what is measured is what the window waits for.
+    qputenv("ORVANA_SERVICE_URL", "https://127.0.0.1:9");
+    Orvana orvana;
+    orvana.session()->init(QStringLiteral("anna@orvana.example"), QStringLiteral("orvana"));
+    for (auto _ : state) {
+        orvana.sendScreenshotActivity(image);
+        state.PauseTiming();
+        waitUntil([&] { return orvana.pendingActivityRequests() == 0; });
+        NotificationManager::instance()->destroy();
+        state.ResumeTiming();
+    }
+}
+
+void screenshotBare(benchmark::State &state)
+{
+    const QImage image = desktopPicture();
+    for (auto _ : state) {
+        QBuffer jpeg;
+        jpeg.open(QIODevice::WriteOnly);
+        image.save(&jpeg, "JPG");
+        benchmark::DoNotOptimize(jpeg.data());
+    }
+}
+
+BENCHMARK(drainOurs)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
+BENCHMARK(drainBare)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
+BENCHMARK(screenshotOurs)->Unit(benchmark::kMillisecond);
+BENCHMARK(screenshotBare)->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const QApplication application(argc, argv);
+    qInstallMessageHandler(swallow);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
