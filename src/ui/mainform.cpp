@@ -33,7 +33,8 @@ QString playStyle(bool hasTask, bool online, bool active)
 {
     if (!hasTask)
         return QStringLiteral("background-image: url(:/images/pbPlay_Disabled.png);");
-    const QString image = QStringLiteral(":/images/") + (active ? QLatin1String("pbPause") : QLatin1String("pbPlay"))
+    const QString image = QStringLiteral(":/images/")
+        + (active ? QLatin1String("pbPause") : QLatin1String("pbPlay"))
         + (online ? QLatin1String("_Online") : QLatin1String("_Offline"));
     return QStringLiteral("QPushButton{background-image: url(") + image
         + QStringLiteral(".png);}QPushButton:hover:!pressed{background-image: url(") + image
@@ -49,7 +50,9 @@ void notify(const QString &text)
 } // namespace
 
 MainForm::MainForm(Orvana *orvana, QWidget *parent)
-    : QDialog(parent), m_ui(std::make_unique<Ui::MainForm>()), m_orvana(orvana)
+    : QDialog(parent)
+    , m_ui(std::make_unique<Ui::MainForm>())
+    , m_orvana(orvana)
 {
     m_ui->setupUi(this);
     setAttribute(Qt::WA_TranslucentBackground);
@@ -74,7 +77,8 @@ MainForm::MainForm(Orvana *orvana, QWidget *parent)
     connectSignals();
     initMenu();
     initTrayIcon();
-    connect(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity, this, &MainForm::setHasActivity);
+    connect(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity, this,
+            &MainForm::setHasActivity);
 
     updateNoticeBtn();
     updatePlayBtn();
@@ -201,6 +205,10 @@ void MainForm::onTaskChange()
         m_ui->pbPlay->setChecked(session->isActive());
     } else {
         m_ui->pbPlay->setChecked(false);
+        // A button that was never down says nothing: the session may have been
+        // stored while tracking a task that is not there any more.
+        if (session->isActive())
+            stopTracking();
         m_ui->pbPlay->setCheckable(false);
         m_taskText->setText(kPickTask);
         m_ui->pbTask->setIcon(getTaskIcon(Task()));
@@ -219,6 +227,7 @@ void MainForm::updateForNewLogin()
 {
     const QString login = m_orvana->session()->login();
     if (m_trackedLogin != login) {
+        m_hasActivity = false;
         m_tickCount = 0;
         m_activeTicks = 0;
         m_trackedLogin = login;
@@ -275,7 +284,8 @@ void MainForm::updateTrayIcon()
 {
     const bool active = m_orvana->session()->isActive();
     const bool attention = NotificationManager::instance()->hasVisibleNotifications();
-    QString name = active ? QStringLiteral(":/icons/trayActive.png") : QStringLiteral(":/icons/trayNotActive.png");
+    QString name =
+        active ? QStringLiteral(":/icons/trayActive.png") : QStringLiteral(":/icons/trayNotActive.png");
     if (attention)
         name = active ? QStringLiteral(":/icons/trayActive_attention.png")
                       : QStringLiteral(":/icons/trayNotactive_attention.png");
@@ -286,7 +296,8 @@ void MainForm::updateTrayIcon()
 void MainForm::updateTrayToolTip()
 {
     const Orvana::Session *session = m_orvana->session();
-    const QString state = session->isActive() ? QStringLiteral("Идёт запись") : QStringLiteral("Запись остановлена");
+    const QString state =
+        session->isActive() ? QStringLiteral("Идёт запись") : QStringLiteral("Запись остановлена");
     m_trayIcon->setToolTip(state + QLatin1Char('\n') + m_taskText->text() + QStringLiteral("\nСегодня: ")
                            + session->todayTime().toString(QStringLiteral("hh:mm")));
 }
@@ -317,8 +328,9 @@ void MainForm::updateOnlineState(const QString &reason)
     const bool online = m_orvana->session()->isOnline();
     qDebug() << "Online state is" << online;
     updatePlayBtn();
-    notify(reason
-           + (online ? QStringLiteral("Переход в онлайн-режим.") : QStringLiteral("Переход в оффлайн-режим.")));
+    notify(
+        reason
+        + (online ? QStringLiteral("Переход в онлайн-режим.") : QStringLiteral("Переход в оффлайн-режим.")));
 }
 
 int MainForm::notificationOffset() const

@@ -121,7 +121,8 @@ private:
     void stayReachable();
     void updateTrayToolTip();
     void setStartStopText(const QString &text);
-    void initTimer(QTimer &timer, const char *name, std::chrono::milliseconds interval, void (MainForm::*slot)());
+    template <typename Slot>
+    void initTimer(QTimer &timer, const char *name, std::chrono::milliseconds interval, Slot slot);
 
     std::unique_ptr<Ui::MainForm> m_ui;
     Orvana *m_orvana;
