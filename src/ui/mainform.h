@@ -138,6 +138,7 @@ private:
     QPoint m_grip;
     bool m_dragging = false;
     QString m_playStyle;
+    QString m_trayIconName;
     bool m_wasShown = false;
 
     QTimer m_sendActivityTimer;
