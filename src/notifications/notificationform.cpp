@@ -1,6 +1,7 @@
 #include "notifications/notificationform.h"
 
 #include "notifications/notificationhost.h"
+#include "ui/artwork.h"
 #include "ui/autoscrolllineedit.h"
 #include "ui_notificationform.h"
 
@@ -69,9 +70,10 @@ void NotificationForm::build()
         message->resize(message->width(), kMessageHeightAboveButtons);
         connect(m_ui->pbLate, &QPushButton::clicked, this, &NotificationForm::onPbLateClicked);
         connect(m_ui->pbUpdate, &QPushButton::clicked, this, &NotificationForm::onPbUpdateClicked);
+        // The popup is being shown: what is made only now has to be told.
+        m_ui->pbUpdate->show();
+        m_ui->pbLate->show();
     } else {
-        m_ui->pbUpdate->hide();
-        m_ui->pbLate->hide();
         // Clicks on the text are clicks on the popup.
         message->setAttribute(Qt::WA_TransparentForMouseEvents);
         installEventFilter(this);
@@ -175,7 +177,7 @@ void NotificationForm::onPbUpdateClicked()
 
 void NotificationForm::openTaskIfAny()
 {
-    if (isTaskNotify() && !m_taskId.isEmpty() && m_host)
+    if (!m_closing && isTaskNotify() && !m_taskId.isEmpty() && m_host)
         m_host->openTask(m_taskId);
 }
 
@@ -189,18 +191,23 @@ bool NotificationForm::eventFilter(QObject *watched, QEvent *event)
     return QDialog::eventFilter(watched, event);
 }
 
-// Enter is the left click, Esc the other one.
+// Enter is the left click, Esc (by way of reject()) the other one.
 void NotificationForm::keyPressEvent(QKeyEvent *event)
 {
     const bool isEnter = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
     if (isEnter && m_type != UpdateAvailable) {
         openTaskIfAny();
         closeNotification();
-    } else if (event->key() == Qt::Key_Escape) {
-        closeNotification();
     } else {
         QDialog::keyPressEvent(event);
     }
+}
+
+// Also what the window manager asks for: a dialog that only hid itself would keep
+// its slot in the stack.
+void NotificationForm::reject()
+{
+    closeNotification();
 }
 
 void NotificationForm::showEvent(QShowEvent *event)
@@ -224,6 +231,6 @@ void NotificationForm::paintEvent(QPaintEvent *event)
     // The main window may have come or gone meanwhile.
     updatePosition(m_position);
     QPainter painter(this);
-    const QImage background(QStringLiteral(":/images/bg_notifications_withLogo.png"));
+    const QImage background = Artwork::load(QStringLiteral(":/images/bg_notifications_withLogo.png"));
     painter.drawImage(kBackground, background, background.rect());
 }

@@ -43,6 +43,7 @@ public:
 public slots:
     void onPbLateClicked();
     void onPbUpdateClicked();
+    void reject() override;
 
 signals:
     void notificationClosed();

@@ -50,12 +50,8 @@ void NotificationManager::addNotification(const QString &text, NotificationType 
 // At most one popup offers an update, shown or kept back.
 void NotificationManager::removeUpdateForms()
 {
-    for (int i = m_hidden.size() - 1; i >= 0; --i) {
-        if (m_hidden.at(i)->notificationType() == UpdateAvailable)
-            m_hidden.takeAt(i)->deleteLater();
-    }
-    const QList<NotificationForm *> shown = m_shown;
-    for (NotificationForm *form : shown) {
+    const QList<NotificationForm *> all = m_hidden + m_shown;
+    for (NotificationForm *form : all) {
         if (form->notificationType() == UpdateAvailable)
             hideForm(form);
     }
@@ -64,6 +60,8 @@ void NotificationManager::removeUpdateForms()
 void NotificationManager::addHidedForm(NotificationForm *form)
 {
     m_hidden.append(form);
+    if (m_shown.isEmpty())
+        tellHost();
 }
 
 void NotificationManager::showForm(NotificationForm *form)
@@ -88,7 +86,12 @@ void NotificationManager::hideForm()
 
 void NotificationManager::hideForm(NotificationForm *form)
 {
-    if (!m_shown.removeOne(form) && !m_hidden.removeOne(form))
+    if (m_hidden.removeOne(form)) {
+        form->deleteLater();
+        tellHost();
+        return;
+    }
+    if (!m_shown.removeOne(form))
         return;
     for (int i = form->getPosition(); i < m_shown.size(); ++i) {
         NotificationForm *below = m_shown.at(i);

@@ -212,7 +212,7 @@ def tool_buttons():
     for name, glyph in glyphs.items():
         for state, body in tool_states(glyph):
             write(f"images/{name}" + ("" if state == "normal" else f"_{state}"), 24, 24, body)
-    spelling = {"normal": "normal", "hovered": "Hovered", "pressed": "Pressed"}
+    spelling = {"normal": "normal", "hovered": "Hovered", "pressed": "Pressed", "disabled": "disabled"}
     for state, body in tool_states(glyph_extend):
         if state in spelling:
             write(f"icons/res/icons/pbTimeExtend_NoActive_{spelling[state]}", 24, 24, body)

@@ -23,7 +23,8 @@ QString keyOfId(QString id)
 
 QString idOfKey(QString key)
 {
-    return key.replace(QLatin1String("%2F"), QLatin1String("/")).replace(QLatin1String("%25"), QLatin1String("%"));
+    return key.replace(QLatin1String("%2F"), QLatin1String("/"))
+        .replace(QLatin1String("%25"), QLatin1String("%"));
 }
 
 std::unique_ptr<QSettings> openStore(const QString &directory, const char *name)
@@ -87,6 +88,8 @@ void Orvana::Session::init(const QString &login, const QString &password)
     m_sessionStore = openStore(directory, "session.ini");
     if (hasFile(m_sessionStore))
         restoreSession(password.isEmpty());
+    else // or the first tick would take the service's totals for those of another day
+        m_worktimeDate = QDate::currentDate();
 
     m_teamsStore = openStore(directory, "teams.ini");
     m_tasksStore = openStore(directory, "tasks.ini");

@@ -34,8 +34,8 @@ void notify(const QString &text)
 
 } // namespace
 
-void MainForm::initTimer(QTimer &timer, const char *name, std::chrono::milliseconds interval,
-                         void (MainForm::*slot)())
+template <typename Slot>
+void MainForm::initTimer(QTimer &timer, const char *name, std::chrono::milliseconds interval, Slot slot)
 {
     timer.setObjectName(QString::fromLatin1(name));
     timer.setParent(this);
@@ -49,9 +49,7 @@ void MainForm::initTimers()
     // clock behind them stands still while the machine sleeps.
     m_sendActivityTimer.setTimerType(Qt::PreciseTimer);
     m_clockTimer.setTimerType(Qt::PreciseTimer);
-    m_sendActivityTimer.setObjectName(QStringLiteral("sendActivityTimer"));
-    m_sendActivityTimer.setInterval(kSlice);
-    connect(&m_sendActivityTimer, &QTimer::timeout, this, [this] { sendActivity(false); });
+    initTimer(m_sendActivityTimer, "sendActivityTimer", kSlice, [this] { sendActivity(false); });
     initTimer(m_checkUpdateTimer, "checkUpdateTimer", kUpdateCheck, &MainForm::checkUpdate);
     initTimer(m_checkNeedCloseTimer, "checkNeedCloseTimer", kCloseCheck, &MainForm::checkNeedCloseToUpdate);
     initTimer(m_updateCommentsTimer, "updateCommentsTimer", kListRefresh, &MainForm::updateComments);

@@ -3,19 +3,43 @@
 #include "app/deployment.h"
 
 #include <QDebug>
+#include <QEventLoop>
 #include <QHostAddress>
 #include <QSettings>
 #include <QTcpSocket>
+#include <QTimer>
+
+#include <chrono>
 
 namespace {
 
 constexpr int kDefaultPort = 7682;
-constexpr int kConnectTimeout = 100; // ms
+constexpr std::chrono::milliseconds kConnectTimeout(100);
 // A watcher that floods us is read in small pieces between other events.
 constexpr qint64 kReadBuffer = 64 * 1024;
 
 QTcpSocket s_socket;
 UserActivityWatcher *s_watcher = nullptr;
+
+// Not the socket's own wait: that gives the attempt up when its time is over,
+// and a late success must still count.
+bool waitForConnected()
+{
+    const auto isUnderWay = [] {
+        return s_socket.state() == QAbstractSocket::HostLookupState
+            || s_socket.state() == QAbstractSocket::ConnectingState;
+    };
+    if (isUnderWay()) {
+        QEventLoop loop;
+        QObject::connect(&s_socket, &QTcpSocket::stateChanged, &loop, [&loop, isUnderWay] {
+            if (!isUnderWay())
+                loop.quit();
+        });
+        QTimer::singleShot(kConnectTimeout, Qt::PreciseTimer, &loop, &QEventLoop::quit);
+        loop.exec(QEventLoop::ExcludeUserInputEvents);
+    }
+    return s_socket.state() == QAbstractSocket::ConnectedState;
+}
 
 } // namespace
 
@@ -43,7 +67,7 @@ bool UserActivityWatcher::startWatch()
     s_socket.connectToHost(QHostAddress(QHostAddress::LocalHost), getPort(), QIODevice::ReadWrite);
     qDebug() << "Service host:" << static_cast<int>(QHostAddress::LocalHost);
     qDebug() << "Service port:" << getPort();
-    const bool connected = s_socket.waitForConnected(kConnectTimeout);
+    const bool connected = waitForConnected();
     qDebug() << "Was connected to service:" << connected;
     return connected;
 }

@@ -10,6 +10,7 @@
 #include "ui/taskform.h"
 #include "ui/tasklistform.h"
 #include "ui/timetexts.h"
+#include "ui/tooltips.h"
 #include "ui_mainform.h"
 
 #include <QDebug>
@@ -23,22 +24,42 @@
 
 namespace {
 
+const QMargins kTaskTextMargins(4, 2, 4, 2); // room for the focus ring
 const QString kPickTask = QStringLiteral("Выбрать задачу");
 const QString kTimeExtendStyle = QStringLiteral(
     "QPushButton{background-image: url(:/icons/res/icons/pbTimeExtend_NoActive_normal.png);}"
     "QPushButton:hover{background-image: url(:/icons/res/icons/pbTimeExtend_NoActive_Hovered.png);}"
-    "QPushButton:pressed{background-image: url(:/icons/res/icons/pbTimeExtend_NoActive_Pressed.png);}");
+    "QPushButton:pressed{background-image: url(:/icons/res/icons/pbTimeExtend_NoActive_Pressed.png);}"
+    "QPushButton:disabled{background-image: url(:/icons/res/icons/pbTimeExtend_NoActive_disabled.png);}");
 
 QString playStyle(bool hasTask, bool online, bool active)
 {
     if (!hasTask)
         return QStringLiteral("background-image: url(:/images/pbPlay_Disabled.png);");
-    const QString image = QStringLiteral(":/images/") + (active ? QLatin1String("pbPause") : QLatin1String("pbPlay"))
+    const QString image = QStringLiteral(":/images/")
+        + (active ? QLatin1String("pbPause") : QLatin1String("pbPlay"))
         + (online ? QLatin1String("_Online") : QLatin1String("_Offline"));
     return QStringLiteral("QPushButton{background-image: url(") + image
         + QStringLiteral(".png);}QPushButton:hover:!pressed{background-image: url(") + image
         + QStringLiteral("_hovered.png);}QPushButton:pressed{background-image: url(") + image
         + QStringLiteral("_hovered_clicked.png);}");
+}
+
+// The same picture in a chosen row: it would be tinted there.
+QIcon taskIcon(const QString &path)
+{
+    QIcon icon(path);
+    icon.addFile(path, QSize(), QIcon::Selected);
+    return icon;
+}
+
+// With the drawings for the sizes of small panels.
+QIcon trayIcon(const QString &name)
+{
+    QIcon icon;
+    for (const char *size : {"_16", "_22", ""})
+        icon.addFile(QStringLiteral(":/icons/") + name + QLatin1String(size) + QStringLiteral(".png"));
+    return icon;
 }
 
 void notify(const QString &text)
@@ -49,7 +70,9 @@ void notify(const QString &text)
 } // namespace
 
 MainForm::MainForm(Orvana *orvana, QWidget *parent)
-    : QDialog(parent), m_ui(std::make_unique<Ui::MainForm>()), m_orvana(orvana)
+    : QDialog(parent)
+    , m_ui(std::make_unique<Ui::MainForm>())
+    , m_orvana(orvana)
 {
     m_ui->setupUi(this);
     setAttribute(Qt::WA_TranslucentBackground);
@@ -63,10 +86,10 @@ MainForm::MainForm(Orvana *orvana, QWidget *parent)
     m_taskText->setObjectName(QStringLiteral("lbTask"));
     m_taskText->setFocusPolicy(Qt::TabFocus);
     m_taskText->setCursor(Qt::PointingHandCursor);
+    m_taskText->setContentsMargins(kTaskTextMargins);
     m_ui->taskLayout->addWidget(m_taskText);
     m_ui->pbTimeExtend->setStyleSheet(kTimeExtendStyle);
     m_taskText->installEventFilter(this);
-    m_ui->lbActivity->installEventFilter(this);
     setTabOrder(m_ui->pbTask, m_taskText);
     setTabOrder(m_taskText, m_ui->pbMenu);
     initTimers();
@@ -74,7 +97,8 @@ MainForm::MainForm(Orvana *orvana, QWidget *parent)
     connectSignals();
     initMenu();
     initTrayIcon();
-    connect(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity, this, &MainForm::setHasActivity);
+    connect(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity, this,
+            &MainForm::setHasActivity);
 
     updateNoticeBtn();
     updatePlayBtn();
@@ -170,9 +194,9 @@ void MainForm::stayReachable()
 
 QIcon MainForm::getTaskIcon(const Task &task) const
 {
-    static const QIcon blocked(QStringLiteral(":/images/pbTaskBlocked.png"));
-    static const QIcon urgent(QStringLiteral(":/images/pbTaskUrgentGrey.png"));
-    static const QIcon plain(QStringLiteral(":/images/pbTask.png"));
+    static const QIcon blocked = taskIcon(QStringLiteral(":/images/pbTaskBlocked.png"));
+    static const QIcon urgent = taskIcon(QStringLiteral(":/images/pbTaskUrgentGrey.png"));
+    static const QIcon plain = taskIcon(QStringLiteral(":/images/pbTask.png"));
     if (task.isBlocking())
         return blocked;
     return task.importance >= 1 ? urgent : plain;
@@ -201,14 +225,19 @@ void MainForm::onTaskChange()
         m_ui->pbPlay->setChecked(session->isActive());
     } else {
         m_ui->pbPlay->setChecked(false);
+        // A button that was never down says nothing: the session may have been
+        // stored while tracking a task that is not there any more.
+        if (session->isActive())
+            stopTracking();
         m_ui->pbPlay->setCheckable(false);
         m_taskText->setText(kPickTask);
         m_ui->pbTask->setIcon(getTaskIcon(Task()));
         updateOverdueTime();
     }
-    m_taskText->setToolTip(m_taskText->text().toHtmlEscaped());
+    m_taskText->setToolTip(literalToolTip(m_taskText->text()));
     m_ui->pbComment->setProperty("task_id", taskId);
     m_ui->pbComment->setEnabled(hasTask && !task.isCatchAll());
+    m_ui->pbTimeExtend->setEnabled(hasTask);
     m_ui->lbComment->setText(task.lastComment.toString(QStringLiteral("dd.MM hh:mm")));
     updatePlayBtn();
     updateTrayToolTip();
@@ -219,6 +248,7 @@ void MainForm::updateForNewLogin()
 {
     const QString login = m_orvana->session()->login();
     if (m_trackedLogin != login) {
+        m_hasActivity = false;
         m_tickCount = 0;
         m_activeTicks = 0;
         m_trackedLogin = login;
@@ -275,18 +305,21 @@ void MainForm::updateTrayIcon()
 {
     const bool active = m_orvana->session()->isActive();
     const bool attention = NotificationManager::instance()->hasVisibleNotifications();
-    QString name = active ? QStringLiteral(":/icons/trayActive.png") : QStringLiteral(":/icons/trayNotActive.png");
+    QString name = active ? QStringLiteral("trayActive") : QStringLiteral("trayNotActive");
     if (attention)
-        name = active ? QStringLiteral(":/icons/trayActive_attention.png")
-                      : QStringLiteral(":/icons/trayNotactive_attention.png");
-    m_trayIcon->setIcon(QIcon(name));
+        name = active ? QStringLiteral("trayActive_attention") : QStringLiteral("trayNotactive_attention");
+    if (name != m_trayIconName) {
+        m_trayIconName = name;
+        m_trayIcon->setIcon(trayIcon(name));
+    }
     updateTrayToolTip();
 }
 
 void MainForm::updateTrayToolTip()
 {
     const Orvana::Session *session = m_orvana->session();
-    const QString state = session->isActive() ? QStringLiteral("Идёт запись") : QStringLiteral("Запись остановлена");
+    const QString state =
+        session->isActive() ? QStringLiteral("Идёт запись") : QStringLiteral("Запись остановлена");
     m_trayIcon->setToolTip(state + QLatin1Char('\n') + m_taskText->text() + QStringLiteral("\nСегодня: ")
                            + session->todayTime().toString(QStringLiteral("hh:mm")));
 }
@@ -317,8 +350,9 @@ void MainForm::updateOnlineState(const QString &reason)
     const bool online = m_orvana->session()->isOnline();
     qDebug() << "Online state is" << online;
     updatePlayBtn();
-    notify(reason
-           + (online ? QStringLiteral("Переход в онлайн-режим.") : QStringLiteral("Переход в оффлайн-режим.")));
+    notify(
+        reason
+        + (online ? QStringLiteral("Переход в онлайн-режим.") : QStringLiteral("Переход в оффлайн-режим.")));
 }
 
 int MainForm::notificationOffset() const

@@ -121,7 +121,8 @@ private:
     void stayReachable();
     void updateTrayToolTip();
     void setStartStopText(const QString &text);
-    void initTimer(QTimer &timer, const char *name, std::chrono::milliseconds interval, void (MainForm::*slot)());
+    template <typename Slot>
+    void initTimer(QTimer &timer, const char *name, std::chrono::milliseconds interval, Slot slot);
 
     std::unique_ptr<Ui::MainForm> m_ui;
     Orvana *m_orvana;
@@ -137,6 +138,7 @@ private:
     QPoint m_grip;
     bool m_dragging = false;
     QString m_playStyle;
+    QString m_trayIconName;
     bool m_wasShown = false;
 
     QTimer m_sendActivityTimer;

@@ -36,15 +36,9 @@ bool isActivation(const QEvent *event)
 
 bool MainForm::eventFilter(QObject *watched, QEvent *event)
 {
-    if (isActivation(event)) {
-        if (watched == m_taskText) {
-            on_pbTask_clicked();
-            return true;
-        }
-        if (watched == m_ui->lbActivity) {
-            on_lbActivity_clicked();
-            return true;
-        }
+    if (watched == m_taskText && isActivation(event)) {
+        on_pbTask_clicked();
+        return true;
     }
     return QDialog::eventFilter(watched, event);
 }

@@ -12,6 +12,8 @@ namespace {
 constexpr int kRestAtStart = 3000; // ms
 constexpr int kRestAtEnd = 2000; // ms
 constexpr int kStep = 40; // ms for a pixel
+// Longer ones nobody reads to the end, and each step lays out the whole line.
+constexpr int kLongestLine = 500;
 
 } // namespace
 
@@ -22,29 +24,31 @@ ScrollText::ScrollText(bool alwaysMoves, QWidget *parent) : QWidget(parent), m_a
 
 void ScrollText::setText(const QString &text)
 {
-    QString line = text;
-    line.replace(QLatin1Char('\n'), QLatin1Char(' '));
-    if (line == m_text)
+    if (text == m_text)
         return;
-    m_text = line;
-    setAccessibleName(m_text);
+    m_text = text;
+    m_line = text.left(kLongestLine);
+    if (m_line.size() < text.size())
+        m_line += QChar(0x2026);
+    m_line.replace(QLatin1Char('\n'), QLatin1Char(' '));
+    setAccessibleName(m_line);
     updateGeometry();
     restart();
 }
 
 QSize ScrollText::sizeHint() const
 {
-    return QSize(fontMetrics().horizontalAdvance(m_text), fontMetrics().height());
+    return QSize(fontMetrics().horizontalAdvance(m_line), fontMetrics().height()).grownBy(contentsMargins());
 }
 
 QSize ScrollText::minimumSizeHint() const
 {
-    return QSize(fontMetrics().averageCharWidth() * 4, fontMetrics().height());
+    return QSize(fontMetrics().averageCharWidth() * 4, fontMetrics().height()).grownBy(contentsMargins());
 }
 
 int ScrollText::overhang() const
 {
-    return std::max(0, fontMetrics().horizontalAdvance(m_text) - width());
+    return std::max(0, fontMetrics().horizontalAdvance(m_line) - contentsRect().width());
 }
 
 void ScrollText::restart()
@@ -94,17 +98,13 @@ void ScrollText::paintEvent(QPaintEvent *event)
     option.initFrom(this);
     style()->drawPrimitive(QStyle::PE_Widget, &option, &painter, this);
     painter.setPen(palette().color(QPalette::WindowText));
-    if (m_timer.isActive() || overhang() == 0) {
-        painter.drawText(QRect(-m_offset, 0, width() + overhang(), height()), Qt::AlignLeft | Qt::AlignVCenter,
-                         m_text);
+    const QRect box = contentsRect();
+    if (m_phase == Phase::RestingAtStart) {
+        painter.drawText(box, Qt::AlignLeft | Qt::AlignVCenter,
+                         fontMetrics().elidedText(m_line, Qt::ElideRight, box.width()));
     } else {
-        painter.drawText(rect(), Qt::AlignLeft | Qt::AlignVCenter,
-                         fontMetrics().elidedText(m_text, Qt::ElideRight, width()));
-    }
-    if (hasFocus()) {
-        QStyleOptionFocusRect focus;
-        focus.initFrom(this);
-        style()->drawPrimitive(QStyle::PE_FrameFocusRect, &focus, &painter, this);
+        painter.setClipRect(box);
+        painter.drawText(box.adjusted(-m_offset, 0, overhang(), 0), Qt::AlignLeft | Qt::AlignVCenter, m_line);
     }
 }
 

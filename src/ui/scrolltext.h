@@ -42,6 +42,7 @@ private:
     void rest(Phase phase);
 
     QString m_text;
+    QString m_line; // what is shown of it
     QBasicTimer m_timer;
     Phase m_phase = Phase::RestingAtStart;
     int m_offset = 0;

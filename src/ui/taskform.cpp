@@ -5,6 +5,7 @@
 #include "service/ovsession.h"
 #include "ui/artwork.h"
 #include "ui/mainform.h"
+#include "ui/tooltips.h"
 #include "ui_taskform.h"
 
 #include <QSignalBlocker>
@@ -19,12 +20,6 @@ QString itemText(const Task &task)
     if (!task.deadline.isValid())
         return task.title;
     return task.title + QStringLiteral(" | Истекает: ") + serviceDateTimeText(task.deadline);
-}
-
-// Items show their texts as they are; tool tips would run markup in them.
-QString plainToolTip(const QString &text)
-{
-    return text.toHtmlEscaped();
 }
 
 int indexOfId(const QComboBox *box, const QString &id)
@@ -99,7 +94,7 @@ void TaskForm::fillTeams(const QList<Team> &teams)
     m_ui->cbTeam->clear();
     for (const Team &team : teams) {
         m_ui->cbTeam->addItem(team.name, team.id);
-        m_ui->cbTeam->setItemData(m_ui->cbTeam->count() - 1, plainToolTip(team.name), Qt::ToolTipRole);
+        m_ui->cbTeam->setItemData(m_ui->cbTeam->count() - 1, literalToolTip(team.name), Qt::ToolTipRole);
     }
     m_shownTeams = teams;
 }
@@ -132,7 +127,7 @@ void TaskForm::fillTasks(const QList<Task> &tasks)
     for (const Task &task : tasks) {
         auto *item = new QStandardItem(m_mainForm->getTaskIcon(task), itemText(task));
         item->setData(task.id, Qt::UserRole);
-        item->setToolTip(plainToolTip(item->text()));
+        item->setToolTip(literalToolTip(item->text()));
         items.append(item);
     }
     qobject_cast<QStandardItemModel *>(m_ui->cbTask->model())->invisibleRootItem()->appendRows(items);

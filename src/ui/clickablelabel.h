@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QLabel>
+
+// A label that works like a button: by mouse, and by keyboard when it may have
+// the focus.
+class ClickableLabel final : public QLabel
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(ClickableLabel)
+
+public:
+    explicit ClickableLabel(QWidget *parent = nullptr);
+
+signals:
+    void clicked();
+
+protected:
+    void mousePressEvent(QMouseEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
+};

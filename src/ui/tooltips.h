@@ -1,0 +1,6 @@
+#pragma once
+
+#include <QString>
+
+// What a tool tip is given so that it shows the text as it is, markup included.
+QString literalToolTip(const QString &text);

@@ -1,0 +1,105 @@
+#pragma once
+
+#include "app/application.h"
+#include "testclient.h"
+#include "ui/mainform.h"
+
+#include <QFile>
+#include <QMap>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+
+#include <memory>
+
+/// The client's windows over a client of their own, styled as the program styles them; nobody has
+/// worked yet today.
+class WindowBench final
+{
+public:
+    WindowBench()
+    {
+        applyStyle();
+        server().edit([](localservice::World &world) {
+            for (localservice::User &user : world.users)
+                user.worked = {};
+        });
+    }
+    Q_DISABLE_COPY_MOVE(WindowBench)
+
+    static void applyStyle()
+    {
+        registerResources();
+        QFile style(QStringLiteral(":/qss/main.qss"));
+        if (qApp->styleSheet().isEmpty() && style.open(QIODevice::ReadOnly))
+            qApp->setStyleSheet(QString::fromUtf8(style.readAll().constData()));
+    }
+
+    localservice::Server &server() { return m_client.server; }
+    Orvana *orvana() const { return m_client.orvana.get(); }
+    Orvana::Session *session() const { return m_client.session(); }
+
+    bool signIn(const QString &login = TestClient::anna(), const QString &password = QStringLiteral("orvana"))
+    {
+        return m_client.logIn(login, password) && refresh();
+    }
+
+    bool refresh()
+    {
+        QSignalSpy updated(session(), &Orvana::Session::teamsUpdated);
+        orvana()->requestTeamsAndTasks();
+        return (updated.count() > 0 || updated.wait()) && settle();
+    }
+
+    /// All replies are in.
+    bool settle() const
+    {
+        const auto *network = orvana()->findChild<QNetworkAccessManager *>();
+        return QTest::qWaitFor([network] { return network->findChildren<QNetworkReply *>().isEmpty(); },
+                               TestClient::waitLimit);
+    }
+
+    /// With everything that it asks at its start answered and its popups gone.
+    bool openWindow()
+    {
+        form = std::make_unique<MainForm>(orvana());
+        form->show();
+        const bool ready = QTest::qWaitForWindowExposed(form.get()) && settle();
+        dropPopups();
+        server().clearRequests();
+        return ready;
+    }
+
+    void restartWithoutWindow()
+    {
+        form.reset();
+        m_client.restart();
+    }
+
+    static void dropPopups() { NotificationManager::instance()->destroy(); }
+
+    /// What the popups on the screen say, from the top down.
+    static QStringList popupTexts()
+    {
+        QMap<int, QString> byPlace;
+        const QWidgetList windows = QApplication::topLevelWidgets();
+        for (const QWidget *window : windows) {
+            const auto *popup = qobject_cast<const NotificationForm *>(window);
+            if (popup && popup->isVisible())
+                byPlace.insert(popup->getPosition(),
+                               popup->findChild<QTextEdit *>(QStringLiteral("leMessage"))->toPlainText());
+        }
+        return byPlace.values();
+    }
+
+    template <typename T>
+    T *child(const char *name) const
+    {
+        return form->findChild<T *>(QString::fromLatin1(name));
+    }
+
+private:
+    TestClient m_client;
+
+public:
+    std::unique_ptr<MainForm> form; // goes before the client
+};
