@@ -39,6 +39,7 @@ constexpr auto kInputPeriod = 10ms;
 constexpr int kInputChance = 40; // percent
 constexpr auto kShortRun = 1200; // ms
 constexpr auto kLongRun = 4000; // ms, so that pictures fall due
+constexpr int kSlowest = 150; // ms
 constexpr auto kBetweenRuns = 300; // s of the client's time
 const QString kUser = QStringLiteral("anna@orvana.example");
 
@@ -99,7 +100,7 @@ private:
     int m_seenPictures = 0;
     int m_complaints = 0;
     QMap<QByteArray, int> m_strikes;
-    QMap<int, int> m_weathers;
+    Weather m_weather = Fine;
     std::mutex m_takeIn;
 };
 
@@ -132,8 +133,9 @@ Trials::Trials(quint32 seed)
             QObject::connect(client, &QTcpSocket::disconnected, client, &QObject::deleteLater);
     });
     QObject::connect(&m_weatherTimer, &QTimer::timeout, &m_watcher, [this] {
-        setWeather(below(2) == 0 ? Fine : static_cast<Weather>(below(WeatherCount)));
-        m_weatherTimer.start(100 + below(500));
+        const bool clearsUp = m_weather != Fine;
+        setWeather(clearsUp ? Fine : static_cast<Weather>(1 + below(WeatherCount - 1)));
+        m_weatherTimer.start(clearsUp ? 200 + below(600) : 200 + below(1500));
     });
     m_input.start(kInputPeriod);
 }
@@ -154,7 +156,7 @@ void Trials::prepareUser() const
 
 void Trials::setWeather(Weather weather)
 {
-    ++m_weathers[weather];
+    m_weather = weather;
     if (weather == Lost || weather == Cut || weather == Stopped)
         m_ledger->repliesGetLost();
     const auto all = QStringLiteral("*");
@@ -165,7 +167,7 @@ void Trials::setWeather(Weather weather)
     m_server->setOutage(weather == Refused ? Outage::Dropped
                                            : (weather == Unavailable ? Outage::Unavailable : Outage::None));
     if (weather == Slow)
-        m_server->setFault(all, Fault::delayed(std::chrono::milliseconds(below(60))));
+        m_server->setFault(all, Fault::delayed(std::chrono::milliseconds(below(kSlowest))));
     else if (weather == Lost)
         m_server->setFault(all, Fault::loseReply());
     else if (weather == Cut)

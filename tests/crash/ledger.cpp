@@ -4,6 +4,8 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QPair>
+#include <QSet>
 
 #include <algorithm>
 #include <array>
@@ -107,11 +109,14 @@ void Ledger::repliesArrive()
         m_lossy.last().to = std::min(m_lossy.constLast().to, Clock::now());
 }
 
-bool Ledger::wasLost(const Acceptance &acceptance) const
+// The interval in which the reply to it was lost, or -1.
+int Ledger::lossOf(const Acceptance &acceptance) const
 {
-    return std::any_of(m_lossy.cbegin(), m_lossy.cend(), [&acceptance](const Interval &interval) {
-        return acceptance.when >= interval.from - kOnTheWay && acceptance.when <= interval.to + kOnTheWay;
-    });
+    const auto found =
+        std::find_if(m_lossy.cbegin(), m_lossy.cend(), [&acceptance](const Interval &interval) {
+            return acceptance.when >= interval.from - kOnTheWay && acceptance.when <= interval.to + kOnTheWay;
+        });
+    return found == m_lossy.cend() ? -1 : static_cast<int>(found - m_lossy.cbegin());
 }
 
 QVector<QString> Ledger::waitingIds() const
@@ -123,19 +128,24 @@ QVector<QString> Ledger::waitingIds() const
     return ids;
 }
 
-// One excuse for each acceptance whose reply was lost and one for a kill that left
-// the record in the folder; a second sending by the same client has none.
+// A client takes a report up again only after another one has got through: as long
+// as all replies are lost, one acceptance is excused. A kill excuses one that left
+// the record in the folder. A second sending without such a reason has no excuse.
 void Ledger::clientIsGone()
 {
     const std::lock_guard lock(m_mutex);
     readRecords();
-    QHash<QString, int> answered;
+    QSet<QPair<QString, int>> lost;
+    QSet<QString> answered;
     for (const Acceptance &acceptance : qAsConst(m_ofThisRun)) {
-        if (wasLost(acceptance))
-            ++m_excuses[acceptance.id];
+        const int loss = lossOf(acceptance);
+        if (loss < 0)
+            answered.insert(acceptance.id);
         else
-            ++answered[acceptance.id];
+            lost.insert({acceptance.id, loss});
     }
+    for (const auto &loss : qAsConst(lost))
+        ++m_excuses[loss.first];
     const QVector<QString> left = waitingIds();
     for (const QString &id : left)
         m_excuses[id] += answered.contains(id) ? 1 : 0;

@@ -64,7 +64,7 @@ private:
     void readRecords();
     void enter(const QString &name);
     QString idOf(const QString &name) const;
-    bool wasLost(const Acceptance &acceptance) const;
+    int lossOf(const Acceptance &acceptance) const;
     QVector<QString> waitingIds() const;
 
     std::mutex m_mutex;
