@@ -1,5 +1,7 @@
 #include "service/activitycache.h"
 
+#include "service/crashpoint.h"
+
 #include <QDir>
 #include <QFile>
 #include <QTemporaryFile>
@@ -60,12 +62,14 @@ QString writeUnfinished(const QString &pathTemplate, const QByteArray &bytes, QS
     };
     if (!file.open())
         return fail(file.errorString());
+    crashPoint("record-opened");
     if (file.write(bytes) != bytes.size() || !file.flush())
         return fail(file.errorString());
     if (fsync(file.handle()) != 0)
         return fail(systemError());
     file.close();
     file.setAutoRemove(false);
+    crashPoint("record-written");
     return file.fileName();
 }
 
@@ -77,6 +81,7 @@ bool moveIntoPlace(const QString &from, const QString &to, QString *errorText)
         QFile::remove(from);
         return false;
     }
+    crashPoint("record-renamed");
     flushFolder(QFileInfo(to).path());
     return true;
 }

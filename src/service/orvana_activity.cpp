@@ -2,6 +2,7 @@
 
 #include "model/json.h"
 #include "notifications/notificationmanager.h"
+#include "service/crashpoint.h"
 #include "service/ovsession.h"
 #include "service/replyparser.h"
 #include "service/requestbody.h"
@@ -61,6 +62,7 @@ QVariantMap Orvana::newReport() const
 
 void Orvana::sendTaskActivity(int activeSlices)
 {
+    crashPoint("minute-over");
     QVariantMap body = newReport();
     body.insert(QStringLiteral("active"), QString::number(activeSlices));
     const QString url = m_serviceUrl + kActivityPath;
@@ -156,6 +158,7 @@ void Orvana::sendActivityFile(QFile *file)
 
     QNetworkReply *reply = post(SendActivity, QUrl(url), activityPayload(body));
     reply->setProperty(kFileProperty, file->fileName());
+    crashPoint("request-posted");
     file->deleteLater();
 }
 
@@ -195,6 +198,7 @@ void Orvana::activityNotSent(const QByteArray &body)
 
 void Orvana::processSendActivityReply(QNetworkReply *reply)
 {
+    crashPoint("reply-received");
     const QByteArray body = reply->readAll();
     if (!validateReply(body)) {
         qDebug() << reply->request().url();
@@ -233,8 +237,10 @@ void Orvana::removeCachedActivityFile(QFile *file)
 {
     const QVariantMap body = parseRecord(file->fileName()).value(kBodyKey).toMap();
     const QString picture = body.value(kFileNameKey).toString();
+    crashPoint("before-removal");
     // The record goes first: a record without its picture would be sent again.
     m_cache.remove(file->fileName());
+    crashPoint("record-removed");
     if (!picture.isEmpty() && isOwnScreenshot(picture))
         QFile::remove(picture);
     file->deleteLater();

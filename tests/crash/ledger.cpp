@@ -1,0 +1,188 @@
+#include "ledger.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QPair>
+#include <QSet>
+
+#include <algorithm>
+#include <array>
+
+#include <sys/inotify.h>
+#include <unistd.h>
+
+namespace {
+
+// A reply may be lost by a change that comes while it is on its way.
+constexpr std::chrono::milliseconds kOnTheWay{250};
+const QString kRecordPrefix = QStringLiteral("json");
+
+} // namespace
+
+Ledger::Ledger(const QString &folder)
+    : m_folder(folder)
+    , m_inotify(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+{
+    if (inotify_add_watch(m_inotify, QFile::encodeName(folder).constData(), IN_MOVED_TO) < 0)
+        qFatal("the folder cannot be watched");
+}
+
+Ledger::~Ledger()
+{
+    close(m_inotify);
+}
+
+QString Ledger::minuteId(const QString &version, const QString &taskId, const QString &active)
+{
+    return version + QStringLiteral(" task ") + taskId + QStringLiteral(" active ") + active;
+}
+
+QString Ledger::pictureId(const QString &version, const QString &fileName)
+{
+    return version + QStringLiteral(" picture ") + fileName;
+}
+
+QString Ledger::idOf(const QString &name) const
+{
+    QFile file(m_folder + QLatin1Char('/') + name);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    const QJsonObject body =
+        QJsonDocument::fromJson(file.readAll()).object().value(QStringLiteral("body")).toObject();
+    const auto text = [&body](const char *key) { return body.value(QLatin1String(key)).toString(); };
+    if (body.contains(QLatin1String("fileName")))
+        return pictureId(text("version"), text("fileName"));
+    return minuteId(text("version"), text("task_id"), text("active"));
+}
+
+void Ledger::enter(const QString &name)
+{
+    const QString id = idOf(name);
+    if (id.isEmpty())
+        ++m_unread;
+    else
+        ++m_counted[id];
+}
+
+void Ledger::readRecords()
+{
+    alignas(inotify_event) std::array<char, 64 * 1024> buffer;
+    for (ssize_t size; (size = read(m_inotify, buffer.data(), buffer.size())) > 0;) {
+        for (ssize_t at = 0; at < size;) {
+            const auto *event = reinterpret_cast<const inotify_event *>(buffer.data() + at);
+            if (event->mask & IN_Q_OVERFLOW)
+                qFatal("records went unseen");
+            const QString name = QFile::decodeName(event->name);
+            if (name.startsWith(kRecordPrefix))
+                enter(name);
+            at += static_cast<ssize_t>(sizeof *event + event->len);
+        }
+    }
+}
+
+void Ledger::readFolder()
+{
+    const std::lock_guard lock(m_mutex);
+    readRecords();
+}
+
+void Ledger::accepted(const QString &id)
+{
+    const std::lock_guard lock(m_mutex);
+    readRecords();
+    ++m_accepted[id];
+    m_ofThisRun.append({Clock::now(), id});
+}
+
+void Ledger::repliesGetLost()
+{
+    const std::lock_guard lock(m_mutex);
+    m_lossy.append({Clock::now(), Clock::time_point::max() - kOnTheWay});
+}
+
+void Ledger::repliesArrive()
+{
+    const std::lock_guard lock(m_mutex);
+    if (!m_lossy.isEmpty())
+        m_lossy.last().to = std::min(m_lossy.constLast().to, Clock::now());
+}
+
+// The interval in which the reply to it was lost, or -1.
+int Ledger::lossOf(const Acceptance &acceptance) const
+{
+    const auto found =
+        std::find_if(m_lossy.cbegin(), m_lossy.cend(), [&acceptance](const Interval &interval) {
+            return acceptance.when >= interval.from - kOnTheWay && acceptance.when <= interval.to + kOnTheWay;
+        });
+    return found == m_lossy.cend() ? -1 : static_cast<int>(found - m_lossy.cbegin());
+}
+
+QVector<QString> Ledger::waitingIds() const
+{
+    QVector<QString> ids;
+    const QStringList names = QDir(m_folder).entryList({kRecordPrefix + QLatin1Char('*')}, QDir::Files);
+    for (const QString &name : names)
+        ids.append(idOf(name));
+    return ids;
+}
+
+// A client takes a report up again only after another one has got through: as long
+// as all replies are lost, one acceptance is excused. A kill excuses one that left
+// the record in the folder. A second sending without such a reason has no excuse.
+void Ledger::clientIsGone()
+{
+    const std::lock_guard lock(m_mutex);
+    readRecords();
+    QSet<QPair<QString, int>> lost;
+    QSet<QString> answered;
+    for (const Acceptance &acceptance : qAsConst(m_ofThisRun)) {
+        const int loss = lossOf(acceptance);
+        if (loss < 0)
+            answered.insert(acceptance.id);
+        else
+            lost.insert({acceptance.id, loss});
+    }
+    for (const auto &loss : qAsConst(lost))
+        ++m_excuses[loss.first];
+    const QVector<QString> left = waitingIds();
+    for (const QString &id : left)
+        m_excuses[id] += answered.contains(id) ? 1 : 0;
+    m_ofThisRun.clear();
+    if (!m_lossy.isEmpty())
+        m_lossy = {m_lossy.constLast()};
+}
+
+int Ledger::counted()
+{
+    const std::lock_guard lock(m_mutex);
+    readRecords();
+    return m_counted.size();
+}
+
+Ledger::Sums Ledger::sums()
+{
+    const std::lock_guard lock(m_mutex);
+    readRecords();
+    Sums sums;
+    const QVector<QString> left = waitingIds();
+    sums.counted = m_counted.size();
+    sums.received = m_accepted.size();
+    sums.unread = m_unread;
+    for (auto it = m_counted.cbegin(); it != m_counted.cend(); ++it) {
+        const bool waits = left.contains(it.key());
+        if (!m_accepted.contains(it.key()))
+            ++(waits ? sums.waiting : sums.missing);
+        // A second record of one report would be a second payment.
+        sums.unexcused += it.value() - 1;
+    }
+    for (auto it = m_accepted.cbegin(); it != m_accepted.cend(); ++it) {
+        sums.uncounted += m_counted.contains(it.key()) ? 0 : 1;
+        const int again = it.value() - 1;
+        const int excused = std::min(again, m_excuses.value(it.key()));
+        sums.excused += excused;
+        sums.unexcused += again - excused;
+    }
+    return sums;
+}
