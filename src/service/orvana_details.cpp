@@ -71,6 +71,9 @@ void Orvana::processRequestTimeSync(QNetworkReply *reply)
     if (!validateReply(body))
         qDebug() << reply->request().url();
     const DayTotals totals = parseDayTotals(parseObject(body));
+    // Totals without a day would be taken for yesterday's at the first tick.
+    if (!m_session->worktimeDate().isValid())
+        m_session->setWorktimeDate(QDate::currentDate());
     m_session->setActiveTime(totals.active);
     m_session->setWorktime(totals.total);
     // The request keeps its id under "task_id", so the time lands under an empty

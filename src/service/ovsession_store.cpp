@@ -88,8 +88,6 @@ void Orvana::Session::init(const QString &login, const QString &password)
     m_sessionStore = openStore(directory, "session.ini");
     if (hasFile(m_sessionStore))
         restoreSession(password.isEmpty());
-    else // or the first tick would take the service's totals for those of another day
-        m_worktimeDate = QDate::currentDate();
 
     m_teamsStore = openStore(directory, "teams.ini");
     m_tasksStore = openStore(directory, "tasks.ini");

@@ -55,7 +55,7 @@ private:
         ~Run()
         {
             if (QTest::currentTestFailed())
-                qWarning("%s", (output + process.readAll()).constData());
+                qWarning("%s", QByteArray(output + process.readAll()).constData());
         }
     };
 
