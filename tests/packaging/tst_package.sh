@@ -22,8 +22,7 @@ finish() {
     [ -z "$client" ] || kill "$client" 2>/dev/null || true
     stop_all
 }
-trap finish EXIT
-trap 'exit 143' TERM INT
+on_exit finish
 
 fail() {
     say "FAIL: $*"
@@ -121,7 +120,6 @@ window() { xdotool search --onlyvisible --name "$1" 2>/dev/null | tail -n 1; }
 has_window() { [ -n "$(window "$1")" ]; }
 class_of() { xprop -id "$1" WM_CLASS | sed 's/.*, "\(.*\)"$/\1/'; }
 log_has() { grep -q "$1" "$ORVANA_STORAGE_ROOT/.orvana/log.log"; }
-client_ended() { ! kill -0 "$client" 2>/dev/null; }
 
 # Not within check: what it starts and exports must stay.
 start_companions() {
@@ -175,7 +173,7 @@ check "desktops can tell its windows" test "$(class_of "$login")" = "$(entry_val
 check "it found the watcher" log_has 'connected to service: true'
 check "it logs in" log_in
 kill "$client"
-check "it ends when asked" wait_for 20 client_ended
+check "it ends when asked" wait_for 20 ended "$client"
 check "it ends in order" log_has 'Exit Orvana Team Monitor OK'
 client=
 stop_all
