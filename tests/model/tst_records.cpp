@@ -18,7 +18,6 @@ private slots:
     void survivesHugeCounts();
     void livesInSettingsFiles();
     void equalityIsById();
-    void blocking();
     void readsServiceDateTimes_data();
     void readsServiceDateTimes();
 };
@@ -199,15 +198,6 @@ void TestRecords::equalityIsById()
     QList<Task> tasks{someTask(), otherId, sameId};
     QCOMPARE(tasks.removeAll(someTask()), 2);
     QCOMPARE(tasks, QList<Task>{otherId});
-}
-
-void TestRecords::blocking()
-{
-    for (const char *block : {"1", "yes", "00", " ", "", "0"}) {
-        Task task;
-        task.block = s(block);
-        QCOMPARE(task.isBlocking(), *block != '\0' && qstrcmp(block, "0") != 0);
-    }
 }
 
 void TestRecords::readsServiceDateTimes_data()

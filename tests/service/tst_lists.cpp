@@ -14,7 +14,6 @@ private slots:
     void readsDetails();
     void readsDayTotals_data();
     void readsDayTotals();
-    void logsBodiesCut();
     void findsTeamChanges_data();
     void findsTeamChanges();
     void findsTaskChanges_data();
@@ -160,13 +159,6 @@ void TestLists::readsDayTotals()
     QCOMPARE(totals("today_active"), show({result, none, none}));
     QCOMPARE(totals("today_total"), show({none, result, none}));
     QCOMPARE(totals("today_task"), show({none, none, result}));
-}
-
-void TestLists::logsBodiesCut()
-{
-    QCOMPARE(bodyForLog(QByteArray("Ответ")), QStringLiteral("Ответ"));
-    const QString cut = bodyForLog(QByteArray(10 * 1024 * 1024, 'x'));
-    QVERIFY(cut.size() < 100 * 1024 && cut.endsWith(QStringLiteral("(10485760 bytes)")));
 }
 
 void TestLists::findsTeamChanges_data()
