@@ -1,6 +1,7 @@
 #include "model/records.h"
 
 #include <QDataStream>
+#include <QTimeZone>
 
 namespace {
 
@@ -28,6 +29,15 @@ QDataStream &readList(QDataStream &stream, QList<T> &list)
     if (stream.status() != QDataStream::Ok)
         list.clear();
     return stream;
+}
+
+// Qt crashes when it writes a date-time in a zone that does not exist, which is
+// what it reads from damaged bytes.
+void readDateTime(QDataStream &stream, QDateTime &dateTime)
+{
+    stream >> dateTime;
+    if (dateTime.timeSpec() == Qt::TimeZone && !dateTime.timeZone().isValid())
+        dateTime = QDateTime();
 }
 
 int digits(const QChar *from, int count)
@@ -78,8 +88,11 @@ QDataStream &operator<<(QDataStream &stream, const Task &task)
 
 QDataStream &operator>>(QDataStream &stream, Task &task)
 {
-    return stream >> task.id >> task.title >> task.deadline >> task.block >> task.lastComment
-        >> task.importance;
+    stream >> task.id >> task.title;
+    readDateTime(stream, task.deadline);
+    stream >> task.block;
+    readDateTime(stream, task.lastComment);
+    return stream >> task.importance;
 }
 
 QDataStream &operator<<(QDataStream &stream, const Attachment &attachment)
@@ -127,8 +140,10 @@ QDataStream &operator<<(QDataStream &stream, const TaskInfo &info)
 
 QDataStream &operator>>(QDataStream &stream, TaskInfo &info)
 {
-    return stream >> info.id >> info.title >> info.deadline >> info.text >> info.executorName
-        >> info.creatorName >> info.auditorName >> info.files >> info.texts;
+    stream >> info.id >> info.title;
+    readDateTime(stream, info.deadline);
+    return stream >> info.text >> info.executorName >> info.creatorName >> info.auditorName >> info.files
+        >> info.texts;
 }
 
 QDataStream &operator>>(QDataStream &stream, QList<Task> &tasks)
@@ -184,7 +199,11 @@ QDateTime parseServiceDateTime(const QString &text)
     if (c[4] != QLatin1Char('-') || c[7] != QLatin1Char('-') || c[10] != QLatin1Char(' ')
         || c[13] != QLatin1Char(':') || c[16] != QLatin1Char(':'))
         return {};
-    const QDate date(digits(c, 4), digits(c + 5, 2), digits(c + 8, 2));
+    const int year = digits(c, 4);
+    // There are years before the first, and the mark for "no digits" is one of them.
+    if (year < 0)
+        return {};
+    const QDate date(year, digits(c + 5, 2), digits(c + 8, 2));
     const QTime time(digits(c + 11, 2), digits(c + 14, 2), digits(c + 17, 2));
     if (!date.isValid() || !time.isValid())
         return {};

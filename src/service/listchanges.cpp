@@ -9,13 +9,20 @@ namespace {
 
 using Positions = QHash<QString, QVector<int>>;
 
+// Ids are unique; a list that repeats one thousands of times must not multiply
+// with the other list.
+constexpr int kMaxPositions = 16;
+
 Positions positionsById(const QList<Task> &tasks)
 {
     Positions positions;
     positions.reserve(tasks.size());
     for (int i = 0; i < tasks.size(); ++i) {
-        if (!tasks.at(i).isCatchAll())
-            positions[tasks.at(i).id].append(i);
+        if (tasks.at(i).isCatchAll())
+            continue;
+        QVector<int> &ofId = positions[tasks.at(i).id];
+        if (ofId.size() < kMaxPositions)
+            ofId.append(i);
     }
     return positions;
 }

@@ -3,6 +3,7 @@
 #include "app/deployment.h"
 #include "notifications/notificationmanager.h"
 #include "service/ovsession.h"
+#include "service/replyparser.h"
 #include "service/requestbody.h"
 
 #include <QDebug>
@@ -316,7 +317,7 @@ bool Orvana::validateReply(const QByteArray &body)
         return false;
     }
     if (body.startsWith("{\"status\":\"error\"") || body.startsWith("{\"status\":-1")) {
-        qDebug() << "Unknown error!" << body;
+        qDebug().noquote() << "Unknown error!" << bodyForLog(body);
         emit error(ServiceError);
         return false;
     }

@@ -205,7 +205,8 @@ void Orvana::processSendActivityReply(QNetworkReply *reply)
         activityNotSent(body);
         return;
     }
-    const QString activityEndpoint = m_serviceUrl.mid(m_serviceUrl.indexOf(QLatin1String("//")) + 2) + kActivityPath;
+    // In a URL's own spelling, which knows no capitals in a host's name.
+    const QString activityEndpoint = QUrl(m_serviceUrl + kActivityPath).toString(QUrl::RemoveScheme);
     if (!reply->url().toString().contains(activityEndpoint)) {
         if (body != "ok") {
             activityNotSent(body);

@@ -68,11 +68,9 @@ void Orvana::parseTeamsAndTasksReply(const QByteArray &body)
     for (const TeamTasks &entry : all) {
         teams.append(entry.team);
         m_session->addTasksData(entry.tasks, entry.team.id);
-        if (entry.team.id == kTeamWithoutPrefetch)
-            continue;
         for (const Task &task : entry.tasks) {
             const bool isKnown = !m_session->taskInfo(task.id).id.isEmpty();
-            if (!isKnown && !task.isCatchAll())
+            if (!isKnown && !task.isCatchAll() && entry.team.id != kTeamWithoutPrefetch)
                 prefetchTaskInfo(task.id);
         }
     }

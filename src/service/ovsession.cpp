@@ -112,10 +112,16 @@ void Orvana::Session::announceTaskChanges(const QList<Task> &tasks, const QStrin
         return;
     const QVector<TaskChange> changes
         = taskChanges(m_tasksByTeam.value(teamId), tasks, teamId != kUntrackedTeam);
+    // All at once: each removal walks through whole lists.
+    QSet<QString> gone;
+    for (const TaskChange &change : changes) {
+        if (change.type == TaskGone)
+            gone.insert(change.oldTask.id);
+    }
+    removeTasks(gone);
     for (const TaskChange &change : changes) {
         switch (change.type) {
         case TaskGone:
-            removeAllSavedTasks(change.oldTask);
             notify(change.oldTask.title, TaskGone);
             emit taskClosed(change.oldTask.id);
             break;
@@ -154,11 +160,24 @@ void Orvana::Session::setTasks(const QString &teamId, const QList<Task> &tasks)
 
 void Orvana::Session::removeAllSavedTasks(const Task &task)
 {
-    const QStringList teams = m_taskIndex.teamsOf(task.id);
-    for (const QString &teamId : teams) {
-        QList<Task> tasks = m_tasksByTeam.value(teamId);
-        tasks.removeAll(task);
-        setTasks(teamId, tasks);
+    removeTasks({task.id});
+}
+
+void Orvana::Session::removeTasks(const QSet<QString> &ids)
+{
+    QSet<QString> teams;
+    for (const QString &id : ids) {
+        const QStringList ofTask = m_taskIndex.teamsOf(id);
+        teams.unite(QSet<QString>(ofTask.cbegin(), ofTask.cend()));
+    }
+    for (const QString &teamId : qAsConst(teams)) {
+        const QList<Task> tasks = m_tasksByTeam.value(teamId);
+        QList<Task> kept;
+        for (const Task &task : tasks) {
+            if (!ids.contains(task.id))
+                kept.append(task);
+        }
+        setTasks(teamId, kept);
         m_changedTaskLists.insert(teamId);
     }
 }

@@ -107,6 +107,7 @@ private:
     void announceTeamChanges(const QList<Team> &teams);
     void announceTaskChanges(const QList<Task> &tasks, const QString &teamId);
     void setTasks(const QString &teamId, const QList<Task> &tasks);
+    void removeTasks(const QSet<QString> &ids);
     void resetCounters();
     void restoreSession(bool readPassword);
     void restoreLists();

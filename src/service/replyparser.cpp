@@ -31,9 +31,13 @@ public:
         const auto known = m_known.constFind(text);
         if (known != m_known.constEnd())
             return *known;
+        const QDateTime dateTime = parseServiceDateTime(text);
+        // Whatever else stands in its place may be long, and would be kept.
+        if (!dateTime.isValid())
+            return dateTime;
         if (m_known.size() >= kMaxKnownDateTimes)
             m_known.clear();
-        return *m_known.insert(text, parseServiceDateTime(text));
+        return *m_known.insert(text, dateTime);
     }
 
 private:

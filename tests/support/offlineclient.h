@@ -1,0 +1,114 @@
+#pragma once
+
+#include "cannedreply.h"
+#include "popups.h"
+#include "tasknotes.h"
+
+#include "service/orvana.h"
+#include "service/ovsession.h"
+
+#include <QFile>
+#include <QPointer>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QUrlQuery>
+
+#include <memory>
+
+// A client with a storage folder of its own and nobody at the other end: its
+// requests are picked up before the event loop can send them, and answered by hand.
+class OfflineClient final
+{
+    Q_DISABLE_COPY_MOVE(OfflineClient)
+
+public:
+    OfflineClient() { restart(); }
+
+    Orvana *operator->() const { return m_orvana.get(); }
+    Orvana *get() const { return m_orvana.get(); }
+    Orvana::Session *session() const { return m_orvana->session(); }
+    Popups &popups() { return m_popups; }
+
+    void stop() { m_orvana.reset(); }
+    // As after a restart of the whole program.
+    void restart(const QByteArray &serviceUrl = QByteArrayLiteral("https://service.invalid"))
+    {
+        stop();
+        qputenv("ORVANA_STORAGE_ROOT", QFile::encodeName(m_folder.path()));
+        qputenv("ORVANA_SERVICE_URL", serviceUrl);
+        m_orvana = std::make_unique<Orvana>();
+    }
+
+    QString path(const QString &name) const { return m_folder.path() + QLatin1String("/.orvana/") + name; }
+
+    // A settings file as another program finds it: a copy is read, for Qt shares
+    // what it knows of a file within a process.
+    QVariantMap stored(const QString &file) const
+    {
+        const QTemporaryDir elsewhere;
+        const QString copy = elsewhere.filePath(QStringLiteral("copy.ini"));
+        QFile::copy(path(file), copy);
+        const QSettings settings(copy, QSettings::IniFormat);
+        QVariantMap values;
+        const QStringList keys = settings.allKeys();
+        for (const QString &key : keys)
+            values.insert(key, settings.value(key));
+        return values;
+    }
+    QVariant stored(const QString &file, const QString &key) const { return stored(file).value(key); }
+    QStringList storedKeys(const QString &file) const { return stored(file).keys(); }
+
+    void login(const QString &login, const QString &password = QStringLiteral("pw"))
+    {
+        m_orvana->requestCheckLogin(login, password);
+        answer(takeRequests().last(), QByteArrayLiteral("{}"));
+    }
+
+    // As a reply brings them, each team's tasks and then the teams: "1:7! 8" is team
+    // 1, by the name of C1, with notes of its tasks.
+    void load(const QStringList &lists)
+    {
+        QList<Team> teams;
+        for (const QString &list : lists) {
+            const QString id = list.section(QLatin1Char(':'), 0, 0);
+            teams.append({id, QLatin1Char('C') + id});
+            session()->addTasksData(tasksFrom(list.section(QLatin1Char(':'), 1)) << Task::catchAll(), id);
+        }
+        session()->addTeamsData(teams);
+    }
+
+    // Requests under way, in their order. They belong to the caller and are never sent.
+    QVector<std::shared_ptr<QNetworkReply>> takeRequests()
+    {
+        QVector<std::shared_ptr<QNetworkReply>> requests;
+        auto *network = m_orvana->findChild<QNetworkAccessManager *>();
+        const auto replies = network->findChildren<QNetworkReply *>(QString(), Qt::FindDirectChildrenOnly);
+        for (QNetworkReply *reply : replies) {
+            reply->setParent(nullptr);
+            reply->disconnect(network);
+            requests.append(std::shared_ptr<QNetworkReply>(reply));
+        }
+        return requests;
+    }
+
+    // True when the client let go of the reply afterwards, as it must.
+    bool answer(const std::shared_ptr<QNetworkReply> &request, const QByteArray &body,
+                QNetworkReply::NetworkError error = QNetworkReply::NoError)
+    {
+        auto *reply = new CannedReply(body, error);
+        reply->answer(*request);
+        return hand(reply);
+    }
+    bool hand(CannedReply *reply)
+    {
+        const QPointer<CannedReply> watched(reply);
+        m_orvana->replyFinished(reply);
+        QCoreApplication::sendPostedEvents(reply, QEvent::DeferredDelete);
+        return watched.isNull();
+    }
+
+private:
+    QTemporaryDir m_folder;
+    Popups m_popups;
+    std::unique_ptr<Orvana> m_orvana;
+};

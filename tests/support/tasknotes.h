@@ -1,0 +1,28 @@
+#pragma once
+
+#include "model/records.h"
+
+#include <QRegularExpression>
+
+// "7!@3*2" is task 7 with a blocking mark, its deadline on 3 March and its last
+// comment on 2 March; "~" stands before a blocking mark's text.
+inline QList<Task> tasksFrom(const QString &notes)
+{
+    static const QRegularExpression pattern(
+        QStringLiteral("^(\\d+)(?:(!)|~(\\w))?(?:@(\\d+))?(?:\\*(\\d+))?$"));
+    QList<Task> tasks;
+    const QStringList all = notes.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    for (const QString &note : all) {
+        const QRegularExpressionMatch match = pattern.match(note);
+        Task task;
+        task.id = match.captured(1);
+        task.title = QLatin1Char('T') + task.id;
+        task.block = match.captured(2).isEmpty() ? match.captured(3) : QStringLiteral("1");
+        if (!match.captured(4).isEmpty())
+            task.deadline = QDateTime(QDate(2024, 3, match.captured(4).toInt()), QTime(18, 0));
+        if (!match.captured(5).isEmpty())
+            task.lastComment = QDateTime(QDate(2024, 3, match.captured(5).toInt()), QTime(9, 0));
+        tasks.append(task);
+    }
+    return tasks;
+}
