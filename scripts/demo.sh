@@ -45,7 +45,9 @@ demo() {
     rm -rf "$pictures"
     mkdir -p "$pictures"
 
+    service_data=$box/service
     start "$client_log" build/release/src/orvana
+    client_pid=${started[-1]}
     wait_for 20 has_window '^Авторизация$' || fail "окно входа"
     say "Вход"
     xdotool windowactivate --sync "$(window '^Авторизация$')"
@@ -83,6 +85,70 @@ demo() {
     done
     picture minute-reported
 
+    demo_task_windows
+    demo_deadline
+    demo_update
+    demo_screenshot
+
     say "Сервис получил:"
     grep -E 'отчёт:|снимок|дедлайн' "$service_log"
+}
+
+demo_task_windows() {
+    say "Список задач и описание"
+    click '^Orvana$' 264 73
+    wait_for 20 has_window '^Задачи команды$' || fail "список задач"
+    picture task-list
+    xdotool windowactivate --sync "$(window '^Задачи команды$')"
+    press Home Return
+    wait_for 20 has_window '^Цели задачи$' || fail "описание задачи"
+    picture description
+    xdotool windowactivate --sync "$(window '^Цели задачи$')"
+    press alt+2
+    picture description-texts
+    press Escape
+    wait_for 20 has_no_window '^Цели задачи$' || fail "закрыть описание"
+    xdotool windowactivate --sync "$(window '^Задачи команды$')"
+    press Escape
+    wait_for 20 has_no_window '^Задачи команды$' || fail "закрыть список задач"
+}
+
+demo_deadline() {
+    say "Запрос на продление"
+    click '^Orvana$' 322 122
+    wait_for 20 has_window '^Запрос на продление задачи$' || fail "календарь"
+    xdotool windowactivate --sync "$(window '^Запрос на продление задачи$')"
+    click '^Запрос на продление задачи$' 108 290
+    type_text 'Жду материалы от заказчика'
+    picture calendar
+    press Tab space
+    wait_for 20 has_received 'дедлайн' 1 || fail "запрос на продление"
+    picture deadline-requested
+}
+
+demo_update() {
+    say "О программе и новая версия"
+    curl --silent --insecure --noproxy '*' --data 'version=1.2.0' "$ORVANA_SERVICE_URL/control/set-versions" >/dev/null
+    click '^Orvana$' 291 27
+    sleep 0.5
+    picture menu
+    press Down Down Down Down Return
+    wait_for 20 has_window '^О Orvana Team Monitor$' || fail "о программе"
+    sleep 1
+    picture about-and-update
+    press Escape
+}
+
+# The next start goes on tracking; with a clock twenty times as fast the picture
+# of the desktop falls due within seconds.
+demo_screenshot() {
+    say "Перезапуск с ускоренными часами: снимок экрана"
+    kill "$client_pid"
+    wait "$client_pid" || true
+    start "$client_log" env LD_PRELOAD='/usr/$LIB/faketime/libfaketime.so.1' FAKETIME='+0 x20' build/release/src/orvana
+    wait_for 20 has_window '^Orvana$' || fail "второй запуск"
+    picture resumed
+    wait_for 60 has_received 'снимок' 1 || fail "снимок экрана"
+    cp "$(find "$service_data/screenshots" -name '*.jpg' | head -n 1)" "$pictures/uploaded-desktop.jpg"
+    say "  сервис сохранил: $pictures/uploaded-desktop.jpg"
 }

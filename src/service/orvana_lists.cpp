@@ -1,5 +1,6 @@
 #include "service/orvana.h"
 
+#include "service/exemptteam.h"
 #include "service/ovsession.h"
 #include "service/replyparser.h"
 
@@ -7,8 +8,6 @@
 
 namespace {
 
-// The details of this team's tasks are not fetched ahead.
-const QString kTeamWithoutPrefetch = QStringLiteral("2192");
 const char kAttemptProperty[] = "login_attempt";
 // A first load may ask for the details of thousands of tasks; so many are under
 // way at once.
@@ -70,7 +69,7 @@ void Orvana::parseTeamsAndTasksReply(const QByteArray &body)
         m_session->addTasksData(entry.tasks, entry.team.id);
         for (const Task &task : entry.tasks) {
             const bool isKnown = !m_session->taskInfo(task.id).id.isEmpty();
-            if (!isKnown && !task.isCatchAll() && entry.team.id != kTeamWithoutPrefetch)
+            if (!isKnown && !task.isCatchAll() && !isExemptTeam(entry.team.id))
                 prefetchTaskInfo(task.id);
         }
     }

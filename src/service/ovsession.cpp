@@ -1,6 +1,7 @@
 #include "service/ovsession.h"
 
 #include "notifications/notificationmanager.h"
+#include "service/exemptteam.h"
 #include "service/listchanges.h"
 
 #include <QDebug>
@@ -12,8 +13,6 @@
 namespace {
 
 const QTime kMidnight(0, 0);
-// Deadlines of this team are not tracked.
-const QString kUntrackedTeam = QStringLiteral("2192");
 
 void notify(const QString &text, NotificationType type, const QString &taskId = QString())
 {
@@ -111,7 +110,7 @@ void Orvana::Session::announceTaskChanges(const QList<Task> &tasks, const QStrin
     if (!hasFile(m_tasksStore))
         return;
     const QVector<TaskChange> changes
-        = taskChanges(m_tasksByTeam.value(teamId), tasks, teamId != kUntrackedTeam);
+        = taskChanges(m_tasksByTeam.value(teamId), tasks, !isExemptTeam(teamId));
     // All at once: each removal walks through whole lists.
     QSet<QString> gone;
     for (const TaskChange &change : changes) {

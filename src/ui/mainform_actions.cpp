@@ -1,6 +1,7 @@
 #include "ui/mainform.h"
 
 #include "notifications/notificationmanager.h"
+#include "service/exemptteam.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
 #include "ui/aboutform.h"
@@ -18,9 +19,6 @@
 #include <QMouseEvent>
 
 namespace {
-
-// Managers of this team do not move deadlines by request.
-const QString kTeamWithoutDeadlineMoves = QStringLiteral("2192");
 
 bool isActivation(const QEvent *event)
 {
@@ -188,7 +186,7 @@ void MainForm::on_actionAbout_triggered()
 void MainForm::on_pbTimeExtend_clicked()
 {
     const Orvana::Session *session = m_orvana->session();
-    if (session->currentTaskID() == QLatin1String("0") || session->currentTeamID() == kTeamWithoutDeadlineMoves) {
+    if (session->currentTaskID() == QLatin1String("0") || isExemptTeam(session->currentTeamID())) {
         NotificationManager::instance()->addNotification(
             QStringLiteral("Для данной задачи невозможно выполнить перенос дедлайна."), Plain, QString());
         return;
