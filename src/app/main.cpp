@@ -1,4 +1,5 @@
 #include "app/application.h"
+#include "app/buildstamp.h"
 #include "app/buildvalues.h"
 #include "app/deployment.h"
 #include "app/loghandler.h"
@@ -135,8 +136,9 @@ int main(int argc, char *argv[])
     Orvana::removeDir(orvana.storageDirectory().filePath(QStringLiteral("cached")));
     openLogFile(orvana.storageDirectory().filePath(QStringLiteral("log.log")));
     installLogHandler();
-    qDebug() << QCoreApplication::applicationName() + QLatin1Char(' ') + QCoreApplication::applicationVersion()
-            + QStringLiteral(" started. Build date: " __DATE__ ", " __TIME__);
+    qDebug() << QCoreApplication::applicationName() + QLatin1Char(' ')
+            + QCoreApplication::applicationVersion() + QStringLiteral(" started. Build date: ")
+            + buildStamp();
     applyStyleSheet(application);
 
     const QStringList arguments = QCoreApplication::arguments();

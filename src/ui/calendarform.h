@@ -5,6 +5,13 @@
 #include <QDate>
 #include <QTime>
 
+#include <memory>
+
+namespace Ui {
+class CalendarForm;
+}
+
+// Asks for a wished deadline and the reason for it; accepted only with a reason.
 class CalendarForm final : public AbstractOrvanaForm
 {
     Q_OBJECT
@@ -16,5 +23,14 @@ public:
 
     QDate selectedDate();
     QTime selectedTime();
+    // As typed, surrounding blanks included.
     QString getReason();
+
+public slots:
+    void accept() override;
+
+private:
+    void initCalendar();
+
+    std::unique_ptr<Ui::CalendarForm> m_ui;
 };

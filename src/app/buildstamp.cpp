@@ -1,0 +1,6 @@
+#include "app/buildstamp.h"
+
+QString buildStamp()
+{
+    return QStringLiteral(__DATE__ ", " __TIME__);
+}
