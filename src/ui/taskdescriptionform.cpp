@@ -1,0 +1,360 @@
+#include "ui/taskdescriptionform.h"
+
+#include "service/orvana.h"
+#include "service/ovsession.h"
+#include "ui/artwork.h"
+#include "ui/scrolltext.h"
+#include "ui/simplemarkup.h"
+#include "ui/tasklistform.h"
+#include "ui_taskdescriptionform.h"
+
+#include <QDataStream>
+#include <QDebug>
+#include <QGuiApplication>
+#include <QShowEvent>
+#include <QSignalBlocker>
+
+#include <cmath>
+
+namespace {
+
+const QString kTextStyle =
+    QStringLiteral(" QTextBrowser {background-color: transparent; color:rgb(100,100,100)}");
+const QString kPhraseStyle = QStringLiteral("QListWidget::item {background-color: rgb(255, 234, 128);}");
+const QString kPageButtonStyle = QStringLiteral(
+    "QPushButton{color:#646464}QPushButton{border-image: "
+    "url(:/images/res/images/task_desc_dialog/descr_button_hovered.png);}"
+    "QPushButton:!hover{border-image: url(:/images/res/images/task_desc_dialog/descr_button_normal.png);}"
+    "QPushButton:pressed{border-image: url(:/images/res/images/task_desc_dialog/descr_button_pressed.png);}"
+    "QPushButton:checked{border-image: url(:/images/res/images/task_desc_dialog/descr_button_pressed.png);"
+    "color:#3f3f3f}"
+    "QPushButton:disabled{border-image: url(:/images/res/images/task_desc_dialog/descr_button_disabled.png);"
+    "color:#a9a5a0}");
+const QString kAttachmentIcon = QStringLiteral(":/images/res/images/task_desc_dialog/attachment_icon.png");
+
+constexpr int kAttachmentHeight = 23;
+constexpr int kRowMargin = 10;
+constexpr int kPhraseHeight = 15;
+constexpr int kPhraseWidth = 180;
+constexpr int kCountWidth = 90;
+constexpr int kPhraseSpacing = 8;
+constexpr int kAddressWidth = 510;
+constexpr float kUnitStep = 1024.0F;
+
+void logCall(const char *name)
+{
+    qDebug().noquote() << QStringLiteral("TaskDescriptionForm.cpp ") + QString::fromLatin1(name);
+}
+
+template <typename List>
+QByteArray packed(const List &list)
+{
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
+    stream << list;
+    return bytes;
+}
+
+QLabel *plainLabel(const QString &text, QWidget *parent)
+{
+    auto *label = new QLabel(parent);
+    label->setTextFormat(Qt::PlainText);
+    label->setText(text);
+    return label;
+}
+
+ScrollText *nameLabel(const QString &text, QWidget *parent)
+{
+    auto *label = new ScrollText(false, parent);
+    label->setText(titleLine(text));
+    label->setToolTip(plainToolTip(text));
+    return label;
+}
+
+// One line of a list: its widget, and what a screen reader says.
+struct Row
+{
+    QWidget *widget = nullptr;
+    QSize size;
+    QString words;
+};
+
+// All items come before the widgets: the first widget after a new item makes the
+// list lay out everything.
+void fill(QListWidget *list, const QVector<Row> &rows)
+{
+    list->clear();
+    for (const Row &row : rows) {
+        auto *item = new QListWidgetItem(list);
+        item->setSizeHint(row.size);
+        item->setData(Qt::AccessibleTextRole, row.words);
+    }
+    for (int i = 0; i < rows.size(); ++i)
+        list->setItemWidget(list->item(i), rows.at(i).widget);
+}
+
+Row attachmentRow(const Attachment &file, const QPixmap &icon, const QString &size, QWidget *parent)
+{
+    const QString name = file.filenameOrig.isEmpty() ? file.filename : file.filenameOrig;
+    auto *row = new QWidget(parent);
+    row->setFixedHeight(kAttachmentHeight);
+    auto *layout = new QHBoxLayout(row);
+    layout->setContentsMargins(kRowMargin, 0, kRowMargin, 0);
+    auto *picture = new QLabel(row);
+    picture->setPixmap(icon);
+    layout->addWidget(picture);
+    layout->addWidget(nameLabel(name, row), 1);
+    layout->addWidget(plainLabel(size, row));
+    return {row, QSize(0, kAttachmentHeight), titleLine(name) + QStringLiteral(", ") + size};
+}
+
+Row phraseRow(const Keyword &keyword, QWidget *parent)
+{
+    auto *row = new QWidget(parent);
+    auto *layout = new QHBoxLayout(row);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(kPhraseSpacing);
+    layout->setSizeConstraint(QLayout::SetFixedSize);
+    ScrollText *phrase = nameLabel(keyword.keyword, row);
+    phrase->setFixedSize(kPhraseWidth, kPhraseHeight);
+    layout->addWidget(phrase);
+    const QString exact = QStringLiteral("Точн. ") + titleLine(keyword.count);
+    const QString inexact = QStringLiteral("Неточн. ") + titleLine(keyword.count2);
+    for (const QString &count : {exact, inexact}) {
+        QLabel *label = plainLabel(count, row);
+        label->setFixedHeight(kPhraseHeight);
+        label->setMaximumWidth(kCountWidth);
+        layout->addWidget(label);
+    }
+    return {row, QSize(0, kPhraseHeight),
+            titleLine(keyword.keyword) + QStringLiteral(", ") + exact + QStringLiteral(", ") + inexact};
+}
+
+} // namespace
+
+TaskDescriptionForm::TaskDescriptionForm(const QString &taskId, Orvana *orvana, const TaskListForm *list,
+                                         QWidget *parent)
+    : AbstractOrvanaForm(parent)
+    , m_ui(std::make_unique<Ui::TaskDescriptionForm>())
+    , m_taskId(taskId)
+    , m_orvana(orvana)
+    , m_list(list)
+{
+    m_ui->setupUi(this);
+    setFixedSize(size());
+    setBackground(QStringLiteral(":/images/res/images/task_desc_dialog/background.png"));
+    Artwork::centre(this, m_list);
+    applyStyles();
+    m_title = new ScrollText(true, this);
+    m_title->setObjectName(QStringLiteral("lbTaskLine"));
+    m_title->setStyleSheet(QStringLiteral("color: #646464"));
+    m_ui->titleLayout->addWidget(m_title);
+
+    connect(m_orvana, &Orvana::taskInfoUpdated, this, &TaskDescriptionForm::updateTask);
+    connect(m_ui->lbUrl, &QLabel::linkActivated, this, &TaskDescriptionForm::openLink);
+    for (MarkupBrowser *browser : {m_ui->textTask, m_ui->textRequirements}) {
+        connect(browser, &QTextBrowser::anchorClicked, this,
+                [this](const QUrl &link) { openLink(link.toString(QUrl::FullyEncoded)); });
+    }
+    on_pbMainInfo_clicked();
+    m_ui->textTask->setFocus();
+    showInfo(m_orvana->session()->taskInfo(m_taskId));
+}
+
+TaskDescriptionForm::~TaskDescriptionForm() = default;
+
+void TaskDescriptionForm::applyStyles()
+{
+    m_ui->pbMainInfo->setStyleSheet(kPageButtonStyle);
+    m_ui->pbCopyrightTasks->setStyleSheet(kPageButtonStyle);
+    m_ui->textTask->setStyleSheet(kTextStyle);
+    m_ui->textRequirements->setStyleSheet(kTextStyle);
+    m_ui->listKeywords->setStyleSheet(kPhraseStyle);
+    m_ui->lbIcon->setPixmap(QPixmap::fromImage(Artwork::load(QStringLiteral(":/images/pbTask.png"))));
+    m_ui->lbAttIcon->setPixmap(QPixmap::fromImage(Artwork::load(kAttachmentIcon)));
+}
+
+void TaskDescriptionForm::requestUpdateTask(const QString &taskId)
+{
+    logCall("requestUpdateTask");
+    if (m_orvana->session()->isOnline())
+        m_orvana->requestTaskInfo(taskId);
+    else
+        updateTask(m_orvana->session()->taskInfo(taskId));
+}
+
+void TaskDescriptionForm::updateTask(const TaskInfo &info)
+{
+    logCall("updateTask");
+    // Every window hears of every task, and of an empty record when a request
+    // got no answer.
+    if (info.id == m_taskId)
+        showInfo(info);
+}
+
+void TaskDescriptionForm::showInfo(const TaskInfo &info)
+{
+    // Until the details have come, the task list knows this much.
+    const Orvana::Session *session = m_orvana->session();
+    const Task listed = info.id.isEmpty() ? session->task(session->currentTeamID(), m_taskId) : Task();
+    const QString title = info.id.isEmpty() ? listed.title : info.title;
+    const QDateTime deadline = info.id.isEmpty() ? listed.deadline : info.deadline;
+    m_title->setText(titleLine(title));
+    m_title->setToolTip(plainToolTip(title));
+    m_ui->lbTaskTitle->setText(titleLine(title));
+    m_ui->lbTaskTitle->setToolTip(plainToolTip(title));
+    m_ui->lbTaskDeadline->setText(
+        deadline.isValid() ? QString(QStringLiteral("Истекает: ") + serviceDateTimeText(deadline)) : QString());
+    m_ui->lbTaskDeadline->setVisible(deadline.isValid());
+    m_ui->textTask->setPlaceholderText(info.id.isEmpty() ? QStringLiteral("Описание ещё не загружено")
+                                                         : QStringLiteral("Описания нет"));
+    m_ui->textTask->showText(info.text);
+
+    QStringList names;
+    for (const QString &name : {info.executorName, info.creatorName, info.auditorName}) {
+        if (!name.isEmpty())
+            names.append(titleLine(name));
+    }
+    const QString people = QStringLiteral("Ответственные:") + names.join(QStringLiteral(", "));
+    m_ui->lbResponsible->setText(people);
+    m_ui->lbResponsible->setToolTip(plainToolTip(people));
+
+    m_ui->lbAttachmentsNumber->setText(QString::number(info.files.size()));
+    const QByteArray files = packed(info.files);
+    if (files != m_shownFiles) {
+        m_shownFiles = files;
+        showAttachments(info.files);
+    }
+    m_ui->pbCopyrightTasks->setEnabled(!info.texts.isEmpty());
+    if (info.texts.isEmpty() && m_ui->mainWidget->isHidden())
+        on_pbMainInfo_clicked();
+    const QByteArray texts = packed(info.texts);
+    if (texts != m_shownTexts) {
+        m_shownTexts = texts;
+        updateTextTasksCombobox(info);
+    }
+}
+
+void TaskDescriptionForm::showAttachments(const QList<Attachment> &files)
+{
+    const QPixmap icon = QPixmap::fromImage(Artwork::load(kAttachmentIcon));
+    QVector<Row> rows;
+    rows.reserve(files.size());
+    for (const Attachment &file : files)
+        rows.append(attachmentRow(file, icon, size_human(file.size.toFloat()), m_ui->listAttachments));
+    fill(m_ui->listAttachments, rows);
+    m_ui->listAttachments->setVisible(!files.isEmpty());
+}
+
+void TaskDescriptionForm::updateTextTasksCombobox(const TaskInfo &info)
+{
+    logCall("updateTextTasksCombobox");
+    const QSignalBlocker blocker(m_ui->cbTexts);
+    m_ui->cbTexts->clear();
+    for (const TextTask &textTask : info.texts) {
+        m_ui->cbTexts->addItem(titleLine(textTask.title), QVariant::fromValue(textTask));
+        m_ui->cbTexts->setItemData(m_ui->cbTexts->count() - 1, plainToolTip(textTask.title), Qt::ToolTipRole);
+    }
+    updateTaskText(info.texts.value(0));
+}
+
+void TaskDescriptionForm::on_cbTexts_currentIndexChanged(int index)
+{
+    logCall("on_cbTexts_currentIndexChanged");
+    updateTaskText(m_ui->cbTexts->itemData(index).value<TextTask>());
+}
+
+void TaskDescriptionForm::updateTaskText(const TextTask &textTask)
+{
+    logCall("updateTaskText");
+    const QString address = textTask.page.toString();
+    m_ui->lbUrl->ensurePolished();
+    const QString shown =
+        m_ui->lbUrl->fontMetrics().elidedText(address, Qt::ElideMiddle, kAddressWidth).toHtmlEscaped();
+    const QString scheme = textTask.page.scheme();
+    const bool isLink =
+        address.isEmpty() || scheme == QLatin1String("http") || scheme == QLatin1String("https");
+    m_ui->lbUrl->setText(isLink ? QString(QStringLiteral("URL: <a href=\"") + address.toHtmlEscaped()
+                                          + QStringLiteral("\" style=\"color:rgb(100,100,100)\">") + shown
+                                          + QStringLiteral("</a>"))
+                                : QString(QStringLiteral("URL: ") + shown));
+    m_ui->lbUrl->setToolTip(plainToolTip(address));
+    m_ui->lbSignNumber->setText(QStringLiteral("Количество знаков: ") + titleLine(textTask.minCount));
+    m_ui->textRequirements->showText(textTask.text);
+
+    QVector<Row> rows;
+    rows.reserve(textTask.keywords.size());
+    for (const Keyword &keyword : textTask.keywords)
+        rows.append(phraseRow(keyword, m_ui->listKeywords));
+    fill(m_ui->listKeywords, rows);
+}
+
+QString TaskDescriptionForm::size_human(float bytes)
+{
+    logCall("size_human");
+    static const QStringList units{QStringLiteral("B"), QStringLiteral("KB"), QStringLiteral("MB"),
+                                   QStringLiteral("GB"), QStringLiteral("TB")};
+    float value = std::isfinite(bytes) ? bytes : 0.0F;
+    int unit = 0;
+    while (value >= kUnitStep && unit + 1 < units.size()) {
+        value /= kUnitStep;
+        ++unit;
+    }
+    return QString::number(static_cast<double>(value), 'f', 2) + QLatin1Char(' ') + units.at(unit);
+}
+
+void TaskDescriptionForm::on_pbHide_clicked()
+{
+    logCall("on_pbHide_clicked");
+    hide();
+}
+
+void TaskDescriptionForm::on_pbCopyrightTasks_clicked()
+{
+    logCall("on_pbCopyrightTasks_clicked");
+    m_ui->pbCopyrightTasks->setChecked(true);
+    m_ui->mainWidget->hide();
+    m_ui->copyrightTasksWidget->show();
+}
+
+void TaskDescriptionForm::on_pbMainInfo_clicked()
+{
+    logCall("on_pbMainInfo_clicked");
+    m_ui->pbMainInfo->setChecked(true);
+    m_ui->copyrightTasksWidget->hide();
+    m_ui->mainWidget->show();
+}
+
+void TaskDescriptionForm::showAll()
+{
+    logCall("showAll");
+    if (m_hiddenByAll)
+        show();
+    m_hiddenByAll = false;
+}
+
+void TaskDescriptionForm::hideAll()
+{
+    logCall("hideAll");
+    if (!isVisible())
+        return;
+    hide();
+    m_hiddenByAll = true;
+}
+
+void TaskDescriptionForm::showEvent(QShowEvent *event)
+{
+    AbstractOrvanaForm::showEvent(event);
+    if (event->spontaneous())
+        return;
+    // Opened by hand meanwhile; what was hidden before no longer counts.
+    m_hiddenByAll = false;
+    // Its screen may have gone while it was hidden.
+    if (!QGuiApplication::screenAt(frameGeometry().center()))
+        Artwork::centre(this, m_list);
+}
+
+void TaskDescriptionForm::openLink(const QString &link)
+{
+    m_orvana->openUrl(link);
+}

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "model/records.h"
+#include "ui/abstractorvanaform.h"
+
+#include <memory>
+
+class Orvana;
+class ScrollText;
+class TaskListForm;
+
+namespace Ui {
+class TaskDescriptionForm;
+}
+
+// One task's details on two pages: the task itself, and its text assignments.
+// Follows what the client announces about this task.
+class TaskDescriptionForm final : public AbstractOrvanaForm
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(TaskDescriptionForm)
+
+public:
+    // Client and list (which may be null) must outlive the window.
+    TaskDescriptionForm(const QString &taskId, Orvana *orvana, const TaskListForm *list,
+                        QWidget *parent = nullptr);
+    ~TaskDescriptionForm() override;
+
+    QString taskId() const { return m_taskId; }
+
+    void updateTextTasksCombobox(const TaskInfo &info);
+    void updateTaskText(const TextTask &textTask);
+    // "1.50 KB"; units up to TB.
+    static QString size_human(float bytes);
+
+public slots:
+    // Records of other tasks are ignored.
+    void updateTask(const TaskInfo &info);
+    // Asks the service anew; offline, shows what the session has.
+    void requestUpdateTask(const QString &taskId);
+    void on_cbTexts_currentIndexChanged(int index);
+    void on_pbHide_clicked();
+    void on_pbCopyrightTasks_clicked();
+    void on_pbMainInfo_clicked();
+    // Shows the window if hideAll() has hidden it.
+    void showAll();
+    void hideAll();
+
+protected:
+    void showEvent(QShowEvent *event) override;
+
+private:
+    void applyStyles();
+    void showInfo(const TaskInfo &info);
+    void showAttachments(const QList<Attachment> &files);
+    void openLink(const QString &link);
+
+    std::unique_ptr<Ui::TaskDescriptionForm> m_ui;
+    QString m_taskId;
+    Orvana *m_orvana;
+    const TaskListForm *m_list;
+    ScrollText *m_title = nullptr;
+    bool m_hiddenByAll = false;
+    // What the lists show, in stream form: the same contents announced again
+    // leave them as they are scrolled and chosen.
+    QByteArray m_shownFiles;
+    QByteArray m_shownTexts;
+};
