@@ -69,23 +69,24 @@ def mark(x, y, size, ring=ACCENT, hands=INK_DARK, face="#fff", heavy=False):
 # --- panels ------------------------------------------------------------------
 
 GLASS = 0.93
+DENSE_GLASS = 0.975
 
 
-def glass(x, y, w, h, strip=0, clip_id="panel"):
+def glass(x, y, w, h, strip=0, clip_id="panel", opacity=GLASS):
     """Pane, lighter title strip, hairlines and the accent line, without shadow."""
     out = (
         f'<clipPath id="{clip_id}"><rect x="{x}" y="{y}" width="{w}" height="{h}" rx="{RADIUS}"/></clipPath>\n'
         f'<g clip-path="url(#{clip_id})">\n'
     )
     if strip:
-        out += f'<rect x="{x}" y="{y}" width="{w}" height="{strip}" fill="{STRIP}" fill-opacity="{GLASS + 0.02}"/>\n'
+        out += f'<rect x="{x}" y="{y}" width="{w}" height="{strip}" fill="{STRIP}" fill-opacity="{opacity + 0.02}"/>\n'
         out += (
             f'<rect x="{x}" y="{y + strip}" width="{w}" height="{h - strip}" fill="{PANEL}" '
-            f'fill-opacity="{GLASS}"/>\n'
+            f'fill-opacity="{opacity}"/>\n'
         )
         out += f'<rect x="{x}" y="{y + strip - 1}" width="{w}" height="1" fill="{EDGE}" fill-opacity="0.1"/>\n'
     else:
-        out += f'<rect x="{x}" y="{y}" width="{w}" height="{h}" fill="{PANEL}" fill-opacity="{GLASS}"/>\n'
+        out += f'<rect x="{x}" y="{y}" width="{w}" height="{h}" fill="{PANEL}" fill-opacity="{opacity}"/>\n'
     out += "</g>\n"
     out += (
         f'<rect x="{x + 1.5}" y="{y + 1.5}" width="{w - 3}" height="{h - 3}" rx="{RADIUS - 1.5}" fill="none" '
@@ -112,18 +113,20 @@ def shadow(x, y, w, h, margin):
     )
 
 
-def floating_panel(name, width, height, margin, strip_to=0, decoration=""):
+def floating_panel(name, width, height, margin, strip_to=0, decoration="", opacity=GLASS):
     w, h = width - 2 * margin, height - 2 * margin
     strip = strip_to - margin if strip_to else 0
-    write(name, width, height, shadow(margin, margin, w, h, margin) + glass(margin, margin, w, h, strip) + decoration)
+    pane = glass(margin, margin, w, h, strip, opacity=opacity)
+    write(name, width, height, shadow(margin, margin, w, h, margin) + pane + decoration)
 
 
 def panels():
     floating_panel("images/main", 352, 148, 6)
     floating_panel("images/bg_notifications_withLogo", 179, 107, 4, 20, mark(11, 7, 11, heavy=True))
     floating_panel("images/res/images/kalendar_fon", 216, 360, 4, 34)
-    floating_panel("images/res/images/task_desc_dialog/background", 600, 520, 6, 34)
-    floating_panel("images/res/images/task_list/background", 460, 420, 6, 34)
+    # These lie over one another, and a text must not shine through a text.
+    for name, width, height in (("task_desc_dialog", 600, 520), ("task_list", 460, 420)):
+        floating_panel(f"images/res/images/{name}/background", width, height, 6, 34, opacity=DENSE_GLASS)
 
     # Both halves are cut from one pane, so they join without a seam.
     top, pane, width = 30, 200, 360
@@ -188,6 +191,12 @@ def glyph_extend(c):
     )
 
 
+def glyph_select(c):
+    return lines(c, '<circle cx="12" cy="12" r="7.25"/>') + (
+        f'<path d="M10.5 9l4.5 3-4.5 3z" fill="{c}" stroke="{c}" stroke-width="1" stroke-linejoin="round"/>\n'
+    )
+
+
 def plate(opacity):
     return f'<rect x="1" y="1" width="22" height="22" rx="6" fill="{ACCENT}" fill-opacity="{opacity}"/>\n'
 
@@ -208,6 +217,7 @@ def tool_buttons():
         "pbNotice_attention": glyph_bell_badge,
         "pbNotice_hidden": glyph_bell_crossed,
         "pbTaskList": glyph_list,
+        "pbSelectTask": glyph_select,
     }
     for name, glyph in glyphs.items():
         for state, body in tool_states(glyph):
@@ -233,6 +243,10 @@ def small_icons():
         f'<rect x="2.5" y="2.5" width="15" height="15" rx="4" fill="{INK_DARK}"/>'
         + lines("#fff", '<path d="M10 6v4.75"/>', 2.25)
         + '<circle cx="10" cy="14" r="1.35" fill="#fff"/>',
+    )
+    write(
+        "images/taskCurrent", 24, 24,
+        f'<circle cx="12" cy="12" r="8" fill="{ACCENT}"/>' + lines("#fff", '<path d="M8.25 12.25l2.5 2.5 5-5.25"/>', 2),
     )
     write(
         "images/pbComment", 20, 20,

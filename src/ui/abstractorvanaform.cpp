@@ -17,6 +17,12 @@ void AbstractOrvanaForm::setBackground(const QString &path)
     update();
 }
 
+void AbstractOrvanaForm::showEvent(QShowEvent *event)
+{
+    Artwork::trimToPane(this, m_background);
+    QDialog::showEvent(event);
+}
+
 void AbstractOrvanaForm::paintEvent(QPaintEvent *event)
 {
     QDialog::paintEvent(event);

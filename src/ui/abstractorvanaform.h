@@ -18,6 +18,7 @@ public:
 protected:
     void setBackground(const QString &path);
 
+    void showEvent(QShowEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;

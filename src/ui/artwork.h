@@ -21,6 +21,14 @@ void drawStretched(QPainter &painter, const QRect &rect, const QImage &image);
 // its own); the window must have its size.
 void centre(QWidget *window, const QWidget *other = nullptr);
 
+// Where a window of this size goes so that it lies in the area beside the anchor
+// (left, right), else below or above it, else over it.
+QPoint beside(const QRect &anchor, const QSize &size, const QRect &area);
+
+// On a desktop that blends no windows, cuts the window to the pane of its
+// background, whose shadow and corners would be black there.
+void trimToPane(QWidget *window, const QImage &background);
+
 QScreen *screenOf(const QWidget *widget);
 
 } // namespace Artwork

@@ -68,6 +68,7 @@ void MainForm::showEvent(QShowEvent *event)
 {
     QDialog::showEvent(event);
     m_wasShown = true;
+    Artwork::trimToPane(this, m_background);
     NotificationManager::instance()->repaint();
 }
 
@@ -135,9 +136,12 @@ void MainForm::on_pbTaskList_clicked()
 
 void MainForm::onTaskFormAccepted()
 {
-    const QString teamId = m_taskForm->currentTeamId();
-    const QString taskId = m_taskForm->currentTaskId();
     // Empty lists offer nothing to choose; the task in hand stays.
+    selectTask(m_taskForm->currentTeamId(), m_taskForm->currentTaskId());
+}
+
+void MainForm::selectTask(const QString &teamId, const QString &taskId)
+{
     if (teamId.isEmpty() || taskId.isEmpty())
         return;
     m_orvana->changeTask(teamId, taskId);

@@ -2,19 +2,70 @@
 
 #include "ui/abstractorvanaform.h"
 
+#include <QHash>
+#include <QTimer>
+
+#include <memory>
+
 class MainForm;
 class Orvana;
+class ScrollText;
+class TaskDescriptionForm;
+class TaskListModel;
 
-// Lists the current team's tasks and opens their descriptions.
+namespace Ui {
+class TaskListForm;
+}
+
+// Lists the current team's tasks, makes one of them the current task and opens
+// their descriptions, one window a task, which it keeps.
 class TaskListForm final : public AbstractOrvanaForm
 {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(TaskListForm)
 
 public:
+    // The client must outlive the window; the main window is its parent.
     TaskListForm(Orvana *orvana, MainForm *mainForm);
     ~TaskListForm() override;
 
     // Shows the window beside the main window, or hides it.
     void toggle();
+    // Null when the task's description was not opened yet.
+    TaskDescriptionForm *description(const QString &taskId) const { return m_descriptions.value(taskId); }
+
+public slots:
+    void onCurrentTeamChanged(const QString &teamId);
+    void onTasksUpdated(const QString &teamId);
+    void onTaskChanged(const QString &taskId);
+    void onTaskClosed(const QString &taskId);
+    // Opens the description of a task that has one.
+    void openDescription(const QString &taskId);
+    // Hidden by hideAll(), the window comes back with showAll().
+    void showAll();
+    void hideAll();
+
+protected:
+    void mouseMoveEvent(QMouseEvent *event) override;
+    void showEvent(QShowEvent *event) override;
+    void hideEvent(QHideEvent *event) override;
+
+private:
+    void connectSignals();
+    void onLogin();
+    void selectTask(const QString &taskId);
+    void refresh();
+    void refreshWords();
+    void placeOnScreen();
+
+    std::unique_ptr<Ui::TaskListForm> m_ui;
+    Orvana *m_orvana;
+    MainForm *m_mainForm;
+    TaskListModel *m_model;
+    ScrollText *m_team;
+    QHash<QString, TaskDescriptionForm *> m_descriptions;
+    QTimer m_minuteTimer{this};
+    QString m_login; // whose tasks are shown
+    bool m_hiddenByAll = false;
+    bool m_wasDragged = false;
 };

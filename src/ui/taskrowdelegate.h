@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QIcon>
+#include <QPersistentModelIndex>
+#include <QStyledItemDelegate>
+
+// Draws a task's row: icon, title, deadline, and at the right end the button
+// that makes the task the current one, or the mark of the current task.
+class TaskRowDelegate final : public QStyledItemDelegate
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(TaskRowDelegate)
+
+public:
+    explicit TaskRowDelegate(QObject *parent = nullptr);
+
+    // Parts of a row's rectangle.
+    static QRect titleRect(const QRect &row, const QFontMetrics &metrics);
+    static QRect buttonRect(const QRect &row);
+    static bool hasButton(const QModelIndex &index);
+
+    // The row whose title another widget shows; may be invalid.
+    void setTitledElsewhere(const QModelIndex &index) { m_titledElsewhere = index; }
+    // The row whose button is under the pointer; may be invalid.
+    void setHotButton(const QModelIndex &index, bool pressed);
+
+    void paint(QPainter *painter, const QStyleOptionViewItem &option,
+               const QModelIndex &index) const override;
+    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
+    bool helpEvent(QHelpEvent *event, QAbstractItemView *view, const QStyleOptionViewItem &option,
+                   const QModelIndex &index) override;
+
+private:
+    void drawTexts(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const;
+    void drawEnd(QPainter *painter, const QRect &row, const QModelIndex &index) const;
+
+    QIcon m_button;
+    QIcon m_buttonHovered;
+    QIcon m_buttonPressed;
+    QIcon m_currentMark;
+    QPersistentModelIndex m_titledElsewhere;
+    QPersistentModelIndex m_hotButton;
+    bool m_buttonIsPressed = false;
+};

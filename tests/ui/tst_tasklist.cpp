@@ -1,0 +1,417 @@
+#include "testclient.h"
+#include "ui/artwork.h"
+#include "ui/mainform.h"
+#include "ui/scrolltext.h"
+#include "ui/taskdescriptionform.h"
+#include "ui/tasklistform.h"
+#include "ui/tasklistmodel.h"
+#include "ui/tasklistview.h"
+#include "ui/taskrowdelegate.h"
+#include "update/orvanaupdate.h"
+#include "windowtest.h"
+
+#include <QLabel>
+#include <QPushButton>
+
+namespace {
+
+const QString kTeam = QStringLiteral("17");
+const QString kCatchAll = QStringLiteral("0");
+const QString kLongTitle = QStringLiteral("Очень длинное название задачи, которое не помещается в строку ")
+    + QStringLiteral("списка, сколько её ни растягивай & <b>без разметки</b>");
+
+localservice::Task served(const char *id, const QString &title, const char *block = "0")
+{
+    localservice::Task task;
+    task.id = QString::fromLatin1(id);
+    task.title = title;
+    task.block = QString::fromLatin1(block);
+    return task;
+}
+
+QVector<localservice::Task> plainTasks()
+{
+    return {served("a", QStringLiteral("Первая")), served("b", QStringLiteral("Вторая")),
+            served("c", kLongTitle)};
+}
+
+QVector<localservice::Task> withBlockingTask()
+{
+    return {served("a", QStringLiteral("Первая")), served("b", QStringLiteral("Вторая"), "1"),
+            served("c", QStringLiteral("Третья"))};
+}
+
+// A logged-in client with its main window and the list opened from it.
+class Desktop final
+{
+public:
+    explicit Desktop(const QVector<localservice::Task> &tasks = plainTasks(),
+                     const QString &current = QString())
+    {
+        client.server.edit([&tasks](localservice::World &world) { world.team(kTeam)->tasks = tasks; });
+        OrvanaUpdate::instance()->init(client.orvana.get());
+        if (!client.logIn() || !update())
+            return;
+        client.orvana->changeTask(kTeam, current);
+        QSignalSpy updated(client.session(), &Orvana::Session::teamsUpdated);
+        window = std::make_unique<MainForm>(client.orvana.get());
+        window->show();
+        list = window->findChild<TaskListForm *>();
+        view = list->findChild<TaskListView *>();
+        // The chooser has asked for the lists, too; its answer must not come later.
+        if (updated.isEmpty() && !updated.wait(TestClient::waitLimit))
+            return;
+        QTest::mouseClick(window->findChild<QPushButton *>(QStringLiteral("pbTaskList")), Qt::LeftButton);
+        ready = QTest::qWaitFor([this] { return view->hasFocus(); }, TestClient::waitLimit);
+    }
+
+    // Fetches the lists anew.
+    bool update()
+    {
+        QSignalSpy updated(client.session(), &Orvana::Session::teamsUpdated);
+        client.orvana->requestTeamsAndTasks();
+        return updated.wait(TestClient::waitLimit);
+    }
+
+    QStringList rows(int role = TaskListModel::IdRole) const
+    {
+        QStringList texts;
+        for (int i = 0; i < view->model()->rowCount(); ++i)
+            texts.append(view->model()->index(i, 0).data(role).toString());
+        return texts;
+    }
+    QModelIndex row(const QString &id) const { return view->model()->index(rows().indexOf(id), 0); }
+    QPoint place(const QString &id) const { return view->visualRect(row(id)).center(); }
+
+    void click(const QString &id) const
+    {
+        QTest::mouseClick(view->viewport(), Qt::LeftButton, Qt::NoModifier, place(id));
+    }
+    void doubleClick(const QString &id) const
+    {
+        // The second press is the double click itself.
+        click(id);
+        QTest::mouseDClick(view->viewport(), Qt::LeftButton, Qt::NoModifier, place(id));
+        QTest::mouseRelease(view->viewport(), Qt::LeftButton, Qt::NoModifier, place(id));
+    }
+    void clickButton(const QString &id) const
+    {
+        QTest::mouseClick(view->viewport(), Qt::LeftButton, Qt::NoModifier,
+                          TaskRowDelegate::buttonRect(view->visualRect(row(id))).center());
+    }
+    void press(const QString &id, Qt::Key key, Qt::KeyboardModifier modifier = Qt::NoModifier) const
+    {
+        view->setCurrentIndex(row(id));
+        QTest::keyClick(view, key, modifier);
+    }
+    bool isOpen(const QString &id) const
+    {
+        const TaskDescriptionForm *form = list->description(id);
+        return form && form->isVisible();
+    }
+    QString current() const { return client.session()->currentTaskID(); }
+
+    TestClient client;
+    std::unique_ptr<MainForm> window;
+    TaskListForm *list = nullptr;
+    TaskListView *view = nullptr;
+    bool ready = false;
+};
+
+QStringList ids(std::initializer_list<const char *> list)
+{
+    QStringList all;
+    for (const char *id : list)
+        all.append(QString::fromLatin1(id));
+    return all;
+}
+
+} // namespace
+
+class TaskListTest final : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { useApplicationStyle(); }
+
+    void rowsAndTheirMarks();
+    void clickOpensTheDescription();
+    void doubleClickOpensNothing();
+    void choosing_data();
+    void choosing();
+    void keyboard();
+    void unlistedWork();
+    void followsTheSession();
+    void closedTaskClosesItsDescription();
+    void anotherUserSeesNoOldDescriptions();
+    void hidingTogether();
+    void onlyOneTitleMoves();
+    void places_data();
+    void places();
+};
+
+void TaskListTest::rowsAndTheirMarks()
+{
+    QVector<localservice::Task> tasks = withBlockingTask();
+    tasks[2].importance = 2;
+    const Desktop desktop(tasks, QStringLiteral("b"));
+    QVERIFY(desktop.ready);
+    QCOMPARE(desktop.rows(), ids({"b", "a", "c", "0"}));
+    QCOMPARE(desktop.rows(TaskListModel::OfferedRole), ids({"true", "false", "false", "false"}));
+    QCOMPARE(desktop.rows(TaskListModel::CurrentRole), ids({"true", "false", "false", "false"}));
+    QVERIFY(desktop.row(QStringLiteral("a"))
+                .data(Qt::ToolTipRole)
+                .toString()
+                .contains(QStringLiteral("блокирующие")));
+    const auto icon = [&desktop](const char *id) {
+        return desktop.row(QString::fromLatin1(id))
+            .data(Qt::DecorationRole)
+            .value<QIcon>()
+            .pixmap(20)
+            .toImage();
+    };
+    const auto picture = [](const char *name) {
+        return QIcon(QString::fromLatin1(name)).pixmap(20).toImage();
+    };
+    QCOMPARE(icon("b"), picture(":/images/pbTaskBlocked.png"));
+    QCOMPARE(icon("c"), picture(":/images/pbTaskUrgentGrey.png"));
+    QCOMPARE(icon("a"), picture(":/images/pbTask.png"));
+}
+
+void TaskListTest::clickOpensTheDescription()
+{
+    const Desktop desktop;
+    QVERIFY(desktop.ready);
+    desktop.click(QStringLiteral("b"));
+    QTRY_VERIFY(desktop.isOpen(QStringLiteral("b")));
+    TaskDescriptionForm *form = desktop.list->description(QStringLiteral("b"));
+    QTRY_COMPARE(form->findChild<QLabel *>(QStringLiteral("lbTaskTitle"))->text(), QStringLiteral("Вторая"));
+    QVERIFY(desktop.current().isEmpty());
+    form->hide();
+    // The second look asks the service again and opens the window that was kept.
+    QSignalSpy refreshed(desktop.client.orvana.get(), &Orvana::taskInfoUpdated);
+    desktop.click(QStringLiteral("b"));
+    QTRY_VERIFY(desktop.isOpen(QStringLiteral("b")));
+    QCOMPARE(desktop.list->description(QStringLiteral("b")), form);
+    QTRY_VERIFY(refreshed.count() > 0);
+}
+
+void TaskListTest::doubleClickOpensNothing()
+{
+    const Desktop desktop;
+    QVERIFY(desktop.ready);
+    desktop.doubleClick(QStringLiteral("a"));
+    QCOMPARE(desktop.current(), QStringLiteral("a"));
+    QCOMPARE(desktop.window->findChild<ScrollText *>(QStringLiteral("lbTask"))->text(),
+             QStringLiteral("Первая"));
+    // A timer started now ends after one that any of the clicks has left running.
+    QTimer later;
+    QSignalSpy passed(&later, &QTimer::timeout);
+    later.start(QApplication::doubleClickInterval() + 1);
+    QVERIFY(passed.wait());
+    QVERIFY(!desktop.list->description(QStringLiteral("a")));
+}
+
+void TaskListTest::choosing_data()
+{
+    QTest::addColumn<QString>("way");
+    QTest::addColumn<QString>("task");
+    QTest::addColumn<bool>("offered");
+    for (const char *way : {"double click", "button", "space", "control and enter"}) {
+        QTest::addRow("%s on a blocking task", way)
+            << QString::fromLatin1(way) << QStringLiteral("b") << true;
+        QTest::addRow("%s on one held back", way) << QString::fromLatin1(way) << QStringLiteral("c") << false;
+        QTest::addRow("%s on unlisted work", way) << QString::fromLatin1(way) << kCatchAll << false;
+    }
+}
+
+void TaskListTest::choosing()
+{
+    QFETCH(QString, way);
+    QFETCH(QString, task);
+    QFETCH(bool, offered);
+    const Desktop desktop(withBlockingTask());
+    QVERIFY(desktop.ready);
+    if (way == QLatin1String("double click"))
+        desktop.doubleClick(task);
+    else if (way == QLatin1String("button"))
+        desktop.clickButton(task);
+    else if (way == QLatin1String("space"))
+        desktop.press(task, Qt::Key_Space);
+    else
+        desktop.press(task, Qt::Key_Return, Qt::ControlModifier);
+    QCOMPARE(desktop.current(), offered ? task : QString());
+    QCOMPARE(desktop.row(task).data(TaskListModel::CurrentRole).toBool(), offered);
+}
+
+void TaskListTest::keyboard()
+{
+    const Desktop desktop;
+    QVERIFY(desktop.ready);
+    QVERIFY(desktop.view->hasFocus());
+    desktop.view->setCurrentIndex(desktop.row(QStringLiteral("a")));
+    QTest::keyClick(desktop.view, Qt::Key_Down);
+    QTest::keyClick(desktop.view, Qt::Key_Return);
+    QVERIFY(desktop.isOpen(QStringLiteral("b")));
+    QVERIFY(desktop.list->isVisible());
+    QTest::keyClick(desktop.list, Qt::Key_Escape);
+    QVERIFY(!desktop.list->isVisible());
+    QVERIFY(desktop.isOpen(QStringLiteral("b")));
+}
+
+void TaskListTest::unlistedWork()
+{
+    const Desktop desktop;
+    QVERIFY(desktop.ready);
+    desktop.press(kCatchAll, Qt::Key_Return);
+    QVERIFY(!desktop.list->description(kCatchAll));
+    desktop.doubleClick(kCatchAll);
+    QCOMPARE(desktop.current(), kCatchAll);
+}
+
+void TaskListTest::followsTheSession()
+{
+    Desktop desktop(plainTasks(), QStringLiteral("a"));
+    QVERIFY(desktop.ready);
+    const auto *empty = desktop.list->findChild<QLabel *>(QStringLiteral("lbEmpty"));
+    const auto *team = desktop.list->findChild<ScrollText *>(QStringLiteral("lbTeam"));
+    QCOMPARE(team->text(), QStringLiteral("Редакция сайта"));
+    QVERIFY(empty->isHidden());
+
+    desktop.view->setCurrentIndex(desktop.row(QStringLiteral("c")));
+    desktop.client.server.edit([](localservice::World &world) {
+        world.team(kTeam)->name = QStringLiteral("<b>Новое</b> имя");
+        world.setBlock(QStringLiteral("b"), QStringLiteral("1"));
+    });
+    QVERIFY(desktop.update());
+    QCOMPARE(desktop.rows(), ids({"b", "a", "c", "0"}));
+    QCOMPARE(team->text(), QStringLiteral("<b>Новое</b> имя"));
+    QCOMPARE(desktop.view->currentIndex(), desktop.row(QStringLiteral("c")));
+
+    desktop.client.orvana->changeTask(QStringLiteral("41"), QStringLiteral("4101"));
+    QCOMPARE(team->text(), QStringLiteral("Поддержка клиентов"));
+    QVERIFY(desktop.row(QStringLiteral("4101")).data(TaskListModel::CurrentRole).toBool());
+
+    desktop.client.server.edit([](localservice::World &world) { world.team(kTeam)->tasks.clear(); });
+    QVERIFY(desktop.update());
+    desktop.client.orvana->changeTask(kTeam, kCatchAll);
+    QVERIFY(empty->isVisible());
+    QCOMPARE(empty->text(), QStringLiteral("В команде нет задач"));
+    // There is still the work that belongs to no task.
+    QCOMPARE(desktop.rows(), ids({"0"}));
+
+    desktop.client.orvana->changeTask(QString(), QString());
+    QVERIFY(empty->isVisible());
+    QCOMPARE(empty->text(), QStringLiteral("Выберите команду и задачу"));
+}
+
+void TaskListTest::closedTaskClosesItsDescription()
+{
+    Desktop desktop;
+    QVERIFY(desktop.ready);
+    desktop.list->openDescription(QStringLiteral("a"));
+    desktop.list->openDescription(QStringLiteral("b"));
+    const QPointer<TaskDescriptionForm> gone = desktop.list->description(QStringLiteral("a"));
+    desktop.client.server.edit([](localservice::World &world) { world.removeTask(QStringLiteral("a")); });
+    QVERIFY(desktop.update());
+    QTRY_VERIFY(gone.isNull());
+    QVERIFY(desktop.isOpen(QStringLiteral("b")));
+    QCOMPARE(desktop.rows(), ids({"b", "c", "0"}));
+}
+
+void TaskListTest::anotherUserSeesNoOldDescriptions()
+{
+    Desktop desktop;
+    QVERIFY(desktop.ready);
+    desktop.list->openDescription(QStringLiteral("a"));
+    const QPointer<TaskDescriptionForm> form = desktop.list->description(QStringLiteral("a"));
+    QVERIFY(desktop.client.logIn());
+    QVERIFY(form && form->isVisible());
+    QVERIFY(
+        desktop.client.logIn(QStringLiteral("пётр+test@orvana.example"), QStringLiteral("a+b&c=d% #;/\"я")));
+    QTRY_VERIFY(form.isNull());
+    QCOMPARE(desktop.rows(), QStringList());
+}
+
+void TaskListTest::hidingTogether()
+{
+    const Desktop desktop;
+    QVERIFY(desktop.ready);
+    const auto *timer = desktop.list->findChild<QTimer *>(QString(), Qt::FindDirectChildrenOnly);
+    QVERIFY(timer && timer->isActive());
+    desktop.list->openDescription(QStringLiteral("a"));
+    desktop.list->openDescription(QStringLiteral("b"));
+    desktop.list->description(QStringLiteral("b"))->on_pbHide_clicked();
+    emit desktop.window->hideAll();
+    QVERIFY(!desktop.list->isVisible());
+    QVERIFY(!timer->isActive());
+    QVERIFY(!desktop.isOpen(QStringLiteral("a")));
+    emit desktop.window->showAll();
+    QVERIFY(desktop.list->isVisible());
+    QVERIFY(timer->isActive());
+    QVERIFY(desktop.isOpen(QStringLiteral("a")));
+    QVERIFY(!desktop.isOpen(QStringLiteral("b")));
+
+    QTest::mouseClick(desktop.list->findChild<QPushButton *>(QStringLiteral("pbClose")), Qt::LeftButton);
+    emit desktop.window->hideAll();
+    emit desktop.window->showAll();
+    QVERIFY(!desktop.list->isVisible());
+    QVERIFY(desktop.isOpen(QStringLiteral("a")));
+}
+
+void TaskListTest::onlyOneTitleMoves()
+{
+    const Desktop desktop;
+    QVERIFY(desktop.ready);
+    const auto moving = [&desktop] {
+        QStringList titles;
+        const auto all = desktop.view->viewport()->findChildren<ScrollText *>();
+        for (const ScrollText *title : all) {
+            if (title->isMoving())
+                titles.append(title->text());
+        }
+        return titles;
+    };
+    desktop.view->setCurrentIndex(desktop.row(QStringLiteral("a")));
+    QCOMPARE(moving(), QStringList());
+    QTest::mouseMove(desktop.view->viewport(), desktop.place(QStringLiteral("c")));
+    QTRY_COMPARE(moving(), QStringList{kLongTitle});
+    QTest::mouseMove(desktop.view->viewport(), desktop.place(QStringLiteral("b")));
+    QTRY_COMPARE(moving(), QStringList());
+    QTest::mouseMove(desktop.list, QPoint(desktop.list->width() / 2, 20));
+    desktop.view->setCurrentIndex(desktop.row(QStringLiteral("c")));
+    QTRY_COMPARE(moving(), QStringList{kLongTitle});
+    desktop.list->hide();
+    QCOMPARE(moving(), QStringList());
+}
+
+void TaskListTest::places_data()
+{
+    QTest::addColumn<QRect>("anchor");
+    QTest::addColumn<QRect>("area");
+    QTest::addColumn<bool>("free"); // there is room beside the anchor
+    const QSize anchor(352, 148);
+    const QRect screen(0, 24, 1280, 776);
+    QTest::newRow("upper right corner") << QRect(QPoint(928, 24), anchor) << screen << true;
+    QTest::newRow("upper left corner") << QRect(QPoint(0, 24), anchor) << screen << true;
+    QTest::newRow("lower right corner") << QRect(QPoint(928, 652), anchor) << screen << true;
+    QTest::newRow("middle") << QRect(QPoint(464, 300), anchor) << screen << true;
+    QTest::newRow("half outside") << QRect(QPoint(1200, 700), anchor) << screen << true;
+    QTest::newRow("second screen") << QRect(QPoint(2848, 0), anchor) << QRect(1280, 0, 1920, 1080) << true;
+    QTest::newRow("narrow screen") << QRect(QPoint(128, 0), anchor) << QRect(0, 0, 480, 800) << true;
+    QTest::newRow("small screen") << QRect(QPoint(128, 0), anchor) << QRect(0, 0, 480, 430) << false;
+}
+
+void TaskListTest::places()
+{
+    QFETCH(QRect, anchor);
+    QFETCH(QRect, area);
+    QFETCH(bool, free);
+    const QRect window(Artwork::beside(anchor, QSize(460, 420), area), QSize(460, 420));
+    QVERIFY(area.contains(window));
+    QCOMPARE(!window.intersects(anchor), free);
+}
+
+QTEST_MAIN(TaskListTest)
+#include "tst_tasklist.moc"
