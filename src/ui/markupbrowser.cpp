@@ -1,6 +1,7 @@
 #include "ui/markupbrowser.h"
 
 #include "ui/simplemarkup.h"
+#include "ui/tooltips.h"
 
 namespace {
 
@@ -15,7 +16,7 @@ MarkupBrowser::MarkupBrowser(QWidget *parent)
     setOpenExternalLinks(false);
     document()->setDefaultStyleSheet(kLinkStyle);
     connect(this, qOverload<const QUrl &>(&QTextBrowser::highlighted), this,
-            [this](const QUrl &link) { setToolTip(plainToolTip(link.toString())); });
+            [this](const QUrl &link) { setToolTip(literalToolTip(link.toString())); });
 }
 
 void MarkupBrowser::showText(const QString &text)

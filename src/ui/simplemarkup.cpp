@@ -1,7 +1,6 @@
 #include "ui/simplemarkup.h"
 
 #include <QHash>
-#include <QTextDocument>
 #include <QUrl>
 #include <QVector>
 
@@ -11,8 +10,6 @@ namespace {
 
 constexpr int kMaxTextLength = 200000;
 constexpr int kMaxTitleLength = 500;
-constexpr int kMaxToolTipLength = 1000;
-constexpr int kMaxToolTipLine = 70;
 constexpr int kMaxWordLength = 200;
 constexpr int kMaxDepth = 8;
 constexpr int kMaxTags = 10000;
@@ -371,13 +368,4 @@ QString titleLine(const QString &title)
     QString line = title.size() > kMaxTitleLength ? QString(title.left(kMaxTitleLength) + kEllipsis) : title;
     line.replace(QLatin1Char('\n'), QLatin1Char(' '));
     return line;
-}
-
-QString plainToolTip(const QString &text)
-{
-    const QString shown =
-        text.size() > kMaxToolTipLength ? QString(text.left(kMaxToolTipLength) + kEllipsis) : text;
-    if (shown.size() <= kMaxToolTipLine && !Qt::mightBeRichText(shown))
-        return shown;
-    return QStringLiteral("<span>") + shown.toHtmlEscaped() + QStringLiteral("</span>");
 }

@@ -15,6 +15,3 @@ QString breakableText(const QString &text);
 
 // One line of a title: without line breaks, cut where it gets too long.
 QString titleLine(const QString &title);
-
-// A tool tip that shows the text as it is, wrapped when it is long.
-QString plainToolTip(const QString &text);

@@ -6,6 +6,7 @@
 #include "ui/scrolltext.h"
 #include "ui/simplemarkup.h"
 #include "ui/tasklistform.h"
+#include "ui/tooltips.h"
 #include "ui_taskdescriptionform.h"
 
 #include <QDataStream>
@@ -66,8 +67,8 @@ QLabel *plainLabel(const QString &text, QWidget *parent)
 ScrollText *nameLabel(const QString &text, QWidget *parent)
 {
     auto *label = new ScrollText(false, parent);
-    label->setText(titleLine(text));
-    label->setToolTip(plainToolTip(text));
+    label->setText(text);
+    label->setToolTip(literalToolTip(text));
     return label;
 }
 
@@ -199,12 +200,13 @@ void TaskDescriptionForm::showInfo(const TaskInfo &info)
     const Task listed = info.id.isEmpty() ? session->task(session->currentTeamID(), m_taskId) : Task();
     const QString title = info.id.isEmpty() ? listed.title : info.title;
     const QDateTime deadline = info.id.isEmpty() ? listed.deadline : info.deadline;
-    m_title->setText(titleLine(title));
-    m_title->setToolTip(plainToolTip(title));
+    m_title->setText(title);
+    m_title->setToolTip(literalToolTip(title));
     m_ui->lbTaskTitle->setText(titleLine(title));
-    m_ui->lbTaskTitle->setToolTip(plainToolTip(title));
-    m_ui->lbTaskDeadline->setText(
-        deadline.isValid() ? QString(QStringLiteral("Истекает: ") + serviceDateTimeText(deadline)) : QString());
+    m_ui->lbTaskTitle->setToolTip(literalToolTip(title));
+    m_ui->lbTaskDeadline->setText(deadline.isValid()
+                                      ? QString(QStringLiteral("Истекает: ") + serviceDateTimeText(deadline))
+                                      : QString());
     m_ui->lbTaskDeadline->setVisible(deadline.isValid());
     m_ui->textTask->setPlaceholderText(info.id.isEmpty() ? QStringLiteral("Описание ещё не загружено")
                                                          : QStringLiteral("Описания нет"));
@@ -217,7 +219,7 @@ void TaskDescriptionForm::showInfo(const TaskInfo &info)
     }
     const QString people = QStringLiteral("Ответственные:") + names.join(QStringLiteral(", "));
     m_ui->lbResponsible->setText(people);
-    m_ui->lbResponsible->setToolTip(plainToolTip(people));
+    m_ui->lbResponsible->setToolTip(literalToolTip(people));
 
     m_ui->lbAttachmentsNumber->setText(QString::number(info.files.size()));
     const QByteArray files = packed(info.files);
@@ -253,7 +255,8 @@ void TaskDescriptionForm::updateTextTasksCombobox(const TaskInfo &info)
     m_ui->cbTexts->clear();
     for (const TextTask &textTask : info.texts) {
         m_ui->cbTexts->addItem(titleLine(textTask.title), QVariant::fromValue(textTask));
-        m_ui->cbTexts->setItemData(m_ui->cbTexts->count() - 1, plainToolTip(textTask.title), Qt::ToolTipRole);
+        m_ui->cbTexts->setItemData(m_ui->cbTexts->count() - 1, literalToolTip(textTask.title),
+                                   Qt::ToolTipRole);
     }
     updateTaskText(info.texts.value(0));
 }
@@ -278,7 +281,7 @@ void TaskDescriptionForm::updateTaskText(const TextTask &textTask)
                                           + QStringLiteral("\" style=\"color:rgb(100,100,100)\">") + shown
                                           + QStringLiteral("</a>"))
                                 : QString(QStringLiteral("URL: ") + shown));
-    m_ui->lbUrl->setToolTip(plainToolTip(address));
+    m_ui->lbUrl->setToolTip(literalToolTip(address));
     m_ui->lbSignNumber->setText(QStringLiteral("Количество знаков: ") + titleLine(textTask.minCount));
     m_ui->textRequirements->showText(textTask.text);
 

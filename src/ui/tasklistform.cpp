@@ -5,9 +5,9 @@
 #include "ui/artwork.h"
 #include "ui/mainform.h"
 #include "ui/scrolltext.h"
-#include "ui/simplemarkup.h"
 #include "ui/taskdescriptionform.h"
 #include "ui/tasklistmodel.h"
+#include "ui/tooltips.h"
 #include "ui_tasklistform.h"
 
 #include <QMouseEvent>
@@ -156,10 +156,9 @@ void TaskListForm::refreshWords()
     const Orvana::Session *session = m_orvana->session();
     const QString teamId = session->currentTeamID();
     const QString name = session->team(teamId).name;
-    const QString title = name.isEmpty() ? QStringLiteral("Задачи команды") : titleLine(name);
+    const QString title = name.isEmpty() ? QStringLiteral("Задачи команды") : name;
     m_team->setText(title);
-    m_team->setToolTip(plainToolTip(name));
-    setWindowTitle(title);
+    m_team->setToolTip(literalToolTip(name));
     m_ui->lbEmpty->setVisible(!m_model->hasListedTasks());
     m_ui->lbEmpty->setText(teamId.isEmpty() ? QStringLiteral("Выберите команду и задачу")
                                             : QStringLiteral("В команде нет задач"));

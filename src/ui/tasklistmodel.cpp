@@ -4,6 +4,7 @@
 #include "ui/simplemarkup.h"
 #include "ui/taskform.h"
 #include "ui/timetexts.h"
+#include "ui/tooltips.h"
 
 #include <algorithm>
 #include <utility>
@@ -119,8 +120,8 @@ QString TaskListModel::overdueTextOf(const Task &task) const
 
 QString TaskListModel::toolTip(const Task &task) const
 {
-    return plainToolTip(isOffered(task) ? task.title
-                                        : QString(task.title + QStringLiteral(" — ") + kHeldBack));
+    return literalToolTip(isOffered(task) ? task.title
+                                          : QString(task.title + QStringLiteral(" — ") + kHeldBack));
 }
 
 QString TaskListModel::spokenText(const Task &task) const

@@ -2,10 +2,19 @@
 
 #include <QTextDocument>
 
+namespace {
+
+constexpr int kLongestLine = 70; // longer plain tips run over the screen's edge
+constexpr int kLongestText = 1000;
+
+} // namespace
+
 QString literalToolTip(const QString &text)
 {
+    const QString shown =
+        text.size() > kLongestText ? QString(text.left(kLongestText) + QChar(0x2026)) : text;
     // Escapes would be shown in a text that is not taken for markup.
-    if (!Qt::mightBeRichText(text))
-        return text;
-    return QStringLiteral("<span>") + text.toHtmlEscaped() + QStringLiteral("</span>");
+    if (shown.size() <= kLongestLine && !Qt::mightBeRichText(shown))
+        return shown;
+    return QStringLiteral("<span>") + shown.toHtmlEscaped() + QStringLiteral("</span>");
 }

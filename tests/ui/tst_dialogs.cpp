@@ -1,9 +1,8 @@
-#include "testclient.h"
 #include "ui/aboutform.h"
 #include "ui/calendarform.h"
-#include "ui/mainform.h"
 #include "update/orvanaupdate.h"
-#include "windowtest.h"
+#include "urlcatcher.h"
+#include "windowbench.h"
 
 #include <QCalendarWidget>
 #include <QLabel>
@@ -57,7 +56,7 @@ class DialogsTest final : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { useApplicationStyle(); }
+    void initTestCase() { WindowBench::applyStyle(); }
 
     void reasonIsNeeded_data();
     void reasonIsNeeded();
@@ -140,22 +139,21 @@ void DialogsTest::deadlineRequest()
 {
     QFETCH(QTime, time);
     QFETCH(QString, sentTime);
-    TestClient client;
-    OrvanaUpdate::instance()->init(client.orvana.get());
-    QVERIFY(client.logIn());
-    client.orvana->changeTask(QStringLiteral("17"), QStringLiteral("1701"));
-    MainForm window(client.orvana.get());
-    window.show();
+    WindowBench bench;
+    QVERIFY(bench.signIn());
+    bench.orvana()->changeTask(QStringLiteral("17"), QStringLiteral("1701"));
+    QVERIFY(bench.openWindow());
     const QDate wished(2031, 5, 7);
-    whenOpen(&window, [&](CalendarForm *form) {
+    whenOpen(bench.form.get(), [&](CalendarForm *form) {
         form->findChild<QCalendarWidget *>()->setSelectedDate(wished);
         form->findChild<QTimeEdit *>()->setTime(time);
         form->findChild<QPlainTextEdit *>(kReason)->setPlainText(QStringLiteral("жду & жду"));
         click(button(form, QStringLiteral("Ок")));
     });
-    click(window.findChild<QPushButton *>(QStringLiteral("pbTimeExtend")));
-    QTRY_VERIFY(client.popups().contains(QStringLiteral("Запрос на продление задачи успешно отправлен")));
-    const auto sent = client.server.requestsTo(QStringLiteral("/api_task_deadline_request"));
+    click(bench.child<QPushButton>("pbTimeExtend"));
+    QTRY_VERIFY(
+        TestClient::popups().contains(QStringLiteral("Запрос на продление задачи успешно отправлен")));
+    const auto sent = bench.server().requestsTo(QStringLiteral("/api_task_deadline_request"));
     QCOMPARE(sent.size(), 1);
     QCOMPARE(sent.first().formValue(QStringLiteral("dl_date")), QStringLiteral("2031-05-07"));
     QCOMPARE(sent.first().formValue(QStringLiteral("dl_time")), sentTime);
@@ -164,44 +162,37 @@ void DialogsTest::deadlineRequest()
 
 void DialogsTest::cancelledRequestSendsNothing()
 {
-    TestClient client;
-    OrvanaUpdate::instance()->init(client.orvana.get());
-    QVERIFY(client.logIn());
-    client.orvana->changeTask(QStringLiteral("17"), QStringLiteral("1701"));
-    MainForm window(client.orvana.get());
-    window.show();
+    WindowBench bench;
+    QVERIFY(bench.signIn());
+    bench.orvana()->changeTask(QStringLiteral("17"), QStringLiteral("1701"));
+    QVERIFY(bench.openWindow());
     QPointer<CalendarForm> opened;
-    whenOpen(&window, [&](CalendarForm *form) {
+    whenOpen(bench.form.get(), [&](CalendarForm *form) {
         opened = form;
         form->findChild<QPlainTextEdit *>(kReason)->setPlainText(QStringLiteral("передумал"));
         QTest::keyClick(form, Qt::Key_Escape);
     });
-    click(window.findChild<QPushButton *>(QStringLiteral("pbTimeExtend")));
+    click(bench.child<QPushButton>("pbTimeExtend"));
     QTRY_VERIFY(opened.isNull());
-    // A later request has gone through, so an earlier one would have come in too.
-    QSignalSpy updated(client.session(), &Orvana::Session::teamsUpdated);
-    client.orvana->requestTeamsAndTasks();
-    QVERIFY(updated.wait(TestClient::waitLimit));
-    QVERIFY(client.server.requestsTo(QStringLiteral("/api_task_deadline_request")).isEmpty());
+    QVERIFY(bench.refresh());
+    QVERIFY(bench.server().requestsTo(QStringLiteral("/api_task_deadline_request")).isEmpty());
 }
 
 void DialogsTest::unlistedWorkHasNoDeadline()
 {
-    TestClient client;
-    OrvanaUpdate::instance()->init(client.orvana.get());
-    QVERIFY(client.logIn());
-    client.orvana->changeTask(QStringLiteral("17"), QStringLiteral("0"));
-    MainForm window(client.orvana.get());
-    window.show();
-    QTimer::singleShot(0, &window, [] {
+    WindowBench bench;
+    QVERIFY(bench.signIn());
+    bench.orvana()->changeTask(QStringLiteral("17"), QStringLiteral("0"));
+    QVERIFY(bench.openWindow());
+    QTimer::singleShot(0, bench.form.get(), [] {
         if (QWidget *dialog = QApplication::activeModalWidget()) {
             dialog->close();
             QFAIL("the calendar was opened");
         }
     });
-    click(window.findChild<QPushButton *>(QStringLiteral("pbTimeExtend")));
-    QVERIFY(
-        client.popups().contains(QStringLiteral("Для данной задачи невозможно выполнить перенос дедлайна.")));
+    click(bench.child<QPushButton>("pbTimeExtend"));
+    QVERIFY(TestClient::popups().contains(
+        QStringLiteral("Для данной задачи невозможно выполнить перенос дедлайна.")));
 }
 
 void DialogsTest::updateCheck_data()

@@ -1,5 +1,5 @@
 #include "ui/markupbrowser.h"
-#include "ui/simplemarkup.h"
+#include "ui/tooltips.h"
 
 #include <QTextBlock>
 #include <QTextDocument>
@@ -85,7 +85,7 @@ void SimpleMarkupTest::toolTipsShowTheTextItself_data()
 void SimpleMarkupTest::toolTipsShowTheTextItself()
 {
     QFETCH(QString, text);
-    const QString tip = plainToolTip(text);
+    const QString tip = literalToolTip(text);
     // What a tool tip does with its text.
     QTextDocument document;
     if (Qt::mightBeRichText(tip))

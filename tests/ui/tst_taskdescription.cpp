@@ -1,8 +1,8 @@
-#include "testclient.h"
 #include "ui/markupbrowser.h"
 #include "ui/scrolltext.h"
 #include "ui/taskdescriptionform.h"
-#include "windowtest.h"
+#include "urlcatcher.h"
+#include "windowbench.h"
 
 #include <QComboBox>
 #include <QLabel>
@@ -96,7 +96,7 @@ class TaskDescriptionTest final : public QObject
 private slots:
     void initTestCase()
     {
-        useApplicationStyle();
+        WindowBench::applyStyle();
         m_client = std::make_unique<TestClient>();
         QVERIFY(m_client->logIn());
         m_client->session()->setOnline(true);
@@ -304,7 +304,10 @@ void TaskDescriptionTest::taskWithoutTexts()
 {
     const auto form = open();
     QVERIFY(form);
-    form->on_pbCopyrightTasks_clicked();
+    QVERIFY(QTest::qWaitForWindowActive(form.get(), TestClient::waitLimit));
+    QTest::keyClick(form.get(), Qt::Key_2, Qt::AltModifier);
+    // A key holds the button down for a moment.
+    QTRY_VERIFY(part<QWidget>(*form, "copyrightTasksWidget")->isVisible());
     TaskInfo info = sample();
     info.texts.clear();
     info.files.clear();

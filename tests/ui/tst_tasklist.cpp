@@ -1,14 +1,11 @@
-#include "testclient.h"
 #include "ui/artwork.h"
-#include "ui/mainform.h"
 #include "ui/scrolltext.h"
 #include "ui/taskdescriptionform.h"
 #include "ui/tasklistform.h"
 #include "ui/tasklistmodel.h"
 #include "ui/tasklistview.h"
 #include "ui/taskrowdelegate.h"
-#include "update/orvanaupdate.h"
-#include "windowtest.h"
+#include "windowbench.h"
 
 #include <QLabel>
 #include <QPushButton>
@@ -41,36 +38,23 @@ QVector<localservice::Task> withBlockingTask()
             served("c", QStringLiteral("Третья"))};
 }
 
-// A logged-in client with its main window and the list opened from it.
+// The list, opened from the main window.
 class Desktop final
 {
 public:
     explicit Desktop(const QVector<localservice::Task> &tasks = plainTasks(),
                      const QString &current = QString())
     {
-        client.server.edit([&tasks](localservice::World &world) { world.team(kTeam)->tasks = tasks; });
-        OrvanaUpdate::instance()->init(client.orvana.get());
-        if (!client.logIn() || !update())
+        bench.server().edit([&tasks](localservice::World &world) { world.team(kTeam)->tasks = tasks; });
+        if (!bench.signIn())
             return;
-        client.orvana->changeTask(kTeam, current);
-        QSignalSpy updated(client.session(), &Orvana::Session::teamsUpdated);
-        window = std::make_unique<MainForm>(client.orvana.get());
-        window->show();
-        list = window->findChild<TaskListForm *>();
+        bench.orvana()->changeTask(kTeam, current);
+        if (!bench.openWindow())
+            return;
+        list = bench.form->findChild<TaskListForm *>();
         view = list->findChild<TaskListView *>();
-        // The chooser has asked for the lists, too; its answer must not come later.
-        if (updated.isEmpty() && !updated.wait(TestClient::waitLimit))
-            return;
-        QTest::mouseClick(window->findChild<QPushButton *>(QStringLiteral("pbTaskList")), Qt::LeftButton);
+        QTest::mouseClick(bench.child<QPushButton>("pbTaskList"), Qt::LeftButton);
         ready = QTest::qWaitFor([this] { return view->hasFocus(); }, TestClient::waitLimit);
-    }
-
-    // Fetches the lists anew.
-    bool update()
-    {
-        QSignalSpy updated(client.session(), &Orvana::Session::teamsUpdated);
-        client.orvana->requestTeamsAndTasks();
-        return updated.wait(TestClient::waitLimit);
     }
 
     QStringList rows(int role = TaskListModel::IdRole) const
@@ -109,10 +93,9 @@ public:
         const TaskDescriptionForm *form = list->description(id);
         return form && form->isVisible();
     }
-    QString current() const { return client.session()->currentTaskID(); }
+    QString current() const { return bench.session()->currentTaskID(); }
 
-    TestClient client;
-    std::unique_ptr<MainForm> window;
+    WindowBench bench;
     TaskListForm *list = nullptr;
     TaskListView *view = nullptr;
     bool ready = false;
@@ -133,7 +116,7 @@ class TaskListTest final : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { useApplicationStyle(); }
+    void initTestCase() { WindowBench::applyStyle(); }
 
     void rowsAndTheirMarks();
     void clickOpensTheDescription();
@@ -155,7 +138,7 @@ void TaskListTest::rowsAndTheirMarks()
 {
     QVector<localservice::Task> tasks = withBlockingTask();
     tasks[2].importance = 2;
-    const Desktop desktop(tasks, QStringLiteral("b"));
+    Desktop desktop(tasks, QStringLiteral("b"));
     QVERIFY(desktop.ready);
     QCOMPARE(desktop.rows(), ids({"b", "a", "c", "0"}));
     QCOMPARE(desktop.rows(TaskListModel::OfferedRole), ids({"true", "false", "false", "false"}));
@@ -181,7 +164,7 @@ void TaskListTest::rowsAndTheirMarks()
 
 void TaskListTest::clickOpensTheDescription()
 {
-    const Desktop desktop;
+    Desktop desktop;
     QVERIFY(desktop.ready);
     desktop.click(QStringLiteral("b"));
     QTRY_VERIFY(desktop.isOpen(QStringLiteral("b")));
@@ -190,7 +173,7 @@ void TaskListTest::clickOpensTheDescription()
     QVERIFY(desktop.current().isEmpty());
     form->hide();
     // The second look asks the service again and opens the window that was kept.
-    QSignalSpy refreshed(desktop.client.orvana.get(), &Orvana::taskInfoUpdated);
+    QSignalSpy refreshed(desktop.bench.orvana(), &Orvana::taskInfoUpdated);
     desktop.click(QStringLiteral("b"));
     QTRY_VERIFY(desktop.isOpen(QStringLiteral("b")));
     QCOMPARE(desktop.list->description(QStringLiteral("b")), form);
@@ -199,12 +182,11 @@ void TaskListTest::clickOpensTheDescription()
 
 void TaskListTest::doubleClickOpensNothing()
 {
-    const Desktop desktop;
+    Desktop desktop;
     QVERIFY(desktop.ready);
     desktop.doubleClick(QStringLiteral("a"));
     QCOMPARE(desktop.current(), QStringLiteral("a"));
-    QCOMPARE(desktop.window->findChild<ScrollText *>(QStringLiteral("lbTask"))->text(),
-             QStringLiteral("Первая"));
+    QCOMPARE(desktop.bench.child<ScrollText>("lbTask")->text(), QStringLiteral("Первая"));
     // A timer started now ends after one that any of the clicks has left running.
     QTimer later;
     QSignalSpy passed(&later, &QTimer::timeout);
@@ -231,7 +213,7 @@ void TaskListTest::choosing()
     QFETCH(QString, way);
     QFETCH(QString, task);
     QFETCH(bool, offered);
-    const Desktop desktop(withBlockingTask());
+    Desktop desktop(withBlockingTask());
     QVERIFY(desktop.ready);
     if (way == QLatin1String("double click"))
         desktop.doubleClick(task);
@@ -247,7 +229,7 @@ void TaskListTest::choosing()
 
 void TaskListTest::keyboard()
 {
-    const Desktop desktop;
+    Desktop desktop;
     QVERIFY(desktop.ready);
     QVERIFY(desktop.view->hasFocus());
     desktop.view->setCurrentIndex(desktop.row(QStringLiteral("a")));
@@ -262,7 +244,7 @@ void TaskListTest::keyboard()
 
 void TaskListTest::unlistedWork()
 {
-    const Desktop desktop;
+    Desktop desktop;
     QVERIFY(desktop.ready);
     desktop.press(kCatchAll, Qt::Key_Return);
     QVERIFY(!desktop.list->description(kCatchAll));
@@ -280,28 +262,28 @@ void TaskListTest::followsTheSession()
     QVERIFY(empty->isHidden());
 
     desktop.view->setCurrentIndex(desktop.row(QStringLiteral("c")));
-    desktop.client.server.edit([](localservice::World &world) {
+    desktop.bench.server().edit([](localservice::World &world) {
         world.team(kTeam)->name = QStringLiteral("<b>Новое</b> имя");
         world.setBlock(QStringLiteral("b"), QStringLiteral("1"));
     });
-    QVERIFY(desktop.update());
+    QVERIFY(desktop.bench.refresh());
     QCOMPARE(desktop.rows(), ids({"b", "a", "c", "0"}));
     QCOMPARE(team->text(), QStringLiteral("<b>Новое</b> имя"));
     QCOMPARE(desktop.view->currentIndex(), desktop.row(QStringLiteral("c")));
 
-    desktop.client.orvana->changeTask(QStringLiteral("41"), QStringLiteral("4101"));
+    desktop.bench.orvana()->changeTask(QStringLiteral("41"), QStringLiteral("4101"));
     QCOMPARE(team->text(), QStringLiteral("Поддержка клиентов"));
     QVERIFY(desktop.row(QStringLiteral("4101")).data(TaskListModel::CurrentRole).toBool());
 
-    desktop.client.server.edit([](localservice::World &world) { world.team(kTeam)->tasks.clear(); });
-    QVERIFY(desktop.update());
-    desktop.client.orvana->changeTask(kTeam, kCatchAll);
+    desktop.bench.server().edit([](localservice::World &world) { world.team(kTeam)->tasks.clear(); });
+    QVERIFY(desktop.bench.refresh());
+    desktop.bench.orvana()->changeTask(kTeam, kCatchAll);
     QVERIFY(empty->isVisible());
     QCOMPARE(empty->text(), QStringLiteral("В команде нет задач"));
     // There is still the work that belongs to no task.
     QCOMPARE(desktop.rows(), ids({"0"}));
 
-    desktop.client.orvana->changeTask(QString(), QString());
+    desktop.bench.orvana()->changeTask(QString(), QString());
     QVERIFY(empty->isVisible());
     QCOMPARE(empty->text(), QStringLiteral("Выберите команду и задачу"));
 }
@@ -313,8 +295,8 @@ void TaskListTest::closedTaskClosesItsDescription()
     desktop.list->openDescription(QStringLiteral("a"));
     desktop.list->openDescription(QStringLiteral("b"));
     const QPointer<TaskDescriptionForm> gone = desktop.list->description(QStringLiteral("a"));
-    desktop.client.server.edit([](localservice::World &world) { world.removeTask(QStringLiteral("a")); });
-    QVERIFY(desktop.update());
+    desktop.bench.server().edit([](localservice::World &world) { world.removeTask(QStringLiteral("a")); });
+    QVERIFY(desktop.bench.refresh());
     QTRY_VERIFY(gone.isNull());
     QVERIFY(desktop.isOpen(QStringLiteral("b")));
     QCOMPARE(desktop.rows(), ids({"b", "c", "0"}));
@@ -326,43 +308,43 @@ void TaskListTest::anotherUserSeesNoOldDescriptions()
     QVERIFY(desktop.ready);
     desktop.list->openDescription(QStringLiteral("a"));
     const QPointer<TaskDescriptionForm> form = desktop.list->description(QStringLiteral("a"));
-    QVERIFY(desktop.client.logIn());
+    QVERIFY(desktop.bench.signIn());
     QVERIFY(form && form->isVisible());
     QVERIFY(
-        desktop.client.logIn(QStringLiteral("пётр+test@orvana.example"), QStringLiteral("a+b&c=d% #;/\"я")));
+        desktop.bench.signIn(QStringLiteral("пётр+test@orvana.example"), QStringLiteral("a+b&c=d% #;/\"я")));
     QTRY_VERIFY(form.isNull());
     QCOMPARE(desktop.rows(), QStringList());
 }
 
 void TaskListTest::hidingTogether()
 {
-    const Desktop desktop;
+    Desktop desktop;
     QVERIFY(desktop.ready);
     const auto *timer = desktop.list->findChild<QTimer *>(QString(), Qt::FindDirectChildrenOnly);
     QVERIFY(timer && timer->isActive());
     desktop.list->openDescription(QStringLiteral("a"));
     desktop.list->openDescription(QStringLiteral("b"));
     desktop.list->description(QStringLiteral("b"))->on_pbHide_clicked();
-    emit desktop.window->hideAll();
+    emit desktop.bench.form->hideAll();
     QVERIFY(!desktop.list->isVisible());
     QVERIFY(!timer->isActive());
     QVERIFY(!desktop.isOpen(QStringLiteral("a")));
-    emit desktop.window->showAll();
+    emit desktop.bench.form->showAll();
     QVERIFY(desktop.list->isVisible());
     QVERIFY(timer->isActive());
     QVERIFY(desktop.isOpen(QStringLiteral("a")));
     QVERIFY(!desktop.isOpen(QStringLiteral("b")));
 
     QTest::mouseClick(desktop.list->findChild<QPushButton *>(QStringLiteral("pbClose")), Qt::LeftButton);
-    emit desktop.window->hideAll();
-    emit desktop.window->showAll();
+    emit desktop.bench.form->hideAll();
+    emit desktop.bench.form->showAll();
     QVERIFY(!desktop.list->isVisible());
     QVERIFY(desktop.isOpen(QStringLiteral("a")));
 }
 
 void TaskListTest::onlyOneTitleMoves()
 {
-    const Desktop desktop;
+    Desktop desktop;
     QVERIFY(desktop.ready);
     const auto moving = [&desktop] {
         QStringList titles;

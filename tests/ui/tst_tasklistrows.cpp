@@ -1,6 +1,6 @@
 #include "ui/tasklistmodel.h"
 #include "ui/tasklistview.h"
-#include "windowtest.h"
+#include "windowbench.h"
 
 #include <QtTest>
 
@@ -9,7 +9,7 @@ class TaskListRowsTest final : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { useApplicationStyle(); }
+    void initTestCase() { WindowBench::applyStyle(); }
 
     void deadlines_data();
     void deadlines();

@@ -1,22 +1,9 @@
 #pragma once
 
-#include "app/application.h"
-
 #include <QDesktopServices>
-#include <QFile>
 #include <QObject>
 #include <QStringList>
 #include <QUrl>
-
-// Windows look and measure as in the program.
-inline void useApplicationStyle()
-{
-    registerResources();
-    QFile sheet(QStringLiteral(":/qss/main.qss"));
-    if (!sheet.open(QIODevice::ReadOnly))
-        qFatal("no style sheet");
-    qApp->setStyleSheet(QString::fromUtf8(sheet.readAll()));
-}
 
 // Stands in for the desktop's programs: keeps what would have been opened.
 class UrlCatcher final : public QObject
