@@ -122,7 +122,10 @@ public:
                 s("pending %1").arg(client->pendingActivityRequests()),
                 s("title ") + session->taskInfo(s("7")).title,
                 s("time ") + session->todayTime().toString(s("HH:mm/"))
-                    + session->todayActiveTime().toString(s("HH:mm"))};
+                    + session->todayActiveTime().toString(s("HH:mm")),
+                s("task %1, none %2")
+                    .arg(session->todayActiveTime(s("7")).toString(s("HH:mm")),
+                         session->todayActiveTime(QString()).toString(s("HH:mm")))};
     }
 
     OfflineClient client;
@@ -166,7 +169,7 @@ void TestReplies::answers_data()
                                   "Добавлена новая команда \"C2\"; teams 2",
                                   "newer; Доступно новое обновление Orvana Team1.1.1; version 1.1.1",
                                   "records 0; pending 0", "Запрос на продление задачи успешно отправлен",
-                                  "details<Жук>; title Жук", "time 02:05/01:30", ""});
+                                  "details<Жук>; title Жук", "time 02:05/01:30; task 00:00, none 00:05", ""});
     QTest::newRow("success") << QByteArray() << accepted;
     for (const int stage : {Orvana::TeamsAndTasks, Orvana::CheckUpdate, Orvana::TimeSync})
         accepted[stage] = kMeaningless.at(stage);
@@ -238,6 +241,8 @@ void TestReplies::transportErrors()
         {Orvana::DeadlineChange,
          s("; Запрос на продление задачи не удалось отправить, повторите попытку позже.")}};
     Bench bench;
+    // Known details are not what listeners are told.
+    bench.client.answer(bench.ask(Orvana::TaskDetails), kSuccess[Orvana::TaskDetails]);
     for (int stage = 0; stage < kStages; ++stage) {
         bench.client.session()->setOnline(true);
         // Whatever came with the error is not looked at.

@@ -7,7 +7,9 @@
 #include "service/orvana.h"
 #include "service/ovsession.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QPointer>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -108,7 +110,16 @@ public:
     }
 
 private:
-    QTemporaryDir m_folder;
+    // In memory where there is room for that: settings are flushed at each save,
+    // and hundreds of clients would wait for the disk.
+    static QString folderTemplate()
+    {
+        const QString memory = QStringLiteral("/dev/shm");
+        return (QFileInfo(memory).isWritable() ? memory : QDir::tempPath())
+            + QStringLiteral("/orvana-test.XXXXXX");
+    }
+
+    QTemporaryDir m_folder{folderTemplate()};
     Popups m_popups;
     std::unique_ptr<Orvana> m_orvana;
 };
