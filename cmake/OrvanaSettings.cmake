@@ -14,10 +14,17 @@ if(ORVANA_SANITIZE)
     target_link_options(orvana_settings INTERFACE -fsanitize=address,undefined)
 endif()
 
+if(ORVANA_BUILD_FUZZ)
+    set(fuzz_options -fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer
+        -fno-sanitize-recover=undefined)
+    target_compile_options(orvana_settings INTERFACE ${fuzz_options})
+    target_link_options(orvana_settings INTERFACE ${fuzz_options})
+endif()
+
 # Hardening of what is handed out; _FORTIFY_SOURCE needs an optimised build and
 # hides overflows from the address sanitizer.
 target_compile_options(orvana_settings INTERFACE -fstack-protector-strong)
-if(NOT ORVANA_SANITIZE)
+if(NOT ORVANA_SANITIZE AND NOT ORVANA_BUILD_FUZZ)
     target_compile_options(orvana_settings INTERFACE $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
 endif()
 target_link_options(orvana_settings INTERFACE -Wl,-z,relro,-z,now)

@@ -1,5 +1,6 @@
 #include "service/ovsession.h"
 
+#include "model/settingsfile.h"
 #include "notifications/notificationmanager.h"
 #include "service/exemptteam.h"
 #include "service/listchanges.h"
@@ -28,9 +29,9 @@ Orvana::Session::Session(Orvana *owner, QObject *parent)
     , m_todayWorktimeDisplayed(kMidnight)
     , m_todayActivetime(kMidnight)
     , m_todayActivetimeDisplayed(kMidnight)
-    , m_configStore(std::make_unique<QSettings>(owner->storageDirectory().filePath(QStringLiteral("config.ini")),
-                                                QSettings::IniFormat))
 {
+    const QString path = owner->storageDirectory().filePath(QStringLiteral("config.ini"));
+    m_configStore = owner->isStorageUsable() ? openSettings(path) : emptySettings(path);
 }
 
 Orvana::Session::~Session() = default;

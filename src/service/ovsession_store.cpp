@@ -1,5 +1,7 @@
 #include "service/ovsession.h"
 
+#include "model/settingsfile.h"
+
 #include <QDir>
 #include <QFile>
 #include <QLocale>
@@ -29,8 +31,7 @@ QString idOfKey(QString key)
 
 std::unique_ptr<QSettings> openStore(const QString &directory, const char *name)
 {
-    return std::make_unique<QSettings>(QDir(directory).filePath(QString::fromLatin1(name)),
-                                       QSettings::IniFormat);
+    return openSettings(QDir(directory).filePath(QString::fromLatin1(name)));
 }
 
 // The stored forms are English whatever the user's locale is.

@@ -1,6 +1,7 @@
 #include "update/orvanaupdate.h"
 
 #include "model/json.h"
+#include "model/settingsfile.h"
 #include "notifications/notificationmanager.h"
 #include "service/orvana.h"
 #include "service/replyparser.h"
@@ -43,8 +44,7 @@ void OrvanaUpdate::init(Orvana *client)
     m_settings.reset();
     m_seen = {};
     if (client->isStorageUsable())
-        m_settings = std::make_unique<QSettings>(client->storageDirectory().filePath(QStringLiteral("update.json")),
-                                                 QSettings::IniFormat);
+        m_settings = openSettings(client->storageDirectory().filePath(QStringLiteral("update.json")));
 }
 
 void OrvanaUpdate::addUpdateInfo(const QByteArray &body)
@@ -113,8 +113,9 @@ bool OrvanaUpdate::isForceUpdate()
         return false;
     const FileStamp now = stamp();
     if (now != m_seen) {
-        m_seen = now;
-        m_settings->sync();
+        if (repairSettings(m_settings->fileName()))
+            m_settings->sync();
+        m_seen = stamp();
     }
     return flag(kForceUpdateKey);
 }

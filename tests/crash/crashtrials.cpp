@@ -223,7 +223,7 @@ void Trials::startClient(const QByteArray &place, int passes)
     set("FAKETIME", m_clientClock.toString(QStringLiteral("@yyyy-MM-dd HH:mm:ss x%1")).arg(kSpeed));
     m_client.setProcessEnvironment(environment);
     m_client.setStandardOutputFile(m_box.filePath(QStringLiteral("output")));
-    m_client.setStandardErrorFile(m_box.filePath(QStringLiteral("output")));
+    m_client.setStandardErrorFile(QProcess::nullDevice());
     m_client.setWorkingDirectory(m_box.path());
     m_passesLeft = place == kAccepted ? passes : -1;
     m_clientTime.start();
@@ -248,10 +248,15 @@ bool Trials::clientEnds(std::chrono::milliseconds limit)
 void Trials::complain(const char *what)
 {
     ++m_complaints;
-    std::printf("run %d: %s\n", m_run, what);
     QFile output(m_box.filePath(QStringLiteral("output")));
-    if (output.open(QIODevice::ReadOnly))
-        std::printf("%s\n", output.readAll().right(2000).constData());
+    output.open(QIODevice::ReadOnly);
+    QProcess windows;
+    windows.start(QStringLiteral("xdotool"),
+                  {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
+                   QStringLiteral("."), QStringLiteral("getwindowname"), QStringLiteral("%@")});
+    windows.waitForFinished();
+    std::printf("run %d: %s after %lld ms\nwindows: %s\n%s\n", m_run, what, m_clientTime.elapsed(),
+                windows.readAll().replace('\n', ' ').constData(), output.readAll().right(2000).constData());
     std::fflush(stdout);
 }
 

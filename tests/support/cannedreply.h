@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QNetworkReply>
+#include <QNetworkRequest>
 
 #include <algorithm>
 #include <cstring>
@@ -30,6 +31,13 @@ public:
         const QList<QByteArray> names = request.dynamicPropertyNames();
         for (const QByteArray &name : names)
             setProperty(name.constData(), request.property(name.constData()));
+    }
+
+    // Without a request: where it comes from.
+    void setAddress(const QUrl &url)
+    {
+        setUrl(url);
+        setRequest(QNetworkRequest(url));
     }
 
     void abort() override { }

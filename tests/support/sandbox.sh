@@ -3,6 +3,13 @@
 # Runs a test with a home, a temporary folder and a storage root of its own; with
 # "display" also on a virtual X server of its own with a window manager.
 set -euo pipefail
+
+# Shared memory is found by 16 bits of a file's number: without a name space of its
+# own a client now and then takes some other program's for a running copy of itself.
+if [ -z "${ORVANA_SANDBOX_APART:-}" ] && unshare --ipc true 2>/dev/null; then
+    ORVANA_SANDBOX_APART=1 exec unshare --ipc "$0" "$@"
+fi
+
 mode=$1 locale=$2
 shift 2
 

@@ -1,0 +1,115 @@
+// What earlier runs left on the disk: the stream form of the records, and every
+// settings file as a start of the client reads it and its end writes it back.
+#include "client.h"
+
+#include "model/records.h"
+#include "model/settingsfile.h"
+#include "service/ovsession.h"
+#include "update/orvanaupdate.h"
+
+#include <QDataStream>
+#include <QDir>
+#include <QSettings>
+
+#include <cstdlib>
+
+namespace {
+
+std::unique_ptr<FuzzClient> s_client;
+const char *const kFiles[] = {"session.ini", "teams.ini", "tasks.ini", "taskInfo.ini"};
+
+// Reading what was written gives the same bytes once more.
+template <typename T>
+void readStream(const QByteArray &bytes, int version)
+{
+    T first;
+    QDataStream input(bytes);
+    input.setVersion(version);
+    input >> first;
+    if (input.status() != QDataStream::Ok)
+        return;
+    QByteArray written;
+    QDataStream output(&written, QIODevice::WriteOnly);
+    output.setVersion(version);
+    output << first;
+    T second;
+    QDataStream again(written);
+    again.setVersion(version);
+    again >> second;
+    QByteArray rewritten;
+    QDataStream last(&rewritten, QIODevice::WriteOnly);
+    last.setVersion(version);
+    last << second;
+    if (again.status() != QDataStream::Ok || rewritten != written)
+        std::abort();
+}
+
+void readStreams(Input &input)
+{
+    const int version = input.byte() % 2 == 0 ? QDataStream::Qt_4_0 : QDataStream::Qt_DefaultCompiledVersion;
+    const int kind = input.byte() % 3;
+    const QByteArray bytes = input.rest();
+    if (kind == 0)
+        readStream<Task>(bytes, version);
+    else if (kind == 1)
+        readStream<QList<Task>>(bytes, version);
+    else
+        readStream<TaskInfo>(bytes, version);
+}
+
+void useEverything(FuzzClient &client)
+{
+    Orvana::Session *session = client->session();
+    for (const Team &team : session->teams())
+        session->tasks(team.id);
+    session->tasks();
+    session->taskInfo(session->currentTaskID());
+    session->overdueTime();
+    session->todayActiveTime(session->currentTaskID());
+    session->addMinuteToActiveTime();
+    session->addMinuteToWorktime();
+    session->incrementTodayTime();
+    OrvanaUpdate *update = OrvanaUpdate::instance();
+    update->availableUpdateVersion();
+    update->isUpdateAtStartup();
+    update->isForceUpdate();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
+{
+    startFuzzing(argc, argv);
+    s_client = std::make_unique<FuzzClient>();
+    std::atexit([] { s_client.reset(); });
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    FuzzClient &client = *s_client;
+    Input input(data, size);
+    const int kind = input.byte() % 8;
+    if (kind < 2) {
+        readStreams(input);
+        return 0;
+    }
+    // Before the damaged files: this client's end saves its own.
+    QDir(client.userFolder()).removeRecursively();
+    client->setCleanMode(true);
+    const QString storage = client->storageDirectory().path();
+    QDir().mkpath(client.activityFolder());
+    const QByteArray config =
+        kind == 2 ? input.word() : "[General]\nlastLogin=" + FuzzClient::user().toUtf8() + '\n';
+    client.put(storage + QStringLiteral("/config.ini"), config);
+    client.put(storage + QStringLiteral("/update.json"), kind == 3 ? input.word() : QByteArray());
+    for (const char *name : kFiles)
+        client.put(client.userFolder() + QLatin1Char('/') + QLatin1String(name), input.word());
+    client.restart();
+    useEverything(client);
+    client.settle();
+    client.restart();
+    useEverything(client);
+    client.settle();
+    return 0;
+}

@@ -1,0 +1,290 @@
+#include "model/settingsfile.h"
+
+#include <QDebug>
+#include <QFile>
+#include <QList>
+#include <QSaveFile>
+#include <QSettings>
+#include <QtEndian>
+
+#include <cstring>
+
+namespace {
+
+// As deep as the JSON reader goes, which is where stored values come from.
+constexpr int kMaxNesting = 1000;
+constexpr quint32 kNullString = 0xFFFFFFFF;
+constexpr int kMaxHexDigits = 4;
+
+// Walks over a value in its stream form (of the version that settings files are
+// written in) without building anything.
+class ValueWalker
+{
+public:
+    ValueWalker(const char *data, qint64 size)
+        : m_data(data)
+        , m_left(size)
+    { }
+
+    bool skipValue(int depth = 0)
+    {
+        quint32 type = 0;
+        if (depth > kMaxNesting || !readCount(&type))
+            return false;
+        switch (type) {
+        case QMetaType::UnknownType: // an empty text stands for it
+        case QMetaType::QString:
+        case QMetaType::QByteArray:
+            return skipText();
+        case QMetaType::Bool:
+            return skip(1);
+        case QMetaType::Int:
+        case QMetaType::UInt:
+        case QMetaType::QDate:
+        case QMetaType::QTime:
+            return skip(4);
+        case QMetaType::LongLong:
+        case QMetaType::ULongLong:
+        case QMetaType::Double:
+            return skip(8);
+        case QMetaType::QDateTime:
+            return skip(9);
+        case QMetaType::QStringList:
+            return skipAll([this] { return skipText(); });
+        case QMetaType::QVariantList:
+            return skipAll([this, depth] { return skipValue(depth + 1); });
+        case QMetaType::QVariantMap:
+            return skipAll([this, depth] { return skipText() && skipValue(depth + 1); });
+        case kUserType:
+            // Our own readers take damage calmly; within other values there are none.
+            return depth == 0 && isOwnRecord();
+        default:
+            return false;
+        }
+    }
+
+private:
+    static constexpr quint32 kUserType = 127;
+
+    bool skip(qint64 count)
+    {
+        if (count > m_left)
+            return false;
+        m_data += count;
+        m_left -= count;
+        return true;
+    }
+
+    bool readCount(quint32 *count)
+    {
+        const char *at = m_data;
+        if (!skip(sizeof *count))
+            return false;
+        *count = qFromBigEndian<quint32>(at);
+        return true;
+    }
+
+    bool skipText()
+    {
+        quint32 size = 0;
+        return readCount(&size) && (size == kNullString || skip(size));
+    }
+
+    template <typename SkipOne>
+    bool skipAll(SkipOne skipOne)
+    {
+        quint32 count = 0;
+        // Every element takes more than a byte.
+        if (!readCount(&count) || count > m_left)
+            return false;
+        while (count > 0 && skipOne())
+            --count;
+        return count == 0;
+    }
+
+    bool isOwnRecord()
+    {
+        const char *start = m_data + sizeof(quint32);
+        if (!skipText())
+            return false;
+        for (const char *name : {"Task", "QList<Task>", "TaskInfo"}) {
+            const auto size = static_cast<qint64>(std::strlen(name) + 1);
+            if (m_data - start == size && std::memcmp(start, name, static_cast<size_t>(size)) == 0)
+                return true;
+        }
+        return false;
+    }
+
+    const char *m_data;
+    qint64 m_left;
+};
+
+bool isHexDigit(char c)
+{
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+// Reads the right-hand side of a line as it is written: texts parted by commas, in
+// quotes when they hold something that needs them.
+class LineReader
+{
+public:
+    LineReader(const char *from, const char *to)
+        : m_at(from)
+        , m_end(to)
+    { }
+
+    bool isSound()
+    {
+        while (true) {
+            QByteArray text;
+            if (!readText(&text) || !isSoundText(text))
+                return false;
+            if (m_at == m_end)
+                return true;
+            if (m_end - m_at < 2 || m_at[0] != ',' || m_at[1] != ' ')
+                return false;
+            m_at += 2;
+        }
+    }
+
+private:
+    static bool isSoundText(const QByteArray &text)
+    {
+        static const QByteArray variant = QByteArrayLiteral("@Variant(");
+        return !text.startsWith("@DateTime(")
+            && (!text.startsWith(variant)
+                || ValueWalker(text.constData() + variant.size(), text.size() - variant.size()).skipValue());
+    }
+
+    bool readText(QByteArray *text)
+    {
+        const bool quoted = m_at != m_end && *m_at == '"';
+        m_at += quoted ? 1 : 0;
+        // A blank in front would be passed over and what follows be taken for the start.
+        if (!quoted && m_at != m_end && *m_at == ' ')
+            return false;
+        bool afterNumber = false;
+        while (m_at != m_end) {
+            const char c = *m_at;
+            if (c == '"') {
+                ++m_at;
+                return quoted;
+            }
+            if (c == ',' && !quoted)
+                return true;
+            // Written as escapes, all of them; a carriage return would end the line.
+            if (c < ' ' || c > '~')
+                return false;
+            ++m_at;
+            if (c != '\\') {
+                text->append(c);
+                afterNumber = false;
+            } else if (!readEscape(text, &afterNumber)) {
+                return false;
+            }
+        }
+        return !quoted;
+    }
+
+    // A printable character is written as a number only behind another number, of
+    // which it would seem a digit; else a value's kind could be spelt in disguise.
+    bool readEscape(QByteArray *text, bool *afterNumber)
+    {
+        static const char letters[] = "abfnrtv\"\\";
+        static const char meanings[] = "\a\b\f\n\r\t\v\"\\";
+        if (m_at == m_end)
+            return false;
+        const char c = *m_at++;
+        if (const char *letter = c == '\0' ? nullptr : std::strchr(letters, c)) {
+            text->append(meanings[letter - letters]);
+            *afterNumber = false;
+            return true;
+        }
+        if (c == '0') {
+            text->append('\0');
+            *afterNumber = true;
+            return m_at == m_end || !isHexDigit(*m_at);
+        }
+        if (c != 'x')
+            return false;
+        const char *digits = m_at;
+        while (m_at != m_end && isHexDigit(*m_at))
+            ++m_at;
+        const auto count = static_cast<int>(m_at - digits);
+        if (count == 0 || count > kMaxHexDigits)
+            return false;
+        const int code = QByteArray(digits, count).toInt(nullptr, 16);
+        const bool isPrintable = code >= ' ' && code <= '~';
+        if (isPrintable && !(*afterNumber && isHexDigit(static_cast<char>(code))))
+            return false;
+        // Values in stream form hold no wider characters.
+        text->append(code > 0xFF ? '?' : static_cast<char>(code));
+        *afterNumber = true;
+        return true;
+    }
+
+    const char *m_at;
+    const char *m_end;
+};
+
+bool isSoundLine(const char *from, const char *to)
+{
+    const auto size = static_cast<size_t>(to - from);
+    // Nothing but these gives a line a meaning beyond its letters.
+    if (!std::memchr(from, '\\', size) && !std::memchr(from, '"', size) && !std::memchr(from, '@', size))
+        return true;
+    const auto *equals = static_cast<const char *>(std::memchr(from, '=', size));
+    if (!equals)
+        return false;
+    const auto keySize = static_cast<size_t>(equals - from);
+    return !std::memchr(from, '\\', keySize) && !std::memchr(from, '"', keySize)
+        && LineReader(equals + 1, to).isSound();
+}
+
+} // namespace
+
+QByteArray soundLines(const QByteArray &ini)
+{
+    QByteArray sound;
+    sound.reserve(ini.size());
+    const char *end = ini.constData() + ini.size();
+    for (const char *line = ini.constData(); line != end;) {
+        const auto *newLine =
+            static_cast<const char *>(std::memchr(line, '\n', static_cast<size_t>(end - line)));
+        const char *next = newLine ? newLine + 1 : end;
+        if (isSoundLine(line, newLine ? newLine : end))
+            sound.append(line, static_cast<int>(next - line));
+        line = next;
+    }
+    return sound;
+}
+
+bool repairSettings(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return true;
+    const QByteArray whole = file.readAll();
+    file.close();
+    const QByteArray sound = soundLines(whole);
+    if (sound.size() == whole.size())
+        return true;
+    qWarning() << "Error! Settings file is damaged:" << path << whole.size() - sound.size()
+               << "bytes of entries dropped";
+    QSaveFile repaired(path);
+    return repaired.open(QIODevice::WriteOnly) && repaired.write(sound) == sound.size() && repaired.commit();
+}
+
+std::unique_ptr<QSettings> openSettings(const QString &path)
+{
+    if (!repairSettings(path))
+        return emptySettings(path);
+    return std::make_unique<QSettings>(path, QSettings::IniFormat);
+}
+
+std::unique_ptr<QSettings> emptySettings(const QString &path)
+{
+    // Nothing can lie below a device. A name for each: stores of one name share values.
+    return std::make_unique<QSettings>(QLatin1String("/dev/null") + path, QSettings::IniFormat);
+}

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <memory>
+
+class QSettings;
+
+// Settings files as this program writes them. Qt's reader trusts what a file says
+// of itself: a damaged count makes it reserve all memory, damaged nesting exhausts
+// the stack. So no line gets to it that its own writer could not have written.
+
+// An INI file of this program; damaged entries are taken out of it first.
+std::unique_ptr<QSettings> openSettings(const QString &path);
+
+// Stands in for a file that may not be touched: empty, and writes nothing.
+std::unique_ptr<QSettings> emptySettings(const QString &path);
+
+// Takes the damaged entries out of a file and logs that; needed again before a
+// file is read anew that another process may have written. False when there are
+// some and the file could not be rewritten: it must not be read.
+bool repairSettings(const QString &path);
+
+// The lines of an INI file that can be read safely.
+QByteArray soundLines(const QByteArray &ini);
