@@ -80,6 +80,8 @@ private:
             environment.insert(QStringLiteral("LD_PRELOAD"),
                                QStringLiteral("/usr/$LIB/faketime/libfaketime.so.1"));
             environment.insert(QStringLiteral("FAKETIME"), QStringLiteral("+0 ") + speed);
+            // A sanitizer's library wants to be the first that is loaded.
+            environment.insert(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0"));
         }
         run->process.setProcessEnvironment(environment);
         run->process.start(QStringLiteral(ORVANA_EXECUTABLE), arguments);
