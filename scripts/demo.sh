@@ -6,11 +6,13 @@ window() { xdotool search --onlyvisible --name "$1" 2>/dev/null | tail -n 1; }
 has_window() { [ -n "$(window "$1")" ]; }
 has_no_window() { [ -z "$(window "$1")" ]; }
 
-# click TITLE X Y [CLICKS]: in the window's own coordinates.
+# click TITLE X Y [CLICKS]: in the window's own coordinates; a negative X counts
+# from its right edge.
 click() {
-    local id
+    local id x=$2
     id=$(window "$1")
-    xdotool mousemove --sync --window "$id" "$2" "$3"
+    [ "$x" -ge 0 ] || x=$((x + $(xdotool getwindowgeometry --shell "$id" | sed -n 's/^WIDTH=//p')))
+    xdotool mousemove --window "$id" "$x" "$3"
     xdotool click --repeat "${4:-1}" --delay 80 1
 }
 
@@ -96,7 +98,7 @@ demo() {
 
 demo_task_windows() {
     say "Список задач и описание"
-    click '^Orvana$' 264 73
+    click '^Orvana$' -88 73
     wait_for 20 has_window '^Задачи команды$' || fail "список задач"
     picture task-list
     xdotool windowactivate --sync "$(window '^Задачи команды$')"
@@ -115,7 +117,7 @@ demo_task_windows() {
 
 demo_deadline() {
     say "Запрос на продление"
-    click '^Orvana$' 322 122
+    click '^Orvana$' -30 123
     wait_for 20 has_window '^Запрос на продление задачи$' || fail "календарь"
     xdotool windowactivate --sync "$(window '^Запрос на продление задачи$')"
     click '^Запрос на продление задачи$' 108 290
@@ -129,7 +131,7 @@ demo_deadline() {
 demo_update() {
     say "О программе и новая версия"
     curl --silent --insecure --noproxy '*' --data 'version=1.2.0' "$ORVANA_SERVICE_URL/control/set-versions" >/dev/null
-    click '^Orvana$' 291 27
+    click '^Orvana$' -61 27
     sleep 0.5
     picture menu
     press Down Down Down Down Return
