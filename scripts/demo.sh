@@ -44,6 +44,8 @@ demo() {
     service_log=$box/service.log
     client_log=$box/client.log
     step=0
+    # Cyrillic is typed with keys that exist, not by redefining them at every letter.
+    setxkbmap -layout us,ru
     rm -rf "$pictures"
     mkdir -p "$pictures"
 
