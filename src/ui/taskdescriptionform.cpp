@@ -3,6 +3,7 @@
 #include "service/orvana.h"
 #include "service/ovsession.h"
 #include "ui/artwork.h"
+#include "ui/descriptionrows.h"
 #include "ui/scrolltext.h"
 #include "ui/simplemarkup.h"
 #include "ui/tasklistform.h"
@@ -33,12 +34,6 @@ const QString kPageButtonStyle = QStringLiteral(
     "color:#a9a5a0}");
 const QString kAttachmentIcon = QStringLiteral(":/images/res/images/task_desc_dialog/attachment_icon.png");
 
-constexpr int kAttachmentHeight = 23;
-constexpr int kRowMargin = 10;
-constexpr int kPhraseHeight = 15;
-constexpr int kPhraseWidth = 180;
-constexpr int kCountWidth = 90;
-constexpr int kPhraseSpacing = 8;
 constexpr int kAddressWidth = 510;
 constexpr float kUnitStep = 1024.0F;
 
@@ -54,81 +49,6 @@ QByteArray packed(const List &list)
     QDataStream stream(&bytes, QIODevice::WriteOnly);
     stream << list;
     return bytes;
-}
-
-QLabel *plainLabel(const QString &text, QWidget *parent)
-{
-    auto *label = new QLabel(parent);
-    label->setTextFormat(Qt::PlainText);
-    label->setText(text);
-    return label;
-}
-
-ScrollText *nameLabel(const QString &text, QWidget *parent)
-{
-    auto *label = new ScrollText(false, parent);
-    label->setText(text);
-    label->setToolTip(literalToolTip(text));
-    return label;
-}
-
-// One line of a list: its widget, and what a screen reader says.
-struct Row
-{
-    QWidget *widget = nullptr;
-    QSize size;
-    QString words;
-};
-
-// All items come before the widgets: the first widget after a new item makes the
-// list lay out everything.
-void fill(QListWidget *list, const QVector<Row> &rows)
-{
-    list->clear();
-    for (const Row &row : rows) {
-        auto *item = new QListWidgetItem(list);
-        item->setSizeHint(row.size);
-        item->setData(Qt::AccessibleTextRole, row.words);
-    }
-    for (int i = 0; i < rows.size(); ++i)
-        list->setItemWidget(list->item(i), rows.at(i).widget);
-}
-
-Row attachmentRow(const Attachment &file, const QPixmap &icon, const QString &size, QWidget *parent)
-{
-    const QString name = file.filenameOrig.isEmpty() ? file.filename : file.filenameOrig;
-    auto *row = new QWidget(parent);
-    row->setFixedHeight(kAttachmentHeight);
-    auto *layout = new QHBoxLayout(row);
-    layout->setContentsMargins(kRowMargin, 0, kRowMargin, 0);
-    auto *picture = new QLabel(row);
-    picture->setPixmap(icon);
-    layout->addWidget(picture);
-    layout->addWidget(nameLabel(name, row), 1);
-    layout->addWidget(plainLabel(size, row));
-    return {row, QSize(0, kAttachmentHeight), titleLine(name) + QStringLiteral(", ") + size};
-}
-
-Row phraseRow(const Keyword &keyword, QWidget *parent)
-{
-    auto *row = new QWidget(parent);
-    auto *layout = new QHBoxLayout(row);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(kPhraseSpacing);
-    layout->setSizeConstraint(QLayout::SetFixedSize);
-    ScrollText *phrase = nameLabel(keyword.keyword, row);
-    phrase->setFixedSize(kPhraseWidth, kPhraseHeight);
-    layout->addWidget(phrase);
-    const QString exact = QStringLiteral("Точн. ") + titleLine(keyword.count);
-    const QString inexact = QStringLiteral("Неточн. ") + titleLine(keyword.count2);
-    for (const QString &count : {exact, inexact}) {
-        QLabel *label = plainLabel(count, row);
-        label->setFixedHeight(kPhraseHeight);
-        label->setMaximumWidth(kCountWidth);
-        layout->addWidget(label);
-    }
-    return {row, QSize(0, kPhraseHeight),
-            titleLine(keyword.keyword) + QStringLiteral(", ") + exact + QStringLiteral(", ") + inexact};
 }
 
 } // namespace
@@ -239,12 +159,11 @@ void TaskDescriptionForm::showInfo(const TaskInfo &info)
 
 void TaskDescriptionForm::showAttachments(const QList<Attachment> &files)
 {
-    const QPixmap icon = QPixmap::fromImage(Artwork::load(kAttachmentIcon));
-    QVector<Row> rows;
-    rows.reserve(files.size());
+    QStringList sizes;
+    sizes.reserve(files.size());
     for (const Attachment &file : files)
-        rows.append(attachmentRow(file, icon, size_human(file.size.toFloat()), m_ui->listAttachments));
-    fill(m_ui->listAttachments, rows);
+        sizes.append(size_human(file.size.toFloat()));
+    showAttachmentRows(m_ui->listAttachments, files, sizes);
     m_ui->listAttachments->setVisible(!files.isEmpty());
 }
 
@@ -284,12 +203,7 @@ void TaskDescriptionForm::updateTaskText(const TextTask &textTask)
     m_ui->lbUrl->setToolTip(literalToolTip(address));
     m_ui->lbSignNumber->setText(QStringLiteral("Количество знаков: ") + titleLine(textTask.minCount));
     m_ui->textRequirements->showText(textTask.text);
-
-    QVector<Row> rows;
-    rows.reserve(textTask.keywords.size());
-    for (const Keyword &keyword : textTask.keywords)
-        rows.append(phraseRow(keyword, m_ui->listKeywords));
-    fill(m_ui->listKeywords, rows);
+    showPhraseRows(m_ui->listKeywords, textTask.keywords);
 }
 
 QString TaskDescriptionForm::size_human(float bytes)

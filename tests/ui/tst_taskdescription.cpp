@@ -111,6 +111,7 @@ private slots:
     void links_data();
     void links();
     void showsARecord();
+    void manyRowsFollow();
     void taskWithoutTexts();
     void recordsOfOthers_data();
     void recordsOfOthers();
@@ -298,6 +299,29 @@ void TaskDescriptionTest::showsARecord()
     QCOMPARE(part<MarkupBrowser>(*form, "textRequirements")->toPlainText(), QStringLiteral("Требования 2"));
     QCOMPARE(labelText(*form, "lbUrl"), QStringLiteral("URL: file:///etc/passwd"));
     QCOMPARE(phrases->count(), 0);
+}
+
+void TaskDescriptionTest::manyRowsFollow()
+{
+    constexpr int many = 500;
+    TaskInfo info = sample();
+    info.files.clear();
+    for (int i = 0; i < many; ++i)
+        info.files.append({QString::number(i), QString::number(i), QString(), QString::number(i)});
+    const auto form = open(info);
+    QVERIFY(form);
+    const auto *list = part<QListWidget>(*form, "listAttachments");
+    QCOMPARE(list->count(), many);
+    QTRY_VERIFY(list->itemWidget(list->item(many - 1)));
+    for (const int row : {0, many / 2, many - 1})
+        QCOMPARE(rowTexts(list, row).first(), QString::number(row));
+    // A shorter list comes while a longer one is still being built.
+    info.files.append(info.files);
+    form->updateTask(info);
+    form->updateTask(sample());
+    QCoreApplication::processEvents();
+    QCOMPARE(list->count(), 2);
+    QCOMPARE(rowTexts(list, 1).last(), QStringLiteral("1.00 MB"));
 }
 
 void TaskDescriptionTest::taskWithoutTexts()
