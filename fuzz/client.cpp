@@ -1,5 +1,6 @@
 #include "client.h"
 
+#include "notifications/notificationhost.h"
 #include "notifications/notificationmanager.h"
 #include "service/ovsession.h"
 #include "update/orvanaupdate.h"
@@ -20,6 +21,25 @@
 namespace {
 
 constexpr int kPatience = 10000; // ms
+const QSize kFewPopups(400, 250);
+
+class PopupPlace final : public NotificationHost
+{
+    Q_DISABLE_COPY_MOVE(PopupPlace)
+
+public:
+    PopupPlace() = default;
+
+    int notificationOffset() const override { return 0; }
+    QRect notificationArea() const override { return isOpen ? QRect(QPoint(), kFewPopups) : QRect(); }
+    void updateNotificationState() override { }
+    void openTask(const QString &) override { }
+    bool installUpdate() override { return true; }
+
+    bool isOpen = false;
+};
+
+PopupPlace s_popupPlace;
 
 } // namespace
 
@@ -81,6 +101,11 @@ void FuzzClient::put(const QString &path, const QByteArray &bytes) const
         std::abort();
 }
 
+void FuzzClient::showPopups(bool on)
+{
+    s_popupPlace.isOpen = on;
+}
+
 void FuzzClient::settle() const
 {
     QElapsedTimer passed;
@@ -114,5 +139,5 @@ void startFuzzing(int *argc, char ***argv)
     static QApplication application(*argc, *argv);
     QCoreApplication::setApplicationVersion(QStringLiteral("1.1.0"));
     // Outlives the clients, which say good-bye through it.
-    NotificationManager::instance();
+    NotificationManager::instance()->setMainForm(&s_popupPlace);
 }

@@ -8,6 +8,7 @@
 namespace {
 
 constexpr int kMaxReplies = 12;
+constexpr size_t kPopupsShown = 16; // once in so many sizes
 const QNetworkReply::NetworkError kErrors[] = {
     QNetworkReply::ConnectionRefusedError, QNetworkReply::HostNotFoundError,
     QNetworkReply::UnknownNetworkError,    QNetworkReply::ProtocolUnknownError,
@@ -51,6 +52,7 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     FuzzClient &client = *s_client;
+    FuzzClient::showPopups(size % kPopupsShown == 0);
     Orvana::Session *session = client->session();
     session->init(FuzzClient::user(), QStringLiteral("p"));
     session->setCurrentTeamID(QStringLiteral("17"));

@@ -24,7 +24,7 @@ for target in "${targets[@]}"; do
     corpus=$root/build/fuzz/corpus/$target log=build/fuzz/$target.log
     mkdir -p "$corpus"
     failed=
-    nice build/fuzz/fuzz/fuzz_"$target" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 -max_len=8192 \
+    nice build/fuzz/fuzz/fuzz_"$target" -max_total_time="$seconds" -timeout=20 -detect_leaks=0 -rss_limit_mb=2048 -max_len=8192 \
         -dict="$root/fuzz/words.dict" -artifact_prefix="$root/build/fuzz/$target-" -print_final_stats=1 \
         "$corpus" "$root/fuzz/seeds/$target" >"$log" 2>&1 || failed=yes
     runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")

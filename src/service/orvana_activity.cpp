@@ -168,8 +168,9 @@ QVariantMap Orvana::actualizeActivityTimestamp(const QVariantMap &record) const
 {
     QVariantMap body = record.value(kBodyKey).toMap();
     const QVariant timestamp = record.value(kTimestampKey);
-    const qint64 past = body.value(kPastKey).toString().toLongLong() + ageInSeconds(timestamp.toString());
-    body.insert(kPastKey, QString::number(past));
+    // Without a sign: a damaged record may hold any number.
+    const auto past = static_cast<quint64>(body.value(kPastKey).toString().toLongLong());
+    body.insert(kPastKey, QString::number(static_cast<qint64>(past + ageInSeconds(timestamp.toString()))));
     return {{kUrlKey, record.value(kUrlKey)}, {kTimestampKey, timestamp}, {kBodyKey, body}};
 }
 

@@ -24,6 +24,7 @@ private slots:
     void outageKinds();
     void ageGrows_data();
     void ageGrows();
+    void absurdAge();
     void badRecords_data();
     void badRecords();
     void refusedRecordDoesNotBlockTheOthers();
@@ -214,6 +215,21 @@ void TestCache::ageGrows()
     QTRY_COMPARE(client.server.reports().size(), 1);
     const qint64 past = client.server.reports().constFirst().pastSeconds;
     QVERIFY2(past >= expected && past <= expected + 5, qPrintable(QString::number(past)));
+}
+
+// No minute is that old: the service refuses it, and nothing else suffers.
+void TestCache::absurdAge()
+{
+    TestClient client;
+    QVERIFY(client.logIn());
+    plant(client, QStringLiteral("json1"),
+          record(client, stamp(60), {{QStringLiteral("past"), QStringLiteral("9223372036854775807")}}));
+    client.orvana->sendCachedActivity();
+    QTRY_COMPARE(client.server.requestsTo(QStringLiteral("/api_active2")).size(), 1);
+    QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
+    QVERIFY(client.server.reports().isEmpty());
+    client.orvana->sendTaskActivity(1);
+    QTRY_COMPARE(client.server.reports().size(), 1);
 }
 
 void TestCache::badRecords_data()
