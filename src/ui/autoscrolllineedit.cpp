@@ -1,5 +1,6 @@
 #include "ui/autoscrolllineedit.h"
 
+#include <QAbstractTextDocumentLayout>
 #include <QScrollBar>
 #include <QTextOption>
 #include <QTimerEvent>
@@ -25,6 +26,9 @@ AutoScrollLineEdit::AutoScrollLineEdit(QWidget *parent) : QTextEdit(parent)
     viewport()->setAutoFillBackground(false);
     viewport()->setCursor(Qt::ArrowCursor);
     document()->setDocumentMargin(0);
+    // The font may be known only when the style sheet has been applied.
+    connect(document()->documentLayout(), &QAbstractTextDocumentLayout::documentSizeChanged, this,
+            &AutoScrollLineEdit::arrange);
 }
 
 void AutoScrollLineEdit::setText(const QString &text)

@@ -19,7 +19,8 @@ QRect boundsOf(const QWidgetList &windows)
 
 bool areExposed(const QWidgetList &windows)
 {
-    return std::all_of(windows.begin(), windows.end(), [](QWidget *w) { return w && QTest::qWaitForWindowExposed(w); });
+    return std::all_of(windows.begin(), windows.end(),
+                       [](QWidget *w) { return w && QTest::qWaitForWindowExposed(w); });
 }
 
 // The same twice, and not the bare wallpaper: the window manager and the compositor have no
@@ -70,8 +71,8 @@ int main(int argc, char *argv[])
         ++number;
         if (!wanted.isEmpty() && !wanted.contains(name))
             continue;
-        const QString path = arguments.value(1)
-            + QStringLiteral("/%1-%2.png").arg(number, 2, 10, QLatin1Char('0')).arg(name);
+        const QString path =
+            arguments.value(1) + QStringLiteral("/%1-%2.png").arg(number, 2, 10, QLatin1Char('0')).arg(name);
         failures += photograph(scene, path) ? 0 : 1;
     }
     return failures;

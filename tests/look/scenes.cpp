@@ -1,7 +1,7 @@
 #include "scenes.h"
 
-#include "ui/artwork.h"
 #include "ui/aboutform.h"
+#include "ui/artwork.h"
 #include "ui/calendarform.h"
 #include "ui/loginform.h"
 #include "ui/taskdescriptionform.h"
@@ -57,7 +57,7 @@ LoginForm *openLogin(Stage &stage, const QString &email, const QString &password
 QWidgetList mainWindow(Stage &stage, const QString &task, const std::function<bool(MainForm *)> &change = {})
 {
     MainForm *form = stage.openMain(task);
-    return form && (!change || change(form)) ? QWidgetList {form} : QWidgetList();
+    return form && (!change || change(form)) ? QWidgetList{form} : QWidgetList();
 }
 
 QWidgetList openChooser(Stage &stage, const char *openedList)
@@ -77,7 +77,7 @@ QWidgetList openChooser(Stage &stage, const char *openedList)
 QWidgetList popups(Stage &stage, const std::vector<std::pair<NotificationType, QString>> &raised)
 {
     MainForm *form = stage.openMain(kPlainTask);
-    QWidgetList windows {form};
+    QWidgetList windows{form};
     for (const auto &[type, text] : raised)
         NotificationManager::instance()->addNotification(text, type, kPlainTask);
     const QWidgetList all = QApplication::topLevelWidgets();
@@ -136,7 +136,7 @@ QWidgetList about(Stage &stage, const QString &version)
     auto *window = stage.own(std::make_unique<AboutForm>(stage.bench.orvana(), nullptr));
     Artwork::centre(window, form);
     window->update();
-    return stage.bench.settle() ? QWidgetList {window} : QWidgetList();
+    return stage.bench.settle() ? QWidgetList{window} : QWidgetList();
 }
 
 QWidgetList openMenu(Stage &stage)
@@ -152,7 +152,7 @@ QWidgetList toolTip(Stage &stage)
     MainForm *form = stage.openMain(kImportantTask);
     auto *task = part<QWidget>(form, "lbTask");
     QToolTip::showText(task->mapToGlobal(QPoint(20, 20)), task->toolTip(), task);
-    QWidgetList windows {form};
+    QWidgetList windows{form};
     const QWidgetList all = QApplication::topLevelWidgets();
     for (QWidget *window : all) {
         if (window->inherits("QTipLabel"))
@@ -166,7 +166,7 @@ QWidgetList secondPage(Stage &stage)
     QWidget *window = stage.openDescription(kImportantTask);
     if (window)
         part<QPushButton>(window, "pbCopyrightTasks")->click();
-    return window ? QWidgetList {window} : QWidgetList();
+    return window ? QWidgetList{window} : QWidgetList();
 }
 
 QWidgetList emptyTeam(Stage &stage)
@@ -176,20 +176,21 @@ QWidgetList emptyTeam(Stage &stage)
             team.tasks.clear();
     });
     QWidget *list = stage.openMain(QString()) ? stage.openTaskList() : nullptr;
-    return list ? QWidgetList {list} : QWidgetList();
+    return list ? QWidgetList{list} : QWidgetList();
 }
 
 std::vector<Scene> makeScenes()
 {
     return {
-        {"login", [](Stage &s) { return QWidgetList {openLogin(s, {}, {})}; }},
+        {"login", [](Stage &s) { return QWidgetList{openLogin(s, {}, {})}; }},
         {"login-error", loginFails},
         {"login-checking", loginIsChecked},
         {"main-no-task", [](Stage &s) { return mainWindow(s, QString()); }},
         {"main-stopped", [](Stage &s) { return mainWindow(s, kPlainTask); }},
         {"main-stopped-hovered",
          [](Stage &s) {
-             return mainWindow(s, kPlainTask, [](MainForm *f) { return Stage::hover(part<QWidget>(f, "pbPlay")); });
+             return mainWindow(s, kPlainTask,
+                               [](MainForm *f) { return Stage::hover(part<QWidget>(f, "pbPlay")); });
          }},
         {"main-running",
          [](Stage &s) { return mainWindow(s, kPlainTask, [&](MainForm *) { return s.startTimer(); }); }},
@@ -210,9 +211,7 @@ std::vector<Scene> makeScenes()
          [](Stage &s) { return mainWindow(s, kPlainTask, [&](MainForm *) { return s.goOffline(); }); }},
         {"main-offline-running",
          [](Stage &s) {
-             return mainWindow(s, kPlainTask, [&](MainForm *) {
-                 return s.startTimer() && s.goOffline();
-             });
+             return mainWindow(s, kPlainTask, [&](MainForm *) { return s.startTimer() && s.goOffline(); });
          }},
         {"main-overdue-active-time",
          [](Stage &s) {
@@ -223,7 +222,8 @@ std::vector<Scene> makeScenes()
         {"main-long-title", [](Stage &s) { return mainWindow(s, kLongTask); }},
         {"main-focus-on-task",
          [](Stage &s) {
-             return mainWindow(s, kImportantTask, [](MainForm *f) { return Stage::focus(part<QWidget>(f, "lbTask")); });
+             return mainWindow(s, kImportantTask,
+                               [](MainForm *f) { return Stage::focus(part<QWidget>(f, "lbTask")); });
          }},
         {"main-menu", openMenu},
         {"main-tool-tip", toolTip},
@@ -233,12 +233,12 @@ std::vector<Scene> makeScenes()
         {"task-list",
          [](Stage &s) {
              s.openMain(kImportantTask);
-             return QWidgetList {s.openTaskList()};
+             return QWidgetList{s.openTaskList()};
          }},
         {"task-list-empty", emptyTeam},
-        {"description", [](Stage &s) { return QWidgetList {s.openDescription(kImportantTask)}; }},
+        {"description", [](Stage &s) { return QWidgetList{s.openDescription(kImportantTask)}; }},
         {"description-texts", secondPage},
-        {"description-bare", [](Stage &s) { return QWidgetList {s.openDescription(kOverdueTask)}; }},
+        {"description-bare", [](Stage &s) { return QWidgetList{s.openDescription(kOverdueTask)}; }},
         {"calendar", [](Stage &s) { return calendar(s, false); }},
         {"calendar-filled", [](Stage &s) { return calendar(s, true); }},
         {"about", [](Stage &s) { return about(s, QStringLiteral("1.0.0")); }},
