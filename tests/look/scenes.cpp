@@ -151,6 +151,9 @@ QWidgetList toolTip(Stage &stage)
 {
     MainForm *form = stage.openMain(kImportantTask);
     auto *task = part<QWidget>(form, "lbTask");
+    // An activation ends every tool tip.
+    if (!Stage::focus(part<QWidget>(form, "pbTask")))
+        return {};
     QToolTip::showText(task->mapToGlobal(QPoint(20, 20)), task->toolTip(), task);
     QWidgetList windows{form};
     const QWidgetList all = QApplication::topLevelWidgets();

@@ -17,6 +17,7 @@
 
 namespace {
 
+constexpr int kPlacing = 2000; // ms
 constexpr int kRounding = 1; // of a font's height where the scale is no whole number
 
 QString nameOf(const QWidget *widget)
@@ -90,9 +91,14 @@ QStringList checkPlace(const QWidget *widget)
         problems.append(nameOf(widget) + QStringLiteral(" needs ") + size(needed) + QStringLiteral(", has ")
                         + size(given));
     const QWidget *parent = widget->parentWidget();
-    if (widget->isWindow() ? !widget->screen()->geometry().contains(widget->frameGeometry())
-                           : !parent->rect().contains(widget->geometry()))
-        problems.append(nameOf(widget) + QStringLiteral(" sticks out: %1,%2 ").arg(widget->x()).arg(widget->y()) + size(widget->size()));
+    // The window manager may still be placing a window; the rims that Qt has read meanwhile may be
+    // nonsense for good.
+    const auto isInside = [&] {
+        return widget->isWindow() ? widget->screen()->geometry().contains(widget->geometry())
+                                  : parent->rect().contains(widget->geometry());
+    };
+    if (!QTest::qWaitFor(isInside, kPlacing))
+        problems.append(nameOf(widget) + QStringLiteral(" sticks out"));
     if (widget->isWindow())
         return problems;
     const auto siblings = parent->findChildren<QWidget *>(QString(), Qt::FindDirectChildrenOnly);
@@ -140,8 +146,7 @@ QStringList checkFocus(QWidget *window)
         if (!isReached)
             continue;
         const QImage before = widget->grab().toImage();
-        widget->setFocus(Qt::TabFocusReason);
-        if (!widget->hasFocus())
+        if (!Stage::focus(widget))
             problems.append(nameOf(widget) + QStringLiteral(" takes no focus"));
         else if (widget->grab().toImage() == before)
             problems.append(nameOf(widget) + QStringLiteral(" does not show its focus"));
