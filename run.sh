@@ -42,6 +42,8 @@ echo "watcher-port=$port" >"$ORVANA_CONFIG"
 if [ -n "$virtual" ]; then
     . scripts/demo.sh
     demo "$box" build/demo
+    say "Снимки всех окон"
+    scripts/gallery.sh
     exit
 fi
 cat <<TEXT

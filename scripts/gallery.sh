@@ -17,6 +17,7 @@ finish() {
 }
 on_exit finish
 export TMPDIR=$box ORVANA_CONFIG=$box/orvanx.conf LC_ALL=ru_RU.UTF-8 QT_XCB_GL_INTEGRATION=none
+export QT_LOGGING_RULES=default.debug=false
 
 # variant NAME SIZE WALLPAPER compositor|plain SCALE DPI [SCENE...]
 variant() {
@@ -27,7 +28,8 @@ variant() {
     start_desktop "$box" "$size" "$wallpaper" "$kind"
     # What desktops set for larger fonts.
     xrdb -merge <<<"Xft.dpi: $dpi"
-    QT_SCALE_FACTOR=$scale build/release/tests/look/gallery "build/gallery/$name" "$@" >"$box/gallery.log" 2>&1 || missing=$?
+    QT_SCALE_FACTOR=$scale build/release/tests/look/gallery "build/gallery/$name" "$@" >"$box/gallery.log" 2>&1 ||
+        missing=$?
     if [ -n "${missing:-}" ]; then
         tail -n 20 "$box/gallery.log" >&2
         say "gallery: $missing states of $name were not reached" >&2

@@ -42,6 +42,8 @@ void ElidedComboBox::paintEvent(QPaintEvent *event)
         - kAroundText;
     if (!option.currentIcon.isNull())
         width -= option.iconSize.width() + kAroundIcon;
+    if (currentIndex() < 0)
+        option.currentText = placeholderText();
     option.currentText = fontMetrics().elidedText(option.currentText, Qt::ElideRight, width);
     painter.drawControl(QStyle::CE_ComboBoxLabel, option);
 }

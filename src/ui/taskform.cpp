@@ -39,6 +39,8 @@ TaskForm::TaskForm(MainForm *mainForm, QWidget *parent)
     m_ui->setupUi(this);
     m_ui->pbOk->setObjectName(QStringLiteral("pbOrvana"));
     m_ui->pbCancel->setObjectName(QStringLiteral("pbOrvana"));
+    m_ui->cbTeam->setPlaceholderText(QStringLiteral("Команд пока нет"));
+    m_ui->cbTask->setPlaceholderText(QStringLiteral("Задач пока нет"));
     setBackground(QStringLiteral(":/images/main.png"));
     setWindowModality(Qt::WindowModal);
     ensurePolished();

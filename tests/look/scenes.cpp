@@ -74,6 +74,14 @@ QWidgetList openChooser(Stage &stage, const char *openedList)
     return {chooser, box->view()->window()};
 }
 
+QWidgetList emptyChooser(Stage &stage)
+{
+    stage.bench.server().edit([](localservice::World &world) { world.teams.clear(); });
+    MainForm *form = stage.openMain(QString());
+    part<QPushButton>(form, "pbTask")->click();
+    return stage.bench.settle() ? QWidgetList {form->findChild<TaskForm *>()} : QWidgetList();
+}
+
 QWidgetList popups(Stage &stage, const std::vector<std::pair<NotificationType, QString>> &raised)
 {
     MainForm *form = stage.openMain(kPlainTask);
@@ -233,6 +241,7 @@ std::vector<Scene> makeScenes()
         {"chooser", [](Stage &s) { return openChooser(s, nullptr); }},
         {"chooser-teams", [](Stage &s) { return openChooser(s, "cbTeam"); }},
         {"chooser-tasks", [](Stage &s) { return openChooser(s, "cbTask"); }},
+        {"chooser-empty", emptyChooser},
         {"task-list",
          [](Stage &s) {
              s.openMain(kImportantTask);
