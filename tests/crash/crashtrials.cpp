@@ -2,6 +2,7 @@
 // service fails in every way it knows, and compares what had been counted with
 // what arrived: crashtrials KILLS [SEED]
 #include "ledger.h"
+#include "texts.h"
 
 #include "localservice/server.h"
 
@@ -41,7 +42,7 @@ constexpr auto kShortRun = 1200; // ms
 constexpr auto kLongRun = 4000; // ms, so that pictures fall due
 constexpr int kSlowest = 150; // ms
 constexpr auto kBetweenRuns = 300; // s of the client's time
-const QString kUser = QStringLiteral("anna@orvana.example");
+const QString kUser = s("anna@orvana.example");
 
 // Where the service, not the client, is the one to strike: the report is taken
 // and the answer has not left.
@@ -79,8 +80,8 @@ private:
     void complain(const char *what);
     bool report(int kills, bool drained);
     int below(int bound) { return static_cast<int>(m_random.bounded(bound)); }
-    QString userFolder() const { return m_box.filePath(QStringLiteral(".orvana/")) + kUser; }
-    QString cacheFolder() const { return userFolder() + QStringLiteral("/activity"); }
+    QString userFolder() const { return m_box.filePath(s(".orvana/")) + kUser; }
+    QString cacheFolder() const { return userFolder() + s("/activity"); }
 
     QRandomGenerator m_random;
     quint32 m_seed;
@@ -118,8 +119,8 @@ Trials::Trials(quint32 seed)
     QString error;
     if (!m_server->start(&error) || !m_watcher.listen(QHostAddress::LocalHost))
         qFatal("no service: %s", qPrintable(error));
-    QSettings config(m_box.filePath(QStringLiteral("orvanx.conf")), QSettings::IniFormat);
-    config.setValue(QStringLiteral("watcher-port"), m_watcher.serverPort());
+    QSettings config(m_box.filePath(s("orvanx.conf")), QSettings::IniFormat);
+    config.setValue(s("watcher-port"), m_watcher.serverPort());
 
     QObject::connect(&m_input, &QTimer::timeout, &m_watcher, [this] {
         const auto clients = m_watcher.findChildren<QTcpSocket *>();
@@ -144,14 +145,14 @@ Trials::Trials(quint32 seed)
 void Trials::prepareUser() const
 {
     QDir().mkpath(cacheFolder());
-    QSettings config(m_box.filePath(QStringLiteral(".orvana/config.ini")), QSettings::IniFormat);
-    config.setValue(QStringLiteral("lastLogin"), kUser);
-    QSettings session(userFolder() + QStringLiteral("/session.ini"), QSettings::IniFormat);
-    session.setValue(QStringLiteral("password"), QStringLiteral("orvana"));
-    session.setValue(QStringLiteral("logged"), true);
-    session.setValue(QStringLiteral("active"), true);
-    session.setValue(QStringLiteral("teamID"), QStringLiteral("17"));
-    session.setValue(QStringLiteral("taskID"), QStringLiteral("1702"));
+    QSettings config(m_box.filePath(s(".orvana/config.ini")), QSettings::IniFormat);
+    config.setValue(s("lastLogin"), kUser);
+    QSettings session(userFolder() + s("/session.ini"), QSettings::IniFormat);
+    session.setValue(s("password"), s("orvana"));
+    session.setValue(s("logged"), true);
+    session.setValue(s("active"), true);
+    session.setValue(s("teamID"), s("17"));
+    session.setValue(s("taskID"), s("1702"));
 }
 
 void Trials::setWeather(Weather weather)
@@ -159,7 +160,7 @@ void Trials::setWeather(Weather weather)
     m_weather = weather;
     if (weather == Lost || weather == Cut || weather == Stopped)
         m_ledger->repliesGetLost();
-    const auto all = QStringLiteral("*");
+    const auto all = s("*");
     if (weather == Stopped)
         m_server->stop();
     else if (!m_server->isRunning() && !m_server->start())
@@ -212,22 +213,22 @@ void Trials::startClient(const QByteArray &place, int passes)
     };
     set("ORVANA_SERVICE_URL", m_server->baseUrl());
     set("ORVANA_STORAGE_ROOT", m_box.path());
-    set("ORVANA_CONFIG", m_box.filePath(QStringLiteral("orvanx.conf")));
+    set("ORVANA_CONFIG", m_box.filePath(s("orvanx.conf")));
     set("TMPDIR", m_box.path());
     set("ORVANA_CRASH_RUN", QString::number(++m_run));
     set("ORVANA_CRASH_AT", QString::fromLatin1(place));
     set("ORVANA_CRASH_PASS", QString::number(passes));
-    set("LD_PRELOAD", QStringLiteral(FAKETIME_LIBRARY));
+    set("LD_PRELOAD", s(FAKETIME_LIBRARY));
     // Every run begins after the one before it ended, or records would come from
     // the future.
-    set("FAKETIME", m_clientClock.toString(QStringLiteral("@yyyy-MM-dd HH:mm:ss x%1")).arg(kSpeed));
+    set("FAKETIME", m_clientClock.toString(s("@yyyy-MM-dd HH:mm:ss x%1")).arg(kSpeed));
     m_client.setProcessEnvironment(environment);
-    m_client.setStandardOutputFile(m_box.filePath(QStringLiteral("output")));
+    m_client.setStandardOutputFile(m_box.filePath(s("output")));
     m_client.setStandardErrorFile(QProcess::nullDevice());
     m_client.setWorkingDirectory(m_box.path());
     m_passesLeft = place == kAccepted ? passes : -1;
     m_clientTime.start();
-    m_client.start(QStringLiteral(CRASHABLE_CLIENT), QStringList());
+    m_client.start(s(CRASHABLE_CLIENT), QStringList());
     if (!m_client.waitForStarted())
         qFatal("the client does not start");
     m_clientId = m_client.processId();
@@ -248,12 +249,11 @@ bool Trials::clientEnds(std::chrono::milliseconds limit)
 void Trials::complain(const char *what)
 {
     ++m_complaints;
-    QFile output(m_box.filePath(QStringLiteral("output")));
+    QFile output(m_box.filePath(s("output")));
     output.open(QIODevice::ReadOnly);
     QProcess windows;
-    windows.start(QStringLiteral("xdotool"),
-                  {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
-                   QStringLiteral("."), QStringLiteral("getwindowname"), QStringLiteral("%@")});
+    windows.start(s("xdotool"),
+                  {s("search"), s("--onlyvisible"), s("--name"), s("."), s("getwindowname"), s("%@")});
     windows.waitForFinished();
     std::printf("run %d: %s after %lld ms\nwindows: %s\n%s\n", m_run, what, m_clientTime.elapsed(),
                 windows.readAll().replace('\n', ' ').constData(), output.readAll().right(2000).constData());
@@ -303,7 +303,7 @@ bool Trials::drain()
     QElapsedTimer passed;
     passed.start();
     const auto isEmpty = [this] {
-        return QDir(cacheFolder()).entryList({QStringLiteral("json*")}, QDir::Files).isEmpty();
+        return QDir(cacheFolder()).entryList({s("json*")}, QDir::Files).isEmpty();
     };
     while (passed.elapsed() < std::chrono::milliseconds(kPatience).count()) {
         const int before = m_ledger->counted();
@@ -361,7 +361,7 @@ int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
-    const int kills = arguments.value(1, QStringLiteral("60")).toInt();
+    const int kills = arguments.value(1, s("60")).toInt();
     const quint32 seed =
         arguments.size() > 2 ? arguments.at(2).toUInt() : QRandomGenerator::global()->generate();
     return Trials(seed).run(kills) ? 0 : 1;

@@ -1,4 +1,5 @@
 #include "ledger.h"
+#include "texts.h"
 
 #include <QDir>
 #include <QFile>
@@ -17,7 +18,7 @@ namespace {
 
 // A reply may be lost by a change that comes while it is on its way.
 constexpr std::chrono::milliseconds kOnTheWay{250};
-const QString kRecordPrefix = QStringLiteral("json");
+const QString kRecordPrefix = s("json");
 
 } // namespace
 
@@ -36,12 +37,12 @@ Ledger::~Ledger()
 
 QString Ledger::minuteId(const QString &version, const QString &taskId, const QString &active)
 {
-    return version + QStringLiteral(" task ") + taskId + QStringLiteral(" active ") + active;
+    return version + s(" task ") + taskId + s(" active ") + active;
 }
 
 QString Ledger::pictureId(const QString &version, const QString &fileName)
 {
-    return version + QStringLiteral(" picture ") + fileName;
+    return version + s(" picture ") + fileName;
 }
 
 QString Ledger::idOf(const QString &name) const
@@ -49,8 +50,7 @@ QString Ledger::idOf(const QString &name) const
     QFile file(m_folder + QLatin1Char('/') + name);
     if (!file.open(QIODevice::ReadOnly))
         return {};
-    const QJsonObject body =
-        QJsonDocument::fromJson(file.readAll()).object().value(QStringLiteral("body")).toObject();
+    const QJsonObject body = QJsonDocument::fromJson(file.readAll()).object().value(s("body")).toObject();
     const auto text = [&body](const char *key) { return body.value(QLatin1String(key)).toString(); };
     if (body.contains(QLatin1String("fileName")))
         return pictureId(text("version"), text("fileName"));

@@ -3,6 +3,7 @@
 #include "notifications/notificationform.h"
 #include "notifications/notificationhost.h"
 #include "notifications/notificationmanager.h"
+#include "texts.h"
 #include "ui/autoscrolllineedit.h"
 
 #include <QApplication>
@@ -39,7 +40,7 @@ public:
                   [](const auto *a, const auto *b) { return a->getPosition() < b->getPosition(); });
         QStringList texts;
         for (NotificationForm *form : qAsConst(forms)) {
-            QString text = form->findChild<AutoScrollLineEdit *>(QStringLiteral("leMessage"))->toPlainText();
+            QString text = form->findChild<AutoScrollLineEdit *>(s("leMessage"))->toPlainText();
             m_openedTask.clear();
             QKeyEvent enter(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier);
             QApplication::sendEvent(form, &enter);

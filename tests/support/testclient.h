@@ -6,6 +6,7 @@
 #include "notifications/notificationmanager.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
+#include "texts.h"
 
 #include <QApplication>
 #include <QDir>
@@ -21,8 +22,8 @@ class TestClient final
 public:
     explicit TestClient(bool startService = true)
     {
-        QCoreApplication::setApplicationName(QStringLiteral(ORVANA_APPLICATION_NAME));
-        QCoreApplication::setApplicationVersion(QStringLiteral(ORVANA_VERSION));
+        QCoreApplication::setApplicationName(s(ORVANA_APPLICATION_NAME));
+        QCoreApplication::setApplicationVersion(s(ORVANA_VERSION));
         qputenv("ORVANA_STORAGE_ROOT", QFile::encodeName(m_root.path()));
         if (startService) {
             QString error;
@@ -48,25 +49,22 @@ public:
 
     Orvana::Session *session() const { return orvana->session(); }
 
-    bool logIn(const QString &login = anna(), const QString &password = QStringLiteral("orvana"))
+    bool logIn(const QString &login = anna(), const QString &password = s("orvana"))
     {
         QSignalSpy accepted(orvana.get(), &Orvana::loginOk);
         orvana->requestCheckLogin(login, password);
         return accepted.count() > 0 || accepted.wait(waitLimit);
     }
 
-    static QString anna() { return QStringLiteral("anna@orvana.example"); }
+    static QString anna() { return s("anna@orvana.example"); }
 
     QDir cacheFolder() const
     {
         return QDir(Orvana::Session::directoryOf(orvana->storageDirectory(), session()->login())
-                    + QStringLiteral("/activity"));
+                    + s("/activity"));
     }
-    QStringList records() const
-    {
-        return cacheFolder().entryList({QStringLiteral("json*")}, QDir::Files, QDir::Name);
-    }
-    QStringList pictures() const { return cacheFolder().entryList({QStringLiteral("*.jpg")}, QDir::Files); }
+    QStringList records() const { return cacheFolder().entryList({s("json*")}, QDir::Files, QDir::Name); }
+    QStringList pictures() const { return cacheFolder().entryList({s("*.jpg")}, QDir::Files); }
 
     // Texts of the popups, shown and waiting.
     static QStringList popups()
@@ -74,7 +72,7 @@ public:
         QStringList texts;
         const QWidgetList widgets = QApplication::topLevelWidgets();
         for (const QWidget *widget : widgets) {
-            if (const auto *message = widget->findChild<QTextEdit *>(QStringLiteral("leMessage")))
+            if (const auto *message = widget->findChild<QTextEdit *>(s("leMessage")))
                 texts.append(message->toPlainText());
         }
         return texts;

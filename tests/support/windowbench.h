@@ -2,6 +2,7 @@
 
 #include "app/application.h"
 #include "testclient.h"
+#include "texts.h"
 #include "ui/mainform.h"
 
 #include <QFile>
@@ -29,7 +30,7 @@ public:
     static void applyStyle()
     {
         registerResources();
-        QFile style(QStringLiteral(":/qss/main.qss"));
+        QFile style(s(":/qss/main.qss"));
         if (qApp->styleSheet().isEmpty() && style.open(QIODevice::ReadOnly))
             qApp->setStyleSheet(QString::fromUtf8(style.readAll().constData()));
     }
@@ -38,7 +39,7 @@ public:
     Orvana *orvana() const { return m_client.orvana.get(); }
     Orvana::Session *session() const { return m_client.session(); }
 
-    bool signIn(const QString &login = TestClient::anna(), const QString &password = QStringLiteral("orvana"))
+    bool signIn(const QString &login = TestClient::anna(), const QString &password = s("orvana"))
     {
         return m_client.logIn(login, password) && refresh();
     }
@@ -86,7 +87,7 @@ public:
             const auto *popup = qobject_cast<const NotificationForm *>(window);
             if (popup && popup->isVisible())
                 byPlace.insert(popup->getPosition(),
-                               popup->findChild<QTextEdit *>(QStringLiteral("leMessage"))->toPlainText());
+                               popup->findChild<QTextEdit *>(s("leMessage"))->toPlainText());
         }
         return byPlace.values();
     }
