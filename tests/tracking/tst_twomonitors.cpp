@@ -36,27 +36,19 @@ class TestTwoMonitors final : public QObject
     Q_OBJECT
 
 private slots:
-    void oneImageOfBothMonitors()
+    void oneImageOfAllMonitors()
     {
         QTRY_COMPARE(QGuiApplication::screens().size(), 2);
-        const Cover left(QRect(0, 0, 800, 600), Qt::red);
-        const Cover right(QRect(800, 0, 800, 600), Qt::blue);
-        QVERIFY(QTest::qWaitForWindowExposed(const_cast<Cover *>(&left)));
-        QVERIFY(QTest::qWaitForWindowExposed(const_cast<Cover *>(&right)));
+        Cover left(QRect(0, 0, 800, 600), Qt::red);
+        Cover right(QRect(800, 0, 800, 600), Qt::blue);
+        QVERIFY(QTest::qWaitForWindowExposed(&left) && QTest::qWaitForWindowExposed(&right));
         QTRY_COMPARE(grabDesktop().size(), QSize(1600, 600));
         QTRY_COMPARE(grabDesktop().pixelColor(10, 300), QColor(Qt::red));
         QTRY_COMPARE(grabDesktop().pixelColor(1590, 300), QColor(Qt::blue));
-    }
-
-    void monitorUnpluggedBetweenTwoPictures()
-    {
-        const Cover left(QRect(0, 0, 800, 600), Qt::green);
-        QVERIFY(QTest::qWaitForWindowExposed(const_cast<Cover *>(&left)));
-        QCOMPARE(grabDesktop().size(), QSize(1600, 600));
-        QCOMPARE(QProcess::execute(s("xrandr"), {s("--output"), s("DUMMY1"), s("--off")}), 0);
-        QTRY_COMPARE(QGuiApplication::screens().size(), 1);
+        // One is unplugged between two pictures.
+        QCOMPARE(QProcess::execute(s("xrandr"), texts({"--output", "DUMMY1", "--off"})), 0);
         QTRY_COMPARE(grabDesktop().size(), QSize(800, 600));
-        QTRY_COMPARE(grabDesktop().pixelColor(400, 300), QColor(Qt::green));
+        QTRY_COMPARE(grabDesktop().pixelColor(400, 300), QColor(Qt::red));
     }
 };
 

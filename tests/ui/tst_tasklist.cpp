@@ -11,6 +11,8 @@
 #include <QLabel>
 #include <QPushButton>
 
+#include <functional>
+
 namespace {
 
 const QString kTeam = s("17");
@@ -21,9 +23,9 @@ const QString kLongTitle = s("Очень длинное название зад�
 localservice::Task served(const char *id, const QString &title, const char *block = "0")
 {
     localservice::Task task;
-    task.id = QString::fromLatin1(id);
+    task.id = s(id);
     task.title = title;
-    task.block = QString::fromLatin1(block);
+    task.block = s(block);
     return task;
 }
 
@@ -100,14 +102,6 @@ public:
     bool ready = false;
 };
 
-QStringList ids(std::initializer_list<const char *> list)
-{
-    QStringList all;
-    for (const char *id : list)
-        all.append(QString::fromLatin1(id));
-    return all;
-}
-
 } // namespace
 
 class TaskListTest final : public QObject
@@ -123,20 +117,14 @@ private slots:
         tasks[2].importance = 2;
         Desktop desktop(tasks, s("b"));
         QVERIFY(desktop.ready);
-        QCOMPARE(desktop.rows(), ids({"b", "a", "c", "0"}));
-        QCOMPARE(desktop.rows(TaskListModel::OfferedRole), ids({"true", "false", "false", "false"}));
-        QCOMPARE(desktop.rows(TaskListModel::CurrentRole), ids({"true", "false", "false", "false"}));
+        QCOMPARE(desktop.rows(), texts({"b", "a", "c", "0"}));
+        QCOMPARE(desktop.rows(TaskListModel::OfferedRole), texts({"true", "false", "false", "false"}));
+        QCOMPARE(desktop.rows(TaskListModel::CurrentRole), texts({"true", "false", "false", "false"}));
         QVERIFY(desktop.row(s("a")).data(Qt::ToolTipRole).toString().contains(s("блокирующие")));
         const auto icon = [&desktop](const char *id) {
-            return desktop.row(QString::fromLatin1(id))
-                .data(Qt::DecorationRole)
-                .value<QIcon>()
-                .pixmap(20)
-                .toImage();
+            return desktop.row(s(id)).data(Qt::DecorationRole).value<QIcon>().pixmap(20).toImage();
         };
-        const auto picture = [](const char *name) {
-            return QIcon(QString::fromLatin1(name)).pixmap(20).toImage();
-        };
+        const auto picture = [](const char *name) { return QIcon(s(name)).pixmap(20).toImage(); };
         QCOMPARE(icon("b"), picture(":/images/pbTaskBlocked.png"));
         QCOMPARE(icon("c"), picture(":/images/pbTaskUrgentGrey.png"));
         QCOMPARE(icon("a"), picture(":/images/pbTask.png"));
@@ -175,58 +163,39 @@ private slots:
         QVERIFY(!desktop.list->description(s("a")));
     }
 
-    void choosing_data()
-    {
-        addColumns<QString, QString, bool>("way", "task", "offered");
-        for (const char *way : {"double click", "button", "space", "control and enter"}) {
-            QTest::addRow("%s on a blocking task", way) << QString::fromLatin1(way) << s("b") << true;
-            QTest::addRow("%s on one held back", way) << QString::fromLatin1(way) << s("c") << false;
-            QTest::addRow("%s on unlisted work", way) << QString::fromLatin1(way) << kCatchAll << false;
-        }
-    }
-
     void choosing()
     {
-        QFETCH(QString, way);
-        QFETCH(QString, task);
-        QFETCH(bool, offered);
+        using Way = std::function<void(const QString &)>;
         Desktop desktop(withBlockingTask());
         QVERIFY(desktop.ready);
-        if (way == QLatin1String("double click"))
-            desktop.doubleClick(task);
-        else if (way == QLatin1String("button"))
-            desktop.clickButton(task);
-        else if (way == QLatin1String("space"))
-            desktop.press(task, Qt::Key_Space);
-        else
-            desktop.press(task, Qt::Key_Return, Qt::ControlModifier);
-        QCOMPARE(desktop.current(), offered ? task : QString());
-        QCOMPARE(desktop.row(task).data(TaskListModel::CurrentRole).toBool(), offered);
+        const Way ways[] = {
+            [&](const QString &id) { desktop.doubleClick(id); },
+            [&](const QString &id) { desktop.clickButton(id); },
+            [&](const QString &id) { desktop.press(id, Qt::Key_Space); },
+            [&](const QString &id) { desktop.press(id, Qt::Key_Return, Qt::ControlModifier); }};
+        for (const Way &choose : ways) {
+            desktop.bench.orvana()->changeTask(kTeam, QString());
+            for (const QString &heldBack : {s("c"), kCatchAll}) {
+                choose(heldBack);
+                QCOMPARE(desktop.current(), QString());
+            }
+            choose(s("b"));
+            QCOMPARE(desktop.current(), s("b"));
+            QVERIFY(desktop.row(s("b")).data(TaskListModel::CurrentRole).toBool());
+        }
     }
 
     void keyboard()
     {
         Desktop desktop;
         QVERIFY(desktop.ready);
-        QVERIFY(desktop.view->hasFocus());
-        desktop.view->setCurrentIndex(desktop.row(s("a")));
-        QTest::keyClick(desktop.view, Qt::Key_Down);
-        QTest::keyClick(desktop.view, Qt::Key_Return);
-        QVERIFY(desktop.isOpen(s("b")));
-        QVERIFY(desktop.list->isVisible());
-        QTest::keyClick(desktop.list, Qt::Key_Escape);
-        QVERIFY(!desktop.list->isVisible());
-        QVERIFY(desktop.isOpen(s("b")));
-    }
-
-    void unlistedWork()
-    {
-        Desktop desktop;
-        QVERIFY(desktop.ready);
         desktop.press(kCatchAll, Qt::Key_Return);
-        QVERIFY(!desktop.list->description(kCatchAll));
-        desktop.doubleClick(kCatchAll);
-        QCOMPARE(desktop.current(), kCatchAll);
+        QVERIFY(!desktop.list->description(kCatchAll)); // there is nothing to tell
+        desktop.press(s("a"), Qt::Key_Down);
+        QTest::keyClick(desktop.view, Qt::Key_Return);
+        QVERIFY(desktop.isOpen(s("b")) && desktop.list->isVisible());
+        QTest::keyClick(desktop.list, Qt::Key_Escape);
+        QVERIFY(desktop.isOpen(s("b")) && !desktop.list->isVisible());
     }
 
     void followsTheSession()
@@ -244,7 +213,7 @@ private slots:
             world.setBlock(s("b"), s("1"));
         });
         QVERIFY(desktop.bench.refresh());
-        QCOMPARE(desktop.rows(), ids({"b", "a", "c", "0"}));
+        QCOMPARE(desktop.rows(), texts({"b", "a", "c", "0"}));
         QCOMPARE(team->text(), s("<b>Новое</b> имя"));
         QCOMPARE(desktop.view->currentIndex(), desktop.row(s("c")));
 
@@ -258,144 +227,90 @@ private slots:
         QVERIFY(empty->isVisible());
         QCOMPARE(empty->text(), s("В команде нет задач"));
         // There is still the work that belongs to no task.
-        QCOMPARE(desktop.rows(), ids({"0"}));
+        QCOMPARE(desktop.rows(), texts({"0"}));
 
         desktop.bench.orvana()->changeTask(QString(), QString());
         QVERIFY(empty->isVisible());
         QCOMPARE(empty->text(), s("Выберите команду и задачу"));
     }
 
-    void closedTaskClosesItsDescription()
+    void descriptionsFollowTheList()
     {
         Desktop desktop;
         QVERIFY(desktop.ready);
-        desktop.list->openDescription(s("a"));
-        desktop.list->openDescription(s("b"));
-        const QPointer<TaskDescriptionForm> gone = desktop.list->description(s("a"));
-        desktop.bench.server().edit([](localservice::World &world) { world.removeTask(s("a")); });
-        QVERIFY(desktop.bench.refresh());
-        QTRY_VERIFY(gone.isNull());
-        QVERIFY(desktop.isOpen(s("b")));
-        QCOMPARE(desktop.rows(), ids({"b", "c", "0"}));
-    }
-
-    void anotherUserSeesNoOldDescriptions()
-    {
-        Desktop desktop;
-        QVERIFY(desktop.ready);
-        desktop.list->openDescription(s("a"));
-        const QPointer<TaskDescriptionForm> form = desktop.list->description(s("a"));
-        QVERIFY(desktop.bench.signIn());
-        QVERIFY(form && form->isVisible());
-        QVERIFY(desktop.bench.signIn(s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я")));
-        QTRY_VERIFY(form.isNull());
-        QCOMPARE(desktop.rows(), QStringList());
-    }
-
-    void hidingTogether()
-    {
-        Desktop desktop;
-        QVERIFY(desktop.ready);
+        for (const char *id : {"a", "b", "c"})
+            desktop.list->openDescription(s(id));
+        // All windows hide and come back together, but for those that were closed.
         const auto *timer = desktop.list->findChild<QTimer *>(QString(), Qt::FindDirectChildrenOnly);
-        QVERIFY(timer && timer->isActive());
-        desktop.list->openDescription(s("a"));
-        desktop.list->openDescription(s("b"));
+        const auto isVisible = [&] {
+            return desktop.list->isVisible() && timer->isActive() && desktop.isOpen(s("a"));
+        };
         desktop.list->description(s("b"))->on_pbHide_clicked();
+        QVERIFY(isVisible());
         emit desktop.bench.form->hideAll();
-        QVERIFY(!desktop.list->isVisible());
-        QVERIFY(!timer->isActive());
-        QVERIFY(!desktop.isOpen(s("a")));
+        QVERIFY(!desktop.list->isVisible() && !timer->isActive() && !desktop.isOpen(s("a")));
         emit desktop.bench.form->showAll();
-        QVERIFY(desktop.list->isVisible());
-        QVERIFY(timer->isActive());
-        QVERIFY(desktop.isOpen(s("a")));
-        QVERIFY(!desktop.isOpen(s("b")));
-
+        QVERIFY(isVisible() && !desktop.isOpen(s("b")));
         QTest::mouseClick(desktop.list->findChild<QPushButton *>(s("pbClose")), Qt::LeftButton);
         emit desktop.bench.form->hideAll();
         emit desktop.bench.form->showAll();
-        QVERIFY(!desktop.list->isVisible());
-        QVERIFY(desktop.isOpen(s("a")));
-    }
-
-    void onlyOneTitleMoves()
-    {
-        Desktop desktop;
-        QVERIFY(desktop.ready);
-        const auto moving = [&desktop] {
-            QStringList titles;
-            const auto all = desktop.view->viewport()->findChildren<ScrollText *>();
-            for (const ScrollText *title : all) {
-                if (title->isMoving())
-                    titles.append(title->text());
-            }
-            return titles;
-        };
-        desktop.view->setCurrentIndex(desktop.row(s("a")));
-        QCOMPARE(moving(), QStringList());
-        QTest::mouseMove(desktop.view->viewport(), desktop.place(s("c")));
-        QTRY_COMPARE(moving(), QStringList{kLongTitle});
-        QTest::mouseMove(desktop.view->viewport(), desktop.place(s("b")));
-        QTRY_COMPARE(moving(), QStringList());
-        QTest::mouseMove(desktop.list, QPoint(desktop.list->width() / 2, 20));
-        desktop.view->setCurrentIndex(desktop.row(s("c")));
-        QTRY_COMPARE(moving(), QStringList{kLongTitle});
-        desktop.list->hide();
-        QCOMPARE(moving(), QStringList());
-    }
-
-    void places_data()
-    {
-        addColumns<QRect, QRect, bool>("anchor", "area", "free"); // there is room beside the anchor
-        const QSize anchor(352, 148);
-        const QRect screen(0, 24, 1280, 776);
-        QTest::newRow("upper right corner") << QRect(QPoint(928, 24), anchor) << screen << true;
-        QTest::newRow("upper left corner") << QRect(QPoint(0, 24), anchor) << screen << true;
-        QTest::newRow("lower right corner") << QRect(QPoint(928, 652), anchor) << screen << true;
-        QTest::newRow("middle") << QRect(QPoint(464, 300), anchor) << screen << true;
-        QTest::newRow("half outside") << QRect(QPoint(1200, 700), anchor) << screen << true;
-        QTest::newRow("second screen")
-            << QRect(QPoint(2848, 0), anchor) << QRect(1280, 0, 1920, 1080) << true;
-        QTest::newRow("narrow screen") << QRect(QPoint(128, 0), anchor) << QRect(0, 0, 480, 800) << true;
-        QTest::newRow("small screen") << QRect(QPoint(128, 0), anchor) << QRect(0, 0, 480, 430) << false;
+        QVERIFY(!desktop.list->isVisible() && desktop.isOpen(s("a")));
+        // A closed task takes its window along, another user all of them.
+        const QPointer<TaskDescriptionForm> gone = desktop.list->description(s("a"));
+        const QPointer<TaskDescriptionForm> left = desktop.list->description(s("c"));
+        desktop.bench.server().edit([](localservice::World &world) { world.removeTask(s("a")); });
+        QVERIFY(desktop.bench.refresh());
+        QTRY_VERIFY(gone.isNull());
+        QVERIFY(desktop.bench.signIn());
+        QVERIFY(left && left->isVisible());
+        QVERIFY(desktop.bench.signIn(s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я")));
+        QTRY_VERIFY(left.isNull());
+        QCOMPARE(desktop.rows(), QStringList());
     }
 
     void places()
     {
-        QFETCH(QRect, anchor);
-        QFETCH(QRect, area);
-        QFETCH(bool, free);
-        const QRect window(Artwork::beside(anchor, QSize(460, 420), area), QSize(460, 420));
-        QVERIFY(area.contains(window));
-        QCOMPARE(!window.intersects(anchor), free);
-    }
-
-    void deadlines_data()
-    {
-        addColumns<qint64, QString, QString>("secondsAgo", "deadline", "overdue");
-        const auto row = [](const char *name, qint64 ago, const QString &deadline, const QString &overdue) {
-            QTest::newRow(name) << ago << deadline << overdue;
-        };
-        row("to come", -60, s("Истекает: 2024-01-31 12:01:00"), QString());
-        row("just now", 0, s("Истёк срок: 2024-01-31 12:00:00"), s("Просрочено: меньше минуты"));
-        row("half an hour", 1800, s("Истёк срок: 2024-01-31 11:30:00"), s("Просрочено: 30 мин."));
-        row("a day", 25 * 3600, s("Истёк срок: 2024-01-30 11:00:00"), s("Просрочено: 1д. 1ч."));
+        const QSize anchor(352, 148);
+        const QRect screen(0, 24, 1280, 776);
+        const QRect small(0, 0, 480, 430);
+        const std::pair<QRect, QRect> rows[] = {{{QPoint(928, 24), anchor}, screen},
+                                                {{QPoint(0, 24), anchor}, screen},
+                                                {{QPoint(928, 652), anchor}, screen},
+                                                {{QPoint(1200, 700), anchor}, screen},
+                                                {{QPoint(2848, 0), anchor}, {1280, 0, 1920, 1080}},
+                                                {{QPoint(128, 0), anchor}, {0, 0, 480, 800}},
+                                                {{QPoint(128, 0), anchor}, small}};
+        for (const auto &[beside, area] : rows) {
+            const QRect window(Artwork::beside(beside, QSize(460, 420), area), QSize(460, 420));
+            QVERIFY(area.contains(window));
+            QCOMPARE(window.intersects(beside), area == small); // no room
+        }
     }
 
     void deadlines()
     {
-        QFETCH(qint64, secondsAgo);
+        const struct
+        {
+            int secondsAgo;
+            const char *deadline;
+            const char *overdue;
+        } rows[] = {{-60, "Истекает: 2024-01-31 12:01:00", ""},
+                    {0, "Истёк срок: 2024-01-31 12:00:00", "Просрочено: меньше минуты"},
+                    {1800, "Истёк срок: 2024-01-31 11:30:00", "Просрочено: 30 мин."},
+                    {25 * 3600, "Истёк срок: 2024-01-30 11:00:00", "Просрочено: 1д. 1ч."}};
         const QDateTime now(QDate(2024, 1, 31), QTime(12, 0));
-        Task task;
-        task.id = s("a");
-        task.deadline = now.addSecs(-secondsAgo);
         TaskListModel model([](const Task &) { return QIcon(); });
-        model.setTasks({task, Task::catchAll()});
-        model.setNow(now);
-        QTEST(model.index(0).data(TaskListModel::DeadlineRole).toString(), "deadline");
-        QTEST(model.index(0).data(TaskListModel::OverdueRole).toString(), "overdue");
-        QCOMPARE(model.index(1).data(TaskListModel::DeadlineRole).toString(), s("Без срока"));
-        QCOMPARE(model.index(1).data(TaskListModel::OverdueRole).toString(), QString());
+        const auto text = [&model](int row, int role) { return model.index(row).data(role).toString(); };
+        for (const auto &row : rows) {
+            Task task;
+            task.deadline = now.addSecs(-row.secondsAgo);
+            model.setTasks({task, Task::catchAll()});
+            model.setNow(now);
+            QCOMPARE(text(0, TaskListModel::DeadlineRole), s(row.deadline));
+            QCOMPARE(text(0, TaskListModel::OverdueRole), s(row.overdue));
+        }
+        QCOMPARE(text(1, TaskListModel::DeadlineRole), s("Без срока"));
+        QCOMPARE(text(1, TaskListModel::OverdueRole), QString());
     }
 
     void onlyVisibleRowsAreDrawn()
@@ -406,8 +321,7 @@ private slots:
         for (int i = 0; i < many; ++i) {
             Task task;
             task.id = QString::number(i + 1);
-            task.title = QStringLiteral(
-                "Название задачи, которое не помещается в строку списка, сколько её ни растягивай");
+            task.title = kLongTitle;
             tasks.append(task);
         }
         int asked = 0;

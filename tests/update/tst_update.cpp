@@ -36,7 +36,7 @@ void write(const QString &path, const QByteArray &text)
 QByteArray contents(const QString &path)
 {
     QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("none");
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("");
 }
 
 } // namespace
@@ -46,15 +46,6 @@ class TestUpdate final : public QObject
     Q_OBJECT
 
 private slots:
-    void startsWithDefaults()
-    {
-        const OfflineClient client;
-        update()->init(client.get());
-        QVERIFY(!update()->isUpdateAtStartup() && !update()->wasUpdated() && !update()->isForceUpdate());
-        QVERIFY(update()->updateList().isEmpty());
-        QCOMPARE(update()->availableUpdateVersion(), QString());
-    }
-
     void sharesItsFileWithTheUpdater()
     {
         OfflineClient client;
@@ -78,78 +69,59 @@ private slots:
         QVERIFY(!update()->isForceUpdate());
     }
 
-    void keepsDescriptions_data()
-    {
-        addColumns<QByteArray, QVariantList>("body", "list");
-        const QVariantMap entry{{s("version"), s("1.2")}, {s("файл"), true}};
-        QTest::newRow("none") << QByteArray("[]") << QVariantList();
-        QTest::newRow("one") << QByteArray(R"([{"version":"1.2","файл":true}])") << QVariantList{entry};
-        QTest::newRow("two") << QByteArray(R"([{"version":"1.2","файл":true},["@x",null]])")
-                             << QVariantList{entry, QVariantList{s("@x"), QVariant()}};
-        QTest::newRow("cut at a NUL") << QByteArray("[\0]", 3) << QVariantList();
-        for (const char *body : {"", "{}", "\"x\"", "[", "<html>"})
-            QTest::newRow(body) << QByteArray(body) << QVariantList();
-    }
-
     void keepsDescriptions()
     {
-        QFETCH(QByteArray, body);
-        QFETCH(QVariantList, list);
         const OfflineClient client;
         update()->init(client.get());
-        update()->addUpdateInfo(R"([{"version":"0"},{"version":"1"},{"version":"2"}])");
-        update()->addUpdateInfo(body);
-        QCOMPARE(update()->updateList(), list);
-        QCOMPARE(client.stored(kFile, s("updateInfo")).toList(), list);
-    }
-
-    void movesTheUpdater_data()
-    {
-        addColumns<QByteArray, QByteArray, QByteArray, bool>(
-            "delivered", "present", "expected",
-            "told"); // null: nothing was; // null: none; "folder": one that cannot be removed
-        const QByteArray older("older");
-        const QByteArray newer("newer");
-        const QByteArray none("none");
-        QTest::newRow("nothing delivered") << QByteArray() << older << older << false;
-        QTest::newRow("nothing at all") << QByteArray() << QByteArray() << none << false;
-        QTest::newRow("first") << newer << QByteArray() << newer << true;
-        QTest::newRow("replaced") << newer << older << newer << false;
-        QTest::newRow("in the way") << newer << QByteArray("folder") << none << false;
+        QVERIFY(!update()->isUpdateAtStartup() && !update()->wasUpdated()
+                && update()->updateList().isEmpty());
+        const QVariantList two{QVariantMap{{s("version"), s("1.2")}, {s("файл"), true}},
+                               QVariantList{s("@x"), QVariant()}};
+        const auto verify = [&client](const QByteArray &body, const QVariantList &list) {
+            update()->addUpdateInfo(body);
+            QCOMPARE(update()->updateList(), list);
+            QCOMPARE(client.stored(kFile, s("updateInfo")).toList(), list);
+        };
+        for (const QByteArray &body :
+             {QByteArray("[]"), QByteArray("[\0]", 3), QByteArray("{}"), QByteArray("<html>")}) {
+            verify(R"([{"version":"1.2","файл":true},["@x",null]])", two);
+            verify(body, {});
+        }
     }
 
     void movesTheUpdater()
     {
-        QFETCH(QByteArray, delivered);
-        QFETCH(QByteArray, present);
-        QFETCH(QByteArray, expected);
-        QFETCH(bool, told);
         const QString before = QDir::currentPath();
-        const QTemporaryDir working;
-        QVERIFY(QDir::setCurrent(working.path()));
-        const QString target = working.filePath(s("ORTM-update"));
-
-        OfflineClient client;
-        const QString source = client.path(s("update/ORTM-update"));
-        if (!delivered.isNull()) {
-            write(source, delivered);
-            QFile::setPermissions(source, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        // What lies there ("folder": one that cannot be removed), what was delivered and what is there then.
+        const char *const rows[][4] = {{"older", "", "older", ""},
+                                       {"", "", "", ""},
+                                       {"", "newer", "newer", "Обновление успешно установлено"},
+                                       {"older", "newer", "newer", ""},
+                                       {"folder", "newer", "", ""}};
+        for (const auto &[present, delivered, expected, told] : rows) {
+            const QTemporaryDir working;
+            QVERIFY(QDir::setCurrent(working.path()));
+            const QString target = working.filePath(s("ORTM-update"));
+            OfflineClient client;
+            const QString source = client.path(s("update/ORTM-update"));
+            if (delivered[0]) {
+                write(source, delivered);
+                QFile::setPermissions(source, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+            }
+            if (s(present) == s("folder"))
+                write(target + s("/a"), QByteArray());
+            else if (present[0])
+                write(target, present);
+            update()->init(client.get());
+            update()->updateOrvanaUpdateModule();
+            QDir::setCurrent(before);
+            QCOMPARE(contents(target), QByteArray(expected));
+            // It stays where it was only when it could not be moved.
+            QCOMPARE(QFile::exists(source), s(present) == s("folder"));
+            if (s(expected) == s("newer"))
+                QVERIFY(QFileInfo(target).isExecutable());
+            QCOMPARE(client.popups().take().join(QLatin1Char(' ')), s(told));
         }
-        if (present == "folder")
-            write(target + s("/a"), QByteArray());
-        else if (!present.isNull())
-            write(target, present);
-        update()->init(client.get());
-        update()->updateOrvanaUpdateModule();
-        QDir::setCurrent(before);
-
-        QCOMPARE(contents(target), expected);
-        // It stays where it was only when it could not be moved.
-        QCOMPARE(QFile::exists(source), !delivered.isNull() && present == "folder");
-        if (expected == delivered)
-            QVERIFY(QFileInfo(target).isExecutable());
-        QCOMPARE(client.popups().take(),
-                 told ? QStringList{s("Обновление успешно установлено")} : QStringList());
     }
 };
 
