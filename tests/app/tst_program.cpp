@@ -1,15 +1,10 @@
+#include "knownuser.h"
 #include "localservice/server.h"
 #include "rows.h"
 
-#include <QDir>
-#include <QFile>
 #include <QHostAddress>
-#include <QProcess>
-#include <QSettings>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <QTemporaryDir>
-#include <QtTest>
 
 #include <csignal>
 #include <memory>
@@ -50,9 +45,12 @@ private slots:
 
     void logsInByKeyboard()
     {
-        const auto run = start();
-        QVERIFY(waitForWindow(kLoginTitle));
-        xdotool({s("windowactivate"), s("--sync"), windowNamed(kLoginTitle)});
+        auto run = start();
+        activate(kLoginTitle);
+        press(s("Escape"));
+        QVERIFY(endedWith(*run, 0));
+        run = start();
+        activate(kLoginTitle);
         type(s("anna@orvana.example"));
         press(s("Tab"));
         type(s("wrong"));
@@ -77,7 +75,7 @@ private slots:
 
     void secondInstanceIsRefused()
     {
-        rememberUser(false);
+        leaveKnownUser(m_box->path(), false);
         const auto first = start();
         QVERIFY(waitForWindow(kMainTitle));
         const auto second = start();
@@ -91,7 +89,7 @@ private slots:
 
     void cleanForgetsEverything()
     {
-        rememberUser(false);
+        leaveKnownUser(m_box->path(), false);
         // Only as the first argument, and only in small letters.
         for (const QStringList &arguments : {texts({"x", "--clean"}), texts({"--Clean"})}) {
             const auto run = start(arguments);
@@ -104,50 +102,35 @@ private slots:
         QVERIFY(!QFileInfo::exists(storage()));
     }
 
-    void watcherMissing_data()
-    {
-        addColumns<QString, bool>("key", "goesOn");
-        QTest::newRow("yes") << "Return" << true;
-        QTest::newRow("no") << "Tab Return" << false;
-    }
-
     void watcherMissing()
     {
-        QFETCH(QString, key);
-        QFETCH(bool, goesOn);
         m_watcher->close();
-        rememberUser(false);
-        const auto run = start();
-        QVERIFY(waitForWindow(s("^Ошибка$")));
-        xdotool({s("windowactivate"), s("--sync"), windowNamed(s("^Ошибка$"))});
-        const QStringList keys = key.split(QLatin1Char(' '));
-        for (const QString &each : keys)
-            press(each);
-        if (goesOn) {
-            QVERIFY(waitForWindow(kMainTitle));
-            run->process.terminate();
+        leaveKnownUser(m_box->path(), false);
+        for (const bool goesOn : {true, false}) {
+            const auto run = start();
+            activate(s("^Ошибка$"));
+            if (!goesOn)
+                press(s("Tab"));
+            press(s("Return"));
+            if (goesOn) {
+                QVERIFY(waitForWindow(kMainTitle));
+                run->process.terminate();
+            }
+            QVERIFY(endedWith(*run, 0));
         }
-        QVERIFY(endedWith(*run, 0));
-    }
-
-    void loginClosed()
-    {
-        const auto run = start();
-        QVERIFY(waitForWindow(kLoginTitle));
-        xdotool({s("windowactivate"), s("--sync"), windowNamed(kLoginTitle)});
-        press(s("Escape"));
-        QVERIFY(endedWith(*run, 0));
     }
 
     void terminatedLikeTheExitAction()
     {
-        rememberUser(true);
+        leaveKnownUser(m_box->path(), true);
         for (const int number : {SIGTERM, SIGINT}) {
             const auto run = start();
             QVERIFY(waitForWindow(kMainTitle));
             kill(static_cast<pid_t>(run->process.processId()), number);
             QVERIFY(endedWith(*run, 0));
-            QVERIFY(logText().contains(s("Exit Orvana Team Monitor OK")));
+            QFile log(file(s("log.log")));
+            QVERIFY(log.open(QIODevice::ReadOnly));
+            QVERIFY(log.readAll().contains("Exit Orvana Team Monitor OK"));
             const QSettings session(userFile(s("session.ini")), QSettings::IniFormat);
             QVERIFY2(session.value(s("active")).toBool(), "the next start goes on tracking");
             QCOMPARE(session.value(s("taskID")).toString(), s("1702"));
@@ -156,7 +139,7 @@ private slots:
 
     void restartResumesTracking()
     {
-        rememberUser(true);
+        leaveKnownUser(m_box->path(), true);
         const auto run = start({}, s("x20"));
         QVERIFY(waitForWindow(kMainTitle));
         QTRY_VERIFY_WITH_TIMEOUT(m_watcher->hasPendingConnections(), kPatience);
@@ -177,7 +160,7 @@ private slots:
     void logFile()
     {
         constexpr qint64 limit = 104857600;
-        rememberUser(false);
+        leaveKnownUser(m_box->path(), false);
         for (const qint64 size : {limit, limit + 1}) {
             QFile log(file(s("log.log")));
             QVERIFY(log.open(QIODevice::WriteOnly | QIODevice::Truncate) && log.resize(size));
@@ -206,8 +189,7 @@ private slots:
         QTemporaryDir elsewhere;
         QVERIFY(QFile::link(elsewhere.path(), storage()));
         const auto run = start();
-        QVERIFY(waitForWindow(s("^Orvana Team Monitor$")));
-        xdotool({s("windowactivate"), s("--sync"), windowNamed(s("^Orvana Team Monitor$"))});
+        activate(s("^Orvana Team Monitor$"));
         press(s("Return"));
         QVERIFY(endedWith(*run, 1));
         QVERIFY(QDir(elsewhere.path()).isEmpty());
@@ -283,28 +265,13 @@ private:
         return QTest::qWaitFor([&] { return !windowNamed(title).isEmpty(); }, kPatience);
     }
 
+    static void activate(const QString &title)
+    {
+        QVERIFY(waitForWindow(title));
+        xdotool({s("windowactivate"), s("--sync"), windowNamed(title)});
+    }
     static void type(const QString &text) { xdotool({s("type"), s("--delay"), s("15"), text}); }
     static void press(const QString &keys) { xdotool({s("key"), keys}); }
-
-    // A user who is logged in, with a task chosen, as an earlier run left it.
-    void rememberUser(bool active)
-    {
-        QVERIFY(QDir().mkpath(userFile(QString())));
-        QSettings config(file(s("config.ini")), QSettings::IniFormat);
-        config.setValue(s("lastLogin"), s("anna@orvana.example"));
-        QSettings session(userFile(s("session.ini")), QSettings::IniFormat);
-        session.setValue(s("password"), s("orvana"));
-        session.setValue(s("logged"), true);
-        session.setValue(s("active"), active);
-        session.setValue(s("teamID"), s("17"));
-        session.setValue(s("taskID"), s("1702"));
-    }
-
-    QString logText() const
-    {
-        QFile log(file(s("log.log")));
-        return log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()) : QString();
-    }
 
     std::unique_ptr<QTemporaryDir> m_box;
     std::unique_ptr<localservice::Server> m_server;

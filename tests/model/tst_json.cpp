@@ -1,9 +1,6 @@
 #include "model/json.h"
 #include "rows.h"
 
-#include <QDateTime>
-#include <QPoint>
-
 #include <limits>
 
 using namespace QtJson;
@@ -189,34 +186,17 @@ private slots:
 
     void writesDates()
     {
-        const QDate day(2024, 3, 1);
-        const QDateTime moment(day, QTime(18, 5, 9));
+        const QDateTime moment(QDate(2024, 3, 1), QTime(18, 5, 9));
         // Qt's text form speaks the language of the locale.
         const bool isEnglish = QLocale::system().language() == QLocale::C;
-        const QByteArray dayText = isEnglish ? "\"Fri Mar 1 2024\"" : "\"пт мар. 1 2024\"";
-        const QByteArray momentText =
-            isEnglish ? "\"Fri Mar 1 18:05:09 2024\"" : "\"пт мар. 1 18:05:09 2024\"";
-        QCOMPARE(serialize(moment), momentText);
-        QCOMPARE(serialize(day), dayText);
-        QCOMPARE(serialize(QDateTime()), QByteArray("\"\""));
+        QCOMPARE(serialize(moment),
+                 QByteArray(isEnglish ? "\"Fri Mar 1 18:05:09 2024\"" : "\"пт мар. 1 18:05:09 2024\""));
         // The day's format works only once the other one is set.
         setDateFormat(s("dd.MM.yy"));
-        QCOMPARE(serialize(moment), momentText);
-        QCOMPARE(serialize(day), dayText);
+        QVERIFY(serialize(moment.date()) != "\"01.03.24\"");
         setDateTimeFormat(s("yyyy/MM/dd HH:mm"));
-        QCOMPARE(serialize(moment), QByteArray("\"2024/03/01 18:05\""));
-        QCOMPARE(serialize(day), QByteArray("\"01.03.24\""));
-    }
-
-    void writesPretty()
-    {
-        bool success = false;
-        const QVariantMap map{{s("k"), QVariantList{1}}};
-        setPrettySerialize(true);
-        QCOMPARE(serialize(map, success, 1),
-                 QByteArray("{\n        \"k\": [\n            1\n        ]\n    }"));
-        QCOMPARE(serialize(QVariantList{QVariantList(), map}),
-                 QByteArray("[\n    [],\n    {\n        \"k\": [\n            1\n        ]\n    }\n]"));
+        QCOMPARE(serialize(QVariantList{moment, moment.date(), QDateTime()}),
+                 QByteArray("[\"2024/03/01 18:05\",\"01.03.24\",\"\"]"));
     }
 
     void refusesToWrite()
@@ -232,53 +212,43 @@ private slots:
         }
     }
 
-    void clones()
-    {
-        const QString k = s("k");
-        QCOMPARE(show(clone(QVariantHash{{k, QVariantHash{{k, 1}}}})), s("{k={k=int 1}}"));
-        QCOMPARE(show(clone(QStringList{k})), s("['k']"));
-        // A list takes over its elements as they are, a map clones them.
-        QCOMPARE(show(clone(QVariantList{QVariantMap()})), s("[{}]"));
-        QCOMPARE(show(clone(QVariantMap{{k, QVariantMap()}})), s("{k=null}"));
-        for (const QVariant &empty :
-             {QVariant(QVariantList()), QVariant(QVariantHash()), QVariant(QStringList())})
-            QCOMPARE(show(clone(empty)), s("null"));
-    }
-
-    void insertsAndAppends()
+    void changesAndClones()
     {
         const QString a = s("a");
-        const QString b = s("b");
         QVariant v = 5;
         insert(v, a, 1);
-        insert(v, b, QVariantList());
+        insert(v, s("b"), QVariantList());
         insert(v, a, 2);
         QCOMPARE(show(v), s("{a=int 2 b=null}"));
-        v = QVariantHash{{a, 1}};
-        insert(v, b, 2);
-        QCOMPARE(show(v), s("{a=int 1 b=int 2}"));
         append(v, 1);
         append(v, QVariantList());
         QCOMPARE(show(v), s("[int 1 []]"));
         v = QStringList{a};
-        append(v, b);
+        append(v, s("b"));
         QCOMPARE(show(v), s("['a' 'b']"));
+        QCOMPARE(show(clone(QVariantHash{{a, QVariantHash{{a, 1}}}})), s("{a={a=int 1}}"));
+        // A list takes over its elements as they are, a map clones them.
+        QCOMPARE(show(clone(QVariantList{QVariantMap()})), s("[{}]"));
+        QCOMPARE(show(clone(QVariantMap{{a, QVariantMap()}})), s("{a=null}"));
     }
 
     void builds()
     {
-        QVariantMap start{{s("z"), 0}};
-        QVariantList startList{0};
-        for (int round = 0; round < 3; ++round) {
-            BuilderJsonArray *list = arrayBuilder(startList);
+        for (int round = 0; round < 2; ++round) {
+            QVariantMap start{{s("z"), 0}};
+            QVariantList startList{0};
             BuilderJsonObject *inner = objectBuilder(start);
-            list->add(round)->add(inner)->add(arrayBuilder());
+            BuilderJsonArray *list = arrayBuilder(startList)->add(round)->add(inner)->add(arrayBuilder());
             // What is added to a part later does not reach the whole.
             inner->set(s("late"), true);
-            BuilderJsonObject *whole = objectBuilder();
-            const QVariantMap built = whole->set(s("l"), list)->set(s("n"), round)->create();
+            const QVariantMap built = objectBuilder()->set(s("l"), list)->set(s("n"), round)->create();
+            setPrettySerialize(false);
             QCOMPARE(serialize(built), s("{\"l\":[0,%1,{\"z\":0},[]],\"n\":%1}").arg(round).toUtf8());
-            QCOMPARE(arrayBuilder()->add(whole)->create(), QVariantList{built});
+            bool success = false;
+            setPrettySerialize(true);
+            QCOMPARE(serialize(built, success, 1).simplified(),
+                     s("{ \"l\": [ 0, %1, { \"z\": 0 }, [] ], \"n\": %1 }").arg(round).toUtf8());
+            QVERIFY(serialize(QVariantList{1}) == "[\n    1\n]");
         }
         // The last ones go with the next of their kind.
         delete arrayBuilder();

@@ -1,15 +1,9 @@
 #include "app/application.h"
-#include "notifications/notificationform.h"
-#include "notifications/notificationhost.h"
-#include "notifications/notificationmanager.h"
+#include "popups.h"
 #include "rows.h"
-#include "ui/autoscrolllineedit.h"
 
 #include <QGraphicsOpacityEffect>
-#include <QMap>
 #include <QPushButton>
-#include <QSignalSpy>
-#include <QTest>
 
 #include <algorithm>
 #include <memory>
@@ -44,42 +38,14 @@ public:
     bool installed = true;
 };
 
-QList<NotificationForm *> all()
-{
-    QList<NotificationForm *> found;
-    const QWidgetList windows = QApplication::topLevelWidgets();
-    for (QWidget *window : windows) {
-        if (auto *popup = qobject_cast<NotificationForm *>(window))
-            found.append(popup);
-    }
-    return found;
-}
-
-QString textOf(const NotificationForm *popup)
-{
-    return popup->findChild<AutoScrollLineEdit *>(s("leMessage"))->toPlainText();
-}
-
-// Those on the screen by their texts, from the top down.
 QStringList shown()
 {
-    QMap<int, QString> bySlot;
-    const QList<NotificationForm *> popups = all();
-    for (const NotificationForm *popup : popups) {
-        if (popup->isVisible())
-            bySlot.insert(popup->getPosition(), textOf(popup));
-    }
-    return bySlot.values();
+    return textsOf(shownPopups());
 }
 
 NotificationForm *popup(const QString &text)
 {
-    const QList<NotificationForm *> popups = all();
-    for (NotificationForm *candidate : popups) {
-        if (candidate->isVisible() && textOf(candidate) == text)
-            return candidate;
-    }
-    return nullptr;
+    return shownPopups().value(shown().indexOf(text));
 }
 
 QPoint slot(int position)
@@ -125,7 +91,7 @@ private slots:
         manager()->destroy();
         manager()->setMainForm(nullptr);
         QVERIFY(!manager()->hasVisibleNotifications());
-        QTRY_VERIFY(all().isEmpty());
+        QTRY_VERIFY(popupForms().isEmpty());
     }
 
     void messages_data()
@@ -234,9 +200,9 @@ private slots:
             manager()->restoreAll();
             QCOMPARE(shown().filter(s("Orvana Team")),
                      QStringList(s("Доступно новое обновление Orvana Team") + s(version)));
-            QTRY_COMPARE(all().size(), 3);
+            QTRY_COMPARE(popupForms().size(), 3);
             const auto isTaken = [](int place) {
-                const auto popups = all();
+                const auto popups = popupForms();
                 return std::any_of(popups.cbegin(), popups.cend(),
                                    [place](const auto *each) { return each->pos() == slot(place); });
             };
@@ -314,7 +280,7 @@ private slots:
         QCOMPARE(form->graphicsEffect(), fade);
         QVERIFY(m_host->opened.isEmpty());
         QVERIFY(closed.wait());
-        QTRY_VERIFY(all().isEmpty());
+        QTRY_VERIFY(popupForms().isEmpty());
         QCOMPARE(closed.count(), 1);
     }
 
@@ -347,10 +313,10 @@ private slots:
         constexpr int count = 500;
         for (int i = 0; i < count; ++i)
             add(QString::number(i), TaskAdded, QString::number(i));
-        QCOMPARE(all().size(), count);
+        QCOMPARE(popupForms().size(), count);
         QCOMPARE(shown().size(), 4);
         int windows = 0;
-        const QList<NotificationForm *> popups = all();
+        const QList<NotificationForm *> popups = popupForms();
         for (const NotificationForm *form : popups)
             windows += form->children().isEmpty() ? 0 : 1;
         QCOMPARE(windows, 4);

@@ -5,7 +5,6 @@
 #include "service/activitycache.h"
 
 #include <QImage>
-#include <QProcess>
 
 #include <unistd.h>
 

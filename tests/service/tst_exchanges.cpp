@@ -1,9 +1,6 @@
 #include "offlineclient.h"
 #include "rows.h"
 
-#include <QDir>
-#include <QtTest>
-
 class TestExchanges final : public QObject
 {
     Q_OBJECT

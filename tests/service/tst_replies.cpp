@@ -2,11 +2,6 @@
 #include "rows.h"
 #include "update/orvanaupdate.h"
 
-#include <QDir>
-#include <QMetaEnum>
-#include <QTextCodec>
-#include <QtTest>
-
 namespace {
 
 constexpr int kStages = 9; // 1 to 7, and on both sides one that there is not

@@ -1,10 +1,6 @@
 #include "offlineclient.h"
 #include "rows.h"
 
-#include <QDir>
-#include <QFileInfo>
-#include <QtTest>
-
 namespace {
 
 const QString kUser = s("user@host");

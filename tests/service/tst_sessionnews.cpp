@@ -1,9 +1,6 @@
 #include "offlineclient.h"
 #include "rows.h"
 
-#include <QSignalSpy>
-#include <QtTest>
-
 namespace {
 
 const QString kTasksFile = s("user/tasks.ini");

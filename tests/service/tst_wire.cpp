@@ -4,9 +4,6 @@
 #include "service/requestbody.h"
 
 #include <QImage>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QPushButton>
 
 using localservice::Fault;

@@ -2,17 +2,10 @@
 
 #include "app/buildvalues.h"
 #include "localservice/server.h"
-#include "notifications/notificationform.h"
-#include "notifications/notificationmanager.h"
+#include "popups.h"
+#include "rows.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
-#include "texts.h"
-
-#include <QApplication>
-#include <QDir>
-#include <QTemporaryDir>
-#include <QTextEdit>
-#include <QtTest>
 
 #include <memory>
 
@@ -66,17 +59,7 @@ public:
     QStringList records() const { return cacheFolder().entryList({s("json*")}, QDir::Files, QDir::Name); }
     QStringList pictures() const { return cacheFolder().entryList({s("*.jpg")}, QDir::Files); }
 
-    // Texts of the popups, shown and waiting.
-    static QStringList popups()
-    {
-        QStringList texts;
-        const QWidgetList widgets = QApplication::topLevelWidgets();
-        for (const QWidget *widget : widgets) {
-            if (const auto *message = widget->findChild<QTextEdit *>(s("leMessage")))
-                texts.append(message->toPlainText());
-        }
-        return texts;
-    }
+    static QStringList popups() { return textsOf(popupForms()); }
 
     static constexpr int waitLimit = 10000; // ms
 

@@ -5,8 +5,6 @@
 #include "texts.h"
 #include "ui/mainform.h"
 
-#include <QFile>
-#include <QMap>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 
@@ -78,19 +76,7 @@ public:
 
     static void dropPopups() { NotificationManager::instance()->destroy(); }
 
-    /// What the popups on the screen say, from the top down.
-    static QStringList popupTexts()
-    {
-        QMap<int, QString> byPlace;
-        const QWidgetList windows = QApplication::topLevelWidgets();
-        for (const QWidget *window : windows) {
-            const auto *popup = qobject_cast<const NotificationForm *>(window);
-            if (popup && popup->isVisible())
-                byPlace.insert(popup->getPosition(),
-                               popup->findChild<QTextEdit *>(s("leMessage"))->toPlainText());
-        }
-        return byPlace.values();
-    }
+    static QStringList popupTexts() { return textsOf(shownPopups()); }
 
     template <typename T>
     T *child(const char *name) const

@@ -3,7 +3,6 @@
 #include "windowbench.h"
 
 #include <QAction>
-#include <QBuffer>
 #include <QGuiApplication>
 #include <QLabel>
 #include <QPushButton>

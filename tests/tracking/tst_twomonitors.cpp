@@ -3,7 +3,6 @@
 
 #include <QGuiApplication>
 #include <QPainter>
-#include <QProcess>
 #include <QRasterWindow>
 #include <QScreen>
 #include <QtTest>

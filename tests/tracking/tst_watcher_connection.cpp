@@ -1,14 +1,8 @@
 #include "rows.h"
 #include "tracking/x11_useractivitywatcher.h"
 
-#include <QElapsedTimer>
-#include <QFile>
-#include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <QTemporaryDir>
-#include <QTest>
-#include <QTimer>
 
 #include <memory>
 

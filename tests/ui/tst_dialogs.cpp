@@ -11,7 +11,6 @@
 #include <QPushButton>
 #include <QTextCharFormat>
 #include <QTimeEdit>
-#include <QTimer>
 #include <QToolButton>
 
 namespace {

@@ -9,7 +9,6 @@
 #include <QAction>
 #include <QLabel>
 #include <QLineEdit>
-#include <QProcess>
 #include <QPushButton>
 #include <QSystemTrayIcon>
 #include <QTextDocument>

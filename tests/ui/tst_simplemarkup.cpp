@@ -4,7 +4,6 @@
 
 #include <QTextBlock>
 #include <QTextDocument>
-#include <QtTest>
 
 class SimpleMarkupTest final : public QObject
 {

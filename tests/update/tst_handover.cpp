@@ -4,9 +4,6 @@
 
 #include "update/orvanaupdate.h"
 
-#include <QProcess>
-#include <QSettings>
-
 // The hand-over to the updater, with stand-ins for the programs it goes through.
 class TestHandover final : public QObject
 {

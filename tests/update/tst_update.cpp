@@ -2,9 +2,6 @@
 #include "rows.h"
 #include "update/orvanaupdate.h"
 
-#include <QDir>
-#include <QtTest>
-
 namespace {
 
 const QString kFile = s("update.json");
