@@ -118,38 +118,27 @@ class WatcherTest final : public QObject
 private slots:
     void cleanup() { QFile::remove(systemConfigFile()); }
 
-    void tellsNewInputFromOld_data()
+    void tellsNewInputFromOld()
     {
         struct Reading
         {
             int before, after, idle;
             bool isNew;
         };
-        const auto row = [](const char *name, const std::vector<Reading> &readings) {
-            QVector<int> numbers;
-            for (const Reading &reading : readings)
-                numbers << reading.before << reading.after << reading.idle << reading.isNew;
-            QTest::newRow(name) << numbers;
-        };
-        QTest::addColumn<QVector<int>>("numbers");
-        row("the first reading never counts", {{0, 0, 0, false}});
-        row("input at the reading is not counted twice",
-            {{0, 0, 500, false}, {1000, 1000, 0, true}, {2000, 2000, 999, false}, {3000, 3000, 1998, false}});
-        row("a slow answer does not make old input new",
-            {{0, 0, 100, false}, {1000, 1400, 1100, false}, {2000, 2000, 2099, false}});
-        row("a late reading counts once",
-            {{0, 0, 500, false}, {9000, 9000, 4000, true}, {10000, 10000, 5000, false}});
-    }
-
-    void tellsNewInputFromOld()
-    {
-        QFETCH(QVector<int>, numbers);
+        const std::vector<Reading> rows[] = {
+            {{0, 0, 0, false}}, // the first one never counts
+            // Input at the reading is not counted twice.
+            {{0, 0, 500, false}, {1000, 1000, 0, true}, {2000, 2000, 999, false}, {3000, 3000, 1998, false}},
+            // A slow answer does not make old input new, a late one counts once.
+            {{0, 0, 100, false}, {1000, 1400, 1100, false}, {2000, 2000, 2099, false}},
+            {{0, 0, 500, false}, {9000, 9000, 4000, true}, {10000, 10000, 5000, false}}};
         using Milliseconds = InputMeter::Milliseconds;
-        InputMeter meter;
-        for (int i = 0; i < numbers.size(); i += 4) {
-            const bool isNew = meter.isNewInput(Milliseconds(numbers[i]), Milliseconds(numbers[i + 1]),
-                                                Milliseconds(numbers[i + 2]));
-            QVERIFY2(isNew == bool(numbers[i + 3]), qPrintable(s("reading %1").arg(i / 4)));
+        for (const std::vector<Reading> &row : rows) {
+            InputMeter meter;
+            for (const Reading &each : row)
+                QCOMPARE(meter.isNewInput(Milliseconds(each.before), Milliseconds(each.after),
+                                          Milliseconds(each.idle)),
+                         each.isNew);
         }
     }
 

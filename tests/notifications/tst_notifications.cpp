@@ -13,10 +13,6 @@ namespace {
 constexpr int kWidth = 179;
 constexpr int kHeight = 107;
 const QRect kArea(40, 30, 700, 500); // four popups below a window of 60
-const NotificationType kAllKinds[] = {Plain,       TeamAdded,     TeamLeft,         TaskAdded,
-                                      TaskGone,    CommentAdded,  UpdateAvailable,  DeadlineChanged,
-                                      TaskBlocked, TaskUnblocked, BlockingTaskAdded};
-
 class Host final : public NotificationHost
 {
 public:
@@ -162,10 +158,11 @@ private slots:
     {
         m_host->area.setHeight(2000);
         QStringList staying;
-        for (const NotificationType kind : kAllKinds) {
-            add(QString::number(kind), kind);
-            if (popup(NotificationForm::getMessage(QString::number(kind), kind))->isPermanentNotification())
-                staying.append(NotificationForm::getMessage(QString::number(kind), kind));
+        for (int kind = Plain; kind <= BlockingTaskAdded; ++kind) {
+            const auto type = static_cast<NotificationType>(kind);
+            add(QString::number(kind), type);
+            if (shownPopups().last()->isPermanentNotification())
+                staying.append(NotificationForm::getMessage(QString::number(kind), type));
         }
         QCOMPARE(shown().size(), 11);
         QTRY_COMPARE_WITH_TIMEOUT(shown(), staying, 10000);
@@ -233,17 +230,6 @@ private slots:
         QVERIFY(m_host->changes > 0);
     }
 
-    void fadingOnesAreNotHidden()
-    {
-        addLetters("abc");
-        popup(s("b"))->closeNotification();
-        manager()->hideAll();
-        QCOMPARE(shown(), letters("b"));
-        // When it is gone, the first that waits takes its place.
-        QTRY_COMPARE(shown(), letters("a"));
-        QTRY_COMPARE(popup(s("a"))->pos(), slot(0));
-    }
-
     void updateButtons()
     {
         const auto click = [this](const char *button, bool installed) {
@@ -284,6 +270,21 @@ private slots:
         QCOMPARE(closed.count(), 1);
     }
 
+    void fadingOnesAreNotHidden()
+    {
+        addLetters("ab");
+        popup(s("b"))->closeNotification();
+        manager()->hideAll();
+        QCOMPARE(shown(), letters("b"));
+        // When it is gone, the one that waits takes its place.
+        QTRY_COMPARE(shown(), letters("a"));
+        QTRY_COMPARE(popup(s("a"))->pos(), slot(0));
+        // Nothing fits any more.
+        m_host->area.setHeight(kHeight);
+        addLetters("c");
+        QVERIFY(manager()->hasVisibleNotifications() && shown() == letters("a"));
+    }
+
     void hostComesAndGoes()
     {
         manager()->setMainForm(nullptr);
@@ -297,15 +298,6 @@ private slots:
         QVERIFY(m_host->opened.isEmpty());
         QTRY_VERIFY(shown().isEmpty());
         manager()->repaint();
-    }
-
-    void nothingFits()
-    {
-        m_host->area.setHeight(kHeight);
-        addLetters("a");
-        QVERIFY(shown().isEmpty() && manager()->hasVisibleNotifications());
-        manager()->toggleVisible();
-        QCOMPARE(shown(), letters("a"));
     }
 
     void hundredsStayCheap()

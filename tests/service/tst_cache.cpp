@@ -87,88 +87,64 @@ private slots:
         QVERIFY(client.session()->isOnline());
     }
 
-    void outageKinds_data()
-    {
-        addColumns<int, QByteArray, bool>("status", "body", "staysOnline"); // without a status: no answer
-        QTest::newRow("connection closed") << 0 << QByteArray() << false;
-        QTest::newRow("503 that says ok") << 503 << QByteArray("{\"status\":\"ok\"}") << false;
-        QTest::newRow("401") << 401 << QByteArray() << false;
-        QTest::newRow("redirection") << 302 << QByteArray() << true;
-        QTest::newRow("bare ok") << 200 << QByteArray("ok") << true;
-        QTest::newRow("truncated") << 200 << QByteArray("{\"status\":\"o") << true;
-    }
-
     void outageKinds()
     {
-        QFETCH(int, status);
-        QFETCH(QByteArray, body);
-        QFETCH(bool, staysOnline);
-        TestClient client;
-        QVERIFY(client.logIn());
-        client.server.setFault(s("/api_active2"),
-                               status == 0 ? Fault::refuse() : Fault::answer(status, body));
-        for (int minute = 0; minute < 3; ++minute)
-            client.orvana->sendTaskActivity(minute);
-        QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
-        QCOMPARE(client.session()->isOnline(), staysOnline);
-        QCOMPARE(client.records().size(), 3);
-        QVERIFY(client.server.reports().isEmpty());
-
-        client.server.clearFaults();
-        client.orvana->sendTaskActivity(3);
-        QTRY_COMPARE(client.server.reports().size(), 4);
-        QTRY_VERIFY(client.records().isEmpty());
-    }
-
-    void ageGrows_data()
-    {
-        addColumns<int, QString, qint64>("secondsAgo", "storedPast", "expected"); // -1: refused
-        QTest::newRow("seven and a half minutes") << 450 << "0" << qint64(450);
-        QTest::newRow("aged before") << 60 << "30" << qint64(90);
-        QTest::newRow("no number") << 60 << "x" << qint64(60);
-        QTest::newRow("from the future") << -10 << "0" << (qint64(1) << 32) - 10;
-        QTest::newRow("absurd") << 60 << "9223372036854775807" << qint64(-1);
+        const std::tuple<Fault, bool> rows[] = {
+            {Fault::refuse(), false},         {Fault::answer(503, "{\"status\":\"ok\"}"), false},
+            {Fault::answer(401), false},      {Fault::answer(302), true},
+            {Fault::answer(200, "ok"), true}, {Fault::answer(200, "{\"status\":\"o"), true}};
+        for (const auto &[fault, staysOnline] : rows) {
+            TestClient client;
+            QVERIFY(client.logIn());
+            client.server.setFault(s("/api_active2"), fault);
+            for (int minute = 0; minute < 3; ++minute)
+                client.orvana->sendTaskActivity(minute);
+            QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
+            QCOMPARE(client.session()->isOnline(), staysOnline);
+            QCOMPARE(client.records().size(), 3);
+            QVERIFY(client.server.reports().isEmpty());
+            client.server.clearFaults();
+            client.orvana->sendTaskActivity(3);
+            QTRY_COMPARE(client.server.reports().size(), 4);
+            QTRY_VERIFY(client.records().isEmpty());
+        }
     }
 
     void ageGrows()
     {
-        QFETCH(int, secondsAgo);
-        QFETCH(QString, storedPast);
-        QFETCH(qint64, expected);
-        TestClient client;
-        QVERIFY(client.logIn());
-        plant(client, s("json1"), record(client, stamp(secondsAgo), {{s("past"), storedPast}}));
-        client.orvana->sendCachedActivity();
-        QTRY_COMPARE(client.server.requestsTo(s("/api_active2")).size(), 1);
-        QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
-        QCOMPARE(client.server.reports().size(), expected < 0 ? 0 : 1);
-        if (expected < 0)
-            return;
-        const qint64 past = client.server.reports().constFirst().pastSeconds;
-        QVERIFY2(past >= expected && past <= expected + 5, qPrintable(QString::number(past)));
-    }
-
-    void badRecords_data()
-    {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::newRow("empty") << QByteArray();
-        QTest::newRow("no address") << QByteArray("{\"version\":\"0.1\",\"body\":{}}");
-        QTest::newRow("deep") << QByteArray(200000, '{');
-        QTest::newRow("huge") << QByteArray(3 * 1024 * 1024, 'x');
+        const std::tuple<int, const char *, qint64> rows[] = {
+            {450, "0", 450},
+            {60, "30", 90},
+            {60, "x", 60},
+            {-10, "0", (qint64(1) << 32) - 10}, // from the future
+            {60, "9223372036854775807", -1}}; // the service refuses it
+        for (const auto &[secondsAgo, storedPast, expected] : rows) {
+            TestClient client;
+            QVERIFY(client.logIn());
+            plant(client, s("json1"), record(client, stamp(secondsAgo), {{s("past"), s(storedPast)}}));
+            client.orvana->sendCachedActivity();
+            QTRY_COMPARE(client.server.requestsTo(s("/api_active2")).size(), 1);
+            QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
+            QCOMPARE(client.server.reports().size(), expected < 0 ? 0 : 1);
+            const qint64 past = expected < 0 ? expected : client.server.reports().constFirst().pastSeconds;
+            QVERIFY2(past >= expected && past <= expected + 5, qPrintable(QString::number(past)));
+        }
     }
 
     void badRecords()
     {
-        QFETCH(QByteArray, bytes);
-        TestClient client;
-        QVERIFY(client.logIn());
-        for (int i = 0; i < 300; ++i)
-            plant(client, s("jsonbad%1").arg(i), i == 0 ? bytes : bytes.left(100));
-        plant(client, s("jsongood"), record(client, stamp(5)));
-        client.orvana->sendCachedActivity();
-        QTRY_COMPARE(client.server.reports().size(), 1);
-        QTRY_VERIFY(client.records().isEmpty());
-        QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
+        for (const QByteArray &bytes : {QByteArray(), QByteArray("{\"version\":\"0.1\",\"body\":{}}"),
+                                        QByteArray(200000, '{'), QByteArray(3 * 1024 * 1024, 'x')}) {
+            TestClient client;
+            QVERIFY(client.logIn());
+            for (int i = 0; i < 300; ++i)
+                plant(client, s("jsonbad%1").arg(i), i == 0 ? bytes : bytes.left(100));
+            plant(client, s("jsongood"), record(client, stamp(5)));
+            client.orvana->sendCachedActivity();
+            QTRY_COMPARE(client.server.reports().size(), 1);
+            QTRY_VERIFY(client.records().isEmpty());
+            QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
+        }
     }
 
     void refusedRecordDoesNotBlockTheOthers()

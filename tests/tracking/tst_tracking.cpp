@@ -55,46 +55,37 @@ private slots:
         }
     }
 
-    void minuteIsReported_data()
-    {
-        addColumns<QVector<int>, int>("eventsBySlice", "active");
-        QTest::newRow("nothing") << QVector<int>(10, 0) << 0;
-        QTest::newRow("some slices") << QVector<int>{1, 0, 0, 2, 0, 50, 0, 0, 0, 1} << 4;
-        QTest::newRow("every slice") << QVector<int>(10, 3) << 10;
-    }
-
     void minuteIsReported()
     {
-        QFETCH(QVector<int>, eventsBySlice);
-        QFETCH(int, active);
         // What came before the start is not of this minute.
         emit UserActivityWatcher::instance()->wasActivity();
         press("pbPlay");
-        for (int second = 0; second < 60; ++second)
-            m_bench->form->clock();
-        for (int i = 0; i < eventsBySlice.size(); ++i) {
-            QCOMPARE(m_bench->orvana()->pendingActivityRequests(), 0);
-            slice(eventsBySlice.at(i));
+        int minutes = 0;
+        int activeMinutes = 0;
+        for (const QByteArray &slices :
+             {QByteArray("0000000000"), QByteArray("1002090001"), QByteArray("3333333333")}) {
+            for (int second = 0; second < 60; ++second)
+                m_bench->form->clock();
+            for (const char events : slices) {
+                QCOMPARE(m_bench->orvana()->pendingActivityRequests(), 0);
+                slice(events - '0');
+            }
+            const int active = 10 - slices.count('0');
+            activeMinutes += active > 0 ? 1 : 0;
+            ++minutes;
+            QTRY_COMPARE(m_bench->server().reports().size(), minutes);
+            const localservice::ActivityReport report = m_bench->server().reports().constLast();
+            QCOMPARE(report.active, active);
+            QCOMPARE(report.email, TestClient::anna());
+            QCOMPARE(report.teamId + report.taskId, kTeam + kTask);
+            // One active slice makes the whole minute active; without any, the clock that
+            // ran on by seconds falls back.
+            QCOMPARE(countedWorktime(), QTime(0, minutes));
+            QCOMPARE(m_bench->session()->todayActiveTime(), QTime(0, activeMinutes));
+            QCOMPARE(m_bench->session()->todayActiveTimeDisplayed(), QTime(0, activeMinutes));
+            QCOMPARE(m_bench->session()->todayActiveTime(kTask), QTime(0, activeMinutes));
+            QVERIFY(m_bench->settle());
         }
-        QTRY_COMPARE(m_bench->server().reports().size(), 1);
-        const localservice::ActivityReport report = m_bench->server().reports().constFirst();
-        QCOMPARE(report.active, active);
-        QCOMPARE(report.email, TestClient::anna());
-        QCOMPARE(report.teamId, kTeam);
-        QCOMPARE(report.taskId, kTask);
-
-        // One active slice makes the whole minute active; without any, the clock that
-        // ran on by seconds falls back.
-        const QTime minuteOrNone(0, active > 0 ? 1 : 0);
-        QCOMPARE(countedWorktime(), QTime(0, 1));
-        QCOMPARE(m_bench->session()->todayActiveTime(), minuteOrNone);
-        QCOMPARE(m_bench->session()->todayActiveTimeDisplayed(), active > 0 ? QTime(0, 1) : QTime(0, 0));
-        QCOMPARE(m_bench->session()->todayActiveTime(kTask), minuteOrNone);
-
-        // The next minute begins at nothing.
-        minute(4);
-        QTRY_COMPARE(m_bench->server().reports().size(), 2);
-        QCOMPARE(m_bench->server().reports().constLast().active, 4);
     }
 
     void unfinishedMinuteIsDropped()
@@ -135,41 +126,31 @@ private slots:
         QCOMPARE(countedWorktime(), QTime(0, 1));
     }
 
-    void pictures_data()
-    {
-        // s: start, p: stop, d: the period ends, m: a minute
-        addColumns<QByteArray, int, bool>("steps", "shots", "periodRuns");
-        QTest::newRow("not due") << QByteArray("smmm") << 0 << true;
-        QTest::newRow("taken once") << QByteArray("sdmmm") << 1 << true;
-        QTest::newRow("each period") << QByteArray("sdmmdm") << 2 << true;
-        QTest::newRow("a stop forgets the period") << QByteArray("smpsm") << 0 << true;
-        QTest::newRow("due before a stop, taken after it") << QByteArray("sdpsm") << 1 << true;
-    }
-
     void pictures()
     {
-        QFETCH(QByteArray, steps);
-        QFETCH(int, shots);
-        for (const char step : steps) {
-            switch (step) {
-            case 's':
-            case 'p':
-                press("pbPlay");
-                break;
-            case 'd':
-                m_bench->form->screenshotTimeout();
-                break;
-            default:
-                minute();
-                // Two pictures of one second would share a name.
-                QVERIFY(m_bench->settle());
+        // s: start, p: stop, d: the period ends, m: a minute; whether the period runs then, and the pictures.
+        const std::tuple<const char *, bool, int> rows[] = {{"smmm", true, 0},   {"sdmmm", true, 1},
+                                                            {"sdmmdm", true, 2}, {"smpsm", true, 0},
+                                                            {"sdps", false, 0},  {"sdpsm", true, 1}};
+        for (const auto &[steps, periodRuns, shots] : rows) {
+            cleanup();
+            init();
+            for (const char step : QByteArray(steps)) {
+                if (step == 'd') {
+                    m_bench->form->screenshotTimeout();
+                } else if (step == 'm') {
+                    minute();
+                    // Two pictures of one second would share a name.
+                    QVERIFY(m_bench->settle());
+                } else {
+                    press("pbPlay");
+                }
             }
+            QVERIFY2(runs("screenshotTimer") == periodRuns, steps);
+            QVERIFY(m_bench->settle());
+            QCOMPARE(m_bench->server().screenshots().size(), shots);
+            QCOMPARE(m_bench->server().reports().size(), QByteArray(steps).count('m'));
         }
-        QTEST(runs("screenshotTimer"), "periodRuns");
-        QTRY_COMPARE(m_bench->server().screenshots().size(), shots);
-        QVERIFY(m_bench->settle());
-        QCOMPARE(m_bench->server().screenshots().size(), shots);
-        QCOMPARE(m_bench->server().reports().size(), steps.count('m'));
     }
 
     void controls()
@@ -204,82 +185,62 @@ private slots:
         QCOMPARE(m_bench->server().reports().constFirst().active, 1);
     }
 
-    void taskThatIsGone_data()
-    {
-        addColumns<QString, bool, QString, QStringList>("gone", "tracking", "taskAfter", "announced");
-        const QString goneText = s("Задача \"%1\" более недоступна");
-        const QString current = goneText.arg(s("Ответить на письма читателей"));
-        QTest::newRow("current, tracking")
-            << kTask << true << QString() << QStringList{current, s("Запись активности остановлена!")};
-        QTest::newRow("current, stopped") << kTask << false << QString() << QStringList{current};
-        QTest::newRow("another, tracking")
-            << kOtherTask << true << kTask << QStringList{goneText.arg(s("Статья о выборе велосипеда"))};
-    }
-
     void taskThatIsGone()
     {
-        QFETCH(QString, gone);
-        QFETCH(bool, tracking);
-        QFETCH(QString, taskAfter);
-        if (tracking)
-            press("pbPlay");
-        m_bench->server().edit([&gone](localservice::World &world) { world.removeTask(gone); });
+        const QString gone = s("Задача \"%1\" более недоступна");
+        press("pbPlay");
+        m_bench->server().edit([](localservice::World &world) { world.removeTask(kOtherTask); });
         QVERIFY(m_bench->refresh());
-        QCOMPARE(m_bench->session()->currentTaskID(), taskAfter);
-        QTEST(WindowBench::popupTexts(), "announced");
-        verifyTracking(tracking && !taskAfter.isEmpty());
-    }
-
-    void blockingTask_data()
-    {
-        addColumns<QString, QString, bool>("blocked", "block", "keepsTask");
-        QTest::newRow("another task blocks") << kOtherTask << s("1") << false;
-        QTest::newRow("the current task blocks") << kTask << s("1") << true;
+        QCOMPARE(WindowBench::popupTexts(), QStringList{gone.arg(s("Статья о выборе велосипеда"))});
+        verifyTracking(true);
+        WindowBench::dropPopups();
+        m_bench->server().edit([](localservice::World &world) { world.removeTask(kTask); });
+        QVERIFY(m_bench->refresh());
+        QCOMPARE(
+            WindowBench::popupTexts(),
+            (QStringList{gone.arg(s("Ответить на письма читателей")), s("Запись активности остановлена!")}));
+        QCOMPARE(m_bench->session()->currentTaskID(), QString());
+        verifyTracking(false);
     }
 
     void blockingTask()
     {
-        QFETCH(QString, blocked);
-        QFETCH(QString, block);
-        QFETCH(bool, keepsTask);
         press("pbPlay");
-        m_bench->server().edit([&](localservice::World &world) { world.setBlock(blocked, block); });
+        m_bench->server().edit([](localservice::World &world) { world.setBlock(kTask, s("1")); });
         QVERIFY(m_bench->refresh());
-        QCOMPARE(m_bench->session()->currentTaskID(), keepsTask ? kTask : QString());
-        verifyTracking(keepsTask);
-        QCOMPARE(m_bench->child<QPushButton>("pbPlay")->isCheckable(), keepsTask);
-    }
-
-    void restart_data()
-    {
-        addColumns<bool, bool, bool>("tracking", "blockedMeanwhile", "resumes");
-        QTest::newRow("was tracking") << true << false << true;
-        QTest::newRow("was stopped") << false << false << false;
-        QTest::newRow("was tracking what may not be tracked now") << true << true << false;
+        QCOMPARE(m_bench->session()->currentTaskID(), kTask);
+        verifyTracking(true);
+        m_bench->server().edit([](localservice::World &world) {
+            world.setBlock(kTask, s("0"));
+            world.setBlock(kOtherTask, s("1"));
+        });
+        QVERIFY(m_bench->refresh());
+        QCOMPARE(m_bench->session()->currentTaskID(), QString());
+        verifyTracking(false);
+        QVERIFY(!m_bench->child<QPushButton>("pbPlay")->isCheckable());
     }
 
     void restart()
     {
-        QFETCH(bool, tracking);
-        QFETCH(bool, blockedMeanwhile);
-        if (tracking)
-            press("pbPlay");
-        m_bench->form.reset();
-        if (blockedMeanwhile) {
-            m_bench->server().edit([](localservice::World &world) { world.setBlock(kOtherTask, s("1")); });
-            QVERIFY(m_bench->refresh());
-        }
-        m_bench->restartWithoutWindow();
-        QCOMPARE(m_bench->session()->isActive(), tracking);
-        QVERIFY(m_bench->openWindow());
-        QFETCH(bool, resumes);
-        verifyTracking(resumes);
-        QCOMPARE(m_bench->session()->currentTaskID(), blockedMeanwhile ? QString() : kTask);
-        if (!resumes)
-            return;
+        const auto startAgain = [this](bool tracks) {
+            m_bench->form.reset();
+            m_bench->restartWithoutWindow();
+            QVERIFY(m_bench->openWindow());
+            verifyTracking(tracks);
+        };
+        startAgain(false);
+        press("pbPlay");
+        startAgain(true);
         minute(7);
         QTRY_COMPARE(m_bench->server().reports().size(), 1);
         QCOMPARE(m_bench->server().reports().constFirst().active, 7);
+        // What was tracked may not be tracked now.
+        m_bench->form.reset();
+        m_bench->server().edit([](localservice::World &world) { world.setBlock(kOtherTask, s("1")); });
+        QVERIFY(m_bench->refresh());
+        QVERIFY(m_bench->session()->isActive());
+        startAgain(false);
+        QCOMPARE(m_bench->session()->currentTaskID(), QString());
     }
 
     void accountChangeDropsTicks()

@@ -114,35 +114,25 @@ private slots:
         QVERIFY(accepted.wait());
     }
 
-    void secondRequestIsHeldBack()
+    void onlyOneRequestUnderWay()
     {
         m_bench->server().setFault(kLoginPath, Fault::hang());
         typeAccount();
-        QTest::keyClick(password(), Qt::Key_Return);
-        QVERIFY(!enter()->isEnabled());
-        QTest::keyClick(password(), Qt::Key_Return);
+        for (int i = 0; i < 2; ++i)
+            QTest::keyClick(password(), Qt::Key_Return);
         QTest::keyClick(email(), Qt::Key_Enter);
         pressEnter();
         QTRY_COMPARE(checks(), 1);
-        QSignalSpy accepted(m_form.get(), &QDialog::accepted);
-        m_bench->server().clearFaults();
-        QVERIFY(accepted.wait());
-        QCOMPARE(checks(), 1);
-    }
-
-    void closedWhileUnanswered()
-    {
-        m_bench->server().setFault(kLoginPath, Fault::hang());
-        typeAccount();
-        pressEnter();
+        QVERIFY(!enter()->isEnabled());
+        // Closed meanwhile, it stays closed.
         QSignalSpy rejected(m_form.get(), &QDialog::rejected);
         QTest::keyClick(m_form.get(), Qt::Key_Escape);
         QCOMPARE(rejected.count(), 1);
-        QCOMPARE(m_form->result(), int(QDialog::Rejected));
         QSignalSpy answered(m_bench->orvana(), &Orvana::loginOk);
         m_bench->server().clearFaults();
         QVERIFY(answered.wait());
         QVERIFY(!m_form->isVisible());
+        QCOMPARE(checks(), 1);
         // The cross is the same.
         m_form->show();
         QTest::mouseClick(child<QPushButton>("pbClose"), Qt::LeftButton);
