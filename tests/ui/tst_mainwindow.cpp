@@ -90,7 +90,13 @@ private slots:
         verify("trayActive_attention");
         WindowBench::dropPopups();
         verify("trayActive");
-        QVERIFY(tray->toolTip().startsWith(s("Идёт запись")));
+        QVERIFY(tray->toolTip().startsWith(s("Идёт запись")) && !tray->toolTip().contains(s("отправки")));
+        m_bench->server().setOutage(localservice::Outage::Unavailable);
+        for (int i = 0; i < 2; ++i)
+            m_bench->orvana()->sendTaskActivity(1);
+        QVERIFY(m_bench->settle());
+        m_bench->form->updateTrayIcon();
+        QVERIFY2(tray->toolTip().contains(s("\n2 отчёта ждут отправки с ")), qPrintable(tray->toolTip()));
     }
 
     void withAndWithoutTask()
