@@ -1,14 +1,10 @@
+#include "knownuser.h"
 #include "localservice/server.h"
+#include "rows.h"
 
-#include <QDir>
-#include <QFile>
 #include <QHostAddress>
-#include <QProcess>
-#include <QSettings>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <QTemporaryDir>
-#include <QtTest>
 
 #include <csignal>
 #include <memory>
@@ -18,8 +14,8 @@ using localservice::Fault;
 namespace {
 
 constexpr int kPatience = 40000; // ms
-const QString kLoginTitle = QStringLiteral("Авторизация");
-const QString kMainTitle = QStringLiteral("^Orvana$");
+const QString kLoginTitle = s("Авторизация");
+const QString kMainTitle = s("^Orvana$");
 
 } // namespace
 
@@ -29,23 +25,175 @@ class TestProgram final : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
-    void logsInByKeyboard();
-    void secondInstanceIsRefused();
-    void startsAfterACrash();
-    void cleanForgetsEverything_data();
-    void cleanForgetsEverything();
-    void watcherMissing_data();
-    void watcherMissing();
-    void loginClosed();
-    void terminatedLikeTheExitAction_data();
-    void terminatedLikeTheExitAction();
-    void restartResumesTracking();
-    void outageThenRestartLosesNothing();
-    void logFile_data();
-    void logFile();
-    void foreignStorageIsRefused();
+    void init()
+    {
+        m_box = std::make_unique<QTemporaryDir>();
+        m_server = std::make_unique<localservice::Server>();
+        QVERIFY(m_server->start());
+        m_watcher = std::make_unique<QTcpServer>();
+        QVERIFY(m_watcher->listen(QHostAddress::LocalHost));
+        QSettings config(m_box->filePath(s("orvanx.conf")), QSettings::IniFormat);
+        config.setValue(s("watcher-port"), m_watcher->serverPort());
+    }
+
+    void cleanup()
+    {
+        m_server.reset();
+        m_watcher.reset();
+        m_box.reset();
+    }
+
+    void logsInByKeyboard()
+    {
+        auto run = start();
+        activate(kLoginTitle);
+        press(s("Escape"));
+        QVERIFY(endedWith(*run, 0));
+        run = start();
+        activate(kLoginTitle);
+        type(s("anna@orvana.example"));
+        press(s("Tab"));
+        type(s("wrong"));
+        press(s("Return"));
+        QTRY_COMPARE_WITH_TIMEOUT(m_server->requestsTo(s("/api_teams")).size(), 1, kPatience);
+        press(s("ctrl+a"));
+        type(s("orvana"));
+        // The button is off until the refusal has arrived.
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                press(s("Return"));
+                return !windowNamed(kMainTitle).isEmpty();
+            },
+            kPatience));
+        QTRY_VERIFY_WITH_TIMEOUT(windowNamed(kLoginTitle).isEmpty(), kPatience);
+        QTRY_VERIFY_WITH_TIMEOUT(!m_server->requestsTo(s("/api_teams_tasks")).isEmpty(), kPatience);
+        run->process.terminate();
+        QVERIFY(endedWith(*run, 0));
+        QCOMPARE(QSettings(file(s("config.ini")), QSettings::IniFormat).value(s("lastLogin")),
+                 QVariant(s("anna@orvana.example")));
+    }
+
+    void secondInstanceIsRefused()
+    {
+        leaveKnownUser(m_box->path(), false);
+        const auto first = start();
+        QVERIFY(waitForWindow(kMainTitle));
+        const auto second = start();
+        QVERIFY(waitForWindow(s("^Orvana Team Monitor$")));
+        press(s("Return"));
+        QVERIFY(endedWith(*second, 1));
+        QCOMPARE(first->process.state(), QProcess::Running);
+        first->process.terminate();
+        QVERIFY(ended(*first));
+    }
+
+    void cleanForgetsEverything()
+    {
+        leaveKnownUser(m_box->path(), false);
+        // Only as the first argument, and only in small letters.
+        for (const QStringList &arguments : {texts({"x", "--clean"}), texts({"--Clean"})}) {
+            const auto run = start(arguments);
+            QVERIFY(waitForWindow(kMainTitle));
+            run->process.terminate();
+            QVERIFY(endedWith(*run, 0));
+        }
+        QVERIFY(QFileInfo::exists(storage()));
+        QVERIFY(endedWith(*start(texts({"--clean", "x"})), 0));
+        QVERIFY(!QFileInfo::exists(storage()));
+    }
+
+    void watcherMissing()
+    {
+        m_watcher->close();
+        leaveKnownUser(m_box->path(), false);
+        for (const bool goesOn : {true, false}) {
+            const auto run = start();
+            activate(s("^Ошибка$"));
+            if (!goesOn)
+                press(s("Tab"));
+            press(s("Return"));
+            if (goesOn) {
+                QVERIFY(waitForWindow(kMainTitle));
+                run->process.terminate();
+            }
+            QVERIFY(endedWith(*run, 0));
+        }
+    }
+
+    void terminatedLikeTheExitAction()
+    {
+        leaveKnownUser(m_box->path(), true);
+        for (const int number : {SIGTERM, SIGINT}) {
+            const auto run = start();
+            QVERIFY(waitForWindow(kMainTitle));
+            kill(static_cast<pid_t>(run->process.processId()), number);
+            QVERIFY(endedWith(*run, 0));
+            QFile log(file(s("log.log")));
+            QVERIFY(log.open(QIODevice::ReadOnly));
+            QVERIFY(log.readAll().contains("Exit Orvana Team Monitor OK"));
+            const QSettings session(userFile(s("session.ini")), QSettings::IniFormat);
+            QVERIFY2(session.value(s("active")).toBool(), "the next start goes on tracking");
+            QCOMPARE(session.value(s("taskID")).toString(), s("1702"));
+        }
+    }
+
+    void restartResumesTracking()
+    {
+        leaveKnownUser(m_box->path(), true);
+        const auto run = start({}, s("x20"));
+        QVERIFY(waitForWindow(kMainTitle));
+        QTRY_VERIFY_WITH_TIMEOUT(m_watcher->hasPendingConnections(), kPatience);
+        QTcpSocket *client = m_watcher->nextPendingConnection();
+        QTimer input;
+        connect(&input, &QTimer::timeout, client, [client] { client->write("a"); });
+        input.start(50);
+        QTRY_VERIFY_WITH_TIMEOUT(m_server->reports().size() >= 3, kPatience);
+        const localservice::ActivityReport report = m_server->reports().constLast();
+        QCOMPARE(report.taskId, s("1702"));
+        QCOMPARE(report.teamId, s("17"));
+        QCOMPARE(report.active, 10);
+        QVERIFY(QFile::exists(userFile(s("tasks.ini"))));
+        run->process.kill();
+        QVERIFY(ended(*run));
+    }
+
+    void logFile()
+    {
+        constexpr qint64 limit = 104857600;
+        leaveKnownUser(m_box->path(), false);
+        for (const qint64 size : {limit, limit + 1}) {
+            QFile log(file(s("log.log")));
+            QVERIFY(log.open(QIODevice::WriteOnly | QIODevice::Truncate) && log.resize(size));
+            log.close();
+            const auto run = start();
+            QVERIFY(waitForWindow(kMainTitle));
+            run->process.terminate();
+            QVERIFY(endedWith(*run, 0));
+            run->output += run->process.readAll();
+            const bool isKept = size == limit;
+            QCOMPARE(log.size() > size, isKept);
+            QVERIFY(log.open(QIODevice::ReadOnly) && log.seek(isKept ? size : 0));
+            const QString first = QString::fromUtf8(log.readLine());
+            const QRegularExpression expected(
+                s("^Message\\(0\\) at \\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ: \"Orvana Team Monitor "
+                  "1\\.1\\.0 started\\. "
+                  "Build date: [A-Z][a-z]{2} [ \\d]\\d \\d{4}, \\d\\d:\\d\\d:\\d\\d\"\n$"));
+            QVERIFY2(expected.match(first).hasMatch(), qPrintable(first));
+            QVERIFY2(run->output.contains("\"\n\r"), "standard output ends its lines the other way round");
+            QCOMPARE(log.permissions() & 0x077, QFile::Permissions());
+        }
+    }
+
+    void foreignStorageIsRefused()
+    {
+        QTemporaryDir elsewhere;
+        QVERIFY(QFile::link(elsewhere.path(), storage()));
+        const auto run = start();
+        activate(s("^Orvana Team Monitor$"));
+        press(s("Return"));
+        QVERIFY(endedWith(*run, 1));
+        QVERIFY(QDir(elsewhere.path()).isEmpty());
+    }
 
 private:
     struct Run
@@ -59,32 +207,31 @@ private:
         }
     };
 
-    QString storage() const { return m_box->filePath(QStringLiteral(".orvana")); }
+    QString storage() const { return m_box->filePath(s(".orvana")); }
     QString file(const QString &name) const { return storage() + QLatin1Char('/') + name; }
-    QString userFile(const QString &name) const { return file(QStringLiteral("anna@orvana.example/") + name); }
+    QString userFile(const QString &name) const { return file(s("anna@orvana.example/") + name); }
 
     std::unique_ptr<Run> start(const QStringList &arguments = {}, const QString &speed = QString())
     {
         auto run = std::make_unique<Run>();
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("ORVANA_SERVICE_URL"), m_server->baseUrl());
-        environment.insert(QStringLiteral("ORVANA_STORAGE_ROOT"), m_box->path());
-        environment.insert(QStringLiteral("ORVANA_CONFIG"), m_box->filePath(QStringLiteral("orvanx.conf")));
-        environment.insert(QStringLiteral("TMPDIR"), m_box->path());
+        environment.insert(s("ORVANA_SERVICE_URL"), m_server->baseUrl());
+        environment.insert(s("ORVANA_STORAGE_ROOT"), m_box->path());
+        environment.insert(s("ORVANA_CONFIG"), m_box->filePath(s("orvanx.conf")));
+        environment.insert(s("TMPDIR"), m_box->path());
         run->process.setProcessChannelMode(QProcess::MergedChannels);
         run->process.setWorkingDirectory(m_box->path());
         Run *raw = run.get();
         connect(&run->process, &QProcess::readyRead, this, [raw] { raw->output += raw->process.readAll(); });
         if (!speed.isEmpty()) {
             // Not through the wrapper program: it would stand between us and the process.
-            environment.insert(QStringLiteral("LD_PRELOAD"),
-                               QStringLiteral("/usr/$LIB/faketime/libfaketime.so.1"));
-            environment.insert(QStringLiteral("FAKETIME"), QStringLiteral("+0 ") + speed);
+            environment.insert(s("LD_PRELOAD"), s("/usr/$LIB/faketime/libfaketime.so.1"));
+            environment.insert(s("FAKETIME"), s("+0 ") + speed);
             // A sanitizer's library wants to be the first that is loaded.
-            environment.insert(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0"));
+            environment.insert(s("ASAN_OPTIONS"), s("verify_asan_link_order=0"));
         }
         run->process.setProcessEnvironment(environment);
-        run->process.start(QStringLiteral(ORVANA_EXECUTABLE), arguments);
+        run->process.start(s(ORVANA_EXECUTABLE), arguments);
         return run;
     }
 
@@ -92,11 +239,16 @@ private:
     {
         return run.process.state() == QProcess::NotRunning || run.process.waitForFinished(kPatience);
     }
+    static bool endedWith(Run &run, int code)
+    {
+        return ended(run) && run.process.exitStatus() == QProcess::NormalExit
+            && run.process.exitCode() == code;
+    }
 
     static QByteArray xdotool(const QStringList &arguments)
     {
         QProcess tool;
-        tool.start(QStringLiteral("xdotool"), arguments);
+        tool.start(s("xdotool"), arguments);
         if (!tool.waitForFinished(kPatience))
             tool.kill();
         return tool.readAllStandardOutput().trimmed();
@@ -105,9 +257,7 @@ private:
     static QString windowNamed(const QString &title)
     {
         return QString::fromLatin1(
-            xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"), title})
-                .split('\n')
-                .constFirst());
+            xdotool({s("search"), s("--onlyvisible"), s("--name"), title}).split('\n').constFirst());
     }
 
     static bool waitForWindow(const QString &title)
@@ -115,286 +265,18 @@ private:
         return QTest::qWaitFor([&] { return !windowNamed(title).isEmpty(); }, kPatience);
     }
 
-    static void type(const QString &text) { xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("15"), text}); }
-    static void press(const QString &keys) { xdotool({QStringLiteral("key"), keys}); }
-
-    // A user who is logged in, with a task chosen, as an earlier run left it.
-    void rememberUser(bool active)
+    static void activate(const QString &title)
     {
-        QVERIFY(QDir().mkpath(userFile(QString())));
-        QSettings config(file(QStringLiteral("config.ini")), QSettings::IniFormat);
-        config.setValue(QStringLiteral("lastLogin"), QStringLiteral("anna@orvana.example"));
-        QSettings session(userFile(QStringLiteral("session.ini")), QSettings::IniFormat);
-        session.setValue(QStringLiteral("password"), QStringLiteral("orvana"));
-        session.setValue(QStringLiteral("logged"), true);
-        session.setValue(QStringLiteral("active"), active);
-        session.setValue(QStringLiteral("teamID"), QStringLiteral("17"));
-        session.setValue(QStringLiteral("taskID"), QStringLiteral("1702"));
+        QVERIFY(waitForWindow(title));
+        xdotool({s("windowactivate"), s("--sync"), windowNamed(title)});
     }
-
-    QString logText() const
-    {
-        QFile log(file(QStringLiteral("log.log")));
-        return log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()) : QString();
-    }
+    static void type(const QString &text) { xdotool({s("type"), s("--delay"), s("15"), text}); }
+    static void press(const QString &keys) { xdotool({s("key"), keys}); }
 
     std::unique_ptr<QTemporaryDir> m_box;
     std::unique_ptr<localservice::Server> m_server;
     std::unique_ptr<QTcpServer> m_watcher;
 };
-
-void TestProgram::init()
-{
-    m_box = std::make_unique<QTemporaryDir>();
-    m_server = std::make_unique<localservice::Server>();
-    QVERIFY(m_server->start());
-    m_watcher = std::make_unique<QTcpServer>();
-    QVERIFY(m_watcher->listen(QHostAddress::LocalHost));
-    QSettings config(m_box->filePath(QStringLiteral("orvanx.conf")), QSettings::IniFormat);
-    config.setValue(QStringLiteral("watcher-port"), m_watcher->serverPort());
-}
-
-void TestProgram::cleanup()
-{
-    m_server.reset();
-    m_watcher.reset();
-    m_box.reset();
-}
-
-void TestProgram::logsInByKeyboard()
-{
-    const auto run = start();
-    QVERIFY(waitForWindow(kLoginTitle));
-    xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), windowNamed(kLoginTitle)});
-    type(QStringLiteral("anna@orvana.example"));
-    press(QStringLiteral("Tab"));
-    type(QStringLiteral("wrong"));
-    press(QStringLiteral("Return"));
-    QTRY_COMPARE_WITH_TIMEOUT(m_server->requestsTo(QStringLiteral("/api_teams")).size(), 1, kPatience);
-    press(QStringLiteral("ctrl+a"));
-    type(QStringLiteral("orvana"));
-    // The button is off until the refusal has arrived.
-    QVERIFY(QTest::qWaitFor(
-        [&] {
-            press(QStringLiteral("Return"));
-            return !windowNamed(kMainTitle).isEmpty();
-        },
-        kPatience));
-    QTRY_VERIFY_WITH_TIMEOUT(windowNamed(kLoginTitle).isEmpty(), kPatience);
-    QTRY_VERIFY_WITH_TIMEOUT(!m_server->requestsTo(QStringLiteral("/api_teams_tasks")).isEmpty(), kPatience);
-    run->process.terminate();
-    QVERIFY(ended(*run));
-    QCOMPARE(run->process.exitCode(), 0);
-    QCOMPARE(QSettings(file(QStringLiteral("config.ini")), QSettings::IniFormat).value(QStringLiteral("lastLogin")),
-             QVariant(QStringLiteral("anna@orvana.example")));
-}
-
-void TestProgram::secondInstanceIsRefused()
-{
-    rememberUser(false);
-    const auto first = start();
-    QVERIFY(waitForWindow(kMainTitle));
-    const auto second = start();
-    QVERIFY(waitForWindow(QStringLiteral("^Orvana Team Monitor$")));
-    press(QStringLiteral("Return"));
-    QVERIFY(ended(*second));
-    QCOMPARE(second->process.exitCode(), 1);
-    QCOMPARE(first->process.state(), QProcess::Running);
-    first->process.terminate();
-    QVERIFY(ended(*first));
-}
-
-void TestProgram::startsAfterACrash()
-{
-    rememberUser(false);
-    const auto first = start();
-    QVERIFY(waitForWindow(kMainTitle));
-    first->process.kill();
-    QVERIFY(ended(*first));
-    const auto second = start();
-    QVERIFY(waitForWindow(kMainTitle));
-    second->process.terminate();
-    QVERIFY(ended(*second));
-    QCOMPARE(second->process.exitCode(), 0);
-}
-
-void TestProgram::cleanForgetsEverything_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<bool>("cleans");
-    QTest::newRow("first") << QStringList {QStringLiteral("--clean")} << true;
-    QTest::newRow("first of two") << QStringList {QStringLiteral("--clean"), QStringLiteral("x")} << true;
-    QTest::newRow("second") << QStringList {QStringLiteral("x"), QStringLiteral("--clean")} << false;
-    QTest::newRow("other case") << QStringList {QStringLiteral("--Clean")} << false;
-}
-
-void TestProgram::cleanForgetsEverything()
-{
-    QFETCH(QStringList, arguments);
-    QFETCH(bool, cleans);
-    rememberUser(false);
-    const auto run = start(arguments);
-    if (!cleans) {
-        QVERIFY(waitForWindow(kMainTitle));
-        run->process.terminate();
-    }
-    QVERIFY(ended(*run));
-    QCOMPARE(run->process.exitCode(), 0);
-    QCOMPARE(QFileInfo::exists(storage()), !cleans);
-}
-
-void TestProgram::watcherMissing_data()
-{
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<bool>("goesOn");
-    QTest::newRow("yes") << "Return" << true;
-    QTest::newRow("no") << "Tab Return" << false;
-}
-
-void TestProgram::watcherMissing()
-{
-    QFETCH(QString, key);
-    QFETCH(bool, goesOn);
-    m_watcher->close();
-    rememberUser(false);
-    const auto run = start();
-    QVERIFY(waitForWindow(QStringLiteral("^Ошибка$")));
-    xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), windowNamed(QStringLiteral("^Ошибка$"))});
-    const QStringList keys = key.split(QLatin1Char(' '));
-    for (const QString &each : keys)
-        press(each);
-    if (goesOn) {
-        QVERIFY(waitForWindow(kMainTitle));
-        run->process.terminate();
-    }
-    QVERIFY(ended(*run));
-    QCOMPARE(run->process.exitCode(), 0);
-}
-
-void TestProgram::loginClosed()
-{
-    const auto run = start();
-    QVERIFY(waitForWindow(kLoginTitle));
-    xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), windowNamed(kLoginTitle)});
-    press(QStringLiteral("Escape"));
-    QVERIFY(ended(*run));
-    QCOMPARE(run->process.exitCode(), 0);
-}
-
-void TestProgram::terminatedLikeTheExitAction_data()
-{
-    QTest::addColumn<int>("number");
-    QTest::newRow("SIGTERM") << SIGTERM;
-    QTest::newRow("SIGINT") << SIGINT;
-}
-
-void TestProgram::terminatedLikeTheExitAction()
-{
-    QFETCH(int, number);
-    rememberUser(true);
-    const auto run = start();
-    QVERIFY(waitForWindow(kMainTitle));
-    kill(static_cast<pid_t>(run->process.processId()), number);
-    QVERIFY(ended(*run));
-    QCOMPARE(run->process.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(run->process.exitCode(), 0);
-    QVERIFY(logText().contains(QStringLiteral("Exit Orvana Team Monitor OK")));
-    const QSettings session(userFile(QStringLiteral("session.ini")), QSettings::IniFormat);
-    QVERIFY2(session.value(QStringLiteral("active")).toBool(), "the next start goes on tracking");
-    QCOMPARE(session.value(QStringLiteral("taskID")), QVariant(QStringLiteral("1702")));
-}
-
-void TestProgram::restartResumesTracking()
-{
-    rememberUser(true);
-    const auto run = start({}, QStringLiteral("x20"));
-    QVERIFY(waitForWindow(kMainTitle));
-    QTRY_VERIFY_WITH_TIMEOUT(m_watcher->hasPendingConnections(), kPatience);
-    QTcpSocket *client = m_watcher->nextPendingConnection();
-    QTimer input;
-    connect(&input, &QTimer::timeout, client, [client] { client->write("a"); });
-    input.start(50);
-    QTRY_VERIFY_WITH_TIMEOUT(m_server->reports().size() >= 3, kPatience);
-    const localservice::ActivityReport report = m_server->reports().constLast();
-    QCOMPARE(report.taskId, QStringLiteral("1702"));
-    QCOMPARE(report.teamId, QStringLiteral("17"));
-    QCOMPARE(report.active, 10);
-    QVERIFY(QFile::exists(userFile(QStringLiteral("tasks.ini"))));
-    run->process.kill();
-    QVERIFY(ended(*run));
-}
-
-void TestProgram::outageThenRestartLosesNothing()
-{
-    rememberUser(true);
-    m_server->setFault(QStringLiteral("/api_active2"), Fault::answer(503));
-    const QDir cache(userFile(QStringLiteral("activity")));
-    const auto waiting = [&] { return cache.entryList({QStringLiteral("json*")}, QDir::Files).size(); };
-    int before = 0;
-    {
-        const auto run = start({}, QStringLiteral("x20"));
-        QTRY_VERIFY_WITH_TIMEOUT(waiting() >= 4, kPatience);
-        run->process.kill();
-        QVERIFY(ended(*run));
-        before = waiting();
-    }
-    m_server->clearFaults();
-    const auto run = start({}, QStringLiteral("x20"));
-    QTRY_VERIFY_WITH_TIMEOUT(m_server->reports().size() >= before + 2, kPatience);
-    int late = 0;
-    for (const localservice::ActivityReport &report : m_server->reports())
-        late += report.pastSeconds > 30 ? 1 : 0;
-    QVERIFY(late >= before - 1);
-    run->process.kill();
-    QVERIFY(ended(*run));
-}
-
-void TestProgram::logFile_data()
-{
-    QTest::addColumn<qint64>("size");
-    QTest::addColumn<bool>("kept");
-    QTest::newRow("at the limit") << qint64(104857600) << true;
-    QTest::newRow("past the limit") << qint64(104857601) << false;
-}
-
-void TestProgram::logFile()
-{
-    QFETCH(qint64, size);
-    QFETCH(bool, kept);
-    rememberUser(false);
-    QFile log(file(QStringLiteral("log.log")));
-    QVERIFY(log.open(QIODevice::WriteOnly) && log.resize(size));
-    log.close();
-    const auto run = start();
-    QVERIFY(waitForWindow(kMainTitle));
-    run->process.terminate();
-    QVERIFY(ended(*run));
-    run->output += run->process.readAll();
-    QCOMPARE(QFileInfo(log.fileName()).size() > size, kept);
-    QVERIFY(log.open(QIODevice::ReadOnly) && log.seek(kept ? size : 0));
-    const QString first = QString::fromUtf8(log.readLine());
-    const QRegularExpression expected(QStringLiteral(
-        "^Message\\(0\\) at \\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ: \"Orvana Team Monitor 1\\.1\\.0 started\\. "
-        "Build date: [A-Z][a-z]{2} [ \\d]\\d \\d{4}, \\d\\d:\\d\\d:\\d\\d\"\n$"));
-    QVERIFY2(expected.match(first).hasMatch(), qPrintable(first));
-    QVERIFY2(run->output.contains("\"\n\r"), "standard output ends its lines the other way round");
-    QCOMPARE(log.permissions() & (QFile::ReadGroup | QFile::ReadOther | QFile::WriteGroup | QFile::WriteOther),
-             QFile::Permissions());
-}
-
-void TestProgram::foreignStorageIsRefused()
-{
-    QTemporaryDir elsewhere;
-    QVERIFY(QFile::link(elsewhere.path(), storage()));
-    const auto run = start();
-    QVERIFY(waitForWindow(QStringLiteral("^Orvana Team Monitor$")));
-    xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"),
-             windowNamed(QStringLiteral("^Orvana Team Monitor$"))});
-    press(QStringLiteral("Return"));
-    QVERIFY(ended(*run));
-    QCOMPARE(run->process.exitCode(), 1);
-    QVERIFY(QDir(elsewhere.path()).isEmpty());
-}
 
 QTEST_GUILESS_MAIN(TestProgram)
 #include "tst_program.moc"

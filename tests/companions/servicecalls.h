@@ -1,17 +1,9 @@
 #pragma once
 
-#include <QByteArray>
-#include <QEventLoop>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
+#include "rows.h"
+
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
-#include <QPair>
-#include <QString>
-#include <QTimer>
-#include <QUrl>
-#include <QVector>
 
 #include <memory>
 
@@ -19,28 +11,28 @@ using Fields = QVector<QPair<QString, QString>>;
 
 inline QString anna()
 {
-    return QStringLiteral("anna@orvana.example");
+    return s("anna@orvana.example");
 }
 
 inline Fields as(const QString &login, const QString &password, const Fields &more = {})
 {
-    return Fields{{QStringLiteral("login"), login}, {QStringLiteral("password"), password}} + more;
+    return Fields{{s("login"), login}, {s("password"), password}} + more;
 }
 
 inline Fields asAnna(const Fields &more = {})
 {
-    return as(anna(), QStringLiteral("orvana"), more);
+    return as(anna(), s("orvana"), more);
 }
 
 /// A minute of Anna's, as JSON; `past` in seconds.
-inline QJsonObject report(int active, qint64 past = 0, const QString &task = QStringLiteral("1701"))
+inline QJsonObject report(int active, qint64 past = 0, const QString &task = s("1701"))
 {
-    return {{QStringLiteral("email"), anna()},
-            {QStringLiteral("active"), QString::number(active)},
-            {QStringLiteral("past"), QString::number(past)},
-            {QStringLiteral("task_id"), task},
-            {QStringLiteral("team_id"), QStringLiteral("17")},
-            {QStringLiteral("version"), QStringLiteral("1.1.0")}};
+    return {{s("email"), anna()},
+            {s("active"), QString::number(active)},
+            {s("past"), QString::number(past)},
+            {s("task_id"), task},
+            {s("team_id"), s("17")},
+            {s("version"), s("1.1.0")}};
 }
 
 inline QByteArray formEncoded(const Fields &fields)
@@ -68,7 +60,6 @@ inline QByteArray uploadBody(const QJsonObject &object)
 /// What came back for one request.
 struct Answer
 {
-    QNetworkReply::NetworkError error = QNetworkReply::NoError;
     int status = 0;
     QByteArray body;
 
@@ -92,33 +83,22 @@ public:
         return std::unique_ptr<QNetworkReply>(m_manager.get(request(path, query)));
     }
 
-    std::unique_ptr<QNetworkReply> startPost(const QString &path, const QByteArray &body)
+    Answer get(const QString &path, const Fields &query = {}) { return finish(*startGet(path, query)); }
+    Answer post(const QString &path, const QByteArray &body)
     {
         QNetworkRequest posted = request(path, {});
-        posted.setHeader(QNetworkRequest::ContentTypeHeader,
-                         QByteArrayLiteral("application/x-www-form-urlencoded"));
-        return std::unique_ptr<QNetworkReply>(m_manager.post(posted, body));
+        posted.setHeader(QNetworkRequest::ContentTypeHeader, s("application/x-www-form-urlencoded"));
+        const std::unique_ptr<QNetworkReply> reply(m_manager.post(posted, body));
+        return finish(*reply);
     }
-
-    Answer get(const QString &path, const Fields &query = {}) { return finish(*startGet(path, query)); }
-    Answer post(const QString &path, const QByteArray &body) { return finish(*startPost(path, body)); }
     Answer post(const QString &path, const Fields &form) { return post(path, formEncoded(form)); }
 
     /// Waits for the end of a request, at most ten seconds.
     static Answer finish(QNetworkReply &reply)
     {
-        constexpr int patience = 10000;
-        if (!reply.isFinished()) {
-            QEventLoop loop;
-            QObject::connect(&reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-            QTimer::singleShot(patience, &loop, &QEventLoop::quit);
-            loop.exec();
-        }
-        if (!reply.isFinished()) {
-            return {QNetworkReply::TimeoutError, 0, {}};
-        }
-        return {reply.error(), reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(),
-                reply.readAll()};
+        if (!QTest::qWaitFor([&reply] { return reply.isFinished(); }, 10000))
+            return {};
+        return {reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply.readAll()};
     }
 
 private:

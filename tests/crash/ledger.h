@@ -1,11 +1,21 @@
 #pragma once
 
+#include "texts.h"
+
+#include <QDir>
 #include <QHash>
-#include <QString>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSet>
 #include <QVector>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <mutex>
+
+#include <sys/inotify.h>
+#include <unistd.h>
 
 // Keeps book of what the client promised and what the service got. A report is
 // promised from the moment its record has its final name in the watched folder;
@@ -28,27 +38,122 @@ public:
     };
 
     // The folder has to exist and to stay.
-    explicit Ledger(const QString &folder);
-    ~Ledger();
+    explicit Ledger(const QString &folder)
+        : m_folder(folder)
+        , m_inotify(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+    {
+        if (inotify_add_watch(m_inotify, QFile::encodeName(folder).constData(), IN_MOVED_TO) < 0)
+            qFatal("the folder cannot be watched");
+    }
+
+    ~Ledger() { close(m_inotify); }
+
     Q_DISABLE_COPY_MOVE(Ledger)
 
     // Takes in the records that have come since the last call. Called before any
     // answer leaves the service, it sees each one before the client may delete it.
-    void readFolder();
-    // The service has accepted it and may still fail to say so.
-    void accepted(const QString &id);
-    // Between these two, accepting calls need not reach the client.
-    void repliesGetLost();
-    void repliesArrive();
-    // No client runs: what was accepted and still lies in the folder fell to the kill.
-    void clientIsGone();
-    Sums sums();
-    int counted();
+    void readFolder()
+    {
+        const std::lock_guard lock(m_mutex);
+        readRecords();
+    }
 
-    static QString minuteId(const QString &version, const QString &taskId, const QString &active);
-    static QString pictureId(const QString &version, const QString &fileName);
+    // The service has accepted it and may still fail to say so.
+    void accepted(const QString &id)
+    {
+        const std::lock_guard lock(m_mutex);
+        readRecords();
+        ++m_accepted[id];
+        m_ofThisRun.append({Clock::now(), id});
+    }
+
+    // Between these two, accepting calls need not reach the client.
+    void repliesGetLost()
+    {
+        const std::lock_guard lock(m_mutex);
+        m_lossy.append({Clock::now(), Clock::time_point::max() - kOnTheWay});
+    }
+
+    void repliesArrive()
+    {
+        const std::lock_guard lock(m_mutex);
+        if (!m_lossy.isEmpty())
+            m_lossy.last().to = std::min(m_lossy.constLast().to, Clock::now());
+    }
+
+    // No client runs: what was accepted and still lies in the folder fell to the kill.
+    // A client takes a report up again only after another one has got through: as long
+    // as all replies are lost, one acceptance is excused. A kill excuses one that left
+    // the record in the folder. A second sending without such a reason has no excuse.
+    void clientIsGone()
+    {
+        const std::lock_guard lock(m_mutex);
+        readRecords();
+        QSet<QPair<QString, int>> lost;
+        QSet<QString> answered;
+        for (const Acceptance &acceptance : qAsConst(m_ofThisRun)) {
+            const int loss = lossOf(acceptance);
+            if (loss < 0)
+                answered.insert(acceptance.id);
+            else
+                lost.insert({acceptance.id, loss});
+        }
+        for (const auto &loss : qAsConst(lost))
+            ++m_excuses[loss.first];
+        const QVector<QString> left = waitingIds();
+        for (const QString &id : left)
+            m_excuses[id] += answered.contains(id) ? 1 : 0;
+        m_ofThisRun.clear();
+        if (!m_lossy.isEmpty())
+            m_lossy = {m_lossy.constLast()};
+    }
+
+    Sums sums()
+    {
+        const std::lock_guard lock(m_mutex);
+        readRecords();
+        Sums sums;
+        const QVector<QString> left = waitingIds();
+        sums.counted = m_counted.size();
+        sums.received = m_accepted.size();
+        sums.unread = m_unread;
+        for (auto it = m_counted.cbegin(); it != m_counted.cend(); ++it) {
+            const bool waits = left.contains(it.key());
+            if (!m_accepted.contains(it.key()))
+                ++(waits ? sums.waiting : sums.missing);
+            // A second record of one report would be a second payment.
+            sums.unexcused += it.value() - 1;
+        }
+        for (auto it = m_accepted.cbegin(); it != m_accepted.cend(); ++it) {
+            sums.uncounted += m_counted.contains(it.key()) ? 0 : 1;
+            const int again = it.value() - 1;
+            const int excused = std::min(again, m_excuses.value(it.key()));
+            sums.excused += excused;
+            sums.unexcused += again - excused;
+        }
+        return sums;
+    }
+
+    int counted()
+    {
+        const std::lock_guard lock(m_mutex);
+        readRecords();
+        return m_counted.size();
+    }
+
+    static QString minuteId(const QString &version, const QString &taskId, const QString &active)
+    {
+        return version + s(" task ") + taskId + s(" active ") + active;
+    }
+
+    static QString pictureId(const QString &version, const QString &fileName)
+    {
+        return version + s(" picture ") + fileName;
+    }
 
 private:
+    // A reply may be lost by a change that comes while it is on its way.
+    static constexpr std::chrono::milliseconds kOnTheWay{250};
     using Clock = std::chrono::steady_clock;
     struct Acceptance
     {
@@ -61,11 +166,62 @@ private:
         Clock::time_point to;
     };
 
-    void readRecords();
-    void enter(const QString &name);
-    QString idOf(const QString &name) const;
-    int lossOf(const Acceptance &acceptance) const;
-    QVector<QString> waitingIds() const;
+    void readRecords()
+    {
+        alignas(inotify_event) std::array<char, 64 * 1024> buffer;
+        for (ssize_t size; (size = read(m_inotify, buffer.data(), buffer.size())) > 0;) {
+            for (ssize_t at = 0; at < size;) {
+                const auto *event = reinterpret_cast<const inotify_event *>(buffer.data() + at);
+                if (event->mask & IN_Q_OVERFLOW)
+                    qFatal("records went unseen");
+                const QString name = QFile::decodeName(event->name);
+                if (name.startsWith(s("json")))
+                    enter(name);
+                at += static_cast<ssize_t>(sizeof *event + event->len);
+            }
+        }
+    }
+
+    void enter(const QString &name)
+    {
+        const QString id = idOf(name);
+        if (id.isEmpty())
+            ++m_unread;
+        else
+            ++m_counted[id];
+    }
+
+    QString idOf(const QString &name) const
+    {
+        QFile file(m_folder + QLatin1Char('/') + name);
+        if (!file.open(QIODevice::ReadOnly))
+            return {};
+        const QJsonObject body = QJsonDocument::fromJson(file.readAll()).object().value(s("body")).toObject();
+        const auto text = [&body](const char *key) { return body.value(QLatin1String(key)).toString(); };
+        if (body.contains(QLatin1String("fileName")))
+            return pictureId(text("version"), text("fileName"));
+        return minuteId(text("version"), text("task_id"), text("active"));
+    }
+
+    // The interval in which the reply to it was lost, or -1.
+    int lossOf(const Acceptance &acceptance) const
+    {
+        const auto found =
+            std::find_if(m_lossy.cbegin(), m_lossy.cend(), [&acceptance](const Interval &interval) {
+                return acceptance.when >= interval.from - kOnTheWay
+                    && acceptance.when <= interval.to + kOnTheWay;
+            });
+        return found == m_lossy.cend() ? -1 : static_cast<int>(found - m_lossy.cbegin());
+    }
+
+    QVector<QString> waitingIds() const
+    {
+        QVector<QString> ids;
+        const QStringList names = QDir(m_folder).entryList({s("json") + QLatin1Char('*')}, QDir::Files);
+        for (const QString &name : names)
+            ids.append(idOf(name));
+        return ids;
+    }
 
     std::mutex m_mutex;
     QString m_folder;

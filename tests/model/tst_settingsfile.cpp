@@ -1,9 +1,8 @@
 #include "model/records.h"
 #include "model/settingsfile.h"
 #include "service/orvana.h"
+#include "texts.h"
 
-#include <QSettings>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <initializer_list>
@@ -44,13 +43,146 @@ class TestSettingsFile final : public QObject
 
 private slots:
     void initTestCase() { registerRecordTypes(); }
-    void keepsWhatIsWritten_data();
-    void keepsWhatIsWritten();
-    void dropsWhatNobodyWrote_data();
-    void dropsWhatNobodyWrote();
-    void survivesDamage();
-    void leavesForeignFilesAlone();
-    void readsWhatAnotherProcessRepaired();
+
+    void keepsWhatIsWritten_data()
+    {
+        QTest::addColumn<QVariant>("value");
+        QString everyUnit;
+        for (ushort unit = 0; unit < 0x500; ++unit)
+            everyUnit += QChar(unit) + s("a0F@,");
+        QTest::newRow("every character") << QVariant(everyUnit);
+        QTest::newRow("texts") << QVariant(QStringList{s("a, b"), QString(), s("@x"), s(" ")});
+        QTest::newRow("counters") << QVariant(QVariantMap{{s("1702"), QTime(1, 31)}, {QString(), QTime()}});
+        QTest::newRow("versions") << QVariant(QVariantList{
+            QVariantMap{{s("version"), s("1.2")},
+                        {s("x"), QVariantList{1, 2U, -3LL, 4ULL, 1.5, true, QVariant(), QVariantMap()}}},
+            QVariantList{}, s("text")});
+        QVariant nested = QVariantList();
+        for (int i = 0; i < 900; ++i)
+            nested = QVariantList{nested};
+        QTest::newRow("nested as deep as is read") << QVariant(QVariantMap{{s("a"), nested}});
+        QTest::newRow("details") << details();
+        Task task;
+        task.title = s("задача");
+        QTest::newRow("tasks") << QVariant::fromValue(QList<Task>{task, Task::catchAll()});
+    }
+
+    void keepsWhatIsWritten()
+    {
+        QFETCH(QVariant, value);
+        const QString path = m_folder.filePath(QString::fromLatin1(QTest::currentDataTag()));
+        {
+            const auto settings = openSettings(path);
+            settings->setValue(s("before"), 1);
+            settings->setValue(s("an/id, \"of\" \\ ж"), value);
+        }
+        const QByteArray written = contents(path);
+        QVERIFY(!written.isEmpty());
+        QCOMPARE(soundLines(written), written);
+    }
+
+    void dropsWhatNobodyWrote_data()
+    {
+        QTest::addColumn<QByteArray>("value");
+        const QByteArray evil = variant(number(kList) + number(0x0FFFFFFF));
+        QTest::newRow("huge list") << evil;
+        QTest::newRow("huge list of texts") << variant(number(QMetaType::QStringList) + number(0xFFFFFFFE));
+        QTest::newRow("nested without end")
+            << variant(QByteArray(number(kList) + number(1)).repeated(100000));
+        QTest::newRow("maps without end")
+            << variant(QByteArray(number(kMap) + number(1) + number(0)).repeated(100000));
+        QTest::newRow("cut off") << QByteArray("@Variant(\\0\\0\\0");
+        QTest::newRow("foreign kind") << variant(number(QMetaType::QPixmap) + number(1));
+        QTest::newRow("list under another name")
+            << variant(number(127) + number(13) + QByteArray("QVariantList\0", 13) + number(0x0FFFFFFF));
+        QTest::newRow("record within a list")
+            << variant(number(kList) + number(1) + number(127) + number(5) + QByteArray("Task\0", 5));
+        QTest::newRow("in a list") << QByteArray("a, " + evil);
+        QTest::newRow("behind two blanks") << QByteArray("a,  " + evil);
+        QTest::newRow("second letter as a number") << QByteArray("@\\x56\\x61" + evil.mid(3));
+        QTest::newRow("quote within") << QByteArray("@Va\"" + evil.mid(3) + '"');
+        QTest::newRow("line goes on") << QByteArray("@Var\\\niant(" + evil.mid(9));
+        QTest::newRow("carriage return") << QByteArray("@\rb=" + evil);
+        QTest::newRow("quote left open") << QByteArray("\"@text");
+        QTest::newRow("ends in a backslash") << QByteArray("abc\\");
+    }
+
+    void dropsWhatNobodyWrote()
+    {
+        QFETCH(QByteArray, value);
+        const QByteArray before = "[General]\nlogged=true\n";
+        const QByteArray after = "password=\"p;\\x44f\"\n";
+        const QString path = m_folder.filePath(QString::fromLatin1(QTest::currentDataTag()) + s(" dropped"));
+        put(path, before + "damaged=" + value + '\n' + after);
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(s("^Error! Settings file is damaged: ")));
+        const auto settings = openSettings(path);
+        QVERIFY(settings->value(s("logged")).toBool());
+        QCOMPARE(settings->value(s("password")).toString(), s("p;я"));
+        QVERIFY(!settings->contains(s("damaged")));
+        QVERIFY(contents(path).startsWith(before) && contents(path).endsWith(after));
+    }
+
+    // Whatever is left after any damage can be read, entry by entry.
+    void survivesDamage()
+    {
+        const QString path = m_folder.filePath(s("whole"));
+        {
+            const auto settings = openSettings(path);
+            settings->setValue(s("counters"), QVariantMap{{s("1"), QTime(1, 31)}});
+            settings->setValue(s("details"), details());
+            settings->setValue(s("versions"), QVariantList{QVariantMap{{s("a"), QVariantList{1}}}});
+        }
+        const QByteArray whole = contents(path);
+        const auto readAll = [this](const QByteArray &damaged) {
+            const QString copy = m_folder.filePath(s("damaged"));
+            put(copy, soundLines(damaged));
+            const QSettings settings(copy, QSettings::IniFormat);
+            const QStringList keys = settings.allKeys();
+            for (const QString &key : keys)
+                settings.value(key);
+            QVERIFY(keys.size() <= 4);
+        };
+        for (int at = 0; at < whole.size(); ++at) {
+            readAll(whole.left(at));
+            for (int bit = 1; bit < 0x100; bit *= 2) {
+                QByteArray damaged = whole;
+                damaged[at] = static_cast<char>(damaged.at(at) ^ bit);
+                readAll(damaged);
+            }
+        }
+    }
+
+    void leavesForeignFilesAlone()
+    {
+        QTemporaryDir root;
+        QTemporaryDir foreign;
+        QVERIFY(QFile::link(foreign.path(), root.filePath(s(".orvana"))));
+        const QString config = foreign.filePath(s("config.ini"));
+        const QByteArray damaged = "[General]\nlastLogin=@Variant(\n";
+        put(config, damaged);
+        qputenv("ORVANA_STORAGE_ROOT", QFile::encodeName(root.path()));
+        {
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(s("^Storage directory can't be used")));
+            const Orvana orvana;
+            QVERIFY(!orvana.isStorageUsable());
+        }
+        QCOMPARE(contents(config), damaged);
+        const auto settings = emptySettings(config);
+        settings->setValue(s("a"), 1);
+        settings->sync();
+        QCOMPARE(contents(config), damaged);
+    }
+
+    void readsWhatAnotherProcessRepaired()
+    {
+        const QString path = m_folder.filePath(s("shared"));
+        const auto settings = openSettings(path);
+        put(path, "[General]\nforceUpdate=true\nx=" + variant(number(kList) + number(0x0FFFFFFF)) + '\n');
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(s("^Error! Settings file is damaged: ")));
+        QVERIFY(repairSettings(path));
+        settings->sync();
+        QCOMPARE(settings->allKeys(), QStringList{s("forceUpdate")});
+    }
 
 private:
     static QByteArray contents(const QString &path)
@@ -64,188 +196,19 @@ private:
         QVERIFY(file.open(QIODevice::WriteOnly));
         QCOMPARE(file.write(bytes), bytes.size());
     }
-    static TaskInfo details();
+
+    static QVariant details()
+    {
+        TaskInfo info;
+        info.title = s("Ёж, \"тест\" = \\ ; @Variant(");
+        info.deadline = QDateTime(QDate(2026, 3, 1), QTime(18, 0));
+        info.texts.append(TextTask());
+        info.texts[0].page = QUrl(s("https://site.example/page"));
+        return QVariant::fromValue(info);
+    }
 
     QTemporaryDir m_folder;
 };
-
-TaskInfo TestSettingsFile::details()
-{
-    TaskInfo info;
-    info.id = QStringLiteral("7");
-    info.title = QStringLiteral("Ёж, \"тест\" = \\ ; @Variant(");
-    info.deadline = QDateTime(QDate(2026, 3, 1), QTime(18, 0));
-    info.files = {{QStringLiteral("1"), QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("9")}};
-    TextTask text;
-    text.page = QUrl(QStringLiteral("https://site.example/page"));
-    text.keywords = {
-        {QStringLiteral("1"), QStringLiteral("слово"), QStringLiteral("2"), QStringLiteral("3")}};
-    info.texts = {text};
-    return info;
-}
-
-void TestSettingsFile::keepsWhatIsWritten_data()
-{
-    QTest::addColumn<QVariant>("value");
-    QString everyUnit;
-    for (ushort unit = 0; unit < 0x500; ++unit)
-        everyUnit += QChar(unit) + QStringLiteral("a0F@,");
-    QTest::newRow("every character") << QVariant(everyUnit);
-    QTest::newRow("blanks") << QVariant(QStringLiteral("  @Variant( "));
-    QTest::newRow("kind as text") << QVariant(QStringLiteral("@Variant(x)"));
-    QTest::newRow("texts") << QVariant(
-        QStringList{QStringLiteral("a, b"), QString(), QStringLiteral("@x"), QStringLiteral(" ")});
-    QTest::newRow("nothing") << QVariant();
-    QTest::newRow("bytes") << QVariant(QByteArray("\0\xFF,\"\\", 5));
-    QTest::newRow("counters") << QVariant(
-        QVariantMap{{QStringLiteral("1702"), QTime(1, 31)}, {QString(), QTime()}});
-    QTest::newRow("versions") << QVariant(
-        QVariantList{QVariantMap{{QStringLiteral("version"), QStringLiteral("1.2")},
-                                 {QStringLiteral("x"),
-                                  QVariantList{1, 2U, -3LL, 4ULL, 1.5, true, QVariant(), QVariantMap()}}},
-                     QVariantList{}, QStringLiteral("text")});
-    QVariant nested = QVariantList();
-    for (int i = 0; i < 900; ++i)
-        nested = QVariantList{nested};
-    QTest::newRow("nested as deep as is read") << QVariant(QVariantMap{{QStringLiteral("a"), nested}});
-    QTest::newRow("details") << QVariant::fromValue(details());
-    Task task;
-    task.title = QStringLiteral("задача");
-    QTest::newRow("tasks") << QVariant::fromValue(QList<Task>{task, Task::catchAll()});
-}
-
-void TestSettingsFile::keepsWhatIsWritten()
-{
-    QFETCH(QVariant, value);
-    const QString path = m_folder.filePath(QString::fromLatin1(QTest::currentDataTag()));
-    {
-        const auto settings = openSettings(path);
-        settings->setValue(QStringLiteral("before"), 1);
-        settings->setValue(QStringLiteral("an/id, \"of\" \\ ж"), value);
-    }
-    const QByteArray written = contents(path);
-    QVERIFY(!written.isEmpty());
-    QCOMPARE(soundLines(written), written);
-}
-
-void TestSettingsFile::dropsWhatNobodyWrote_data()
-{
-    QTest::addColumn<QByteArray>("value");
-    const QByteArray evil = variant(number(kList) + number(0x0FFFFFFF));
-    QTest::newRow("huge list") << evil;
-    QTest::newRow("huge map") << variant(number(kMap) + number(0x7FFFFFFF));
-    QTest::newRow("huge list of texts") << variant(number(QMetaType::QStringList) + number(0xFFFFFFFE));
-    QTest::newRow("text longer than the file") << variant(number(QMetaType::QString) + number(100) + "ab");
-    QTest::newRow("nested without end") << variant(QByteArray(number(kList) + number(1)).repeated(100000));
-    QTest::newRow("maps without end")
-        << variant(QByteArray(number(kMap) + number(1) + number(0)).repeated(100000));
-    QTest::newRow("cut off") << QByteArray("@Variant(\\0\\0\\0");
-    QTest::newRow("foreign kind") << variant(number(QMetaType::QPixmap) + number(1));
-    QTest::newRow("list under another name")
-        << variant(number(127) + number(13) + QByteArray("QVariantList\0", 13) + number(0x0FFFFFFF));
-    QTest::newRow("record within a list")
-        << variant(number(kList) + number(1) + number(127) + number(5) + QByteArray("Task\0", 5));
-    QTest::newRow("date") << QByteArray("@DateTime(\\0\\0\\0\\x10)");
-    QTest::newRow("in a list") << QByteArray("a, " + evil);
-    QTest::newRow("in quotes") << QByteArray('"' + evil + '"');
-    QTest::newRow("behind a blank") << QByteArray(" " + evil);
-    QTest::newRow("behind two blanks") << QByteArray("a,  " + evil);
-    QTest::newRow("behind a tabulator") << QByteArray("\t" + evil);
-    QTest::newRow("first letter as a number") << QByteArray("\\x40" + evil.mid(1));
-    QTest::newRow("first letter as a large number") << QByteArray("\\x10040" + evil.mid(1));
-    QTest::newRow("first letter in octal") << QByteArray("\\100" + evil.mid(1));
-    QTest::newRow("second letter as a number") << QByteArray("@\\x56\\x61" + evil.mid(3));
-    QTest::newRow("needless backslash") << QByteArray("\\" + evil);
-    QTest::newRow("quote within") << QByteArray("@Va\"" + evil.mid(3) + '"');
-    QTest::newRow("quotes in front") << QByteArray("\"\"" + evil);
-    QTest::newRow("line goes on") << QByteArray("@Var\\\niant(" + evil.mid(9));
-    QTest::newRow("carriage return") << QByteArray("@\rb=" + evil);
-    QTest::newRow("quote left open") << QByteArray("\"@text");
-    QTest::newRow("other alphabet") << QByteArray("@\xD0\xB6");
-    QTest::newRow("ends in a backslash") << QByteArray("abc\\");
-}
-
-void TestSettingsFile::dropsWhatNobodyWrote()
-{
-    QFETCH(QByteArray, value);
-    const QByteArray before = "[General]\nlogged=true\n";
-    const QByteArray after = "password=\"p;\\x44f\"\n";
-    const QString path =
-        m_folder.filePath(QString::fromLatin1(QTest::currentDataTag()) + QStringLiteral(" dropped"));
-    put(path, before + "damaged=" + value + '\n' + after);
-    QTest::ignoreMessage(QtWarningMsg,
-                         QRegularExpression(QStringLiteral("^Error! Settings file is damaged: ")));
-    const auto settings = openSettings(path);
-    QVERIFY(settings->value(QStringLiteral("logged")).toBool());
-    QCOMPARE(settings->value(QStringLiteral("password")).toString(), QStringLiteral("p;я"));
-    QVERIFY(!settings->contains(QStringLiteral("damaged")));
-    QVERIFY(contents(path).startsWith(before) && contents(path).endsWith(after));
-}
-
-// Whatever is left after any damage can be read, entry by entry.
-void TestSettingsFile::survivesDamage()
-{
-    const QString path = m_folder.filePath(QStringLiteral("whole"));
-    {
-        const auto settings = openSettings(path);
-        settings->setValue(QStringLiteral("counters"), QVariantMap{{QStringLiteral("1"), QTime(1, 31)}});
-        settings->setValue(QStringLiteral("details"), QVariant::fromValue(details()));
-        settings->setValue(QStringLiteral("versions"),
-                           QVariantList{QVariantMap{{QStringLiteral("a"), QVariantList{1}}}});
-    }
-    const QByteArray whole = contents(path);
-    const auto readAll = [this](const QByteArray &damaged) {
-        const QString copy = m_folder.filePath(QStringLiteral("damaged"));
-        put(copy, soundLines(damaged));
-        const QSettings settings(copy, QSettings::IniFormat);
-        const QStringList keys = settings.allKeys();
-        for (const QString &key : keys)
-            settings.value(key);
-        QVERIFY(keys.size() <= 4);
-    };
-    for (int at = 0; at < whole.size(); ++at) {
-        readAll(whole.left(at));
-        for (int bit = 1; bit < 0x100; bit *= 2) {
-            QByteArray damaged = whole;
-            damaged[at] = static_cast<char>(damaged.at(at) ^ bit);
-            readAll(damaged);
-        }
-    }
-}
-
-void TestSettingsFile::leavesForeignFilesAlone()
-{
-    QTemporaryDir root;
-    QTemporaryDir foreign;
-    QVERIFY(QFile::link(foreign.path(), root.filePath(QStringLiteral(".orvana"))));
-    const QString config = foreign.filePath(QStringLiteral("config.ini"));
-    const QByteArray damaged = "[General]\nlastLogin=@Variant(\n";
-    put(config, damaged);
-    qputenv("ORVANA_STORAGE_ROOT", QFile::encodeName(root.path()));
-    {
-        QTest::ignoreMessage(QtWarningMsg,
-                             QRegularExpression(QStringLiteral("^Storage directory can't be used")));
-        const Orvana orvana;
-        QVERIFY(!orvana.isStorageUsable());
-    }
-    QCOMPARE(contents(config), damaged);
-    const auto settings = emptySettings(config);
-    settings->setValue(QStringLiteral("a"), 1);
-    settings->sync();
-    QCOMPARE(contents(config), damaged);
-}
-
-void TestSettingsFile::readsWhatAnotherProcessRepaired()
-{
-    const QString path = m_folder.filePath(QStringLiteral("shared"));
-    const auto settings = openSettings(path);
-    put(path, "[General]\nforceUpdate=true\nx=" + variant(number(kList) + number(0x0FFFFFFF)) + '\n');
-    QTest::ignoreMessage(QtWarningMsg,
-                         QRegularExpression(QStringLiteral("^Error! Settings file is damaged: ")));
-    QVERIFY(repairSettings(path));
-    settings->sync();
-    QCOMPARE(settings->allKeys(), QStringList{QStringLiteral("forceUpdate")});
-}
 
 QTEST_GUILESS_MAIN(TestSettingsFile)
 #include "tst_settingsfile.moc"

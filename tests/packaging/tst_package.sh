@@ -24,11 +24,6 @@ finish() {
 }
 on_exit finish
 
-fail() {
-    say "FAIL: $*"
-    failures=$((failures + 1))
-}
-
 # check WHAT COMMAND...
 check() {
     local what=$1 output
@@ -36,7 +31,8 @@ check() {
     if output=$("$@" 2>&1); then
         say "ok: $what"
     else
-        fail "$what"$'\n'"$output"
+        say "FAIL: $what"$'\n'"$output"
+        failures=$((failures + 1))
     fi
 }
 
@@ -99,18 +95,12 @@ unit_starts_installed_watcher() {
         && [ -x "$target${command%% *}" ] && grep -q 'start orvana-watcher\.service"$' "$autostart"
 }
 
-manual_for_every_program() {
-    local program
-    for program in "$target"/usr/bin/*; do
-        [ -s "$target/usr/share/man/man1/$(basename "$program").1.gz" ] || { say "$program"; return 1; }
-    done
-}
-
-hardened() {
+each_program_is_complete() {
     local program facts
     for program in "$target"/usr/bin/*; do
         facts=$(LC_ALL=C readelf -hldW --dyn-syms "$program")
-        { grep -q 'Type: *DYN' <<<"$facts" && grep -q GNU_RELRO <<<"$facts" && grep -q BIND_NOW <<<"$facts" \
+        { [ -s "$target/usr/share/man/man1/$(basename "$program").1.gz" ] && grep -q 'Type: *DYN' <<<"$facts" \
+            && grep -q GNU_RELRO <<<"$facts" && grep -q BIND_NOW <<<"$facts" \
             && grep -q __stack_chk_fail <<<"$facts" && ! grep -Eq 'R(UN)?PATH' <<<"$facts" \
             && ! grep -q 'GNU_STACK.*RWE' <<<"$facts"; } || { say "$program"; return 1; }
     done
@@ -125,11 +115,8 @@ log_has() { grep -q "$1" "$ORVANA_STORAGE_ROOT/.orvana/log.log"; }
 start_companions() {
     start "$TMPDIR/service.log" "$target/usr/bin/orvana-localservice" --port 0
     start "$TMPDIR/watcher.log" "$target/usr/bin/orvana-watcher" --port 0
-    if ! { wait_for 20 grep -q 'https://' "$TMPDIR/service.log" && wait_for 20 grep -q '127\.0\.0\.1:' "$TMPDIR/watcher.log"; }; then
-        fail "the installed companions run"
-        cat "$TMPDIR/service.log" "$TMPDIR/watcher.log"
-        exit 1
-    fi
+    wait_for 20 grep -q 'https://' "$TMPDIR/service.log" && wait_for 20 grep -q '127\.0\.0\.1:' "$TMPDIR/watcher.log" \
+        || { cat "$TMPDIR"/*.log; exit 1; }
     ORVANA_SERVICE_URL=$(grep -o 'https://127\.0\.0\.1:[0-9]*' "$TMPDIR/service.log" | head -n 1)
     export ORVANA_SERVICE_URL
     echo "watcher-port=$(sed 's/.*://' "$TMPDIR/watcher.log")" >"$ORVANA_CONFIG"
@@ -138,15 +125,6 @@ start_companions() {
 # As a desktop would. What it starts keeps the outputs open, so they are a file.
 launch() {
     PATH=$target/usr/bin:$PATH XDG_DATA_DIRS=$target/usr/share gio launch "$entry" >"$TMPDIR/client.log" 2>&1
-}
-
-log_in() {
-    xdotool windowactivate --sync "$(window '^Авторизация$')"
-    xdotool type --delay 12 'anna@orvana.example'
-    xdotool key Tab
-    xdotool type --delay 12 'orvana'
-    xdotool key Return
-    wait_for 20 has_window '^Orvana$'
 }
 
 prepare_target
@@ -160,8 +138,7 @@ check "files belong to root and nobody else may write" owned_by_root_and_closed
 check "metainfo names the desktop entry" grep -q "desktop-id\">$(basename "$entry")<" "$metainfo"
 check "icons in every size" icons_in_every_size
 check "the user unit starts the watcher with the session" unit_starts_installed_watcher
-check "a manual page for every program" manual_for_every_program
-check "programs are hardened" hardened
+check "programs are hardened and have a manual page" each_program_is_complete
 
 start_companions
 need "the desktop entry is accepted" launch
@@ -171,7 +148,6 @@ client=$(xdotool getwindowpid "$login")
 check "it is the installed client" test "/proc/$client/exe" -ef "$target/usr/bin/orvana"
 check "desktops can tell its windows" test "$(class_of "$login")" = "$(entry_value StartupWMClass)"
 check "it found the watcher" log_has 'connected to service: true'
-check "it logs in" log_in
 kill "$client"
 check "it ends when asked" wait_for 20 ended "$client"
 check "it ends in order" log_has 'Exit Orvana Team Monitor OK'

@@ -1,29 +1,6 @@
 #include "offlineclient.h"
-#include "texts.h"
+#include "rows.h"
 #include "update/orvanaupdate.h"
-
-#include <QDir>
-#include <QMetaEnum>
-#include <QTextCodec>
-#include <QtTest>
-
-class TestReplies final : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void initTestCase() { QCoreApplication::setApplicationVersion(s("1.1.0")); }
-
-    void answers_data();
-    void answers();
-    void transportErrors_data();
-    void transportErrors();
-    void onlineState();
-    void otherUsersRepliesAreIgnored();
-    void onlyTheLatestLoginCounts();
-    void versions_data();
-    void versions();
-};
 
 namespace {
 
@@ -153,203 +130,184 @@ const QStringList kMeaningless =
 
 } // namespace
 
-void TestReplies::answers_data()
+class TestReplies final : public QObject
 {
-    QTest::addColumn<QByteArray>("body"); // null: each kind's own success
-    QTest::addColumn<QStringList>("outcomes"); // by stage
-    const auto refused = [](const char *error, const char *reason = "") {
-        QStringList outcomes = texts({"", "%1", "%1", "%1; current; version ", "%1; pending 0",
-                                      "%1; Ошибка переноса задачи:%2", "%1", "%1; time 00:00/00:00", ""});
-        return outcomes.replaceInStrings(s("%1"), s(error)).replaceInStrings(s("%2"), s(reason));
-    };
-    QStringList unwanted = kMeaningless;
-    unwanted[Orvana::DeadlineChange] += s("нет доступа");
-    unwanted[Orvana::TaskDetails] += s("нет доступа");
-    QStringList accepted = texts({"", "login; online<>; user new; teams 0; time 00:00/00:00",
-                                  "Добавлена новая команда \"C2\"; teams 2",
-                                  "newer; Доступно новое обновление Orvana Team1.1.1; version 1.1.1",
-                                  "records 0; pending 0", "Запрос на продление задачи успешно отправлен",
-                                  "details<Жук>; title Жук", "time 02:05/01:30; task 00:00, none 00:05", ""});
-    QTest::newRow("success") << QByteArray() << accepted;
-    for (const int stage : {Orvana::TeamsAndTasks, Orvana::CheckUpdate, Orvana::TimeSync})
-        accepted[stage] = kMeaningless.at(stage);
-    accepted[Orvana::TaskDetails] = s("details<>");
-    QTest::newRow("bare ok") << QByteArray(R"( {"status":"ok"} tail)") << accepted;
-    QTest::newRow("credentials") << QByteArray(R"({"status":-1,"err_msg":"Invalid email|pswd|client"})")
-                                 << refused("error0");
-    QTest::newRow("credentials and more")
-        << QByteArray("{\"status\":-1,\"err_msg\":\"Invalid email|pswd|client\"}\n") << refused("error6");
-    QTest::newRow("minus one") << QByteArray(R"({"status":-1})") << refused("error6");
-    QTest::newRow("minus ten") << QByteArray(R"({"status":-10,"message":"м"})") << refused("error6", "м");
-    QTest::newRow("error") << QByteArray(R"({"status":"error","message":"м"})") << refused("error6", "м");
-    QTest::newRow("html") << QByteArray("\t<!DOCTYPE html><p>") << refused("error4");
-    QTest::newRow("database")
-        << QTextCodec::codecForName("Windows-1251")->fromUnicode(s("Не могу соединится с базой данных"))
-        << refused("error5");
-    QTest::newRow("refusal") << QByteArray(R"({"status":"fail","message":"нет доступа"})") << unwanted;
-    for (const char *body : {"}{", "[", "null", "\"ok\"", "ok", "<!DOCTYPE html>", " {\"status\":-1}",
-                             "Не могу соединится с базой данных", "{\"status\":[\"ok\"]}"})
-        QTest::newRow(body) << QByteArray(body) << kMeaningless;
-    QTest::newRow("empty") << QByteArray("") << kMeaningless;
-    QTest::newRow("NUL first") << QByteArray("\0{\"status\":\"ok\"}", 16) << kMeaningless;
-    QTest::newRow("nested deep") << QByteArray(100000, '[') << kMeaningless;
-    QTest::newRow("long") << QByteArray(8 * 1024 * 1024, 'x') << kMeaningless;
-}
+    Q_OBJECT
 
-void TestReplies::answers()
-{
-    QFETCH(QByteArray, body);
-    QFETCH(QStringList, outcomes);
-    for (int stage = 0; stage < kStages; ++stage) {
+private slots:
+    void initTestCase() { QCoreApplication::setApplicationVersion(s("1.1.0")); }
+
+    void answers_data()
+    {
+        addColumns<QByteArray, QStringList>("body", "outcomes"); // null: each kind's own success; by stage
+        const auto refused = [](const char *error, const char *reason = "") {
+            QStringList outcomes = texts({"", "%1", "%1", "%1; current; version ", "%1; pending 0",
+                                          "%1; Ошибка переноса задачи:%2", "%1", "%1; time 00:00/00:00", ""});
+            return outcomes.replaceInStrings(s("%1"), s(error)).replaceInStrings(s("%2"), s(reason));
+        };
+        QStringList unwanted = kMeaningless;
+        unwanted[Orvana::DeadlineChange] += s("нет доступа");
+        unwanted[Orvana::TaskDetails] += s("нет доступа");
+        QStringList accepted =
+            texts({"", "login; online<>; user new; teams 0; time 00:00/00:00",
+                   "Добавлена новая команда \"C2\"; teams 2",
+                   "newer; Доступно новое обновление Orvana Team1.1.1; version 1.1.1", "records 0; pending 0",
+                   "Запрос на продление задачи успешно отправлен", "details<Жук>; title Жук",
+                   "time 02:05/01:30; task 00:00, none 00:05", ""});
+        QTest::newRow("success") << QByteArray() << accepted;
+        for (const int stage : {Orvana::TeamsAndTasks, Orvana::CheckUpdate, Orvana::TimeSync})
+            accepted[stage] = kMeaningless.at(stage);
+        accepted[Orvana::TaskDetails] = s("details<>");
+        QTest::newRow("bare ok") << QByteArray(R"( {"status":"ok"} tail)") << accepted;
+        QTest::newRow("credentials") << QByteArray(R"({"status":-1,"err_msg":"Invalid email|pswd|client"})")
+                                     << refused("error0");
+        QTest::newRow("credentials and more")
+            << QByteArray("{\"status\":-1,\"err_msg\":\"Invalid email|pswd|client\"}\n") << refused("error6");
+        QTest::newRow("minus one") << QByteArray(R"({"status":-1})") << refused("error6");
+        QTest::newRow("minus ten") << QByteArray(R"({"status":-10,"message":"м"})") << refused("error6", "м");
+        QTest::newRow("error") << QByteArray(R"({"status":"error","message":"м"})") << refused("error6", "м");
+        QTest::newRow("html") << QByteArray("\t<!DOCTYPE html><p>") << refused("error4");
+        QTest::newRow("database")
+            << QTextCodec::codecForName("Windows-1251")->fromUnicode(s("Не могу соединится с базой данных"))
+            << refused("error5");
+        QTest::newRow("refusal") << QByteArray(R"({"status":"fail","message":"нет доступа"})") << unwanted;
+        for (const char *body : {"}{", "[", "null", "\"ok\"", "ok", "<!DOCTYPE html>", " {\"status\":-1}",
+                                 "Не могу соединится с базой данных", "{\"status\":[\"ok\"]}"})
+            QTest::newRow(body) << QByteArray(body) << kMeaningless;
+        QTest::newRow("empty") << QByteArray("") << kMeaningless;
+        QTest::newRow("NUL first") << QByteArray("\0{\"status\":\"ok\"}", 16) << kMeaningless;
+        QTest::newRow("nested deep") << QByteArray(100000, '[') << kMeaningless;
+        QTest::newRow("long") << QByteArray(8 * 1024 * 1024, 'x') << kMeaningless;
+    }
+
+    void answers()
+    {
+        QFETCH(QByteArray, body);
+        QFETCH(QStringList, outcomes);
+        for (int stage = 0; stage < kStages; ++stage) {
+            Bench bench;
+            QCOMPARE(bench.outcome(bench.ask(stage), body.isNull() ? kSuccess[stage] : body),
+                     outcomes.at(stage));
+            QVERIFY(bench.client.session()->isOnline());
+            // One character less, and it is no answer.
+            if (!body.isNull() || kSuccess[stage].size() < 3)
+                continue;
+            Bench another;
+            QCOMPARE(another.outcome(another.ask(stage), kSuccess[stage].chopped(1)), kMeaningless.at(stage));
+        }
+    }
+
+    void transportErrors()
+    {
+        const QMap<int, QString> before{{Orvana::CheckLogin, s("unanswered; ")},
+                                        {Orvana::TaskDetails, s("details<>; ")}};
+        const QMap<int, QString> after{
+            {Orvana::SendActivity, s("; pending 0")},
+            {Orvana::DeadlineChange,
+             s("; Запрос на продление задачи не удалось отправить, повторите попытку позже.")}};
+        const auto errors = QMetaEnum::fromType<QNetworkReply::NetworkError>();
+        for (int i = 0; i < errors.keyCount(); ++i) {
+            const auto error = static_cast<QNetworkReply::NetworkError>(errors.value(i));
+            QString offline = s("offline<>");
+            if (error == QNetworkReply::NoError)
+                continue;
+            if (error == QNetworkReply::HostNotFoundError || error == QNetworkReply::UnknownNetworkError)
+                offline = s("offline<Ошибка соединения. >");
+            else if (error == QNetworkReply::ProtocolUnknownError)
+                offline = s("offline<Сайт недоступен. >");
+            Bench bench;
+            // Known details are not what listeners are told.
+            bench.client.answer(bench.ask(Orvana::TaskDetails), kSuccess[Orvana::TaskDetails]);
+            for (int stage = 0; stage < kStages; ++stage) {
+                bench.client.session()->setOnline(true);
+                // Whatever came with the error is not looked at.
+                QCOMPARE(bench.outcome(bench.ask(stage), kSuccess[stage], error),
+                         QString(before.value(stage) + offline + after.value(stage)));
+                QVERIFY(!bench.client.session()->isOnline());
+            }
+        }
+    }
+
+    void onlineState()
+    {
         Bench bench;
-        QCOMPARE(bench.outcome(bench.ask(stage), body.isNull() ? kSuccess[stage] : body), outcomes.at(stage));
-        QVERIFY(bench.client.session()->isOnline());
-        // One character less, and it is no answer.
-        if (!body.isNull() || kSuccess[stage].size() < 3)
-            continue;
-        Bench another;
-        QCOMPARE(another.outcome(another.ask(stage), kSuccess[stage].chopped(1)), kMeaningless.at(stage));
-    }
-}
-
-void TestReplies::transportErrors_data()
-{
-    QTest::addColumn<QNetworkReply::NetworkError>("error");
-    QTest::addColumn<QString>("reason");
-    const auto errors = QMetaEnum::fromType<QNetworkReply::NetworkError>();
-    for (int i = 0; i < errors.keyCount(); ++i) {
-        const auto error = static_cast<QNetworkReply::NetworkError>(errors.value(i));
-        QString reason;
-        if (error == QNetworkReply::HostNotFoundError || error == QNetworkReply::UnknownNetworkError)
-            reason = s("Ошибка соединения. ");
-        else if (error == QNetworkReply::ProtocolUnknownError)
-            reason = s("Сайт недоступен. ");
-        if (error != QNetworkReply::NoError)
-            QTest::newRow(errors.key(i)) << error << reason;
-    }
-}
-
-void TestReplies::transportErrors()
-{
-    QFETCH(QNetworkReply::NetworkError, error);
-    QFETCH(QString, reason);
-    const QString offline = s("offline<%1>").arg(reason);
-    const QMap<int, QString> before{{Orvana::CheckLogin, s("unanswered; ")},
-                                    {Orvana::TaskDetails, s("details<>; ")}};
-    const QMap<int, QString> after{
-        {Orvana::SendActivity, s("; pending 0")},
-        {Orvana::DeadlineChange,
-         s("; Запрос на продление задачи не удалось отправить, повторите попытку позже.")}};
-    Bench bench;
-    // Known details are not what listeners are told.
-    bench.client.answer(bench.ask(Orvana::TaskDetails), kSuccess[Orvana::TaskDetails]);
-    for (int stage = 0; stage < kStages; ++stage) {
-        bench.client.session()->setOnline(true);
-        // Whatever came with the error is not looked at.
-        QCOMPARE(bench.outcome(bench.ask(stage), kSuccess[stage], error),
-                 QString(before.value(stage) + offline + after.value(stage)));
-        QVERIFY(!bench.client.session()->isOnline());
-    }
-}
-
-void TestReplies::onlineState()
-{
-    Bench bench;
-    const auto fail = QNetworkReply::ProtocolUnknownError;
-    QCOMPARE(bench.outcome(bench.ask(8), "", fail), s("offline<Сайт недоступен. >"));
-    QCOMPARE(bench.outcome(bench.ask(8), "", QNetworkReply::HostNotFoundError), QString());
-    for (int stage = 0; stage < kStages; ++stage) {
-        if (stage == Orvana::CheckLogin)
-            continue;
+        const auto fail = QNetworkReply::ProtocolUnknownError;
+        QCOMPARE(bench.outcome(bench.ask(8), "", fail), s("offline<Сайт недоступен. >"));
+        QCOMPARE(bench.outcome(bench.ask(8), "", QNetworkReply::HostNotFoundError), QString());
+        for (int stage = 0; stage < kStages; ++stage) {
+            if (stage == Orvana::CheckLogin)
+                continue;
+            bench.client.session()->setOnline(false);
+            QVERIFY(bench.outcome(bench.ask(stage), "{\"status\":-1}").contains(QLatin1String("online<>")));
+            QVERIFY(!bench.outcome(bench.ask(stage), "{\"status\":-1}").contains(QLatin1String("online")));
+        }
+        // A new user's flag starts anew.
         bench.client.session()->setOnline(false);
-        QVERIFY(bench.outcome(bench.ask(stage), "{\"status\":-1}").contains(QLatin1String("online<>")));
-        QVERIFY(!bench.outcome(bench.ask(stage), "{\"status\":-1}").contains(QLatin1String("online")));
+        QCOMPARE(bench.outcome(bench.ask(Orvana::CheckLogin), "{\"status\":-1}"), s("error6; online<>"));
     }
-    // A new user's flag starts anew.
-    bench.client.session()->setOnline(false);
-    QCOMPARE(bench.outcome(bench.ask(Orvana::CheckLogin), "{\"status\":-1}"), s("error6; online<>"));
-}
 
-void TestReplies::otherUsersRepliesAreIgnored()
-{
-    for (const int stage : {Orvana::TeamsAndTasks, Orvana::TaskDetails, Orvana::TimeSync}) {
+    void otherUsersRepliesAreIgnored()
+    {
+        for (const int stage : {Orvana::TeamsAndTasks, Orvana::TaskDetails, Orvana::TimeSync}) {
+            Bench bench;
+            const auto request = bench.ask(stage);
+            bench.client.login(s("other"));
+            bench.client.session()->setOnline(false);
+            QCOMPARE(bench.outcome(request, kSuccess[stage]), s("online<>"));
+        }
+        // The minute was the first user's, and is off the disk.
         Bench bench;
-        const auto request = bench.ask(stage);
+        const auto request = bench.ask(Orvana::SendActivity);
         bench.client.login(s("other"));
-        bench.client.session()->setOnline(false);
-        QCOMPARE(bench.outcome(request, kSuccess[stage]), s("online<>"));
+        QCOMPARE(bench.outcome(request, kSuccess[Orvana::SendActivity]), s("records 0; pending 0"));
     }
-    // The minute was the first user's, and is off the disk.
-    Bench bench;
-    const auto request = bench.ask(Orvana::SendActivity);
-    bench.client.login(s("other"));
-    QCOMPARE(bench.outcome(request, kSuccess[Orvana::SendActivity]), s("records 0; pending 0"));
-}
 
-void TestReplies::onlyTheLatestLoginCounts()
-{
-    Bench bench;
-    bench.client->requestCheckLogin(s("a"), s("1"));
-    const auto first = bench.client.takeRequests().last();
-    bench.client->requestCheckLogin(s("b"), s("2"));
-    const auto second = bench.client.takeRequests().last();
-    QCOMPARE(bench.outcome(first, "{}"), QString());
-    QCOMPARE(bench.outcome(second, "{\"status\":-1}"), s("error6"));
-    bench.client.session()->setPassword(s("kept"));
-    QCOMPARE(bench.outcome(second, "{}"), s("login; online<>; user b; teams 0; time 00:00/00:00"));
-    QCOMPARE(bench.client.session()->password(), s("2"));
-    QVERIFY(bench.client.session()->isLogged());
-    QCOMPARE(bench.client.stored(s("user/session.ini"), s("password")).toString(), s("kept"));
-    QCOMPARE(bench.outcome(second, "{}"), QString());
-    // The same user again is loaded anew from what was saved.
-    bench.client.session()->setActive(true);
-    bench.client.login(s("b"), s("3"));
-    QVERIFY(bench.client.session()->isActive());
-}
+    void onlyTheLatestLoginCounts()
+    {
+        Bench bench;
+        bench.client->requestCheckLogin(s("a"), s("1"));
+        const auto first = bench.client.takeRequests().last();
+        bench.client->requestCheckLogin(s("b"), s("2"));
+        const auto second = bench.client.takeRequests().last();
+        QCOMPARE(bench.outcome(first, "{}"), QString());
+        QCOMPARE(bench.outcome(second, "{\"status\":-1}"), s("error6"));
+        bench.client.session()->setPassword(s("kept"));
+        QCOMPARE(bench.outcome(second, "{}"), s("login; online<>; user b; teams 0; time 00:00/00:00"));
+        QCOMPARE(bench.client.session()->password(), s("2"));
+        QVERIFY(bench.client.session()->isLogged());
+        QCOMPARE(bench.client.stored(s("user/session.ini"), s("password")).toString(), s("kept"));
+        QCOMPARE(bench.outcome(second, "{}"), QString());
+        // The same user again is loaded anew from what was saved.
+        bench.client.session()->setActive(true);
+        bench.client.login(s("b"), s("3"));
+        QVERIFY(bench.client.session()->isActive());
+    }
 
-void TestReplies::versions_data()
-{
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<QString>("version"); // as it is stored; "!" before one that is offered
-    QTest::addColumn<int>("entries");
-    const auto row = [](const char *body, const char *version, int entries) {
-        QTest::newRow(body) << QByteArray(body) << QString::fromLatin1(version) << entries;
-    };
-    row(R"([{"version":"1.1.1"}])", "!1.1.1", 1);
-    row(R"([{"version":"1.1.0"}])", "1.1.0", 1);
-    row(R"([{"version":"1.10.0"}])", "!1.10.0", 1);
-    row(R"([{"version":"1.1"}])", "1.1", 1);
-    row(R"([{"version":"10.0.0"}])", "!10.0.0", 1);
-    row(R"([{"version":"9"},{"version":"1"}])", "!9", 2);
-    row(R"([{"file":"a"},5,{"version":"2"}])", "!2", 3);
-    row(R"([{"version":2}])", "!2", 1);
-    row(R"([{"version":null},{"version":"2"}])", "", 2);
-    row(R"([{"Version":"2"}])", "", 1);
-    row(R"(["2"])", "", 1);
-    row("[]", "", 0);
-    row(R"({"version":"2"})", "", 0);
-    row(R"({"status":-1})", "", 0);
-}
-
-void TestReplies::versions()
-{
-    QFETCH(QByteArray, body);
-    QFETCH(QString, version);
-    QFETCH(int, entries);
-    Bench bench;
-    const QString outcome = bench.outcome(bench.ask(Orvana::CheckUpdate), body);
-    const bool isOffered = version.startsWith(QLatin1Char('!'));
-    const QString plain = isOffered ? version.mid(1) : version;
-    QCOMPARE(outcome.contains(s("newer; Доступно новое обновление Orvana Team") + plain), isOffered);
-    QCOMPARE(outcome.contains(QLatin1String("current")), !isOffered);
-    QCOMPARE(OrvanaUpdate::instance()->availableUpdateVersion(), plain);
-    // The updater reads the same list from the file.
-    QCOMPARE(bench.client.stored(s("update.json"), s("updateInfo")).toList().size(), entries);
-    // Once an hour at most one popup speaks of it.
-    bench.client.answer(bench.ask(Orvana::CheckUpdate), body);
-    bench.client.answer(bench.ask(Orvana::CheckUpdate), body);
-    QCOMPARE(bench.client.popups().take().size(), isOffered ? 1 : 0);
-}
+    void versions()
+    {
+        // As it is stored, whether it is offered, and how many entries the updater finds in the file.
+        const std::tuple<const char *, const char *, bool, int> rows[] = {
+            {R"([{"version":"1.1.1"}])", "1.1.1", true, 1},
+            {R"([{"version":"1.1.0"}])", "1.1.0", false, 1},
+            {R"([{"version":"1.1"}])", "1.1", false, 1},
+            {R"([{"file":"a"},5,{"version":2}])", "2", true, 3},
+            {R"([{"version":null},{"version":"2"}])", "", false, 2},
+            {R"({"version":"2"})", "", false, 0}};
+        for (const auto &[body, version, isOffered, entries] : rows) {
+            Bench bench;
+            const QString outcome = bench.outcome(bench.ask(Orvana::CheckUpdate), body);
+            QCOMPARE(outcome.contains(s("newer; Доступно новое обновление Orvana Team") + s(version)),
+                     isOffered);
+            QCOMPARE(outcome.contains(QLatin1String("current")), !isOffered);
+            QCOMPARE(OrvanaUpdate::instance()->availableUpdateVersion(), s(version));
+            QCOMPARE(bench.client.stored(s("update.json"), s("updateInfo")).toList().size(), entries);
+            // Once an hour at most one popup speaks of it.
+            bench.client.answer(bench.ask(Orvana::CheckUpdate), body);
+            bench.client.answer(bench.ask(Orvana::CheckUpdate), body);
+            QCOMPARE(bench.client.popups().take().size(), isOffered ? 1 : 0);
+        }
+    }
+};
 
 QTEST_MAIN(TestReplies)
 

@@ -1,27 +1,5 @@
 #include "offlineclient.h"
-#include "texts.h"
-
-#include <QDir>
-#include <QFileInfo>
-#include <QtTest>
-
-// What of a user is kept on the disk, and how it comes back.
-class TestSession final : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void comesBackAfterRestart();
-    void restoresTheDay_data();
-    void restoresTheDay();
-    void keepsOddIds();
-    void keepsUsersApart();
-    void staysInItsFolder_data();
-    void staysInItsFolder();
-    void survivesDamagedFiles();
-    void keepsWhatIsGone();
-    void deletesWhatOlderVersionsLeft();
-};
+#include "rows.h"
 
 namespace {
 
@@ -50,258 +28,235 @@ void write(const QString &path, const QByteArray &text)
 
 } // namespace
 
-void TestSession::comesBackAfterRestart()
+// What of a user is kept on the disk, and how it comes back.
+class TestSession final : public QObject
 {
-    const QString password = s(" p@ss\"=;#%41/\\Пароль, ");
-    OfflineClient client;
-    QVERIFY(client.session()->isOnline() && !client.session()->isLogged()
-            && !client.session()->worktimeDate().isValid());
-    client.login(kUser, password);
-    client.load(texts({"2:7!@3*2 8", "1:9"}));
-    TaskInfo info;
-    info.title = s("Жук");
-    client.session()->addTaskInfoData(s("7"), info);
-    client->changeTask(s("2"), s("7"));
-    client.session()->setActive(true);
-    client.session()->setOnline(false);
-    client.session()->setWorktimeDate(QDate::currentDate());
-    client.session()->setWorktime(QTime(3, 17, 42));
-    client.session()->setActiveTime(QTime(2, 5));
-    client.session()->setActiveTaskTime(s("7"), QTime(1, 30));
-    client.stop();
+    Q_OBJECT
 
-    QCOMPARE(client.stored(s("config.ini")), (QVariantMap{{s("lastLogin"), kUser}}));
-    QCOMPARE(client.stored(kTeamsFile), (QVariantMap{{s("1"), s("C1")}, {s("2"), s("C2")}}));
-    const QString date = QLocale::c().toString(QDate::currentDate(), kDateFormat);
-    QCOMPARE(client.stored(kSessionFile),
-             (QVariantMap{{s("password"), password},
-                          {s("logged"), s("true")},
-                          {s("active"), s("true")},
-                          {s("teamID"), s("2")},
-                          {s("taskID"), s("7")},
-                          {s("isOnline"), s("false")},
-                          {s("worktimeDate"), date},
-                          {s("todayWorktime"), s("03:17:42")},
-                          {s("todayActivetime"), s("02:05:00")},
-                          {s("task2activeTimeMap"), QVariantMap{{s("7"), QTime(1, 30)}}}}));
-    for (const QString &folder : texts({"", "user@host", "user@host/activity"}))
-        QCOMPARE(QFile::permissions(client.path(folder)) & 0x0fff, QFile::Permissions(0x0700));
-
-    client.restart();
-    Orvana::Session *session = client.session();
-    QCOMPARE((QStringList{session->login(), session->password(), session->currentTeamID(),
-                          session->currentTaskID()}),
-             (QStringList{kUser, password, s("2"), s("7")}));
-    QVERIFY(session->isLogged() && session->isActive() && !session->isOnline());
-    QCOMPARE(session->team(s("2")).name, s("C2"));
-    QCOMPARE(idsOf(session->tasks(s("2"))), s("7 8 0"));
-    QVERIFY(session->task(s("2"), s("7")).hasSameContents(tasksFrom(s("7!@3*2")).first()));
-    QCOMPARE(session->taskInfo(s("7")).title, s("Жук"));
-    QCOMPARE(session->todayActiveTime(s("7")), QTime(1, 30));
-    QCOMPARE(session->todayActiveTime(s("8")), QTime(0, 0));
-
-    session->save();
-    session->clear();
-    QVERIFY(session->login().isEmpty() && session->password().isEmpty()
-            && session->currentTaskID().isEmpty());
-    QVERIFY(!session->isLogged() && !session->isActive() && !session->isOnline());
-    QVERIFY(session->teams().isEmpty() && session->tasks().isEmpty() && session->todayTime() == QTime(0, 0));
-    QCOMPARE(session->worktimeDate(), QDate::currentDate());
-    // With nobody logged in, only that is written.
-    session->save();
-    QCOMPARE(client.stored(s("config.ini"), s("lastLogin")).toString(), QString());
-    QCOMPARE(client.stored(kSessionFile, s("password")).toString(), password);
-    QCOMPARE(client.storedKeys(kTasksFile), texts({"1", "2"}));
-}
-
-void TestSession::restoresTheDay_data()
-{
-    QTest::addColumn<QString>("date");
-    QTest::addColumn<QString>("stored");
-    QTest::addColumn<QTime>("restored");
-    const QDate now = QDate::currentDate();
-    const auto row = [](const char *name, const QDate &date, const char *stored,
-                        const QTime &restored = QTime(0, 0)) {
-        QTest::newRow(name) << QLocale::c().toString(date, kDateFormat) << s(stored) << restored;
-    };
-    row("today", now, "03:17:42", QTime(3, 17));
-    row("milliseconds", now, "03:17:42.900", QTime(3, 17));
-    row("no time", now, "half past");
-    row("no such time", now, "24:00:00");
-    row("nothing", now, "");
-    row("yesterday", now.addDays(-1), "03:17:42");
-    row("tomorrow", now.addDays(1), "03:17:42");
-    row("no date", QDate(), "03:17:42");
-}
-
-void TestSession::restoresTheDay()
-{
-    QFETCH(QString, date);
-    QFETCH(QString, stored);
-    QFETCH(QTime, restored);
-    OfflineClient client;
-    client.login(kUser);
-    client.session()->setActiveTaskTime(s("7"), QTime(1, 0));
-    client.stop();
+private slots:
+    void comesBackAfterRestart()
     {
-        QSettings file(client.path(kSessionFile), QSettings::IniFormat);
-        file.setValue(s("worktimeDate"), date);
-        file.setValue(s("todayWorktime"), stored);
-        file.setValue(s("todayActivetime"), stored);
-    }
-    client.restart();
-    Orvana::Session *session = client.session();
-    QCOMPARE(session->worktimeDate(), QDate::currentDate());
-    QCOMPARE(session->todayTime(), restored);
-    QCOMPARE(session->todayActiveTime(), restored);
-    QCOMPARE(session->todayActiveTimeDisplayed(), restored);
-    session->updateSecondsToDisplayedWorktime(); // The counted value.
-    QCOMPARE(session->todayTime(), restored);
-    const bool isToday = QLocale::c().toDate(date, kDateFormat) == QDate::currentDate();
-    QCOMPARE(session->todayActiveTime(s("7")), QTime(isToday ? 1 : 0, 0));
-}
-
-void TestSession::keepsOddIds()
-{
-    QStringList ids =
-        texts({"a/b",     "/a",        "a/",  "a//b", "/",  "a\\b",    "100%",     "%2F",         "%252F",
-               "a=b",     "a;b#c",     " a ", "A",    "a",  "General", "%General", "@Variant(x)", "\"q\"",
-               "a\nb\tc", "кириллица", "😀",   ".",    "..", "[x]",     "0"});
-    ids.append(QLatin1String("a") + QChar(0) + QLatin1String("b"));
-    ids.append(QString(1000, QLatin1Char('x')));
-    ids.append(QString());
-    OfflineClient client;
-    client.login(kUser);
-    QList<Team> teams;
-    for (const QString &id : qAsConst(ids)) {
-        Task task;
+        const QString password = s(" p@ss\"=;#%41/\\Пароль, ");
+        OfflineClient client;
+        client.login(kUser, password);
+        client.load(texts({"2:7!@3*2 8", "1:9"}));
         TaskInfo info;
-        task.id = info.id = id;
-        client.session()->addTasksData({task}, id);
-        client.session()->addTaskInfoData(id, info);
-        teams.append({id, id});
-    }
-    client.session()->addTeamsData(teams);
-    client.restart();
-    ids.removeLast(); // A settings file has no place for an empty id.
-    QCOMPARE(client.session()->teams().size(), ids.size());
-    for (const QString &id : qAsConst(ids)) {
-        QCOMPARE(client.session()->team(id).name, id);
-        QCOMPARE(client.session()->task(id, id).id, id);
-        QCOMPARE(client.session()->taskInfo(id).id, id);
-    }
-}
-
-void TestSession::keepsUsersApart()
-{
-    OfflineClient client;
-    client.login(kUser, s("first"));
-    client.load(texts({"1:7"}));
-    client->changeTask(s("1"), s("7"));
-    client.session()->setWorktimeDate(QDate::currentDate());
-    client.session()->setWorktime(QTime(1, 0));
-    client.login(s("other"), s("second"));
-    QVERIFY(client.session()->teams().isEmpty() && client.session()->tasks().isEmpty());
-    QVERIFY(client.session()->currentTaskID().isEmpty() && client.session()->todayTime() == QTime(0, 0));
-    // Back again, with another password.
-    client.login(kUser, s("third"));
-    QCOMPARE(idsOf(client.session()->tasks()), s("7 0"));
-    QCOMPARE(client.session()->todayTime(), QTime(1, 0));
-    client.restart();
-    QCOMPARE(client.session()->password(), s("third"));
-    QCOMPARE(client.stored(s("other/session.ini"), s("password")).toString(), s("second"));
-}
-
-void TestSession::staysInItsFolder_data()
-{
-    QTest::addColumn<QString>("login");
-    for (const char *login : {"..", ".", "../x", "/etc", "a/b", "%2E%2E", " ", "a b+c%", "Иван"})
-        QTest::newRow(login) << s(login);
-    QTest::newRow("NUL") << QString(QLatin1String("a") + QChar(0) + QLatin1String("/../.."));
-    QTest::newRow("long") << QString(5000, QLatin1Char('x'));
-}
-
-void TestSession::staysInItsFolder()
-{
-    QFETCH(QString, login);
-    OfflineClient client;
-    client.login(login);
-    client.stop();
-    const QDir storage(client.path(QString()));
-    const QDir folder(Orvana::Session::directoryOf(storage, login));
-    QCOMPARE(QFileInfo(folder.path()).path(), storage.absolutePath());
-    const QDir above(storage.filePath(s("..")));
-    QCOMPARE(above.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), texts({".orvana"}));
-    client.restart();
-    QCOMPARE(client.session()->login(), login);
-    QCOMPARE(client.session()->password(), folder.exists() ? s("pw") : QString());
-}
-
-void TestSession::survivesDamagedFiles()
-{
-    OfflineClient client;
-    client.login(kUser);
-    client.load(texts({"1:7!@3*2 8"}));
-    client.session()->addTaskInfoData(s("7"), TaskInfo());
-    client.stop();
-    for (const QString &name : {kTasksFile, kTaskInfoFile, kSessionFile}) {
-        QFile file(client.path(name));
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QByteArray whole = file.readAll();
-        file.close();
-        for (int length = 0; length < whole.size(); length += 3) {
-            write(client.path(name), whole.left(length));
-            client.restart();
-            QCOMPARE(client.session()->login(), kUser);
-            client->setCleanMode(true);
-        }
+        info.title = s("Жук");
+        client.session()->addTaskInfoData(s("7"), info);
+        client->changeTask(s("2"), s("7"));
+        client.session()->setActive(true);
+        client.session()->setOnline(false);
+        client.session()->setWorktimeDate(QDate::currentDate());
+        client.session()->setWorktime(QTime(3, 17, 42));
+        client.session()->setActiveTime(QTime(2, 5));
+        client.session()->setActiveTaskTime(s("7"), QTime(1, 30));
         client.stop();
-        write(client.path(name), whole);
-    }
-    client.restart();
-    QCOMPARE(idsOf(client.session()->tasks()), s("7 8 0"));
-}
 
-void TestSession::keepsWhatIsGone()
-{
-    OfflineClient client;
-    client.login(kUser);
-    client.load(texts({"1:7", "2:8"}));
-    client.session()->save();
-    client.load(texts({"1:7"}));
-    QVERIFY(client.session()->taskInfo(s("x")).id.isEmpty());
-    // In the second round every file was deleted and is written whole again.
-    for (int round = 0; round < 2; ++round) {
-        client.session()->save();
-        QCOMPARE(client.storedKeys(kTeamsFile), texts({"1"}));
+        QCOMPARE(client.stored(s("config.ini")), (QVariantMap{{s("lastLogin"), kUser}}));
+        QCOMPARE(client.stored(kTeamsFile), (QVariantMap{{s("1"), s("C1")}, {s("2"), s("C2")}}));
+        const QString date = QLocale::c().toString(QDate::currentDate(), kDateFormat);
+        QCOMPARE(client.stored(kSessionFile),
+                 (QVariantMap{{s("password"), password},
+                              {s("logged"), s("true")},
+                              {s("active"), s("true")},
+                              {s("teamID"), s("2")},
+                              {s("taskID"), s("7")},
+                              {s("isOnline"), s("false")},
+                              {s("worktimeDate"), date},
+                              {s("todayWorktime"), s("03:17:42")},
+                              {s("todayActivetime"), s("02:05:00")},
+                              {s("task2activeTimeMap"), QVariantMap{{s("7"), QTime(1, 30)}}}}));
+        for (const QString &folder : texts({"", "user@host", "user@host/activity"}))
+            QCOMPARE(QFile::permissions(client.path(folder)) & 0x0fff, QFile::Permissions(0x0700));
+
+        client.restart();
+        Orvana::Session *session = client.session();
+        QCOMPARE(session->login() + session->password(), kUser + password);
+        QCOMPARE(session->currentTeamID() + session->currentTaskID(), s("27"));
+        QVERIFY(session->isLogged() && session->isActive() && !session->isOnline());
+        QCOMPARE(session->team(s("2")).name, s("C2"));
+        QCOMPARE(idsOf(session->tasks(s("2"))), s("7 8 0"));
+        QVERIFY(session->task(s("2"), s("7")).hasSameContents(tasksFrom(s("7!@3*2")).first()));
+        QCOMPARE(session->taskInfo(s("7")).title, s("Жук"));
+        QCOMPARE(session->todayActiveTime(s("7")), QTime(1, 30));
+        QCOMPARE(session->todayActiveTime(s("8")), QTime(0, 0));
+
+        // With nobody logged in, only that is written.
+        session->clear();
+        QVERIFY(session->teams().isEmpty() && session->tasks().isEmpty()
+                && session->todayTime() == QTime(0, 0));
+        session->save();
+        QCOMPARE(client.stored(s("config.ini"), s("lastLogin")).toString(), QString());
+        QCOMPARE(client.stored(kSessionFile, s("password")).toString(), password);
         QCOMPARE(client.storedKeys(kTasksFile), texts({"1", "2"}));
-        QCOMPARE(idsOf(client.stored(kTasksFile, s("2")).value<QList<Task>>()), s("8 0"));
-        QCOMPARE(client.storedKeys(kTaskInfoFile), texts({"x"}));
-        for (const QString &name : {kTasksFile, kTaskInfoFile, kTeamsFile})
-            QVERIFY(QFile::remove(client.path(name)));
     }
-}
 
-void TestSession::deletesWhatOlderVersionsLeft()
-{
-    OfflineClient client;
-    client.login(kUser);
-    client.load(texts({"1:", "../../x:"}));
-    client.stop();
-    const QStringList stale = texts({"json1", "json", ".orvana.db", "comments.data", "session.json",
-                                     "user@host/session.json", "user@host/tasks.json", "user@host/teams.json",
-                                     "user@host/team_1/a/b", "user@host/team_1/.c"});
-    const QStringList kept = texts({"update.json", "user@host/activity/json1", "jsons/json",
-                                    "user@host/team_2/a", "elsewhere/a", "user@host/team_"});
-    for (const QString &name : stale + kept)
-        write(client.path(name), "x");
-    QVERIFY(QFile::link(client.path(s("elsewhere")), client.path(s("user@host/team_1/link"))));
-    client.restart();
-    for (const QString &name : stale + texts({"user@host/team_1"}))
-        QVERIFY2(!QFile::exists(client.path(name)), qPrintable(name));
-    for (const QString &name : kept)
-        QVERIFY2(QFile::exists(client.path(name)), qPrintable(name));
-}
+    void restoresTheDay()
+    {
+        const QDate now = QDate::currentDate();
+        const std::tuple<QDate, const char *, QTime> rows[] = {{now, "03:17:42", {3, 17}},
+                                                               {now, "half past", {0, 0}},
+                                                               {now, "24:00:00", {0, 0}},
+                                                               {now.addDays(-1), "03:17:42", {0, 0}},
+                                                               {now.addDays(1), "03:17:42", {0, 0}},
+                                                               {QDate(), "03:17:42", {0, 0}}};
+        for (const auto &[date, stored, restored] : rows) {
+            OfflineClient client;
+            client.login(kUser);
+            client.session()->setActiveTaskTime(s("7"), QTime(1, 0));
+            client.stop();
+            {
+                QSettings file(client.path(kSessionFile), QSettings::IniFormat);
+                file.setValue(s("worktimeDate"), QLocale::c().toString(date, kDateFormat));
+                file.setValue(s("todayWorktime"), s(stored));
+                file.setValue(s("todayActivetime"), s(stored));
+            }
+            client.restart();
+            Orvana::Session *session = client.session();
+            QCOMPARE(session->worktimeDate(), now);
+            QCOMPARE(session->todayActiveTime(), restored);
+            QCOMPARE(session->todayActiveTimeDisplayed(), restored);
+            session->updateSecondsToDisplayedWorktime(); // The counted value.
+            QCOMPARE(session->todayTime(), restored);
+            QCOMPARE(session->todayActiveTime(s("7")), QTime(date == now ? 1 : 0, 0));
+        }
+    }
+
+    void keepsOddIds()
+    {
+        QStringList ids = texts({"a/b",    "/a",      "a//b",      "/", "a\\b",    "%2F",      "%252F",
+                                 "a=b;#c", " a ",     "A",         "a", "General", "%General", "@Variant(x)",
+                                 "\"q\"",  "a\nb\tc", "кириллица", "😀", "..",      "[x]",      "0"})
+            << QLatin1String("a") + QChar(0) + QLatin1String("b") << QString(1000, QLatin1Char('x'))
+            << QString();
+        OfflineClient client;
+        client.login(kUser);
+        QList<Team> teams;
+        for (const QString &id : qAsConst(ids)) {
+            Task task;
+            TaskInfo info;
+            task.id = info.id = id;
+            client.session()->addTasksData({task}, id);
+            client.session()->addTaskInfoData(id, info);
+            teams.append({id, id});
+        }
+        client.session()->addTeamsData(teams);
+        client.restart();
+        ids.removeLast(); // A settings file has no place for an empty id.
+        QCOMPARE(client.session()->teams().size(), ids.size());
+        for (const QString &id : qAsConst(ids)) {
+            QCOMPARE(client.session()->team(id).name, id);
+            QCOMPARE(client.session()->task(id, id).id, id);
+            QCOMPARE(client.session()->taskInfo(id).id, id);
+        }
+    }
+
+    void keepsUsersApart()
+    {
+        OfflineClient client;
+        client.login(kUser, s("first"));
+        client.load(texts({"1:7"}));
+        client->changeTask(s("1"), s("7"));
+        client.session()->setWorktimeDate(QDate::currentDate());
+        client.session()->setWorktime(QTime(1, 0));
+        client.login(s("other"), s("second"));
+        QVERIFY(client.session()->teams().isEmpty() && client.session()->tasks().isEmpty());
+        QVERIFY(client.session()->currentTaskID().isEmpty() && client.session()->todayTime() == QTime(0, 0));
+        // Back again, with another password.
+        client.login(kUser, s("third"));
+        QCOMPARE(idsOf(client.session()->tasks()), s("7 0"));
+        QCOMPARE(client.session()->todayTime(), QTime(1, 0));
+        client.restart();
+        QCOMPARE(client.session()->password(), s("third"));
+        QCOMPARE(client.stored(s("other/session.ini"), s("password")).toString(), s("second"));
+    }
+
+    void staysInItsFolder()
+    {
+        const QStringList logins = texts({"..", ".", "../x", "/etc", "%2E%2E", " ", "a b+c%", "Иван"})
+            << QLatin1String("a") + QChar(0) + QLatin1String("/../..") << QString(5000, QLatin1Char('x'));
+        for (const QString &login : logins) {
+            OfflineClient client;
+            client.login(login);
+            client.stop();
+            const QDir storage(client.path(QString()));
+            const QDir folder(Orvana::Session::directoryOf(storage, login));
+            QCOMPARE(QFileInfo(folder.path()).path(), storage.absolutePath());
+            const QDir above(storage.filePath(s("..")));
+            QCOMPARE(above.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                     texts({".orvana"}));
+            client.restart();
+            QCOMPARE(client.session()->login(), login);
+            QCOMPARE(client.session()->password(), folder.exists() ? s("pw") : QString());
+        }
+    }
+
+    void survivesDamagedFiles()
+    {
+        OfflineClient client;
+        client.login(kUser);
+        client.load(texts({"1:7!@3*2 8"}));
+        client.session()->addTaskInfoData(s("7"), TaskInfo());
+        client.stop();
+        for (const QString &name : {kTasksFile, kTaskInfoFile, kSessionFile}) {
+            QFile file(client.path(name));
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            const QByteArray whole = file.readAll();
+            file.close();
+            for (int length = 0; length < whole.size(); length += 3) {
+                write(client.path(name), whole.left(length));
+                client.restart();
+                QCOMPARE(client.session()->login(), kUser);
+                client->setCleanMode(true);
+            }
+            client.stop();
+            write(client.path(name), whole);
+        }
+        client.restart();
+        QCOMPARE(idsOf(client.session()->tasks()), s("7 8 0"));
+    }
+
+    void keepsWhatIsGone()
+    {
+        OfflineClient client;
+        client.login(kUser);
+        client.load(texts({"1:7", "2:8"}));
+        client.session()->save();
+        client.load(texts({"1:7"}));
+        QVERIFY(client.session()->taskInfo(s("x")).id.isEmpty());
+        // In the second round every file was deleted and is written whole again.
+        for (int round = 0; round < 2; ++round) {
+            client.session()->save();
+            QCOMPARE(client.storedKeys(kTeamsFile), texts({"1"}));
+            QCOMPARE(client.storedKeys(kTasksFile), texts({"1", "2"}));
+            QCOMPARE(idsOf(client.stored(kTasksFile, s("2")).value<QList<Task>>()), s("8 0"));
+            QCOMPARE(client.storedKeys(kTaskInfoFile), texts({"x"}));
+            for (const QString &name : {kTasksFile, kTaskInfoFile, kTeamsFile})
+                QVERIFY(QFile::remove(client.path(name)));
+        }
+    }
+
+    void deletesWhatOlderVersionsLeft()
+    {
+        OfflineClient client;
+        client.login(kUser);
+        client.load(texts({"1:", "../../x:"}));
+        client.stop();
+        const QStringList stale = texts(
+            {"json1", "json", ".orvana.db", "comments.data", "session.json", "user@host/session.json",
+             "user@host/tasks.json", "user@host/teams.json", "user@host/team_1/a/b", "user@host/team_1/.c"});
+        const QStringList kept = texts({"update.json", "user@host/activity/json1", "jsons/json",
+                                        "user@host/team_2/a", "elsewhere/a", "user@host/team_"});
+        for (const QString &name : stale + kept)
+            write(client.path(name), "x");
+        QVERIFY(QFile::link(client.path(s("elsewhere")), client.path(s("user@host/team_1/link"))));
+        client.restart();
+        for (const QString &name : stale + texts({"user@host/team_1"}))
+            QVERIFY2(!QFile::exists(client.path(name)), qPrintable(name));
+        for (const QString &name : kept)
+            QVERIFY2(QFile::exists(client.path(name)), qPrintable(name));
+    }
+};
 
 QTEST_MAIN(TestSession)
 

@@ -1,27 +1,5 @@
 #include "offlineclient.h"
-#include "texts.h"
-
-#include <QSignalSpy>
-#include <QtTest>
-
-// What a session makes of new lists and of passing time.
-class TestSessionNews final : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void announcesFromTheSecondLoad();
-    void announcesChanges_data();
-    void announcesChanges();
-    void manyChangesDoNotHoldUpTheWindow();
-    void tellsListeners();
-    void findsTasks();
-    void countsSecondsAndMinutes();
-    void startsNewDay_data();
-    void startsNewDay();
-    void activeTimeJumpsByMinutes();
-    void overdue();
-};
+#include "rows.h"
 
 namespace {
 
@@ -34,265 +12,233 @@ QDate today()
 
 } // namespace
 
-void TestSessionNews::announcesFromTheSecondLoad()
+// What a session makes of new lists and of passing time.
+class TestSessionNews final : public QObject
 {
-    OfflineClient client;
-    client.login(s("user"));
-    client.load(texts({"1:7! 8"}));
-    QCOMPARE(client.popups().take(), QStringList());
-    QVERIFY(!QFile::exists(client.path(kTasksFile)));
-    // The second load finds as many lists as teams and creates the files.
-    client.load(texts({"1:7! 8", "2:9"}));
-    QVERIFY(QFile::exists(client.path(kTasksFile)));
-    QCOMPARE(client.popups().take(),
-             texts({"Добавлена новая задача \"T9\" #9", "Добавлена новая команда \"C2\""}));
-    // A restart is no first load.
-    client.restart();
-    client.load(texts({"1:7! 8"}));
-    QCOMPARE(client.popups().take(), texts({"Вы больше не являетесь членом команды \"C2\""}));
-    client.load(texts({"1:7! 8"}));
-    QCOMPARE(client.popups().take(), QStringList());
-}
+    Q_OBJECT
 
-void TestSessionNews::announcesChanges_data()
-{
-    QTest::addColumn<QStringList>("before");
-    QTest::addColumn<QStringList>("after");
-    QTest::addColumn<QStringList>("popups");
-    QTest::addColumn<QString>(
-        "signalled"); // tasks closed, and "!" when the current task 7 has a new deadline
-    using Texts = std::initializer_list<const char *>;
-    const auto row = [](const char *name, Texts before, Texts after, Texts popups, const char *signalled) {
-        QTest::newRow(name) << texts(before) << texts(after) << texts(popups) << s(signalled);
-    };
-    row("same", {"1:7!@3*2 8"}, {"1:8 7!@3*2"}, {}, "");
-    row("each kind", {"1:2 3! 4*1 5 6@1"}, {"1:2! 3 4*2 6@2 8 9!"},
-        {"Задача \"T2\" помечена как блокирующая #2", "Задача \"T3\" более не является блокирующей #3",
-         "К задаче \"T4\" добавлен новый комментарий #4", "Добавлена новая задача \"T8\" #8",
-         "Добавлена новая блокируюшая задача \"T9\" #9", "Задача \"T5\" более недоступна",
-         "Дедлайн задачи \"T6\" был изменён"},
-        "5");
-    row("current deadline", {"1:7@1 8@1"}, {"1:7@2 8@2"},
-        {"Дедлайн задачи \"T7\" был изменён", "Дедлайн задачи \"T8\" был изменён"}, "!");
-    // The other team's list takes over the deadline, so it is told once.
-    row("shared task", {"1:7@1", "2:7@1 8"}, {"1:7@2", "2:7@2 8"}, {"Дедлайн задачи \"T7\" был изменён"},
-        "!");
-    row("shared task gone", {"1:7", "2:7 8"}, {"1:", "2:8"}, {"Задача \"T7\" более недоступна"}, "7");
-    row("shared task leaves one team", {"1:7", "2:7"}, {"1:", "2:7"},
-        {"Задача \"T7\" более недоступна", "Добавлена новая задача \"T7\" #7"}, "7");
-    row("exempt team", {"2192:7@1 8 9"}, {"2192:7@2 8!"},
-        {"Задача \"T8\" помечена как блокирующая #8", "Задача \"T9\" более недоступна"}, "9");
-    row("shared with the exempt team", {"1:7@1", "2192:7@1"}, {"1:7@2", "2192:7@3"},
-        {"Дедлайн задачи \"T7\" был изменён"}, "!");
-}
-
-void TestSessionNews::announcesChanges()
-{
-    QFETCH(QStringList, before);
-    QFETCH(QStringList, after);
-    OfflineClient client;
-    client.login(s("user"));
-    client.load(before);
-    client.session()->setCurrentTaskID(s("7"));
-    client.session()->save();
-    QString signalled;
-    connect(client.session(), &Orvana::Session::taskClosed, this,
-            [&](const QString &id) { signalled += id; });
-    connect(client.session(), &Orvana::Session::overdueTimeChanged, this,
-            [&] { signalled += QLatin1Char('!'); });
-    client.load(after);
-    QTEST(client.popups().take(), "popups");
-    QTEST(signalled, "signalled");
-    // What came is what is known now, also to the next program.
-    for (int round = 0; round < 2; ++round) {
-        for (const QString &list : qAsConst(after)) {
-            const QList<Task> known = client.session()->tasks(list.section(QLatin1Char(':'), 0, 0));
-            const QList<Task> expected = tasksFrom(list.section(QLatin1Char(':'), 1)) << Task::catchAll();
-            QVERIFY(std::equal(known.cbegin(), known.cend(), expected.cbegin(), expected.cend(),
-                               [](const Task &a, const Task &b) { return a.hasSameContents(b); }));
-        }
+private slots:
+    void announcesFromTheSecondLoad()
+    {
+        OfflineClient client;
+        client.login(s("user"));
+        client.load(texts({"1:7! 8"}));
+        QCOMPARE(client.popups().take(), QStringList());
+        QVERIFY(!QFile::exists(client.path(kTasksFile)));
+        // The second load finds as many lists as teams and creates the files.
+        client.load(texts({"1:7! 8", "2:9"}));
+        QVERIFY(QFile::exists(client.path(kTasksFile)));
+        QCOMPARE(client.popups().take(),
+                 texts({"Добавлена новая задача \"T9\" #9", "Добавлена новая команда \"C2\""}));
+        // A restart is no first load.
         client.restart();
+        client.load(texts({"1:7! 8"}));
+        QCOMPARE(client.popups().take(), texts({"Вы больше не являетесь членом команды \"C2\""}));
+        client.load(texts({"1:7! 8"}));
+        QCOMPARE(client.popups().take(), QStringList());
     }
-}
 
-void TestSessionNews::manyChangesDoNotHoldUpTheWindow()
-{
-    OfflineClient client;
-    NotificationManager::instance()->setMainForm(nullptr); // A screen of the usual height.
-    client.login(s("user"));
-    QString notes;
-    for (int i = 1; i <= 10000; ++i)
-        notes += QString::number(i) + QLatin1Char(' ');
-    const QStringList many{s("1:") + notes, s("2:") + notes};
-    client.load(many);
-    client.session()->save();
-    QElapsedTimer timer;
-    timer.start();
-    client.load(texts({"1:", "2:"}));
-    QCOMPARE(client.session()->tasks().size(), 1);
-    client.load(many);
-    QVERIFY2(timer.elapsed() < 10000, qPrintable(QString::number(timer.elapsed())));
-}
+    void announcesChanges_data()
+    {
+        addColumns<QStringList, QStringList, QStringList, QString>(
+            "before", "after", "popups",
+            "signalled"); // tasks closed, and "!" when the current task 7 has a new deadline
+        using Texts = std::initializer_list<const char *>;
+        const auto row = [](const char *name, Texts before, Texts after, Texts popups,
+                            const char *signalled) {
+            QTest::newRow(name) << texts(before) << texts(after) << texts(popups) << s(signalled);
+        };
+        row("same", {"1:7!@3*2 8"}, {"1:8 7!@3*2"}, {}, "");
+        row("each kind", {"1:2 3! 4*1 5 6@1"}, {"1:2! 3 4*2 6@2 8 9!"},
+            {"Задача \"T2\" помечена как блокирующая #2", "Задача \"T3\" более не является блокирующей #3",
+             "К задаче \"T4\" добавлен новый комментарий #4", "Добавлена новая задача \"T8\" #8",
+             "Добавлена новая блокируюшая задача \"T9\" #9", "Задача \"T5\" более недоступна",
+             "Дедлайн задачи \"T6\" был изменён"},
+            "5");
+        row("current deadline", {"1:7@1 8@1"}, {"1:7@2 8@2"},
+            {"Дедлайн задачи \"T7\" был изменён", "Дедлайн задачи \"T8\" был изменён"}, "!");
+        // The other team's list takes over the deadline, so it is told once.
+        row("shared task", {"1:7@1", "2:7@1 8"}, {"1:7@2", "2:7@2 8"}, {"Дедлайн задачи \"T7\" был изменён"},
+            "!");
+        row("shared task gone", {"1:7", "2:7 8"}, {"1:", "2:8"}, {"Задача \"T7\" более недоступна"}, "7");
+        row("shared task leaves one team", {"1:7", "2:7"}, {"1:", "2:7"},
+            {"Задача \"T7\" более недоступна", "Добавлена новая задача \"T7\" #7"}, "7");
+        row("exempt team", {"2192:7@1 8 9"}, {"2192:7@2 8!"},
+            {"Задача \"T8\" помечена как блокирующая #8", "Задача \"T9\" более недоступна"}, "9");
+        row("shared with the exempt team", {"1:7@1", "2192:7@1"}, {"1:7@2", "2192:7@3"},
+            {"Дедлайн задачи \"T7\" был изменён"}, "!");
+    }
 
-void TestSessionNews::tellsListeners()
-{
-    OfflineClient client;
-    client.login(s("user"));
-    QSignalSpy teams(client.session(), &Orvana::Session::teamsUpdated);
-    QStringList seen;
-    connect(client.session(), &Orvana::Session::tasksUpdated, this, [&](const QString &id) { seen += id; });
-    connect(client.session(), &Orvana::Session::taskChanged, this,
-            [&](const QString &id) { seen += s("task ") + id; });
-    connect(client.get(), &Orvana::teamChanged, this, [&](const QString &id) { seen += s("team ") + id; });
-    // Also when nothing has changed: the chooser waits for it.
-    client.load(texts({"5:", "3:"}));
-    client.load(texts({"5:", "3:"}));
-    for (const char *choice : {"17", "17", "18", "28", "28"})
-        client->changeTask(s(choice).left(1), s(choice).mid(1));
-    QCOMPARE(teams.size(), 2);
-    QCOMPARE(seen, texts({"5", "3", "5", "3", "team 1", "task 7", "task 8", "team 2"}));
-}
+    void announcesChanges()
+    {
+        QFETCH(QStringList, before);
+        QFETCH(QStringList, after);
+        OfflineClient client;
+        client.login(s("user"));
+        client.load(before);
+        client.session()->setCurrentTaskID(s("7"));
+        client.session()->save();
+        QString signalled;
+        connect(client.session(), &Orvana::Session::taskClosed, this,
+                [&](const QString &id) { signalled += id; });
+        connect(client.session(), &Orvana::Session::overdueTimeChanged, this,
+                [&] { signalled += QLatin1Char('!'); });
+        client.load(after);
+        QTEST(client.popups().take(), "popups");
+        QTEST(signalled, "signalled");
+        // What came is what is known now, also to the next program.
+        for (int round = 0; round < 2; ++round) {
+            for (const QString &list : qAsConst(after)) {
+                const QList<Task> known = client.session()->tasks(list.section(QLatin1Char(':'), 0, 0));
+                const QList<Task> expected = tasksFrom(list.section(QLatin1Char(':'), 1)) << Task::catchAll();
+                QVERIFY(std::equal(known.cbegin(), known.cend(), expected.cbegin(), expected.cend(),
+                                   [](const Task &a, const Task &b) { return a.hasSameContents(b); }));
+            }
+            client.restart();
+        }
+    }
 
-void TestSessionNews::findsTasks()
-{
-    OfflineClient client;
-    client.login(s("user"));
-    client.load(texts({"2:7@2 9!", "1:8~0 7@1 6~y"}));
-    Orvana::Session *session = client.session();
-    const auto ids = [](const QList<Task> &tasks) {
-        QString all;
-        for (const Task &task : tasks)
-            all += task.id;
-        return all;
-    };
-    // Every task once, from the team with the smaller id.
-    QCOMPARE(ids(session->tasks()), s("87609"));
-    QCOMPARE(session->tasks().at(1).deadline.date().day(), 1);
-    QCOMPARE(ids(session->blockedTasks(s("1"))), s("6"));
-    QVERIFY(session->tasks(s("3")).isEmpty() && session->blockedTasks(s("3")).isEmpty());
-    QVERIFY(session->team(s("3")).id.isEmpty() && session->task(s("1"), s("9")).id.isEmpty());
-    QVERIFY(session->task(QString(), s("7")).id.isEmpty() && session->task(s("1"), QString()).id.isEmpty());
-}
+    void manyChangesDoNotHoldUpTheWindow()
+    {
+        OfflineClient client;
+        NotificationManager::instance()->setMainForm(nullptr); // A screen of the usual height.
+        client.login(s("user"));
+        QString notes;
+        for (int i = 1; i <= 10000; ++i)
+            notes += QString::number(i) + QLatin1Char(' ');
+        const QStringList many{s("1:") + notes, s("2:") + notes};
+        client.load(many);
+        client.session()->save();
+        QElapsedTimer timer;
+        timer.start();
+        client.load(texts({"1:", "2:"}));
+        QCOMPARE(client.session()->tasks().size(), 1);
+        client.load(many);
+        QVERIFY2(timer.elapsed() < 10000, qPrintable(QString::number(timer.elapsed())));
+    }
 
-void TestSessionNews::countsSecondsAndMinutes()
-{
-    OfflineClient client;
-    client.login(s("user"));
-    Orvana::Session *session = client.session();
-    session->setWorktimeDate(today());
-    QSignalSpy updated(session, &Orvana::Session::timeUpdated);
-    for (int i = 0; i < 61; ++i)
+    void findsTasks()
+    {
+        OfflineClient client;
+        client.login(s("user"));
+        client.load(texts({"2:7@2 9!", "1:8~0 7@1 6~y"}));
+        Orvana::Session *session = client.session();
+        QString ids;
+        const QList<Task> all = session->tasks();
+        for (const Task &task : all)
+            ids += task.id;
+        // Every task once, from the team with the smaller id.
+        QCOMPARE(ids, s("87609"));
+        QCOMPARE(all.at(1).deadline.date().day(), 1);
+        QCOMPARE(session->blockedTasks(s("1")), tasksFrom(s("6")));
+        QVERIFY(session->tasks(s("3")).isEmpty() && session->team(s("3")).id.isEmpty());
+        QVERIFY(session->task(s("1"), s("9")).id.isEmpty() && session->task(QString(), s("7")).id.isEmpty());
+    }
+
+    void countsSecondsAndMinutes()
+    {
+        OfflineClient client;
+        client.login(s("user"));
+        Orvana::Session *session = client.session();
+        session->setWorktimeDate(today());
+        QSignalSpy updated(session, &Orvana::Session::timeUpdated);
+        for (int i = 0; i < 61; ++i)
+            session->incrementTodayTime();
+        QCOMPARE(updated.size(), 61);
+        QCOMPARE(session->todayTime(), QTime(0, 1, 1));
+        QCOMPARE(session->todayActiveTimeDisplayed(), QTime(0, 1, 1));
+        QCOMPARE(session->todayActiveTime(), QTime(0, 0));
+        session->addMinuteToWorktime();
+        session->updateSecondsToDisplayedWorktime();
+        session->updateSecondsToDisplayedActiveTime();
+        QCOMPARE(updated.size(), 63);
+        QCOMPARE(session->todayTime(), QTime(0, 1));
+        QCOMPARE(session->todayActiveTimeDisplayed(), QTime(0, 0));
+        // A counted minute is on the disk at once.
+        QCOMPARE(client.stored(s("user/session.ini"), s("todayWorktime")).toString(), s("00:01:00"));
+
+        session->setWorktime(QTime(23, 59, 30));
+        session->setActiveTime(QTime(23, 59, 59));
+        QCOMPARE(session->todayTime(), QTime(23, 59, 30));
         session->incrementTodayTime();
-    QCOMPARE(updated.size(), 61);
-    QCOMPARE(session->todayTime(), QTime(0, 1, 1));
-    QCOMPARE(session->todayActiveTimeDisplayed(), QTime(0, 1, 1));
-    QCOMPARE(session->todayActiveTime(), QTime(0, 0));
-    session->addMinuteToWorktime();
-    session->updateSecondsToDisplayedWorktime();
-    session->updateSecondsToDisplayedActiveTime();
-    QCOMPARE(updated.size(), 63);
-    QCOMPARE(session->todayTime(), QTime(0, 1));
-    QCOMPARE(session->todayActiveTimeDisplayed(), QTime(0, 0));
-    // A counted minute is on the disk at once.
-    QCOMPARE(client.stored(s("user/session.ini"), s("todayWorktime")).toString(), s("00:01:00"));
-
-    session->setWorktime(QTime(23, 59, 30));
-    session->setActiveTime(QTime(23, 59, 59));
-    QCOMPARE(session->todayTime(), QTime(23, 59, 30));
-    session->incrementTodayTime();
-    QCOMPARE(session->todayActiveTimeDisplayed(), QTime(0, 0));
-    session->addMinuteToWorktime();
-    session->addMinuteToActiveTime();
-    session->updateSecondsToDisplayedWorktime();
-    QCOMPARE(session->todayTime(), QTime(0, 0, 30));
-    QCOMPARE(session->todayActiveTime(), QTime(0, 0, 59));
-
-    // A task's entry is the day's total at its latest active minute.
-    session->setActiveTime(QTime(1, 0));
-    session->setActiveTaskTime(s("A"), QTime(0, 10));
-    for (const char *task : {"A", "A", "A", "B", "B"}) {
-        session->setCurrentTaskID(s(task));
+        QCOMPARE(session->todayActiveTimeDisplayed(), QTime(0, 0));
+        session->addMinuteToWorktime();
         session->addMinuteToActiveTime();
+        session->updateSecondsToDisplayedWorktime();
+        QCOMPARE(session->todayTime(), QTime(0, 0, 30));
+        QCOMPARE(session->todayActiveTime(), QTime(0, 0, 59));
+
+        // A task's entry is the day's total at its latest active minute.
+        session->setActiveTime(QTime(1, 0));
+        session->setActiveTaskTime(s("A"), QTime(0, 10));
+        for (const char *task : {"A", "A", "A", "B", "B"}) {
+            session->setCurrentTaskID(s(task));
+            session->addMinuteToActiveTime();
+        }
+        QCOMPARE(session->todayActiveTime(s("A")), QTime(1, 3));
+        QCOMPARE(session->todayActiveTime(s("B")), QTime(1, 5));
+        QCOMPARE(session->todayActiveTime(s("x")), QTime(0, 0));
+        session->save();
+        QVERIFY(!client.stored(s("user/session.ini"), s("task2activeTimeMap")).toMap().contains(s("x")));
     }
-    QCOMPARE(session->todayActiveTime(s("A")), QTime(1, 3));
-    QCOMPARE(session->todayActiveTime(s("B")), QTime(1, 5));
-    QCOMPARE(session->todayActiveTime(s("x")), QTime(0, 0));
-    session->save();
-    QVERIFY(!client.stored(s("user/session.ini"), s("task2activeTimeMap")).toMap().contains(s("x")));
-}
 
-void TestSessionNews::startsNewDay_data()
-{
-    QTest::addColumn<QDate>("date");
-    QTest::addColumn<bool>("isNew");
-    QTest::newRow("yesterday") << today().addDays(-1) << true;
-    QTest::newRow("none") << QDate() << true;
-    QTest::newRow("today") << today() << false;
-    QTest::newRow("tomorrow") << today().addDays(1) << false;
-}
-
-void TestSessionNews::startsNewDay()
-{
-    QFETCH(QDate, date);
-    QFETCH(bool, isNew);
-    const OfflineClient client;
-    Orvana::Session *session = client.session();
-    session->setWorktime(QTime(5, 0));
-    session->setActiveTime(QTime(4, 30));
-    session->setActiveTaskTime(s("7"), QTime(1, 0));
-    session->setWorktimeDate(date);
-    QSignalSpy updated(session, &Orvana::Session::timeUpdated);
-    session->incrementTodayTime();
-    const QTime none(0, 0);
-    QCOMPARE(updated.size(), 1);
-    QCOMPARE(session->worktimeDate(), isNew ? today() : date);
-    QCOMPARE(session->todayTime(), isNew ? none : QTime(5, 0, 1));
-    QCOMPARE(session->todayActiveTimeDisplayed(), isNew ? none : QTime(4, 30, 1));
-    QCOMPARE(session->todayActiveTime(), isNew ? none : QTime(4, 30));
-    QCOMPARE(session->todayActiveTime(s("7")), isNew ? none : QTime(1, 0));
-    session->updateSecondsToDisplayedWorktime();
-    QCOMPARE(session->todayTime(), isNew ? none : QTime(5, 0));
-}
-
-void TestSessionNews::activeTimeJumpsByMinutes()
-{
-    const QTime shown(1, 5, 40);
-    for (const QTime &time : {QTime(2, 5), QTime(1, 5), QTime(1, 6), QTime(1, 4), QTime(0, 0)}) {
-        const OfflineClient client;
-        client.session()->setActiveTime(shown);
-        QSignalSpy updated(client.session(), &Orvana::Session::timeUpdated);
-        client.session()->setActiveTime(time);
-        const bool jumps = time.minute() != 5;
-        QCOMPARE(updated.size(), jumps ? 1 : 0);
-        QCOMPARE(client.session()->todayActiveTime(), time);
-        QCOMPARE(client.session()->todayActiveTimeDisplayed(), jumps ? time : shown);
+    void startsNewDay()
+    {
+        const QTime none(0, 0);
+        for (const QDate &date : {today().addDays(-1), QDate(), today(), today().addDays(1)}) {
+            const bool isNew = !date.isValid() || date < today();
+            const OfflineClient client;
+            Orvana::Session *session = client.session();
+            session->setWorktime(QTime(5, 0));
+            session->setActiveTime(QTime(4, 30));
+            session->setActiveTaskTime(s("7"), QTime(1, 0));
+            session->setWorktimeDate(date);
+            QSignalSpy updated(session, &Orvana::Session::timeUpdated);
+            session->incrementTodayTime();
+            QCOMPARE(updated.size(), 1);
+            QCOMPARE(session->worktimeDate(), isNew ? today() : date);
+            QCOMPARE(session->todayTime(), isNew ? none : QTime(5, 0, 1));
+            QCOMPARE(session->todayActiveTimeDisplayed(), isNew ? none : QTime(4, 30, 1));
+            QCOMPARE(session->todayActiveTime(), isNew ? none : QTime(4, 30));
+            QCOMPARE(session->todayActiveTime(s("7")), isNew ? none : QTime(1, 0));
+            session->updateSecondsToDisplayedWorktime();
+            QCOMPARE(session->todayTime(), isNew ? none : QTime(5, 0));
+        }
     }
-}
 
-void TestSessionNews::overdue()
-{
-    OfflineClient client;
-    client.login(s("user"));
-    const QDateTime now = QDateTime::currentDateTime();
-    QList<Task> tasks = tasksFrom(s("1 2 3"));
-    tasks[0].deadline = now.addSecs(-100000);
-    tasks[1].deadline = now.addSecs(100000);
-    client.session()->addTasksData(tasks << Task::catchAll(), s("5"));
-    const auto overdueOf = [&](const char *team, const char *task) {
-        client->changeTask(s(team), s(task));
-        return client.session()->overdueTime();
-    };
-    const auto isAbout = [](qint64 actual, qint64 expected) {
-        return actual >= expected && actual < expected + 60;
-    };
-    QVERIFY(isAbout(overdueOf("5", "1"), 100000));
-    QVERIFY(isAbout(overdueOf("5", "2"), -100000));
-    QCOMPARE(overdueOf("5", "3"), 0);
-    QVERIFY(!client.session()->currentDeadline().isValid());
-    QCOMPARE(overdueOf("6", "1"), 0);
-    QCOMPARE(overdueOf("5", "0"), 0);
-    QVERIFY(isAbout(now.secsTo(client.session()->currentDeadline()), 0));
-}
+    void activeTimeJumpsByMinutes()
+    {
+        const QTime shown(1, 5, 40);
+        for (const QTime &time : {QTime(2, 5), QTime(1, 5), QTime(1, 6), QTime(1, 4), QTime(0, 0)}) {
+            const OfflineClient client;
+            client.session()->setActiveTime(shown);
+            QSignalSpy updated(client.session(), &Orvana::Session::timeUpdated);
+            client.session()->setActiveTime(time);
+            const bool jumps = time.minute() != 5;
+            QCOMPARE(updated.size(), jumps ? 1 : 0);
+            QCOMPARE(client.session()->todayActiveTime(), time);
+            QCOMPARE(client.session()->todayActiveTimeDisplayed(), jumps ? time : shown);
+        }
+    }
+
+    void overdue()
+    {
+        OfflineClient client;
+        client.login(s("user"));
+        const QDateTime now = QDateTime::currentDateTime();
+        QList<Task> tasks = tasksFrom(s("1 2 3"));
+        tasks[0].deadline = now.addSecs(-100000);
+        tasks[1].deadline = now.addSecs(100000);
+        client.session()->addTasksData(tasks << Task::catchAll(), s("5"));
+        const std::tuple<const char *, const char *, int> rows[] = {
+            {"5", "1", 100000}, {"5", "2", -100000}, {"5", "3", 0}, {"6", "1", 0}, {"5", "0", 0}};
+        for (const auto &[team, task, expected] : rows) {
+            client->changeTask(s(team), s(task));
+            const qint64 actual = client.session()->overdueTime();
+            QVERIFY2(actual >= expected && actual < expected + (expected == 0 ? 1 : 60), task);
+        }
+    }
+};
 
 QTEST_MAIN(TestSessionNews)
 

@@ -3,6 +3,7 @@
 #include "cannedreply.h"
 #include "popups.h"
 #include "tasknotes.h"
+#include "texts.h"
 
 #include "service/orvana.h"
 #include "service/ovsession.h"
@@ -48,7 +49,7 @@ public:
     QVariantMap stored(const QString &file) const
     {
         const QTemporaryDir elsewhere;
-        const QString copy = elsewhere.filePath(QStringLiteral("copy.ini"));
+        const QString copy = elsewhere.filePath(s("copy.ini"));
         QFile::copy(path(file), copy);
         const QSettings settings(copy, QSettings::IniFormat);
         QVariantMap values;
@@ -60,7 +61,7 @@ public:
     QVariant stored(const QString &file, const QString &key) const { return stored(file).value(key); }
     QStringList storedKeys(const QString &file) const { return stored(file).keys(); }
 
-    void login(const QString &login, const QString &password = QStringLiteral("pw"))
+    void login(const QString &login, const QString &password = s("pw"))
     {
         m_orvana->requestCheckLogin(login, password);
         answer(takeRequests().last(), QByteArrayLiteral("{}"));
@@ -114,9 +115,8 @@ private:
     // and hundreds of clients would wait for the disk.
     static QString folderTemplate()
     {
-        const QString memory = QStringLiteral("/dev/shm");
-        return (QFileInfo(memory).isWritable() ? memory : QDir::tempPath())
-            + QStringLiteral("/orvana-test.XXXXXX");
+        const QString memory = s("/dev/shm");
+        return (QFileInfo(memory).isWritable() ? memory : QDir::tempPath()) + s("/orvana-test.XXXXXX");
     }
 
     QTemporaryDir m_folder{folderTemplate()};

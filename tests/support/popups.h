@@ -3,13 +3,47 @@
 #include "notifications/notificationform.h"
 #include "notifications/notificationhost.h"
 #include "notifications/notificationmanager.h"
+#include "texts.h"
 #include "ui/autoscrolllineedit.h"
 
 #include <QApplication>
 #include <QKeyEvent>
+#include <QMap>
 #include <QStringList>
 
-#include <algorithm>
+inline QList<NotificationForm *> popupForms()
+{
+    QList<NotificationForm *> found;
+    const QWidgetList windows = QApplication::topLevelWidgets();
+    for (QWidget *window : windows) {
+        if (auto *popup = qobject_cast<NotificationForm *>(window))
+            found.append(popup);
+    }
+    return found;
+}
+
+// Those on the screen, from the top down.
+inline QList<NotificationForm *> shownPopups()
+{
+    QMap<int, NotificationForm *> bySlot;
+    const QList<NotificationForm *> popups = popupForms();
+    for (NotificationForm *popup : popups) {
+        if (popup->isVisible())
+            bySlot.insert(popup->getPosition(), popup);
+    }
+    return bySlot.values();
+}
+
+// Also of one that waits and has no window yet: nothing.
+inline QStringList textsOf(const QList<NotificationForm *> &popups)
+{
+    QStringList texts;
+    for (const NotificationForm *popup : popups) {
+        if (const auto *message = popup->findChild<AutoScrollLineEdit *>(s("leMessage")))
+            texts.append(message->toPlainText());
+    }
+    return texts;
+}
 
 // Stands in for the main window: a screen high enough for every popup.
 class Popups final : public NotificationHost
@@ -28,18 +62,10 @@ public:
     // that a click would open.
     QStringList take()
     {
-        QList<NotificationForm *> forms;
-        const QWidgetList windows = QApplication::topLevelWidgets();
-        for (QWidget *window : windows) {
-            auto *form = qobject_cast<NotificationForm *>(window);
-            if (form && form->isVisible())
-                forms.append(form);
-        }
-        std::sort(forms.begin(), forms.end(),
-                  [](const auto *a, const auto *b) { return a->getPosition() < b->getPosition(); });
         QStringList texts;
-        for (NotificationForm *form : qAsConst(forms)) {
-            QString text = form->findChild<AutoScrollLineEdit *>(QStringLiteral("leMessage"))->toPlainText();
+        const QList<NotificationForm *> forms = shownPopups();
+        for (NotificationForm *form : forms) {
+            QString text = textsOf({form}).first();
             m_openedTask.clear();
             QKeyEvent enter(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier);
             QApplication::sendEvent(form, &enter);

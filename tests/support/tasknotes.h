@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/records.h"
+#include "texts.h"
 
 #include <QRegularExpression>
 
@@ -8,8 +9,7 @@
 // comment on 2 March; "~" stands before a blocking mark's text.
 inline QList<Task> tasksFrom(const QString &notes)
 {
-    static const QRegularExpression pattern(
-        QStringLiteral("^(\\d+)(?:(!)|~(\\w))?(?:@(\\d+))?(?:\\*(\\d+))?$"));
+    static const QRegularExpression pattern(s("^(\\d+)(?:(!)|~(\\w))?(?:@(\\d+))?(?:\\*(\\d+))?$"));
     QList<Task> tasks;
     const QStringList all = notes.split(QLatin1Char(' '), Qt::SkipEmptyParts);
     for (const QString &note : all) {
@@ -17,7 +17,7 @@ inline QList<Task> tasksFrom(const QString &notes)
         Task task;
         task.id = match.captured(1);
         task.title = QLatin1Char('T') + task.id;
-        task.block = match.captured(2).isEmpty() ? match.captured(3) : QStringLiteral("1");
+        task.block = match.captured(2).isEmpty() ? match.captured(3) : s("1");
         if (!match.captured(4).isEmpty())
             task.deadline = QDateTime(QDate(2024, 3, match.captured(4).toInt()), QTime(18, 0));
         if (!match.captured(5).isEmpty())

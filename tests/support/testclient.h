@@ -2,16 +2,10 @@
 
 #include "app/buildvalues.h"
 #include "localservice/server.h"
-#include "notifications/notificationform.h"
-#include "notifications/notificationmanager.h"
+#include "popups.h"
+#include "rows.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
-
-#include <QApplication>
-#include <QDir>
-#include <QTemporaryDir>
-#include <QTextEdit>
-#include <QtTest>
 
 #include <memory>
 
@@ -21,8 +15,8 @@ class TestClient final
 public:
     explicit TestClient(bool startService = true)
     {
-        QCoreApplication::setApplicationName(QStringLiteral(ORVANA_APPLICATION_NAME));
-        QCoreApplication::setApplicationVersion(QStringLiteral(ORVANA_VERSION));
+        QCoreApplication::setApplicationName(s(ORVANA_APPLICATION_NAME));
+        QCoreApplication::setApplicationVersion(s(ORVANA_VERSION));
         qputenv("ORVANA_STORAGE_ROOT", QFile::encodeName(m_root.path()));
         if (startService) {
             QString error;
@@ -48,37 +42,24 @@ public:
 
     Orvana::Session *session() const { return orvana->session(); }
 
-    bool logIn(const QString &login = anna(), const QString &password = QStringLiteral("orvana"))
+    bool logIn(const QString &login = anna(), const QString &password = s("orvana"))
     {
         QSignalSpy accepted(orvana.get(), &Orvana::loginOk);
         orvana->requestCheckLogin(login, password);
         return accepted.count() > 0 || accepted.wait(waitLimit);
     }
 
-    static QString anna() { return QStringLiteral("anna@orvana.example"); }
+    static QString anna() { return s("anna@orvana.example"); }
 
     QDir cacheFolder() const
     {
         return QDir(Orvana::Session::directoryOf(orvana->storageDirectory(), session()->login())
-                    + QStringLiteral("/activity"));
+                    + s("/activity"));
     }
-    QStringList records() const
-    {
-        return cacheFolder().entryList({QStringLiteral("json*")}, QDir::Files, QDir::Name);
-    }
-    QStringList pictures() const { return cacheFolder().entryList({QStringLiteral("*.jpg")}, QDir::Files); }
+    QStringList records() const { return cacheFolder().entryList({s("json*")}, QDir::Files, QDir::Name); }
+    QStringList pictures() const { return cacheFolder().entryList({s("*.jpg")}, QDir::Files); }
 
-    // Texts of the popups, shown and waiting.
-    static QStringList popups()
-    {
-        QStringList texts;
-        const QWidgetList widgets = QApplication::topLevelWidgets();
-        for (const QWidget *widget : widgets) {
-            if (const auto *message = widget->findChild<QTextEdit *>(QStringLiteral("leMessage")))
-                texts.append(message->toPlainText());
-        }
-        return texts;
-    }
+    static QStringList popups() { return textsOf(popupForms()); }
 
     static constexpr int waitLimit = 10000; // ms
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "texts.h"
+
 #include <QDesktopServices>
 #include <QObject>
 #include <QStringList>
@@ -29,7 +31,6 @@ public slots:
     void open(const QUrl &url) { opened.append(url.toString()); }
 
 private:
-    const QStringList m_schemes{QStringLiteral("http"),       QStringLiteral("https"), QStringLiteral("file"),
-                                QStringLiteral("javascript"), QStringLiteral("data"),  QStringLiteral("qrc"),
-                                QStringLiteral("mailto")};
+    const QStringList m_schemes{s("http"), s("https"), s("file"),  s("javascript"),
+                                s("data"), s("qrc"),   s("mailto")};
 };

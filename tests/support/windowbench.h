@@ -2,10 +2,9 @@
 
 #include "app/application.h"
 #include "testclient.h"
+#include "texts.h"
 #include "ui/mainform.h"
 
-#include <QFile>
-#include <QMap>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 
@@ -29,7 +28,7 @@ public:
     static void applyStyle()
     {
         registerResources();
-        QFile style(QStringLiteral(":/qss/main.qss"));
+        QFile style(s(":/qss/main.qss"));
         if (qApp->styleSheet().isEmpty() && style.open(QIODevice::ReadOnly))
             qApp->setStyleSheet(QString::fromUtf8(style.readAll().constData()));
     }
@@ -38,7 +37,7 @@ public:
     Orvana *orvana() const { return m_client.orvana.get(); }
     Orvana::Session *session() const { return m_client.session(); }
 
-    bool signIn(const QString &login = TestClient::anna(), const QString &password = QStringLiteral("orvana"))
+    bool signIn(const QString &login = TestClient::anna(), const QString &password = s("orvana"))
     {
         return m_client.logIn(login, password) && refresh();
     }
@@ -77,19 +76,7 @@ public:
 
     static void dropPopups() { NotificationManager::instance()->destroy(); }
 
-    /// What the popups on the screen say, from the top down.
-    static QStringList popupTexts()
-    {
-        QMap<int, QString> byPlace;
-        const QWidgetList windows = QApplication::topLevelWidgets();
-        for (const QWidget *window : windows) {
-            const auto *popup = qobject_cast<const NotificationForm *>(window);
-            if (popup && popup->isVisible())
-                byPlace.insert(popup->getPosition(),
-                               popup->findChild<QTextEdit *>(QStringLiteral("leMessage"))->toPlainText());
-        }
-        return byPlace.values();
-    }
+    static QStringList popupTexts() { return textsOf(shownPopups()); }
 
     template <typename T>
     T *child(const char *name) const

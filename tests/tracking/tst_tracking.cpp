@@ -1,18 +1,20 @@
+#include "rows.h"
 #include "tracking/x11_useractivitywatcher.h"
 #include "windowbench.h"
 
 #include <QAction>
-#include <QBuffer>
 #include <QGuiApplication>
 #include <QLabel>
 #include <QPushButton>
 #include <QScreen>
 
+#include <functional>
+
 namespace {
 
-const QString kTeam = QStringLiteral("17");
-const QString kTask = QStringLiteral("1704");
-const QString kOtherTask = QStringLiteral("1701");
+const QString kTeam = s("17");
+const QString kTask = s("1704");
+const QString kOtherTask = s("1701");
 const char *const kTrackingTimers[] = {"sendActivityTimer", "clockTimer", "screenshotTimer",
                                        "activityMessageTimer"};
 
@@ -23,30 +25,282 @@ class TestTracking final : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
+    void init()
+    {
+        m_bench = std::make_unique<WindowBench>();
+        QVERIFY(m_bench->signIn());
+        choose(kTask);
+        QVERIFY(m_bench->openWindow());
+    }
+
     void cleanup() { m_bench.reset(); }
 
-    void timers_data();
-    void timers();
-    void minuteIsReported_data();
-    void minuteIsReported();
-    void unfinishedMinuteIsDropped();
-    void forcedMinuteBringsItsPicture();
-    void pictures_data();
-    void pictures();
-    void controls_data();
-    void controls();
-    void taskThatIsGone_data();
-    void taskThatIsGone();
-    void blockingTask_data();
-    void blockingTask();
-    void restart_data();
-    void restart();
-    void accountChangeDropsTicks();
-    void reminder_data();
-    void reminder();
-    void newDay();
-    void backgroundRequests();
+    void timers()
+    {
+        const struct
+        {
+            const char *name;
+            int interval;
+            bool always;
+        } rows[] = {{"sendActivityTimer", 6000, false},       {"clockTimer", 1000, false},
+                    {"activityMessageTimer", 1800000, false}, {"screenshotTimer", 300000, false},
+                    {"checkUpdateTimer", 3600000, true},      {"checkNeedCloseTimer", 1000, true},
+                    {"updateCommentsTimer", 60000, true},     {"syncTimeTimer", 1740000, true}};
+        for (const auto &row : rows) {
+            const auto *timer = m_bench->child<QTimer>(row.name);
+            QVERIFY2(timer && timer->interval() == row.interval && !timer->isSingleShot(), row.name);
+            QCOMPARE(timer->isActive(), row.always);
+            // A coarse timer would make minutes longer.
+            QVERIFY2(row.interval > 6000 || row.always || timer->timerType() == Qt::PreciseTimer, row.name);
+        }
+    }
+
+    void minuteIsReported()
+    {
+        // What came before the start is not of this minute.
+        emit UserActivityWatcher::instance()->wasActivity();
+        press("pbPlay");
+        int minutes = 0;
+        int activeMinutes = 0;
+        for (const QByteArray &slices :
+             {QByteArray("0000000000"), QByteArray("1002090001"), QByteArray("3333333333")}) {
+            for (int second = 0; second < 60; ++second)
+                m_bench->form->clock();
+            for (const char events : slices) {
+                QCOMPARE(m_bench->orvana()->pendingActivityRequests(), 0);
+                slice(events - '0');
+            }
+            const int active = 10 - slices.count('0');
+            activeMinutes += active > 0 ? 1 : 0;
+            ++minutes;
+            QTRY_COMPARE(m_bench->server().reports().size(), minutes);
+            const localservice::ActivityReport report = m_bench->server().reports().constLast();
+            QCOMPARE(report.active, active);
+            QCOMPARE(report.email, TestClient::anna());
+            QCOMPARE(report.teamId + report.taskId, kTeam + kTask);
+            // One active slice makes the whole minute active; without any, the clock that
+            // ran on by seconds falls back.
+            QCOMPARE(countedWorktime(), QTime(0, minutes));
+            QCOMPARE(m_bench->session()->todayActiveTime(), QTime(0, activeMinutes));
+            QCOMPARE(m_bench->session()->todayActiveTimeDisplayed(), QTime(0, activeMinutes));
+            QCOMPARE(m_bench->session()->todayActiveTime(kTask), QTime(0, activeMinutes));
+            QVERIFY(m_bench->settle());
+        }
+    }
+
+    void unfinishedMinuteIsDropped()
+    {
+        press("pbPlay");
+        for (int second = 0; second < 59; ++second)
+            m_bench->form->clock();
+        QCOMPARE(m_bench->child<QLabel>("lbClock")->text(), s("00:00:59"));
+        for (int i = 0; i < 9; ++i)
+            slice(1);
+        press("pbPlay");
+        verifyTracking(false);
+        QCOMPARE(m_bench->child<QAction>("actionStartStop")->text(), s("Старт"));
+        QCOMPARE(m_bench->child<QLabel>("lbClock")->text(), s("00:00:00"));
+        press("pbPlay");
+        for (int i = 0; i < 9; ++i)
+            slice();
+        QCOMPARE(m_bench->orvana()->pendingActivityRequests(), 0);
+        slice();
+        QTRY_COMPARE(m_bench->server().reports().size(), 1);
+        QCOMPARE(m_bench->server().reports().constFirst().active, 0);
+        QCOMPARE(countedWorktime(), QTime(0, 1));
+    }
+
+    void forcedMinuteBringsItsPicture()
+    {
+        press("pbPlay");
+        slice(1);
+        emit UserActivityWatcher::instance()->wasActivity();
+        m_bench->form->sendActivity(true);
+        QTRY_COMPARE(m_bench->server().reports().size(), 1);
+        QCOMPARE(m_bench->server().reports().constFirst().active, 2);
+        QTRY_COMPARE(m_bench->server().screenshots().size(), 1);
+        const localservice::Screenshot shot = m_bench->server().screenshots().constFirst();
+        QCOMPARE(shot.taskId, kTask);
+        QCOMPARE(QImage::fromData(shot.jpeg, "JPG").size(), QGuiApplication::primaryScreen()->virtualSize());
+        QVERIFY(m_bench->settle());
+        QCOMPARE(countedWorktime(), QTime(0, 1));
+    }
+
+    void pictures()
+    {
+        // s: start, p: stop, d: the period ends, m: a minute; whether the period runs then, and the pictures.
+        const std::tuple<const char *, bool, int> rows[] = {{"smmm", true, 0},   {"sdmmm", true, 1},
+                                                            {"sdmmdm", true, 2}, {"smpsm", true, 0},
+                                                            {"sdps", false, 0},  {"sdpsm", true, 1}};
+        for (const auto &[steps, periodRuns, shots] : rows) {
+            cleanup();
+            init();
+            for (const char step : QByteArray(steps)) {
+                if (step == 'd') {
+                    m_bench->form->screenshotTimeout();
+                } else if (step == 'm') {
+                    minute();
+                    // Two pictures of one second would share a name.
+                    QVERIFY(m_bench->settle());
+                } else {
+                    press("pbPlay");
+                }
+            }
+            QVERIFY2(runs("screenshotTimer") == periodRuns, steps);
+            QVERIFY(m_bench->settle());
+            QCOMPARE(m_bench->server().screenshots().size(), shots);
+            QCOMPARE(m_bench->server().reports().size(), QByteArray(steps).count('m'));
+        }
+    }
+
+    void controls()
+    {
+        const struct
+        {
+            std::function<void()> use;
+            bool starts;
+            bool stops;
+        } controls[] = {{[this] { press("pbPlay"); }, true, true},
+                        {[this] { m_bench->child<QAction>("actionStartStop")->trigger(); }, true, true},
+                        {[this] { m_bench->form->onStartTimerShortcut_activated(); }, true, false},
+                        {[this] { m_bench->form->onStopTimerShortcut_activated(); }, false, true}};
+        for (const auto &control : controls) {
+            choose(QString());
+            control.use();
+            verifyTracking(false);
+            choose(kTask);
+            control.use();
+            verifyTracking(control.starts);
+            if (!control.starts)
+                m_bench->form->startTracking();
+            slice(1);
+            control.use();
+            verifyTracking(!control.stops);
+            // Started again, a minute goes on; it does not begin anew.
+            for (int i = 1; i < 10 && !control.stops; ++i)
+                slice();
+            m_bench->form->stopTracking();
+        }
+        QTRY_COMPARE(m_bench->server().reports().size(), 1);
+        QCOMPARE(m_bench->server().reports().constFirst().active, 1);
+    }
+
+    void taskThatIsGone()
+    {
+        const QString gone = s("Задача \"%1\" более недоступна");
+        press("pbPlay");
+        m_bench->server().edit([](localservice::World &world) { world.removeTask(kOtherTask); });
+        QVERIFY(m_bench->refresh());
+        QCOMPARE(WindowBench::popupTexts(), QStringList{gone.arg(s("Статья о выборе велосипеда"))});
+        verifyTracking(true);
+        WindowBench::dropPopups();
+        m_bench->server().edit([](localservice::World &world) { world.removeTask(kTask); });
+        QVERIFY(m_bench->refresh());
+        QCOMPARE(
+            WindowBench::popupTexts(),
+            (QStringList{gone.arg(s("Ответить на письма читателей")), s("Запись активности остановлена!")}));
+        QCOMPARE(m_bench->session()->currentTaskID(), QString());
+        verifyTracking(false);
+    }
+
+    void blockingTask()
+    {
+        press("pbPlay");
+        m_bench->server().edit([](localservice::World &world) { world.setBlock(kTask, s("1")); });
+        QVERIFY(m_bench->refresh());
+        QCOMPARE(m_bench->session()->currentTaskID(), kTask);
+        verifyTracking(true);
+        m_bench->server().edit([](localservice::World &world) {
+            world.setBlock(kTask, s("0"));
+            world.setBlock(kOtherTask, s("1"));
+        });
+        QVERIFY(m_bench->refresh());
+        QCOMPARE(m_bench->session()->currentTaskID(), QString());
+        verifyTracking(false);
+        QVERIFY(!m_bench->child<QPushButton>("pbPlay")->isCheckable());
+    }
+
+    void restart()
+    {
+        const auto startAgain = [this](bool tracks) {
+            m_bench->form.reset();
+            m_bench->restartWithoutWindow();
+            QVERIFY(m_bench->openWindow());
+            verifyTracking(tracks);
+        };
+        startAgain(false);
+        press("pbPlay");
+        startAgain(true);
+        minute(7);
+        QTRY_COMPARE(m_bench->server().reports().size(), 1);
+        QCOMPARE(m_bench->server().reports().constFirst().active, 7);
+        // What was tracked may not be tracked now.
+        m_bench->form.reset();
+        m_bench->server().edit([](localservice::World &world) { world.setBlock(kOtherTask, s("1")); });
+        QVERIFY(m_bench->refresh());
+        QVERIFY(m_bench->session()->isActive());
+        startAgain(false);
+        QCOMPARE(m_bench->session()->currentTaskID(), QString());
+    }
+
+    void accountChangeDropsTicks()
+    {
+        const QString other = s("пётр+test@orvana.example");
+        const QString password = s("a+b&c=d% #;/\"я");
+        QVERIFY(m_bench->signIn(other, password));
+        verifyTracking(false);
+        choose(kOtherTask);
+        press("pbPlay");
+        verifyTracking(true);
+
+        QVERIFY(m_bench->signIn()); // his session is kept as it was: tracking
+        verifyTracking(false);
+        QCOMPARE(m_bench->session()->currentTaskID(), kTask);
+        press("pbPlay");
+        for (int i = 0; i < 9; ++i)
+            slice(1);
+        emit UserActivityWatcher::instance()->wasActivity();
+
+        QVERIFY(m_bench->signIn(other, password));
+        verifyTracking(true);
+        minute();
+        QTRY_COMPARE(m_bench->server().reports().size(), 1);
+        const localservice::ActivityReport report = m_bench->server().reports().constFirst();
+        QCOMPARE(report.email, other);
+        QCOMPARE(report.taskId, kOtherTask);
+        QCOMPARE(report.active, 0);
+    }
+
+    void reminder()
+    {
+        const auto verify = [this](const QTime &day, const QTime &task, const char *times) {
+            WindowBench::dropPopups();
+            m_bench->session()->setActiveTime(day);
+            m_bench->session()->setActiveTaskTime(kTask, task);
+            m_bench->form->showActivityMessage();
+            QCOMPARE(WindowBench::popupTexts(),
+                     QStringList{s("Вы работаете по задаче \"Ответить на письма читателей\" в команде "
+                                   "\"Редакция сайта\". Активное время за сегодня ")
+                                 + s(times)});
+        };
+        verify({0, 0}, {0, 0}, "0мин. Активное время по задаче 0мин.");
+        verify({0, 59, 59}, {0, 7}, "59мин. Активное время по задаче 7мин.");
+        verify({1, 0}, {12, 5}, "1ч. 0мин. Активное время по задаче 12ч. 5мин.");
+    }
+
+    void backgroundRequests()
+    {
+        m_bench->form->updateComments();
+        m_bench->form->syncTime();
+        m_bench->form->checkUpdate();
+        QVERIFY(m_bench->settle());
+        QCOMPARE(m_bench->server().requestsTo(s("/api_teams_tasks")).size(), 1);
+        QCOMPARE(m_bench->server().requestsTo(s("/monitor/ubuntu64/ortm.version")).size(), 1);
+        const auto syncs = m_bench->server().requestsTo(s("/api_get_active"));
+        QCOMPARE(syncs.size(), 1);
+        // The team's id, although the service calls the field a task.
+        QCOMPARE(syncs.constFirst().queryValue(s("task_id")), kTeam);
+    }
 
 private:
     void choose(const QString &task) { m_bench->orvana()->changeTask(kTeam, task); }
@@ -73,411 +327,13 @@ private:
     {
         QCOMPARE(m_bench->session()->isActive(), tracking);
         QCOMPARE(m_bench->child<QPushButton>("pbPlay")->isChecked(), tracking);
-        QCOMPARE(m_bench->child<QAction>("actionStartStop")->text() == QStringLiteral("Стоп"), tracking);
+        QCOMPARE(m_bench->child<QAction>("actionStartStop")->text() == s("Стоп"), tracking);
         for (const char *timer : kTrackingTimers)
             QCOMPARE(runs(timer), tracking);
     }
 
     std::unique_ptr<WindowBench> m_bench;
 };
-
-void TestTracking::init()
-{
-    m_bench = std::make_unique<WindowBench>();
-    QVERIFY(m_bench->signIn());
-    choose(kTask);
-    QVERIFY(m_bench->openWindow());
-}
-
-void TestTracking::timers_data()
-{
-    QTest::addColumn<int>("interval");
-    QTest::addColumn<bool>("precise");
-    QTest::addColumn<bool>("always");
-    QTest::newRow("sendActivityTimer") << 6000 << true << false;
-    QTest::newRow("clockTimer") << 1000 << true << false;
-    QTest::newRow("activityMessageTimer") << 1800000 << false << false;
-    QTest::newRow("screenshotTimer") << 300000 << false << false;
-    QTest::newRow("checkUpdateTimer") << 3600000 << false << true;
-    QTest::newRow("checkNeedCloseTimer") << 1000 << false << true;
-    QTest::newRow("updateCommentsTimer") << 60000 << false << true;
-    QTest::newRow("syncTimeTimer") << 1740000 << false << true;
-}
-
-void TestTracking::timers()
-{
-    QFETCH(int, interval);
-    QFETCH(bool, always);
-    const auto *timer = m_bench->child<QTimer>(QTest::currentDataTag());
-    QVERIFY(timer);
-    QCOMPARE(timer->interval(), interval);
-    QCOMPARE(timer->isSingleShot(), false);
-    QTEST(timer->timerType() == Qt::PreciseTimer, "precise");
-    QCOMPARE(timer->isActive(), always);
-    m_bench->form->startTracking();
-    QVERIFY(timer->isActive());
-    m_bench->form->stopTracking();
-    QCOMPARE(timer->isActive(), always);
-}
-
-void TestTracking::minuteIsReported_data()
-{
-    QTest::addColumn<QVector<int>>("eventsBySlice");
-    QTest::addColumn<int>("active");
-    QTest::newRow("nothing") << QVector<int>(10, 0) << 0;
-    QTest::newRow("three slices") << QVector<int>{0, 1, 0, 2, 0, 0, 0, 0, 1, 0} << 3;
-    QTest::newRow("many in one slice") << QVector<int>{0, 0, 0, 0, 50, 0, 0, 0, 0, 0} << 1;
-    QTest::newRow("first and last") << QVector<int>{1, 0, 0, 0, 0, 0, 0, 0, 0, 1} << 2;
-    QTest::newRow("every slice") << QVector<int>(10, 3) << 10;
-}
-
-void TestTracking::minuteIsReported()
-{
-    QFETCH(QVector<int>, eventsBySlice);
-    QFETCH(int, active);
-    // What came before the start is not of this minute.
-    emit UserActivityWatcher::instance()->wasActivity();
-    press("pbPlay");
-    for (int second = 0; second < 60; ++second)
-        m_bench->form->clock();
-    for (int i = 0; i < eventsBySlice.size(); ++i) {
-        QCOMPARE(m_bench->orvana()->pendingActivityRequests(), 0);
-        slice(eventsBySlice.at(i));
-    }
-    QTRY_COMPARE(m_bench->server().reports().size(), 1);
-    const localservice::ActivityReport report = m_bench->server().reports().constFirst();
-    QCOMPARE(report.active, active);
-    QCOMPARE(report.email, TestClient::anna());
-    QCOMPARE(report.teamId, kTeam);
-    QCOMPARE(report.taskId, kTask);
-
-    // One active slice makes the whole minute active; without any, the clock that
-    // ran on by seconds falls back.
-    const QTime minuteOrNone(0, active > 0 ? 1 : 0);
-    QCOMPARE(countedWorktime(), QTime(0, 1));
-    QCOMPARE(m_bench->session()->todayActiveTime(), minuteOrNone);
-    QCOMPARE(m_bench->session()->todayActiveTimeDisplayed(), active > 0 ? QTime(0, 1) : QTime(0, 0));
-    QCOMPARE(m_bench->session()->todayActiveTime(kTask), minuteOrNone);
-
-    // The next minute begins at nothing.
-    minute(4);
-    QTRY_COMPARE(m_bench->server().reports().size(), 2);
-    QCOMPARE(m_bench->server().reports().constLast().active, 4);
-}
-
-void TestTracking::unfinishedMinuteIsDropped()
-{
-    press("pbPlay");
-    for (int second = 0; second < 59; ++second)
-        m_bench->form->clock();
-    QCOMPARE(m_bench->child<QLabel>("lbClock")->text(), QStringLiteral("00:00:59"));
-    for (int i = 0; i < 9; ++i)
-        slice(1);
-    press("pbPlay");
-    verifyTracking(false);
-    QCOMPARE(m_bench->child<QAction>("actionStartStop")->text(), QStringLiteral("Старт"));
-    QCOMPARE(m_bench->child<QLabel>("lbClock")->text(), QStringLiteral("00:00:00"));
-    press("pbPlay");
-    for (int i = 0; i < 9; ++i)
-        slice();
-    QCOMPARE(m_bench->orvana()->pendingActivityRequests(), 0);
-    slice();
-    QTRY_COMPARE(m_bench->server().reports().size(), 1);
-    QCOMPARE(m_bench->server().reports().constFirst().active, 0);
-    QCOMPARE(countedWorktime(), QTime(0, 1));
-}
-
-void TestTracking::forcedMinuteBringsItsPicture()
-{
-    press("pbPlay");
-    slice(1);
-    emit UserActivityWatcher::instance()->wasActivity();
-    m_bench->form->sendActivity(true);
-    QTRY_COMPARE(m_bench->server().reports().size(), 1);
-    QCOMPARE(m_bench->server().reports().constFirst().active, 2);
-    QTRY_COMPARE(m_bench->server().screenshots().size(), 1);
-    const localservice::Screenshot shot = m_bench->server().screenshots().constFirst();
-    QCOMPARE(shot.taskId, kTask);
-    QCOMPARE(QImage::fromData(shot.jpeg, "JPG").size(), QGuiApplication::primaryScreen()->virtualSize());
-    QVERIFY(m_bench->settle());
-    QCOMPARE(countedWorktime(), QTime(0, 1));
-}
-
-void TestTracking::pictures_data()
-{
-    QTest::addColumn<QByteArray>("steps"); // s: start, p: stop, d: the period ends, m: a minute
-    QTest::addColumn<int>("shots");
-    QTest::addColumn<bool>("periodRuns");
-    QTest::newRow("not due") << QByteArray("smmm") << 0 << true;
-    QTest::newRow("due, waits for the minute") << QByteArray("smd") << 0 << false;
-    QTest::newRow("due, taken with the minute") << QByteArray("smdm") << 1 << true;
-    QTest::newRow("taken once") << QByteArray("sdmmm") << 1 << true;
-    QTest::newRow("each period") << QByteArray("sdmmdm") << 2 << true;
-    QTest::newRow("stopped before it is due") << QByteArray("smp") << 0 << false;
-    QTest::newRow("a stop forgets the period") << QByteArray("smpsm") << 0 << true;
-    QTest::newRow("due before a stop") << QByteArray("sdps") << 0 << false;
-    QTest::newRow("due before a stop, taken after it") << QByteArray("sdpsm") << 1 << true;
-}
-
-void TestTracking::pictures()
-{
-    QFETCH(QByteArray, steps);
-    QFETCH(int, shots);
-    for (const char step : steps) {
-        switch (step) {
-        case 's':
-        case 'p':
-            press("pbPlay");
-            break;
-        case 'd':
-            m_bench->form->screenshotTimeout();
-            break;
-        default:
-            minute();
-            // Two pictures of one second would share a name.
-            QVERIFY(m_bench->settle());
-        }
-    }
-    QTEST(runs("screenshotTimer"), "periodRuns");
-    QTRY_COMPARE(m_bench->server().screenshots().size(), shots);
-    QVERIFY(m_bench->settle());
-    QCOMPARE(m_bench->server().screenshots().size(), shots);
-    QCOMPARE(m_bench->server().reports().size(), steps.count('m'));
-}
-
-void TestTracking::controls_data()
-{
-    QTest::addColumn<QString>("control");
-    QTest::addColumn<bool>("hasTask");
-    QTest::addColumn<bool>("before");
-    QTest::addColumn<bool>("after");
-    const struct
-    {
-        const char *name;
-        bool starts;
-        bool stops;
-    } controls[] = {{"button", true, true},
-                    {"action", true, true},
-                    {"start key", true, false},
-                    {"stop key", false, true}};
-    for (const auto &control : controls) {
-        const QString name = QString::fromLatin1(control.name);
-        QTest::addRow("%s starts", control.name) << name << true << false << control.starts;
-        QTest::addRow("%s stops", control.name) << name << true << true << !control.stops;
-        QTest::addRow("%s without a task", control.name) << name << false << false << false;
-    }
-}
-
-void TestTracking::controls()
-{
-    QFETCH(QString, control);
-    QFETCH(bool, hasTask);
-    QFETCH(bool, before);
-    QFETCH(bool, after);
-    if (!hasTask)
-        choose(QString());
-    if (before)
-        m_bench->form->startTracking();
-    slice(1); // shows whether a start began anew
-    if (control == QLatin1String("button"))
-        press("pbPlay");
-    else if (control == QLatin1String("action"))
-        m_bench->child<QAction>("actionStartStop")->trigger();
-    else if (control == QLatin1String("start key"))
-        m_bench->form->onStartTimerShortcut_activated();
-    else
-        m_bench->form->onStopTimerShortcut_activated();
-    if (!before && !after && !hasTask)
-        QVERIFY(!m_bench->child<QPushButton>("pbPlay")->isCheckable());
-    QCOMPARE(m_bench->session()->isActive(), after);
-    for (const char *timer : kTrackingTimers)
-        QCOMPARE(runs(timer), after);
-    QCOMPARE(m_bench->child<QPushButton>("pbPlay")->isChecked(), after);
-    if (!after)
-        return;
-    for (int i = before ? 1 : 0; i < 10; ++i)
-        slice();
-    QTRY_COMPARE(m_bench->server().reports().size(), 1);
-    QCOMPARE(m_bench->server().reports().constFirst().active, before ? 1 : 0);
-}
-
-void TestTracking::taskThatIsGone_data()
-{
-    QTest::addColumn<QString>("gone");
-    QTest::addColumn<bool>("tracking");
-    QTest::addColumn<QString>("taskAfter");
-    QTest::addColumn<QStringList>("announced");
-    const QString goneText = QStringLiteral("Задача \"%1\" более недоступна");
-    const QString current = goneText.arg(QStringLiteral("Ответить на письма читателей"));
-    QTest::newRow("current, tracking")
-        << kTask << true << QString()
-        << QStringList{current, QStringLiteral("Запись активности остановлена!")};
-    QTest::newRow("current, stopped") << kTask << false << QString() << QStringList{current};
-    QTest::newRow("another, tracking")
-        << kOtherTask << true << kTask
-        << QStringList{goneText.arg(QStringLiteral("Статья о выборе велосипеда"))};
-}
-
-void TestTracking::taskThatIsGone()
-{
-    QFETCH(QString, gone);
-    QFETCH(bool, tracking);
-    QFETCH(QString, taskAfter);
-    if (tracking)
-        press("pbPlay");
-    m_bench->server().edit([&gone](localservice::World &world) { world.removeTask(gone); });
-    QVERIFY(m_bench->refresh());
-    QCOMPARE(m_bench->session()->currentTaskID(), taskAfter);
-    QTEST(WindowBench::popupTexts(), "announced");
-    verifyTracking(tracking && !taskAfter.isEmpty());
-}
-
-void TestTracking::blockingTask_data()
-{
-    QTest::addColumn<QString>("blocked");
-    QTest::addColumn<QString>("block");
-    QTest::addColumn<bool>("keepsTask");
-    QTest::newRow("another task blocks") << kOtherTask << QStringLiteral("1") << false;
-    QTest::newRow("any text blocks") << kOtherTask << QStringLiteral("yes") << false;
-    QTest::newRow("the current task blocks") << kTask << QStringLiteral("1") << true;
-    QTest::newRow("nothing blocks") << kOtherTask << QStringLiteral("0") << true;
-}
-
-void TestTracking::blockingTask()
-{
-    QFETCH(QString, blocked);
-    QFETCH(QString, block);
-    QFETCH(bool, keepsTask);
-    press("pbPlay");
-    m_bench->server().edit([&](localservice::World &world) { world.setBlock(blocked, block); });
-    QVERIFY(m_bench->refresh());
-    QCOMPARE(m_bench->session()->currentTaskID(), keepsTask ? kTask : QString());
-    verifyTracking(keepsTask);
-    QCOMPARE(m_bench->child<QPushButton>("pbPlay")->isCheckable(), keepsTask);
-}
-
-void TestTracking::restart_data()
-{
-    QTest::addColumn<bool>("tracking");
-    QTest::addColumn<bool>("blockedMeanwhile");
-    QTest::addColumn<bool>("resumes");
-    QTest::newRow("was tracking") << true << false << true;
-    QTest::newRow("was stopped") << false << false << false;
-    QTest::newRow("was tracking what may not be tracked now") << true << true << false;
-}
-
-void TestTracking::restart()
-{
-    QFETCH(bool, tracking);
-    QFETCH(bool, blockedMeanwhile);
-    if (tracking)
-        press("pbPlay");
-    m_bench->form.reset();
-    if (blockedMeanwhile) {
-        m_bench->server().edit(
-            [](localservice::World &world) { world.setBlock(kOtherTask, QStringLiteral("1")); });
-        QVERIFY(m_bench->refresh());
-    }
-    m_bench->restartWithoutWindow();
-    QCOMPARE(m_bench->session()->isActive(), tracking);
-    QVERIFY(m_bench->openWindow());
-    QFETCH(bool, resumes);
-    verifyTracking(resumes);
-    QCOMPARE(m_bench->session()->currentTaskID(), blockedMeanwhile ? QString() : kTask);
-    if (!resumes)
-        return;
-    minute(7);
-    QTRY_COMPARE(m_bench->server().reports().size(), 1);
-    QCOMPARE(m_bench->server().reports().constFirst().active, 7);
-}
-
-void TestTracking::accountChangeDropsTicks()
-{
-    const QString other = QStringLiteral("пётр+test@orvana.example");
-    const QString password = QStringLiteral("a+b&c=d% #;/\"я");
-    QVERIFY(m_bench->signIn(other, password));
-    verifyTracking(false);
-    choose(kOtherTask);
-    press("pbPlay");
-    verifyTracking(true);
-
-    QVERIFY(m_bench->signIn()); // his session is kept as it was: tracking
-    verifyTracking(false);
-    QCOMPARE(m_bench->session()->currentTaskID(), kTask);
-    press("pbPlay");
-    for (int i = 0; i < 9; ++i)
-        slice(1);
-    emit UserActivityWatcher::instance()->wasActivity();
-
-    QVERIFY(m_bench->signIn(other, password));
-    verifyTracking(true);
-    minute();
-    QTRY_COMPARE(m_bench->server().reports().size(), 1);
-    const localservice::ActivityReport report = m_bench->server().reports().constFirst();
-    QCOMPARE(report.email, other);
-    QCOMPARE(report.taskId, kOtherTask);
-    QCOMPARE(report.active, 0);
-}
-
-void TestTracking::reminder_data()
-{
-    QTest::addColumn<QTime>("day");
-    QTest::addColumn<QTime>("task");
-    QTest::addColumn<QString>("times");
-    const QString form = QStringLiteral("Активное время за сегодня %1. Активное время по задаче %2.");
-    QTest::newRow("nothing yet") << QTime(0, 0) << QTime(0, 0)
-                                 << form.arg(QStringLiteral("0мин"), QStringLiteral("0мин"));
-    QTest::newRow("minutes") << QTime(0, 59, 59) << QTime(0, 7)
-                             << form.arg(QStringLiteral("59мин"), QStringLiteral("7мин"));
-    QTest::newRow("hours") << QTime(1, 0) << QTime(12, 5)
-                           << form.arg(QStringLiteral("1ч. 0мин"), QStringLiteral("12ч. 5мин"));
-}
-
-void TestTracking::reminder()
-{
-    QFETCH(QTime, day);
-    QFETCH(QTime, task);
-    QFETCH(QString, times);
-    m_bench->session()->setActiveTime(day);
-    m_bench->session()->setActiveTaskTime(kTask, task);
-    m_bench->form->showActivityMessage();
-    QCOMPARE(WindowBench::popupTexts(),
-             QStringList{QStringLiteral("Вы работаете по задаче \"Ответить на письма читателей\" в команде "
-                                        "\"Редакция сайта\". ")
-                         + times});
-}
-
-void TestTracking::newDay()
-{
-    press("pbPlay");
-    m_bench->session()->setWorktime(QTime(7, 30));
-    m_bench->session()->setActiveTime(QTime(6, 15));
-    m_bench->form->clock();
-    QCOMPARE(m_bench->child<QLabel>("lbClock")->text(), QStringLiteral("07:30:01"));
-    m_bench->session()->setWorktimeDate(QDate::currentDate().addDays(-1));
-    m_bench->form->clock();
-    QCOMPARE(m_bench->child<QLabel>("lbClock")->text(), QStringLiteral("00:00:00"));
-    QCOMPARE(m_bench->session()->worktimeDate(), QDate::currentDate());
-    verifyTracking(true);
-    minute(1);
-    QCOMPARE(countedWorktime(), QTime(0, 1));
-    QCOMPARE(m_bench->session()->todayActiveTime(), QTime(0, 1));
-    QVERIFY(m_bench->settle());
-}
-
-void TestTracking::backgroundRequests()
-{
-    m_bench->form->updateComments();
-    m_bench->form->syncTime();
-    m_bench->form->checkUpdate();
-    QVERIFY(m_bench->settle());
-    QCOMPARE(m_bench->server().requestsTo(QStringLiteral("/api_teams_tasks")).size(), 1);
-    QCOMPARE(m_bench->server().requestsTo(QStringLiteral("/monitor/ubuntu64/ortm.version")).size(), 1);
-    const auto syncs = m_bench->server().requestsTo(QStringLiteral("/api_get_active"));
-    QCOMPARE(syncs.size(), 1);
-    // The team's id, although the service calls the field a task.
-    QCOMPARE(syncs.constFirst().queryValue(QStringLiteral("task_id")), kTeam);
-}
 
 QTEST_MAIN(TestTracking)
 #include "tst_tracking.moc"

@@ -1,13 +1,8 @@
+#include "rows.h"
 #include "tracking/x11_useractivitywatcher.h"
 
-#include <QElapsedTimer>
-#include <QFile>
-#include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <QTemporaryDir>
-#include <QTest>
-#include <QTimer>
 
 #include <memory>
 
@@ -22,15 +17,132 @@ class TestWatcherConnection final : public QObject
 
 private slots:
     void initTestCase() { QVERIFY(m_folder.isValid()); }
-    void cleanup();
 
-    void port_data();
-    void port();
-    void bytesAreActivity();
-    void floodLeavesTheClientResponsive();
-    void nobodyListens();
-    void lateAccept();
-    void watcherGoesAway();
+    void cleanup()
+    {
+        UserActivityWatcher::instance()->stopWatch();
+        QCoreApplication::processEvents();
+    }
+
+    void port()
+    {
+        const std::pair<QByteArray, int> rows[] = {{"other=1\n", 7682},
+                                                   {"watcher-port=9000\n", 9000},
+                                                   {"[net]\nwatcher-port=9000\n", 7682},
+                                                   {"watcher-port=abc\n", 0},
+                                                   {"watcher-port=74536\n", 9000},
+                                                   {"watcher-port=-1\n", 65535},
+                                                   {QByteArray("\0\xff\xfe[=\n\n\x01", 8), 7682}};
+        for (const auto &[config, port] : rows) {
+            configure(config);
+            QCOMPARE(int(getPort()), port);
+        }
+        QVERIFY(QFile::remove(qEnvironmentVariable("ORVANA_CONFIG")));
+        QCOMPARE(int(getPort()), 7682);
+    }
+
+    void bytesAreActivity()
+    {
+        QTcpServer watcher;
+        const auto connection = connectClient(watcher);
+        QVERIFY(connection);
+        QSignalSpy activity(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity);
+        int expected = 0;
+        // Whatever the bytes are; a burst that is read at once is one event.
+        for (const QByteArray &chunk : {QByteArray("a"), QByteArray(1, '\0'), QByteArray(1000, 'x')}) {
+            connection->write(chunk);
+            connection->flush();
+            ++expected;
+            QTRY_COMPARE(activity.count(), expected);
+        }
+        QCoreApplication::processEvents();
+        QCOMPARE(activity.count(), expected);
+    }
+
+    void floodLeavesTheClientResponsive()
+    {
+        constexpr int size = 32 * 1024 * 1024;
+        QTcpServer watcher;
+        const auto connection = connectClient(watcher);
+        QVERIFY(connection);
+        QSignalSpy activity(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity);
+        int turns = 0;
+        QTimer other;
+        connect(&other, &QTimer::timeout, this, [&turns] { ++turns; });
+        other.start(0);
+        connection->write(QByteArray(size, 'x'));
+        QTRY_COMPARE_WITH_TIMEOUT(connection->bytesToWrite(), 0, 30000);
+        QVERIFY(activity.count() > 100);
+        QVERIFY2(turns > 100, qPrintable(QString::number(turns)));
+        // Nothing is left behind: the next byte is the next event.
+        connection->disconnectFromHost();
+        QTRY_COMPARE(connection->state(), QAbstractSocket::UnconnectedState);
+    }
+
+    void nobodyListens()
+    {
+        {
+            QTcpServer closed;
+            QVERIFY(closed.listen(QHostAddress::LocalHost));
+            configurePort(closed.serverPort());
+        }
+        QElapsedTimer time;
+        time.start();
+        QVERIFY(!UserActivityWatcher::instance()->startWatch());
+        QVERIFY2(time.elapsed() < 1000, qPrintable(QString::number(time.elapsed())));
+    }
+
+    // The queue of those who wait to be accepted is full: the connection is made
+    // only when the watcher has taken the first of them.
+    void lateAccept()
+    {
+        const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        QVERIFY(::bind(listener, reinterpret_cast<sockaddr *>(&address), length) == 0
+                && ::listen(listener, 0) == 0
+                && ::getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length) == 0);
+        const int filler = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        QCOMPARE(::connect(filler, reinterpret_cast<sockaddr *>(&address), length), 0);
+        configurePort(ntohs(address.sin_port));
+
+        QElapsedTimer time;
+        time.start();
+        QVERIFY(!UserActivityWatcher::instance()->startWatch());
+        QVERIFY(time.elapsed() >= 90 && time.elapsed() < 1000);
+
+        // The attempt goes on, and its activity counts.
+        QSignalSpy activity(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity);
+        ::close(::accept(listener, nullptr, nullptr));
+        const int client = ::accept(listener, nullptr, nullptr);
+        QVERIFY(client >= 0);
+        QCOMPARE(::write(client, "x", 1), static_cast<ssize_t>(1));
+        QVERIFY(activity.count() > 0 || activity.wait());
+        for (const int descriptor : {client, filler, listener})
+            ::close(descriptor);
+    }
+
+    void watcherGoesAway()
+    {
+        QTcpServer watcher;
+        auto connection = connectClient(watcher);
+        QVERIFY(connection);
+        QSignalSpy activity(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity);
+        connection->write("x");
+        connection->disconnectFromHost();
+        QTRY_COMPARE(connection->state(), QAbstractSocket::UnconnectedState);
+        // The last words count; the end itself is no activity.
+        QCOMPARE(activity.count(), 1);
+        // The next start of the watch finds the socket free.
+        UserActivityWatcher::instance()->stopWatch();
+        watcher.close();
+        connection = connectClient(watcher);
+        QVERIFY(connection);
+        connection->write("x");
+        QTRY_COMPARE(activity.count(), 2);
+    }
 
 private:
     void configure(const QByteArray &text)
@@ -58,148 +170,6 @@ private:
     QTemporaryDir m_folder;
     int m_configs = 0;
 };
-
-void TestWatcherConnection::cleanup()
-{
-    UserActivityWatcher::instance()->stopWatch();
-    QCoreApplication::processEvents();
-}
-
-void TestWatcherConnection::port_data()
-{
-    QTest::addColumn<QByteArray>("config");
-    QTest::addColumn<int>("port");
-    QTest::newRow("no file") << QByteArray() << 7682;
-    QTest::newRow("no key") << QByteArray("other=1\n") << 7682;
-    QTest::newRow("a port") << QByteArray("watcher-port=9000\n") << 9000;
-    QTest::newRow("quoted") << QByteArray("watcher-port=\"9000\"\n") << 9000;
-    QTest::newRow("the general section") << QByteArray("[General]\nwatcher-port=9000\n") << 9000;
-    QTest::newRow("another section") << QByteArray("[net]\nwatcher-port=9000\n") << 7682;
-    QTest::newRow("no number") << QByteArray("watcher-port=abc\n") << 0;
-    QTest::newRow("a list") << QByteArray("watcher-port=9000, 9001\n") << 0;
-    QTest::newRow("wraps above") << QByteArray("watcher-port=74536\n") << 9000;
-    QTest::newRow("wraps below") << QByteArray("watcher-port=-1\n") << 65535;
-    QTest::newRow("wraps far above") << QByteArray("watcher-port=99999999999\n") << 59391;
-    QTest::newRow("no text at all") << QByteArray("\0\xff\xfe[=\n\n\x01", 8) << 7682;
-}
-
-void TestWatcherConnection::port()
-{
-    QFETCH(QByteArray, config);
-    configure(config);
-    if (config.isNull())
-        QVERIFY(QFile::remove(m_folder.filePath(QString::number(m_configs))));
-    QTEST(static_cast<int>(getPort()), "port");
-}
-
-void TestWatcherConnection::bytesAreActivity()
-{
-    QTcpServer watcher;
-    const auto connection = connectClient(watcher);
-    QVERIFY(connection);
-    QSignalSpy activity(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity);
-    const QByteArray chunks[] = {"a", QByteArray(1, '\0'), QByteArray(1000, 'x'), "\xff\n"};
-    int expected = 0;
-    for (const QByteArray &chunk : chunks) {
-        connection->write(chunk);
-        connection->flush();
-        ++expected;
-        QTRY_COMPARE(activity.count(), expected);
-    }
-    // A burst that is read at once is one event.
-    for (int i = 0; i < 100; ++i)
-        connection->write("x");
-    connection->flush();
-    QTRY_COMPARE(activity.count(), expected + 1);
-    QCOMPARE(connection->bytesAvailable(), 0);
-    QCoreApplication::processEvents();
-    QCOMPARE(activity.count(), expected + 1);
-}
-
-void TestWatcherConnection::floodLeavesTheClientResponsive()
-{
-    constexpr int size = 32 * 1024 * 1024;
-    QTcpServer watcher;
-    const auto connection = connectClient(watcher);
-    QVERIFY(connection);
-    QSignalSpy activity(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity);
-    int turns = 0;
-    QTimer other;
-    connect(&other, &QTimer::timeout, this, [&turns] { ++turns; });
-    other.start(0);
-    connection->write(QByteArray(size, 'x'));
-    QTRY_COMPARE_WITH_TIMEOUT(connection->bytesToWrite(), 0, 30000);
-    QVERIFY(activity.count() > 100);
-    QVERIFY2(turns > 100, qPrintable(QString::number(turns)));
-    // Nothing is left behind: the next byte is the next event.
-    connection->disconnectFromHost();
-    QTRY_COMPARE(connection->state(), QAbstractSocket::UnconnectedState);
-}
-
-void TestWatcherConnection::nobodyListens()
-{
-    {
-        QTcpServer closed;
-        QVERIFY(closed.listen(QHostAddress::LocalHost));
-        configurePort(closed.serverPort());
-    }
-    QElapsedTimer time;
-    time.start();
-    QVERIFY(!UserActivityWatcher::instance()->startWatch());
-    QVERIFY2(time.elapsed() < 1000, qPrintable(QString::number(time.elapsed())));
-}
-
-// The queue of those who wait to be accepted is full: the connection is made
-// only when the watcher has taken the first of them.
-void TestWatcherConnection::lateAccept()
-{
-    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    QVERIFY(::bind(listener, reinterpret_cast<sockaddr *>(&address), length) == 0
-            && ::listen(listener, 0) == 0
-            && ::getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length) == 0);
-    const int filler = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    QCOMPARE(::connect(filler, reinterpret_cast<sockaddr *>(&address), length), 0);
-    configurePort(ntohs(address.sin_port));
-
-    QElapsedTimer time;
-    time.start();
-    QVERIFY(!UserActivityWatcher::instance()->startWatch());
-    QVERIFY(time.elapsed() >= 90 && time.elapsed() < 1000);
-
-    // The attempt goes on, and its activity counts.
-    QSignalSpy activity(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity);
-    ::close(::accept(listener, nullptr, nullptr));
-    const int client = ::accept(listener, nullptr, nullptr);
-    QVERIFY(client >= 0);
-    QCOMPARE(::write(client, "x", 1), static_cast<ssize_t>(1));
-    QVERIFY(activity.count() > 0 || activity.wait());
-    for (const int descriptor : {client, filler, listener})
-        ::close(descriptor);
-}
-
-void TestWatcherConnection::watcherGoesAway()
-{
-    QTcpServer watcher;
-    auto connection = connectClient(watcher);
-    QVERIFY(connection);
-    QSignalSpy activity(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity);
-    connection->write("x");
-    connection->disconnectFromHost();
-    QTRY_COMPARE(connection->state(), QAbstractSocket::UnconnectedState);
-    // The last words count; the end itself is no activity.
-    QCOMPARE(activity.count(), 1);
-    // The next start of the watch finds the socket free.
-    UserActivityWatcher::instance()->stopWatch();
-    watcher.close();
-    connection = connectClient(watcher);
-    QVERIFY(connection);
-    connection->write("x");
-    QTRY_COMPARE(activity.count(), 2);
-}
 
 QTEST_GUILESS_MAIN(TestWatcherConnection)
 #include "tst_watcher_connection.moc"

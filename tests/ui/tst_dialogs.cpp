@@ -1,3 +1,4 @@
+#include "rows.h"
 #include "ui/aboutform.h"
 #include "ui/calendarform.h"
 #include "update/orvanaupdate.h"
@@ -8,15 +9,12 @@
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QTextCharFormat>
 #include <QTimeEdit>
-#include <QTimer>
 #include <QToolButton>
 
 namespace {
 
-const QString kReason = QStringLiteral("reasonTextEdit");
-const QString kLink = QStringLiteral("lbUrl");
+const QString kReason = s("reasonTextEdit");
 
 QPushButton *button(const QWidget *window, const QString &text)
 {
@@ -25,11 +23,6 @@ QPushButton *button(const QWidget *window, const QString &text)
         return candidate->text() == text;
     });
     return found == buttons.end() ? nullptr : *found;
-}
-
-QToolButton *calendarButton(const QWidget *form, const char *name)
-{
-    return form->findChild<QToolButton *>(QString::fromLatin1(name));
 }
 
 void click(QWidget *widget)
@@ -58,197 +51,127 @@ class DialogsTest final : public QObject
 private slots:
     void initTestCase() { WindowBench::applyStyle(); }
 
-    void reasonIsNeeded_data();
-    void reasonIsNeeded();
-    void calendarMovesByItsArrowsOnly();
-    void deadlineRequest_data();
-    void deadlineRequest();
-    void cancelledRequestSendsNothing();
-    void unlistedWorkHasNoDeadline();
-    void updateCheck_data();
-    void updateCheck();
-    void aboutLink();
-};
-
-void DialogsTest::reasonIsNeeded_data()
-{
-    QTest::addColumn<QString>("typed");
-    QTest::addColumn<bool>("accepted");
-    QTest::newRow("nothing") << QString() << false;
-    QTest::newRow("blanks and line breaks") << QStringLiteral(" \n\t \n") << false;
-    QTest::newRow("one letter") << QStringLiteral("я") << true;
-    QTest::newRow("blanks around are kept") << QStringLiteral("  жду ответа\n") << true;
-}
-
-void DialogsTest::reasonIsNeeded()
-{
-    QFETCH(QString, typed);
-    QFETCH(bool, accepted);
-    CalendarForm form(nullptr);
-    form.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&form));
-    QSignalSpy spy(&form, &CalendarForm::accepted);
-    form.findChild<QPlainTextEdit *>(kReason)->setPlainText(typed);
-    click(button(&form, QStringLiteral("Ок")));
-    QCOMPARE(spy.count(), accepted ? 1 : 0);
-    QCOMPARE(form.isVisible(), !accepted);
-    QCOMPARE(form.getReason(), typed);
-    QCOMPARE(TestClient::popups().contains(QStringLiteral("Введите причину переноса!")), !accepted);
-    NotificationManager::instance()->destroy();
-}
-
-void DialogsTest::calendarMovesByItsArrowsOnly()
-{
-    CalendarForm form(nullptr);
-    form.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&form));
-    auto *calendar = form.findChild<QCalendarWidget *>();
-    calendar->setCurrentPage(2024, 1);
-    QCOMPARE(calendarButton(&form, "qt_calendar_monthbutton")->text().toLower(), QStringLiteral("январь"));
-    for (const char *name : {"qt_calendar_monthbutton", "qt_calendar_yearbutton"}) {
-        click(calendarButton(&form, name));
-        QVERIFY(!QApplication::activePopupWidget());
-        QVERIFY(calendarButton(&form, "qt_calendar_yearbutton")->isVisible());
-    }
-    click(calendarButton(&form, "qt_calendar_prevmonth"));
-    QCOMPARE(calendar->monthShown(), 12);
-    QCOMPARE(calendar->yearShown(), 2023);
-    click(calendarButton(&form, "qt_calendar_nextmonth"));
-    QCOMPARE(calendar->monthShown(), 1);
-
-    // The style sheet must not win over the colours that code gives to the days.
-    const QColor weekend(249, 156, 0);
-    QCOMPARE(calendar->weekdayTextFormat(Qt::Saturday).foreground().color(), weekend);
-    QCOMPARE(calendar->weekdayTextFormat(Qt::Sunday).foreground().color(), weekend);
-    QVERIFY(calendar->weekdayTextFormat(Qt::Friday).foreground().color() != weekend);
-    const QWidget *view = form.findChild<QWidget *>(QStringLiteral("qt_calendar_calendarview"));
-    QCOMPARE(view->palette().color(QPalette::Active, QPalette::Base).alpha(), 0);
-    QVERIFY(view->palette().color(QPalette::Disabled, QPalette::Text)
-            != view->palette().color(QPalette::Active, QPalette::Text));
-}
-
-void DialogsTest::deadlineRequest_data()
-{
-    QTest::addColumn<QTime>("time");
-    QTest::addColumn<QString>("sentTime");
-    QTest::newRow("end of the day") << QTime(23, 59) << QString();
-    QTest::newRow("evening") << QTime(18, 30) << QStringLiteral("18:30");
-}
-
-void DialogsTest::deadlineRequest()
-{
-    QFETCH(QTime, time);
-    QFETCH(QString, sentTime);
-    WindowBench bench;
-    QVERIFY(bench.signIn());
-    bench.orvana()->changeTask(QStringLiteral("17"), QStringLiteral("1701"));
-    QVERIFY(bench.openWindow());
-    const QDate wished(2031, 5, 7);
-    whenOpen(bench.form.get(), [&](CalendarForm *form) {
-        form->findChild<QCalendarWidget *>()->setSelectedDate(wished);
-        form->findChild<QTimeEdit *>()->setTime(time);
-        form->findChild<QPlainTextEdit *>(kReason)->setPlainText(QStringLiteral("жду & жду"));
-        click(button(form, QStringLiteral("Ок")));
-    });
-    click(bench.child<QPushButton>("pbTimeExtend"));
-    QTRY_VERIFY(
-        TestClient::popups().contains(QStringLiteral("Запрос на продление задачи успешно отправлен")));
-    const auto sent = bench.server().requestsTo(QStringLiteral("/api_task_deadline_request"));
-    QCOMPARE(sent.size(), 1);
-    QCOMPARE(sent.first().formValue(QStringLiteral("dl_date")), QStringLiteral("2031-05-07"));
-    QCOMPARE(sent.first().formValue(QStringLiteral("dl_time")), sentTime);
-    QCOMPARE(sent.first().formValue(QStringLiteral("message")), QStringLiteral("жду & жду"));
-}
-
-void DialogsTest::cancelledRequestSendsNothing()
-{
-    WindowBench bench;
-    QVERIFY(bench.signIn());
-    bench.orvana()->changeTask(QStringLiteral("17"), QStringLiteral("1701"));
-    QVERIFY(bench.openWindow());
-    QPointer<CalendarForm> opened;
-    whenOpen(bench.form.get(), [&](CalendarForm *form) {
-        opened = form;
-        form->findChild<QPlainTextEdit *>(kReason)->setPlainText(QStringLiteral("передумал"));
-        QTest::keyClick(form, Qt::Key_Escape);
-    });
-    click(bench.child<QPushButton>("pbTimeExtend"));
-    QTRY_VERIFY(opened.isNull());
-    QVERIFY(bench.refresh());
-    QVERIFY(bench.server().requestsTo(QStringLiteral("/api_task_deadline_request")).isEmpty());
-}
-
-void DialogsTest::unlistedWorkHasNoDeadline()
-{
-    WindowBench bench;
-    QVERIFY(bench.signIn());
-    bench.orvana()->changeTask(QStringLiteral("17"), QStringLiteral("0"));
-    QVERIFY(bench.openWindow());
-    QTimer::singleShot(0, bench.form.get(), [] {
-        if (QWidget *dialog = QApplication::activeModalWidget()) {
-            dialog->close();
-            QFAIL("the calendar was opened");
+    void reasonIsNeeded()
+    {
+        CalendarForm form(nullptr);
+        form.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&form));
+        QSignalSpy spy(&form, &CalendarForm::accepted);
+        for (const char *typed : {"", " \n\t \n", "  жду ответа\n"}) {
+            WindowBench::dropPopups();
+            form.findChild<QPlainTextEdit *>(kReason)->setPlainText(s(typed));
+            click(button(&form, s("Ок")));
+            QCOMPARE(TestClient::popups().contains(s("Введите причину переноса!")), form.isVisible());
         }
-    });
-    click(bench.child<QPushButton>("pbTimeExtend"));
-    QVERIFY(TestClient::popups().contains(
-        QStringLiteral("Для данной задачи невозможно выполнить перенос дедлайна.")));
-}
+        QCOMPARE(spy.count(), 1);
+        QVERIFY(!form.isVisible());
+        QCOMPARE(form.getReason(), s("  жду ответа\n"));
+    }
 
-void DialogsTest::updateCheck_data()
-{
-    QTest::addColumn<QStringList>("versions");
-    QTest::addColumn<bool>("reachable");
-    QTest::addColumn<QString>("told");
-    QTest::newRow("newer") << QStringList{QStringLiteral("1.2.0")} << true
-                           << QStringLiteral("Доступно обновление 1.2.0");
-    QTest::newRow("same") << QStringList{QStringLiteral("1.1.0")} << true
-                          << QStringLiteral("Установлена последняя версия");
-    QTest::newRow("none") << QStringList() << true << QStringLiteral("Установлена последняя версия");
-    QTest::newRow("unreachable") << QStringList() << false << QStringLiteral("Проверка обновления...");
-}
+    void calendarMovesByItsArrowsOnly()
+    {
+        CalendarForm form(nullptr);
+        form.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&form));
+        auto *calendar = form.findChild<QCalendarWidget *>();
+        const auto part = [&form](const char *name) { return form.findChild<QToolButton *>(s(name)); };
+        calendar->setCurrentPage(2024, 1);
+        QCOMPARE(part("qt_calendar_monthbutton")->text().toLower(), s("январь"));
+        for (const char *name : {"qt_calendar_monthbutton", "qt_calendar_yearbutton"}) {
+            click(part(name));
+            QVERIFY(!QApplication::activePopupWidget() && part(name)->isVisible());
+        }
+        click(part("qt_calendar_prevmonth"));
+        QCOMPARE(QDate(calendar->yearShown(), calendar->monthShown(), 1), QDate(2023, 12, 1));
+        click(part("qt_calendar_nextmonth"));
+        QCOMPARE(calendar->monthShown(), 1);
+    }
 
-void DialogsTest::updateCheck()
-{
-    QFETCH(QStringList, versions);
-    QFETCH(bool, reachable);
-    QFETCH(QString, told);
-    TestClient client;
-    QCoreApplication::setApplicationVersion(QStringLiteral("1.1.0"));
-    client.server.edit([&](localservice::World &world) { world.setVersions(versions); });
-    OrvanaUpdate::instance()->init(client.orvana.get());
-    if (!reachable)
+    void deadlineRequest()
+    {
+        WindowBench bench;
+        QVERIFY(bench.signIn());
+        bench.orvana()->changeTask(s("17"), s("1701"));
+        QVERIFY(bench.openWindow());
+        QPointer<CalendarForm> opened;
+        for (const bool changesMind : {true, false}) {
+            whenOpen(bench.form.get(), [&](CalendarForm *form) {
+                opened = form;
+                form->findChild<QCalendarWidget *>()->setSelectedDate(QDate(2031, 5, 7));
+                form->findChild<QTimeEdit *>()->setTime(QTime(18, 30));
+                form->findChild<QPlainTextEdit *>(kReason)->setPlainText(s("жду & жду"));
+                if (changesMind)
+                    QTest::keyClick(form, Qt::Key_Escape);
+                else
+                    click(button(form, s("Ок")));
+            });
+            click(bench.child<QPushButton>("pbTimeExtend"));
+            QTRY_VERIFY(opened.isNull());
+            QVERIFY(bench.settle());
+        }
+        const auto sent = bench.server().deadlineRequests();
+        QCOMPARE(sent.size(), 1);
+        QCOMPARE((QStringList{sent[0].taskId, sent[0].date, sent[0].time, sent[0].message}),
+                 texts({"1701", "2031-05-07", "18:30", "жду & жду"}));
+    }
+
+    void unlistedWorkHasNoDeadline()
+    {
+        WindowBench bench;
+        QVERIFY(bench.signIn());
+        bench.orvana()->changeTask(s("17"), s("0"));
+        QVERIFY(bench.openWindow());
+        QTimer::singleShot(0, bench.form.get(), [] {
+            if (QWidget *dialog = QApplication::activeModalWidget()) {
+                dialog->close();
+                QFAIL("the calendar was opened");
+            }
+        });
+        click(bench.child<QPushButton>("pbTimeExtend"));
+        QVERIFY(TestClient::popups().contains(s("Для данной задачи невозможно выполнить перенос дедлайна.")));
+    }
+
+    void updateCheck()
+    {
+        TestClient client;
+        QCoreApplication::setApplicationVersion(s("1.1.0"));
+        OrvanaUpdate::instance()->init(client.orvana.get());
+        AboutForm about(client.orvana.get(), nullptr);
+        const auto *info = about.findChild<QLabel *>(s("lbUpdateInfo"));
+        const auto check = [&](const QStringList &versions, const char *told) {
+            client.server.edit([&](localservice::World &world) { world.setVersions(versions); });
+            about.update();
+            QCOMPARE(info->text(), s("Проверка обновления..."));
+            QTRY_COMPARE(info->text(), s(told));
+        };
+        check({s("1.2.0")}, "Доступно обновление 1.2.0");
+        check({s("1.1.0")}, "Установлена последняя версия");
+        check({}, "Установлена последняя версия");
+        QSignalSpy offline(client.orvana.get(), &Orvana::onlineChanged);
         client.server.stop();
-    AboutForm about(client.orvana.get(), nullptr);
-    QSignalSpy answered(client.orvana.get(), &Orvana::updateAvailable);
-    QSignalSpy offline(client.orvana.get(), &Orvana::onlineChanged);
-    const QLabel *info = about.findChild<QLabel *>(QStringLiteral("lbUpdateInfo"));
-    about.update();
-    QCOMPARE(info->text(), QStringLiteral("Проверка обновления..."));
-    if (reachable)
-        QTRY_COMPARE(answered.count(), 1);
-    else
+        about.update();
         QTRY_VERIFY(offline.count() > 0);
-    QCOMPARE(info->text(), told);
-}
+        QCOMPARE(info->text(), s("Проверка обновления..."));
+    }
 
-void DialogsTest::aboutLink()
-{
-    TestClient client;
-    UrlCatcher catcher;
-    AboutForm about(client.orvana.get(), nullptr);
-    about.show();
-    QVERIFY(QTest::qWaitForWindowActive(&about));
-    auto *link = about.findChild<QLabel *>(kLink);
-    click(link);
-    QCOMPARE(catcher.opened, QStringList{client.server.baseUrl()});
-    link->setFocus();
-    QTest::keyClick(link, Qt::Key_Return);
-    QCOMPARE(catcher.opened.size(), 2);
-    QVERIFY(about.isVisible());
-    QTest::keyClick(&about, Qt::Key_Escape);
-    QVERIFY(!about.isVisible());
-}
+    void aboutLink()
+    {
+        TestClient client;
+        UrlCatcher catcher;
+        AboutForm about(client.orvana.get(), nullptr);
+        about.show();
+        QVERIFY(QTest::qWaitForWindowActive(&about));
+        auto *link = about.findChild<QLabel *>(s("lbUrl"));
+        click(link);
+        QCOMPARE(catcher.opened, QStringList{client.server.baseUrl()});
+        link->setFocus();
+        QTest::keyClick(link, Qt::Key_Return);
+        QCOMPARE(catcher.opened.size(), 2);
+        QVERIFY(about.isVisible());
+        QTest::keyClick(&about, Qt::Key_Escape);
+        QVERIFY(!about.isVisible());
+    }
+};
 
 QTEST_MAIN(DialogsTest)
 #include "tst_dialogs.moc"

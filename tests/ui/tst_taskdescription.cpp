@@ -1,3 +1,4 @@
+#include "rows.h"
 #include "ui/markupbrowser.h"
 #include "ui/scrolltext.h"
 #include "ui/taskdescriptionform.h"
@@ -13,32 +14,27 @@
 
 namespace {
 
-const QString kTask = QStringLiteral("1701");
+const QString kTask = s("1701");
 
 TaskInfo sample()
 {
+    TextTask first;
+    first.text = s("Требования 1");
+    first.minCount = s("4000");
+    first.page = QUrl(s("https://orvana.example/a?b=1&c=2"));
+    first.keywords = {{s("1"), s("фраза"), s("3"), s("5")}};
+    TextTask second;
+    second.text = s("Требования 2");
+    second.page = QUrl(s("file:///etc/passwd"));
     TaskInfo info;
     info.id = kTask;
-    info.title = QStringLiteral("Отчёт & <b>план</b>");
+    info.title = s("Отчёт & <b>план</b>");
     info.deadline = QDateTime(QDate(2024, 1, 31), QTime(18, 0));
-    info.text = QStringLiteral("Строка 1\nСтрока 2");
-    info.executorName = QStringLiteral("Анна");
-    info.auditorName = QStringLiteral("<i>Мария</i>");
-    info.files = {
-        {QStringLiteral("1"), QStringLiteral("f1"), QStringLiteral("<b>план</b>.docx"), QStringLiteral("0")},
-        {QStringLiteral("2"), QStringLiteral("f2"), QStringLiteral("схема.png"), QStringLiteral("1048576")}};
-    TextTask first;
-    first.title = QStringLiteral("Первый");
-    first.text = QStringLiteral("Требования 1");
-    first.minCount = QStringLiteral("4000");
-    first.page = QUrl(QStringLiteral("https://orvana.example/a?b=1&c=2"));
-    first.keywords = {
-        {QStringLiteral("1"), QStringLiteral("фраза"), QStringLiteral("3"), QStringLiteral("5")}};
-    TextTask second = first;
-    second.title = QStringLiteral("Второй");
-    second.text = QStringLiteral("Требования 2");
-    second.page = QUrl(QStringLiteral("file:///etc/passwd"));
-    second.keywords.clear();
+    info.text = s("Строка 1\nСтрока 2");
+    info.executorName = s("Анна");
+    info.auditorName = s("<i>Мария</i>");
+    info.files = {{s("1"), s("f1"), s("<b>план</b>.docx"), s("0")},
+                  {s("2"), s("f2"), s("схема.png"), s("1048576")}};
     info.texts = {first, second};
     return info;
 }
@@ -65,11 +61,6 @@ QStringList rowTexts(const QListWidget *list, int row)
             texts.append(text);
     }
     return texts;
-}
-
-QString repeated(const char *piece, int times)
-{
-    return QString::fromLatin1(piece).repeated(times);
 }
 
 // Where the first link of the text is drawn.
@@ -103,23 +94,188 @@ private slots:
     }
     void cleanupTestCase() { m_client.reset(); }
 
-    void sizes_data();
-    void sizes();
-    void hugeMarkupIsShown_data();
-    void hugeMarkupIsShown();
-    void nothingIsLoaded();
-    void links_data();
-    void links();
-    void showsARecord();
-    void manyRowsFollow();
-    void taskWithoutTexts();
-    void recordsOfOthers_data();
-    void recordsOfOthers();
-    void sameRecordKeepsTheChosenText();
-    void refreshesThroughTheService();
-    void offlineRedrawsWithoutARequest();
-    void hidingTogether_data();
-    void hidingTogether();
+    void sizes()
+    {
+        const std::pair<const char *, const char *> rows[] = {{"0", "0.00 B"},
+                                                              {"1023", "1023.00 B"},
+                                                              {"1024", "1.00 KB"},
+                                                              {"1048576", "1.00 MB"},
+                                                              {"2251799813685248", "2048.00 TB"},
+                                                              {"many", "0.00 B"},
+                                                              {"inf", "0.00 B"},
+                                                              {"nan", "0.00 B"}};
+        for (const auto &[bytes, shown] : rows)
+            QCOMPARE(TaskDescriptionForm::size_human(s(bytes).toFloat()), s(shown));
+    }
+
+    // The text engine by itself crashes on the first and takes seconds for others;
+    // the time limit of the suite would tell.
+    void hugeMarkupIsShown()
+    {
+        const QStringList huge{s("<table><tr><td>").repeated(7000),
+                               s("<ul><li>x").repeated(7000),
+                               s("<ol>") + s("<li>x").repeated(15000),
+                               s("x").repeated(100000),
+                               s("<b \"").repeated(30000),
+                               s("<b>") + s("&lt;").repeated(30000)};
+        for (const QString &text : huge) {
+            TaskInfo info = sample();
+            info.text = text + s("<p>end");
+            const auto form = open(info);
+            QVERIFY(form && !part<MarkupBrowser>(*form, "textTask")->document()->isEmpty());
+        }
+    }
+
+    void nothingIsLoaded()
+    {
+        const QString picture = m_client->server.baseUrl() + s("/picture.png");
+        const auto form = open();
+        QVERIFY(form);
+        auto *browser = part<MarkupBrowser>(*form, "textTask");
+        // Also past the filter: a document asks its browser for what it names.
+        browser->setHtml(
+            s("<link rel=stylesheet href='%1'><img src='file:///proc/self/exe'><img src='%1'>").arg(picture));
+        browser->repaint();
+        for (const QString &url : {picture, s("file:///proc/self/exe"), s("qrc:/images/main.png")}) {
+            const QVariant loaded = browser->document()->resource(QTextDocument::ImageResource, QUrl(url));
+            QVERIFY(loaded.toByteArray().isEmpty() && loaded.value<QImage>().isNull());
+        }
+        QSignalSpy updated(m_client->session(), &Orvana::Session::teamsUpdated);
+        m_client->orvana->requestTeamsAndTasks();
+        QVERIFY(updated.wait(TestClient::waitLimit));
+        QVERIFY(m_client->server.requestsTo(s("/picture.png")).isEmpty());
+    }
+
+    void links()
+    {
+        for (const char *address : {"https://orvana.example/a?b=1&c=2", "http://orvana.example/a%20b",
+                                    "file:///etc/passwd", "javascript:alert(1)", "data:text/html,x"}) {
+            const int clicks = address[0] == 'h' ? 1 : 0; // those that open something
+            UrlCatcher catcher;
+            TaskInfo info = sample();
+            info.text = s("<p><a href=\"") + s(address).toHtmlEscaped() + s("\">link link</a></p>");
+            info.texts[0].page = QUrl(s(address));
+            const auto form = open(info);
+            QVERIFY(form);
+            auto *browser = part<MarkupBrowser>(*form, "textTask");
+            const QPoint link = firstLink(*browser);
+            QCOMPARE(link.isNull() ? 0 : 1, clicks);
+            if (!link.isNull())
+                QTest::mouseClick(browser->viewport(), Qt::LeftButton, Qt::NoModifier, link);
+            // A text that got past the filter opens nothing more.
+            emit browser->anchorClicked(QUrl(s(address)));
+            QCOMPARE(browser->source(), QUrl());
+            QTest::mouseClick(part<QPushButton>(*form, "pbCopyrightTasks"), Qt::LeftButton);
+            auto *url = part<QLabel>(*form, "lbUrl");
+            QTest::mouseClick(url, Qt::LeftButton, Qt::NoModifier, QPoint(60, url->height() / 2));
+            part<QListWidget>(*form, "listKeywords")->setFocus();
+            QTest::keyClick(form->focusWidget(), Qt::Key_Tab);
+            QTest::keyClick(url, Qt::Key_Tab);
+            QTest::keyClick(form->focusWidget(), Qt::Key_Return);
+            QCOMPARE(catcher.opened.size(), 4 * clicks);
+            for (const QString &opened : qAsConst(catcher.opened))
+                QCOMPARE(QUrl(opened), QUrl(s(address)));
+        }
+    }
+
+    void showsARecord()
+    {
+        const TaskInfo info = sample();
+        const auto form = open(info);
+        QVERIFY(form);
+        QCOMPARE(part<ScrollText>(*form, "lbTaskLine")->text(), info.title);
+        QCOMPARE(labelText(*form, "lbTaskTitle"), info.title);
+        QCOMPARE(labelText(*form, "lbTaskDeadline"), s("Истекает: 2024-01-31 18:00:00"));
+        QCOMPARE(labelText(*form, "lbResponsible"), s("Ответственные:Анна, <i>Мария</i>"));
+        for (const char *label : {"lbTaskTitle", "lbResponsible"})
+            QCOMPARE(part<QLabel>(*form, label)->textFormat(), Qt::PlainText);
+        QCOMPARE(part<MarkupBrowser>(*form, "textTask")->toPlainText(), info.text);
+        QCOMPARE(labelText(*form, "lbAttachmentsNumber"), s("2"));
+        const auto *files = part<QListWidget>(*form, "listAttachments");
+        QCOMPARE(rowTexts(files, 0) + rowTexts(files, 1),
+                 texts({"<b>план</b>.docx", "0.00 B", "схема.png", "1.00 MB"}));
+
+        QTest::mouseClick(part<QPushButton>(*form, "pbCopyrightTasks"), Qt::LeftButton);
+        QVERIFY(part<QWidget>(*form, "copyrightTasksWidget")->isVisible());
+        QVERIFY(!part<QWidget>(*form, "mainWidget")->isVisible());
+        const auto *requirements = part<MarkupBrowser>(*form, "textRequirements");
+        QCOMPARE(requirements->toPlainText(), s("Требования 1"));
+        QCOMPARE(labelText(*form, "lbSignNumber"), s("Количество знаков: 4000"));
+        const auto *phrases = part<QListWidget>(*form, "listKeywords");
+        QCOMPARE(rowTexts(phrases, 0), texts({"фраза", "Точн. 3", "Неточн. 5"}));
+        part<QComboBox>(*form, "cbTexts")->setCurrentIndex(1);
+        QCOMPARE(requirements->toPlainText(), s("Требования 2"));
+        QCOMPARE(labelText(*form, "lbUrl"), s("URL: file:///etc/passwd"));
+        QCOMPARE(phrases->count(), 0);
+    }
+
+    void manyRowsFollow()
+    {
+        constexpr int many = 500;
+        TaskInfo info = sample();
+        info.files.clear();
+        for (int i = 0; i < many; ++i)
+            info.files.append({QString(), QString::number(i), QString(), QString()});
+        const auto form = open(info);
+        QVERIFY(form);
+        const auto *list = part<QListWidget>(*form, "listAttachments");
+        QCOMPARE(list->count(), many);
+        QTRY_VERIFY(list->itemWidget(list->item(many - 1)));
+        QCOMPARE(rowTexts(list, many - 1).first(), QString::number(many - 1));
+        // A shorter list comes while a longer one is still being built.
+        info.files.append(info.files);
+        form->updateTask(info);
+        form->updateTask(sample());
+        QCoreApplication::processEvents();
+        QCOMPARE(list->count(), 2);
+        QCOMPARE(rowTexts(list, 1).last(), s("1.00 MB"));
+    }
+
+    void taskWithoutTexts()
+    {
+        const auto form = open();
+        QVERIFY(form && QTest::qWaitForWindowActive(form.get(), TestClient::waitLimit));
+        QTest::keyClick(form.get(), Qt::Key_2, Qt::AltModifier);
+        // A key holds the button down for a moment.
+        QTRY_VERIFY(part<QWidget>(*form, "copyrightTasksWidget")->isVisible());
+        TaskInfo info = sample();
+        info.texts.clear();
+        form->updateTask(info);
+        QVERIFY(!part<QPushButton>(*form, "pbCopyrightTasks")->isEnabled());
+        QCOMPARE(part<QListWidget>(*form, "listKeywords")->count(), 0);
+        // The page that has nothing left to show is left.
+        QVERIFY(part<QWidget>(*form, "mainWidget")->isVisible());
+    }
+
+    void recordsThatCome()
+    {
+        const auto form = open();
+        QVERIFY(form);
+        auto *texts = part<QComboBox>(*form, "cbTexts");
+        texts->setCurrentIndex(1);
+        // Without the service, what is known is drawn again.
+        m_client->session()->setOnline(false);
+        form->requestUpdateTask(kTask);
+        QVERIFY(m_client->orvana->findChild<QNetworkAccessManager *>()
+                    ->findChildren<QNetworkReply *>()
+                    .isEmpty());
+        m_client->session()->setOnline(true);
+        // Of another task, and after a failed request.
+        TaskInfo info = sample();
+        info.id = s("1702");
+        info.title = s("Другая");
+        for (const TaskInfo &record : {info, TaskInfo()})
+            emit m_client->orvana->taskInfoUpdated(record);
+        QCOMPARE(labelText(*form, "lbTaskTitle"), sample().title);
+        info.id = kTask;
+        emit m_client->orvana->taskInfoUpdated(info);
+        QCOMPARE(labelText(*form, "lbTaskTitle"), info.title);
+        QCOMPARE(texts->currentIndex(), 1);
+        info.texts[1].text = s("Другие требования");
+        emit m_client->orvana->taskInfoUpdated(info);
+        QCOMPARE(texts->currentIndex(), 0);
+        QCOMPARE(part<MarkupBrowser>(*form, "textRequirements")->toPlainText(), s("Требования 1"));
+    }
 
 private:
     std::unique_ptr<TaskDescriptionForm> open(const TaskInfo &info = sample())
@@ -132,330 +288,6 @@ private:
 
     std::unique_ptr<TestClient> m_client;
 };
-
-void TaskDescriptionTest::sizes_data()
-{
-    QTest::addColumn<QString>("bytes");
-    QTest::addColumn<QString>("shown");
-    const auto row = [](const char *bytes, const char *shown) {
-        QTest::newRow(bytes) << QString::fromLatin1(bytes) << QString::fromLatin1(shown);
-    };
-    row("0", "0.00 B");
-    row("100", "100.00 B");
-    row("1023", "1023.00 B");
-    row("1024", "1.00 KB");
-    row("1536", "1.50 KB");
-    row("1048576", "1.00 MB");
-    row("1099511627776", "1.00 TB");
-    row("2251799813685248", "2048.00 TB");
-    row("many", "0.00 B");
-    row("inf", "0.00 B");
-    row("nan", "0.00 B");
-}
-
-void TaskDescriptionTest::sizes()
-{
-    QFETCH(QString, bytes);
-    QTEST(TaskDescriptionForm::size_human(bytes.toFloat()), "shown");
-}
-
-void TaskDescriptionTest::hugeMarkupIsShown_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::newRow("nested tables") << repeated("<table><tr><td>", 7000);
-    QTest::newRow("nested lists") << repeated("<ul><li>x", 7000);
-    QTest::newRow("items") << QString(QStringLiteral("<ol>") + repeated("<li>x", 15000));
-    QTest::newRow("one word") << repeated("x", 100000);
-    QTest::newRow("unended tags") << repeated("<b \"", 30000);
-    QTest::newRow("entities") << QString(QStringLiteral("<b>") + repeated("&lt;", 30000));
-    QTest::newRow("a hundred kilobytes") << repeated("word <i>text</i> ", 6000);
-}
-
-// The text engine by itself crashes on the first and takes seconds for others;
-// the time limit of the suite would tell.
-void TaskDescriptionTest::hugeMarkupIsShown()
-{
-    QFETCH(QString, text);
-    TaskInfo info = sample();
-    info.text = text + QStringLiteral("<p>end");
-    const auto form = open(info);
-    QVERIFY(form);
-    QVERIFY(!part<MarkupBrowser>(*form, "textTask")->document()->isEmpty());
-}
-
-void TaskDescriptionTest::nothingIsLoaded()
-{
-    TaskInfo info = sample();
-    const QString picture = m_client->server.baseUrl() + QStringLiteral("/picture.png");
-    info.text = QStringLiteral("<b>x</b><img src=\"") + picture + QStringLiteral("\">");
-    const auto form = open(info);
-    QVERIFY(form);
-    auto *browser = part<MarkupBrowser>(*form, "textTask");
-    // Also past the filter: a document asks its browser for what it names.
-    browser->setHtml(QStringLiteral("<link rel=stylesheet href='") + picture
-                     + QStringLiteral("'><img src='file:///proc/self/exe'><img src='") + picture
-                     + QStringLiteral("'>"));
-    browser->repaint();
-    for (const QString &url :
-         {picture, QStringLiteral("file:///proc/self/exe"), QStringLiteral("qrc:/images/main.png")}) {
-        const QVariant loaded = browser->document()->resource(QTextDocument::ImageResource, QUrl(url));
-        QVERIFY(loaded.toByteArray().isEmpty() && loaded.value<QImage>().isNull());
-    }
-    QSignalSpy updated(m_client->session(), &Orvana::Session::teamsUpdated);
-    m_client->orvana->requestTeamsAndTasks();
-    QVERIFY(updated.wait(TestClient::waitLimit));
-    QVERIFY(m_client->server.requestsTo(QStringLiteral("/picture.png")).isEmpty());
-}
-
-void TaskDescriptionTest::links_data()
-{
-    QTest::addColumn<QString>("address");
-    QTest::addColumn<bool>("opens");
-    QTest::newRow("https") << QStringLiteral("https://orvana.example/a?b=1&c=2") << true;
-    QTest::newRow("http") << QStringLiteral("http://orvana.example/a%20b") << true;
-    QTest::newRow("file") << QStringLiteral("file:///etc/passwd") << false;
-    QTest::newRow("javascript") << QStringLiteral("javascript:alert(1)") << false;
-    QTest::newRow("data") << QStringLiteral("data:text/html,x") << false;
-}
-
-void TaskDescriptionTest::links()
-{
-    QFETCH(QString, address);
-    QFETCH(bool, opens);
-    UrlCatcher catcher;
-    TaskInfo info = sample();
-    info.text =
-        QStringLiteral("<p><a href=\"") + address.toHtmlEscaped() + QStringLiteral("\">link link</a></p>");
-    info.texts[0].page = QUrl(address);
-    const auto form = open(info);
-    QVERIFY(form);
-    auto *browser = part<MarkupBrowser>(*form, "textTask");
-    const QPoint link = firstLink(*browser);
-    QCOMPARE(!link.isNull(), opens);
-    if (opens) {
-        QTest::mouseClick(browser->viewport(), Qt::LeftButton, Qt::NoModifier, link);
-        QCOMPARE(catcher.opened.size(), 1);
-    }
-    // A text that got past the filter opens nothing more.
-    emit browser->anchorClicked(QUrl(address));
-    QCOMPARE(catcher.opened.size(), opens ? 2 : 0);
-    QCOMPARE(browser->source(), QUrl());
-
-    QTest::mouseClick(part<QPushButton>(*form, "pbCopyrightTasks"), Qt::LeftButton);
-    auto *url = part<QLabel>(*form, "lbUrl");
-    QCOMPARE(url->text().contains(QLatin1String("<a href")), opens);
-    QTest::mouseClick(url, Qt::LeftButton, Qt::NoModifier, QPoint(60, url->height() / 2));
-    QCOMPARE(catcher.opened.size(), opens ? 3 : 0);
-    part<QListWidget>(*form, "listKeywords")->setFocus();
-    QTest::keyClick(form->focusWidget(), Qt::Key_Tab);
-    QCOMPARE(form->focusWidget(), url);
-    QTest::keyClick(url, Qt::Key_Tab);
-    QTest::keyClick(form->focusWidget(), Qt::Key_Return);
-    QCOMPARE(catcher.opened.size(), opens ? 4 : 0);
-    for (const QString &opened : qAsConst(catcher.opened))
-        QCOMPARE(QUrl(opened), QUrl(address));
-}
-
-void TaskDescriptionTest::showsARecord()
-{
-    const TaskInfo info = sample();
-    const auto form = open(info);
-    QVERIFY(form);
-    QCOMPARE(part<ScrollText>(*form, "lbTaskLine")->text(), info.title);
-    QCOMPARE(labelText(*form, "lbTaskTitle"), info.title);
-    QCOMPARE(part<QLabel>(*form, "lbTaskTitle")->textFormat(), Qt::PlainText);
-    QCOMPARE(labelText(*form, "lbTaskDeadline"), QStringLiteral("Истекает: 2024-01-31 18:00:00"));
-    QCOMPARE(labelText(*form, "lbResponsible"), QStringLiteral("Ответственные:Анна, <i>Мария</i>"));
-    QCOMPARE(part<QLabel>(*form, "lbResponsible")->textFormat(), Qt::PlainText);
-    QCOMPARE(part<MarkupBrowser>(*form, "textTask")->toPlainText(), info.text);
-
-    QCOMPARE(labelText(*form, "lbAttachmentsNumber"), QStringLiteral("2"));
-    const auto *files = part<QListWidget>(*form, "listAttachments");
-    QCOMPARE(files->count(), 2);
-    QCOMPARE(rowTexts(files, 0), (QStringList{QStringLiteral("<b>план</b>.docx"), QStringLiteral("0.00 B")}));
-    QCOMPARE(rowTexts(files, 1), (QStringList{QStringLiteral("схема.png"), QStringLiteral("1.00 MB")}));
-    QCOMPARE(files->itemWidget(files->item(0))->height(), 23);
-
-    QVERIFY(!part<QWidget>(*form, "copyrightTasksWidget")->isVisible());
-    QTest::mouseClick(part<QPushButton>(*form, "pbCopyrightTasks"), Qt::LeftButton);
-    QVERIFY(part<QWidget>(*form, "copyrightTasksWidget")->isVisible());
-    QVERIFY(!part<QWidget>(*form, "mainWidget")->isVisible());
-    auto *texts = part<QComboBox>(*form, "cbTexts");
-    QCOMPARE(texts->count(), 2);
-    QCOMPARE(texts->itemData(1).value<TextTask>().text, info.texts.at(1).text);
-    QCOMPARE(part<MarkupBrowser>(*form, "textRequirements")->toPlainText(), QStringLiteral("Требования 1"));
-    QCOMPARE(labelText(*form, "lbSignNumber"), QStringLiteral("Количество знаков: 4000"));
-    const QString page = QStringLiteral("https://orvana.example/a?b=1&amp;c=2");
-    QCOMPARE(labelText(*form, "lbUrl"),
-             QString(QStringLiteral("URL: <a href=\"") + page
-                     + QStringLiteral("\" style=\"color:rgb(100,100,100)\">") + page
-                     + QStringLiteral("</a>")));
-    const auto *phrases = part<QListWidget>(*form, "listKeywords");
-    QCOMPARE(phrases->count(), 1);
-    QCOMPARE(rowTexts(phrases, 0),
-             (QStringList{QStringLiteral("фраза"), QStringLiteral("Точн. 3"), QStringLiteral("Неточн. 5")}));
-
-    texts->setCurrentIndex(1);
-    QCOMPARE(part<MarkupBrowser>(*form, "textRequirements")->toPlainText(), QStringLiteral("Требования 2"));
-    QCOMPARE(labelText(*form, "lbUrl"), QStringLiteral("URL: file:///etc/passwd"));
-    QCOMPARE(phrases->count(), 0);
-}
-
-void TaskDescriptionTest::manyRowsFollow()
-{
-    constexpr int many = 500;
-    TaskInfo info = sample();
-    info.files.clear();
-    for (int i = 0; i < many; ++i)
-        info.files.append({QString::number(i), QString::number(i), QString(), QString::number(i)});
-    const auto form = open(info);
-    QVERIFY(form);
-    const auto *list = part<QListWidget>(*form, "listAttachments");
-    QCOMPARE(list->count(), many);
-    QTRY_VERIFY(list->itemWidget(list->item(many - 1)));
-    for (const int row : {0, many / 2, many - 1})
-        QCOMPARE(rowTexts(list, row).first(), QString::number(row));
-    // A shorter list comes while a longer one is still being built.
-    info.files.append(info.files);
-    form->updateTask(info);
-    form->updateTask(sample());
-    QCoreApplication::processEvents();
-    QCOMPARE(list->count(), 2);
-    QCOMPARE(rowTexts(list, 1).last(), QStringLiteral("1.00 MB"));
-}
-
-void TaskDescriptionTest::taskWithoutTexts()
-{
-    const auto form = open();
-    QVERIFY(form);
-    QVERIFY(QTest::qWaitForWindowActive(form.get(), TestClient::waitLimit));
-    QTest::keyClick(form.get(), Qt::Key_2, Qt::AltModifier);
-    // A key holds the button down for a moment.
-    QTRY_VERIFY(part<QWidget>(*form, "copyrightTasksWidget")->isVisible());
-    TaskInfo info = sample();
-    info.texts.clear();
-    info.files.clear();
-    info.deadline = QDateTime();
-    form->updateTask(info);
-    QVERIFY(!part<QPushButton>(*form, "pbCopyrightTasks")->isEnabled());
-    QCOMPARE(part<QComboBox>(*form, "cbTexts")->count(), 0);
-    QCOMPARE(part<QListWidget>(*form, "listKeywords")->count(), 0);
-    QCOMPARE(labelText(*form, "lbAttachmentsNumber"), QStringLiteral("0"));
-    QCOMPARE(labelText(*form, "lbTaskDeadline"), QString());
-    // The page that has nothing left to show is left.
-    QVERIFY(part<QWidget>(*form, "mainWidget")->isVisible());
-}
-
-void TaskDescriptionTest::recordsOfOthers_data()
-{
-    QTest::addColumn<TaskInfo>("record");
-    TaskInfo other = sample();
-    other.id = QStringLiteral("1702");
-    other.title = QStringLiteral("Другая");
-    QTest::newRow("another task") << other;
-    QTest::newRow("empty, after a failed request") << TaskInfo();
-}
-
-void TaskDescriptionTest::recordsOfOthers()
-{
-    QFETCH(TaskInfo, record);
-    const auto form = open();
-    QVERIFY(form);
-    emit m_client->orvana->taskInfoUpdated(record);
-    QCOMPARE(labelText(*form, "lbTaskTitle"), sample().title);
-    QCOMPARE(part<QListWidget>(*form, "listAttachments")->count(), 2);
-}
-
-void TaskDescriptionTest::sameRecordKeepsTheChosenText()
-{
-    const auto form = open();
-    QVERIFY(form);
-    auto *texts = part<QComboBox>(*form, "cbTexts");
-    texts->setCurrentIndex(1);
-    TaskInfo info = sample();
-    info.title = QStringLiteral("Новое название");
-    emit m_client->orvana->taskInfoUpdated(info);
-    QCOMPARE(labelText(*form, "lbTaskTitle"), info.title);
-    QCOMPARE(texts->currentIndex(), 1);
-    info.texts[1].text = QStringLiteral("Другие требования");
-    emit m_client->orvana->taskInfoUpdated(info);
-    QCOMPARE(texts->currentIndex(), 0);
-    QCOMPARE(part<MarkupBrowser>(*form, "textRequirements")->toPlainText(), QStringLiteral("Требования 1"));
-}
-
-void TaskDescriptionTest::refreshesThroughTheService()
-{
-    const auto form = open();
-    QVERIFY(form);
-    m_client->server.edit(
-        [](localservice::World &world) { world.task(kTask)->title = QStringLiteral("Название со службы"); });
-    form->requestUpdateTask(kTask);
-    QTRY_COMPARE(labelText(*form, "lbTaskTitle"), QStringLiteral("Название со службы"));
-}
-
-void TaskDescriptionTest::offlineRedrawsWithoutARequest()
-{
-    const auto form = open();
-    QVERIFY(form);
-    TaskInfo info = sample();
-    info.title = QStringLiteral("Из сессии");
-    m_client->session()->addTaskInfoData(kTask, info);
-    m_client->session()->setOnline(false);
-    const auto requests = [this] {
-        const auto all = m_client->server.requestsTo(QStringLiteral("/api_get_task"));
-        return std::count_if(all.begin(), all.end(), [](const localservice::RecordedRequest &request) {
-            return request.queryValue(QStringLiteral("task_id")) == kTask;
-        });
-    };
-    const auto before = requests();
-    form->requestUpdateTask(kTask);
-    QCOMPARE(labelText(*form, "lbTaskTitle"), info.title);
-    QSignalSpy updated(m_client->session(), &Orvana::Session::teamsUpdated);
-    m_client->orvana->requestTeamsAndTasks();
-    QVERIFY(updated.wait(TestClient::waitLimit));
-    QCOMPARE(requests(), before);
-    m_client->session()->setOnline(true);
-}
-
-void TaskDescriptionTest::hidingTogether_data()
-{
-    QTest::addColumn<QString>("steps");
-    QTest::addColumn<bool>("visible");
-    // h, s: all windows are hidden, shown; e: Esc; b: its button; o: opened by hand.
-    QTest::newRow("hidden") << QStringLiteral("h") << false;
-    QTest::newRow("comes back") << QStringLiteral("hs") << true;
-    QTest::newRow("hidden twice") << QStringLiteral("hhs") << true;
-    QTest::newRow("closed by hand") << QStringLiteral("bhs") << false;
-    QTest::newRow("closed by key") << QStringLiteral("ehs") << false;
-    QTest::newRow("closed after it came back") << QStringLiteral("hsbs") << false;
-    QTest::newRow("opened and closed meanwhile") << QStringLiteral("hobs") << false;
-}
-
-void TaskDescriptionTest::hidingTogether()
-{
-    QFETCH(QString, steps);
-    const auto form = open();
-    QVERIFY(form);
-    for (const QChar step : qAsConst(steps)) {
-        switch (step.unicode()) {
-        case 'h':
-            form->hideAll();
-            break;
-        case 's':
-            form->showAll();
-            break;
-        case 'e':
-            QTest::keyClick(form.get(), Qt::Key_Escape);
-            break;
-        case 'b':
-            QTest::mouseClick(part<QPushButton>(*form, "pbHide"), Qt::LeftButton);
-            break;
-        default:
-            form->show();
-        }
-    }
-    QTEST(form->isVisible(), "visible");
-}
 
 QTEST_MAIN(TaskDescriptionTest)
 #include "tst_taskdescription.moc"

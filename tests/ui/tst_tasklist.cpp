@@ -1,3 +1,4 @@
+#include "tasknotes.h"
 #include "ui/artwork.h"
 #include "ui/scrolltext.h"
 #include "ui/taskdescriptionform.h"
@@ -10,32 +11,28 @@
 #include <QLabel>
 #include <QPushButton>
 
+#include <functional>
+
 namespace {
 
-const QString kTeam = QStringLiteral("17");
-const QString kCatchAll = QStringLiteral("0");
-const QString kLongTitle = QStringLiteral("Очень длинное название задачи, которое не помещается в строку ")
-    + QStringLiteral("списка, сколько её ни растягивай & <b>без разметки</b>");
-
-localservice::Task served(const char *id, const QString &title, const char *block = "0")
-{
-    localservice::Task task;
-    task.id = QString::fromLatin1(id);
-    task.title = title;
-    task.block = QString::fromLatin1(block);
-    return task;
-}
-
+const QString kTeam = s("17");
+const QString kCatchAll = s("0");
 QVector<localservice::Task> plainTasks()
 {
-    return {served("a", QStringLiteral("Первая")), served("b", QStringLiteral("Вторая")),
-            served("c", kLongTitle)};
+    QVector<localservice::Task> tasks(3);
+    const QStringList titles = texts({"Первая", "Вторая", "Третья"});
+    for (int i = 0; i < tasks.size(); ++i) {
+        tasks[i].id = QString(QLatin1Char(char('a' + i)));
+        tasks[i].title = titles.at(i);
+    }
+    return tasks;
 }
 
 QVector<localservice::Task> withBlockingTask()
 {
-    return {served("a", QStringLiteral("Первая")), served("b", QStringLiteral("Вторая"), "1"),
-            served("c", QStringLiteral("Третья"))};
+    QVector<localservice::Task> tasks = plainTasks();
+    tasks[1].block = s("1");
+    return tasks;
 }
 
 // The list, opened from the main window.
@@ -101,14 +98,6 @@ public:
     bool ready = false;
 };
 
-QStringList ids(std::initializer_list<const char *> list)
-{
-    QStringList all;
-    for (const char *id : list)
-        all.append(QString::fromLatin1(id));
-    return all;
-}
-
 } // namespace
 
 class TaskListTest final : public QObject
@@ -118,282 +107,209 @@ class TaskListTest final : public QObject
 private slots:
     void initTestCase() { WindowBench::applyStyle(); }
 
-    void rowsAndTheirMarks();
-    void clickOpensTheDescription();
-    void doubleClickOpensNothing();
-    void choosing_data();
-    void choosing();
-    void keyboard();
-    void unlistedWork();
-    void followsTheSession();
-    void closedTaskClosesItsDescription();
-    void anotherUserSeesNoOldDescriptions();
-    void hidingTogether();
-    void onlyOneTitleMoves();
-    void places_data();
-    void places();
-};
-
-void TaskListTest::rowsAndTheirMarks()
-{
-    QVector<localservice::Task> tasks = withBlockingTask();
-    tasks[2].importance = 2;
-    Desktop desktop(tasks, QStringLiteral("b"));
-    QVERIFY(desktop.ready);
-    QCOMPARE(desktop.rows(), ids({"b", "a", "c", "0"}));
-    QCOMPARE(desktop.rows(TaskListModel::OfferedRole), ids({"true", "false", "false", "false"}));
-    QCOMPARE(desktop.rows(TaskListModel::CurrentRole), ids({"true", "false", "false", "false"}));
-    QVERIFY(desktop.row(QStringLiteral("a"))
-                .data(Qt::ToolTipRole)
-                .toString()
-                .contains(QStringLiteral("блокирующие")));
-    const auto icon = [&desktop](const char *id) {
-        return desktop.row(QString::fromLatin1(id))
-            .data(Qt::DecorationRole)
-            .value<QIcon>()
-            .pixmap(20)
-            .toImage();
-    };
-    const auto picture = [](const char *name) {
-        return QIcon(QString::fromLatin1(name)).pixmap(20).toImage();
-    };
-    QCOMPARE(icon("b"), picture(":/images/pbTaskBlocked.png"));
-    QCOMPARE(icon("c"), picture(":/images/pbTaskUrgentGrey.png"));
-    QCOMPARE(icon("a"), picture(":/images/pbTask.png"));
-}
-
-void TaskListTest::clickOpensTheDescription()
-{
-    Desktop desktop;
-    QVERIFY(desktop.ready);
-    desktop.click(QStringLiteral("b"));
-    QTRY_VERIFY(desktop.isOpen(QStringLiteral("b")));
-    TaskDescriptionForm *form = desktop.list->description(QStringLiteral("b"));
-    QTRY_COMPARE(form->findChild<QLabel *>(QStringLiteral("lbTaskTitle"))->text(), QStringLiteral("Вторая"));
-    QVERIFY(desktop.current().isEmpty());
-    form->hide();
-    // The second look asks the service again and opens the window that was kept.
-    QSignalSpy refreshed(desktop.bench.orvana(), &Orvana::taskInfoUpdated);
-    desktop.click(QStringLiteral("b"));
-    QTRY_VERIFY(desktop.isOpen(QStringLiteral("b")));
-    QCOMPARE(desktop.list->description(QStringLiteral("b")), form);
-    QTRY_VERIFY(refreshed.count() > 0);
-}
-
-void TaskListTest::doubleClickOpensNothing()
-{
-    Desktop desktop;
-    QVERIFY(desktop.ready);
-    desktop.doubleClick(QStringLiteral("a"));
-    QCOMPARE(desktop.current(), QStringLiteral("a"));
-    QCOMPARE(desktop.bench.child<ScrollText>("lbTask")->text(), QStringLiteral("Первая"));
-    // A timer started now ends after one that any of the clicks has left running.
-    QTimer later;
-    QSignalSpy passed(&later, &QTimer::timeout);
-    later.start(QApplication::doubleClickInterval() + 1);
-    QVERIFY(passed.wait());
-    QVERIFY(!desktop.list->description(QStringLiteral("a")));
-}
-
-void TaskListTest::choosing_data()
-{
-    QTest::addColumn<QString>("way");
-    QTest::addColumn<QString>("task");
-    QTest::addColumn<bool>("offered");
-    for (const char *way : {"double click", "button", "space", "control and enter"}) {
-        QTest::addRow("%s on a blocking task", way)
-            << QString::fromLatin1(way) << QStringLiteral("b") << true;
-        QTest::addRow("%s on one held back", way) << QString::fromLatin1(way) << QStringLiteral("c") << false;
-        QTest::addRow("%s on unlisted work", way) << QString::fromLatin1(way) << kCatchAll << false;
-    }
-}
-
-void TaskListTest::choosing()
-{
-    QFETCH(QString, way);
-    QFETCH(QString, task);
-    QFETCH(bool, offered);
-    Desktop desktop(withBlockingTask());
-    QVERIFY(desktop.ready);
-    if (way == QLatin1String("double click"))
-        desktop.doubleClick(task);
-    else if (way == QLatin1String("button"))
-        desktop.clickButton(task);
-    else if (way == QLatin1String("space"))
-        desktop.press(task, Qt::Key_Space);
-    else
-        desktop.press(task, Qt::Key_Return, Qt::ControlModifier);
-    QCOMPARE(desktop.current(), offered ? task : QString());
-    QCOMPARE(desktop.row(task).data(TaskListModel::CurrentRole).toBool(), offered);
-}
-
-void TaskListTest::keyboard()
-{
-    Desktop desktop;
-    QVERIFY(desktop.ready);
-    QVERIFY(desktop.view->hasFocus());
-    desktop.view->setCurrentIndex(desktop.row(QStringLiteral("a")));
-    QTest::keyClick(desktop.view, Qt::Key_Down);
-    QTest::keyClick(desktop.view, Qt::Key_Return);
-    QVERIFY(desktop.isOpen(QStringLiteral("b")));
-    QVERIFY(desktop.list->isVisible());
-    QTest::keyClick(desktop.list, Qt::Key_Escape);
-    QVERIFY(!desktop.list->isVisible());
-    QVERIFY(desktop.isOpen(QStringLiteral("b")));
-}
-
-void TaskListTest::unlistedWork()
-{
-    Desktop desktop;
-    QVERIFY(desktop.ready);
-    desktop.press(kCatchAll, Qt::Key_Return);
-    QVERIFY(!desktop.list->description(kCatchAll));
-    desktop.doubleClick(kCatchAll);
-    QCOMPARE(desktop.current(), kCatchAll);
-}
-
-void TaskListTest::followsTheSession()
-{
-    Desktop desktop(plainTasks(), QStringLiteral("a"));
-    QVERIFY(desktop.ready);
-    const auto *empty = desktop.list->findChild<QLabel *>(QStringLiteral("lbEmpty"));
-    const auto *team = desktop.list->findChild<ScrollText *>(QStringLiteral("lbTeam"));
-    QCOMPARE(team->text(), QStringLiteral("Редакция сайта"));
-    QVERIFY(empty->isHidden());
-
-    desktop.view->setCurrentIndex(desktop.row(QStringLiteral("c")));
-    desktop.bench.server().edit([](localservice::World &world) {
-        world.team(kTeam)->name = QStringLiteral("<b>Новое</b> имя");
-        world.setBlock(QStringLiteral("b"), QStringLiteral("1"));
-    });
-    QVERIFY(desktop.bench.refresh());
-    QCOMPARE(desktop.rows(), ids({"b", "a", "c", "0"}));
-    QCOMPARE(team->text(), QStringLiteral("<b>Новое</b> имя"));
-    QCOMPARE(desktop.view->currentIndex(), desktop.row(QStringLiteral("c")));
-
-    desktop.bench.orvana()->changeTask(QStringLiteral("41"), QStringLiteral("4101"));
-    QCOMPARE(team->text(), QStringLiteral("Поддержка клиентов"));
-    QVERIFY(desktop.row(QStringLiteral("4101")).data(TaskListModel::CurrentRole).toBool());
-
-    desktop.bench.server().edit([](localservice::World &world) { world.team(kTeam)->tasks.clear(); });
-    QVERIFY(desktop.bench.refresh());
-    desktop.bench.orvana()->changeTask(kTeam, kCatchAll);
-    QVERIFY(empty->isVisible());
-    QCOMPARE(empty->text(), QStringLiteral("В команде нет задач"));
-    // There is still the work that belongs to no task.
-    QCOMPARE(desktop.rows(), ids({"0"}));
-
-    desktop.bench.orvana()->changeTask(QString(), QString());
-    QVERIFY(empty->isVisible());
-    QCOMPARE(empty->text(), QStringLiteral("Выберите команду и задачу"));
-}
-
-void TaskListTest::closedTaskClosesItsDescription()
-{
-    Desktop desktop;
-    QVERIFY(desktop.ready);
-    desktop.list->openDescription(QStringLiteral("a"));
-    desktop.list->openDescription(QStringLiteral("b"));
-    const QPointer<TaskDescriptionForm> gone = desktop.list->description(QStringLiteral("a"));
-    desktop.bench.server().edit([](localservice::World &world) { world.removeTask(QStringLiteral("a")); });
-    QVERIFY(desktop.bench.refresh());
-    QTRY_VERIFY(gone.isNull());
-    QVERIFY(desktop.isOpen(QStringLiteral("b")));
-    QCOMPARE(desktop.rows(), ids({"b", "c", "0"}));
-}
-
-void TaskListTest::anotherUserSeesNoOldDescriptions()
-{
-    Desktop desktop;
-    QVERIFY(desktop.ready);
-    desktop.list->openDescription(QStringLiteral("a"));
-    const QPointer<TaskDescriptionForm> form = desktop.list->description(QStringLiteral("a"));
-    QVERIFY(desktop.bench.signIn());
-    QVERIFY(form && form->isVisible());
-    QVERIFY(
-        desktop.bench.signIn(QStringLiteral("пётр+test@orvana.example"), QStringLiteral("a+b&c=d% #;/\"я")));
-    QTRY_VERIFY(form.isNull());
-    QCOMPARE(desktop.rows(), QStringList());
-}
-
-void TaskListTest::hidingTogether()
-{
-    Desktop desktop;
-    QVERIFY(desktop.ready);
-    const auto *timer = desktop.list->findChild<QTimer *>(QString(), Qt::FindDirectChildrenOnly);
-    QVERIFY(timer && timer->isActive());
-    desktop.list->openDescription(QStringLiteral("a"));
-    desktop.list->openDescription(QStringLiteral("b"));
-    desktop.list->description(QStringLiteral("b"))->on_pbHide_clicked();
-    emit desktop.bench.form->hideAll();
-    QVERIFY(!desktop.list->isVisible());
-    QVERIFY(!timer->isActive());
-    QVERIFY(!desktop.isOpen(QStringLiteral("a")));
-    emit desktop.bench.form->showAll();
-    QVERIFY(desktop.list->isVisible());
-    QVERIFY(timer->isActive());
-    QVERIFY(desktop.isOpen(QStringLiteral("a")));
-    QVERIFY(!desktop.isOpen(QStringLiteral("b")));
-
-    QTest::mouseClick(desktop.list->findChild<QPushButton *>(QStringLiteral("pbClose")), Qt::LeftButton);
-    emit desktop.bench.form->hideAll();
-    emit desktop.bench.form->showAll();
-    QVERIFY(!desktop.list->isVisible());
-    QVERIFY(desktop.isOpen(QStringLiteral("a")));
-}
-
-void TaskListTest::onlyOneTitleMoves()
-{
-    Desktop desktop;
-    QVERIFY(desktop.ready);
-    const auto moving = [&desktop] {
-        QStringList titles;
-        const auto all = desktop.view->viewport()->findChildren<ScrollText *>();
-        for (const ScrollText *title : all) {
-            if (title->isMoving())
-                titles.append(title->text());
+    void rowsAndTheirMarks()
+    {
+        QVector<localservice::Task> tasks = withBlockingTask();
+        tasks[2].importance = 2;
+        Desktop desktop(tasks, s("b"));
+        QVERIFY(desktop.ready);
+        QCOMPARE(desktop.rows(), texts({"b", "a", "c", "0"}));
+        for (const int role : {TaskListModel::OfferedRole, TaskListModel::CurrentRole})
+            QCOMPARE(desktop.rows(role), texts({"true", "false", "false", "false"}));
+        QVERIFY(desktop.rows(Qt::ToolTipRole).at(1).contains(s("блокирующие")));
+        const std::pair<const char *, const char *> icons[] = {
+            {"b", "Blocked"}, {"c", "UrgentGrey"}, {"a", ""}};
+        for (const auto &[id, name] : icons) {
+            const auto icon = desktop.row(s(id)).data(Qt::DecorationRole).value<QIcon>();
+            QCOMPARE(icon.pixmap(20).toImage(),
+                     QIcon(s(":/images/pbTask%1.png").arg(s(name))).pixmap(20).toImage());
         }
-        return titles;
-    };
-    desktop.view->setCurrentIndex(desktop.row(QStringLiteral("a")));
-    QCOMPARE(moving(), QStringList());
-    QTest::mouseMove(desktop.view->viewport(), desktop.place(QStringLiteral("c")));
-    QTRY_COMPARE(moving(), QStringList{kLongTitle});
-    QTest::mouseMove(desktop.view->viewport(), desktop.place(QStringLiteral("b")));
-    QTRY_COMPARE(moving(), QStringList());
-    QTest::mouseMove(desktop.list, QPoint(desktop.list->width() / 2, 20));
-    desktop.view->setCurrentIndex(desktop.row(QStringLiteral("c")));
-    QTRY_COMPARE(moving(), QStringList{kLongTitle});
-    desktop.list->hide();
-    QCOMPARE(moving(), QStringList());
-}
+    }
 
-void TaskListTest::places_data()
-{
-    QTest::addColumn<QRect>("anchor");
-    QTest::addColumn<QRect>("area");
-    QTest::addColumn<bool>("free"); // there is room beside the anchor
-    const QSize anchor(352, 148);
-    const QRect screen(0, 24, 1280, 776);
-    QTest::newRow("upper right corner") << QRect(QPoint(928, 24), anchor) << screen << true;
-    QTest::newRow("upper left corner") << QRect(QPoint(0, 24), anchor) << screen << true;
-    QTest::newRow("lower right corner") << QRect(QPoint(928, 652), anchor) << screen << true;
-    QTest::newRow("middle") << QRect(QPoint(464, 300), anchor) << screen << true;
-    QTest::newRow("half outside") << QRect(QPoint(1200, 700), anchor) << screen << true;
-    QTest::newRow("second screen") << QRect(QPoint(2848, 0), anchor) << QRect(1280, 0, 1920, 1080) << true;
-    QTest::newRow("narrow screen") << QRect(QPoint(128, 0), anchor) << QRect(0, 0, 480, 800) << true;
-    QTest::newRow("small screen") << QRect(QPoint(128, 0), anchor) << QRect(0, 0, 480, 430) << false;
-}
+    void clicksOpenTheDescription()
+    {
+        Desktop desktop;
+        QVERIFY(desktop.ready);
+        // A double click chooses and opens nothing, also when the clicks' timers have ended.
+        desktop.doubleClick(s("a"));
+        QCOMPARE(desktop.bench.child<ScrollText>("lbTask")->text(), s("Первая"));
+        QTimer later;
+        QSignalSpy passed(&later, &QTimer::timeout);
+        later.start(QApplication::doubleClickInterval() + 1);
+        QVERIFY(passed.wait());
+        QVERIFY(!desktop.list->description(s("a")));
 
-void TaskListTest::places()
-{
-    QFETCH(QRect, anchor);
-    QFETCH(QRect, area);
-    QFETCH(bool, free);
-    const QRect window(Artwork::beside(anchor, QSize(460, 420), area), QSize(460, 420));
-    QVERIFY(area.contains(window));
-    QCOMPARE(!window.intersects(anchor), free);
-}
+        desktop.click(s("b"));
+        QTRY_VERIFY(desktop.isOpen(s("b")));
+        TaskDescriptionForm *form = desktop.list->description(s("b"));
+        QTRY_COMPARE(form->findChild<QLabel *>(s("lbTaskTitle"))->text(), s("Вторая"));
+        QCOMPARE(desktop.current(), s("a"));
+        form->hide();
+        // The second look asks the service again and opens the window that was kept.
+        QSignalSpy refreshed(desktop.bench.orvana(), &Orvana::taskInfoUpdated);
+        desktop.click(s("b"));
+        QTRY_VERIFY(desktop.isOpen(s("b")) && refreshed.count() > 0);
+        QCOMPARE(desktop.list->description(s("b")), form);
+    }
+
+    void choosing()
+    {
+        using Way = std::function<void(const QString &)>;
+        Desktop desktop(withBlockingTask());
+        QVERIFY(desktop.ready);
+        const Way ways[] = {
+            [&](const QString &id) { desktop.doubleClick(id); },
+            [&](const QString &id) { desktop.clickButton(id); },
+            [&](const QString &id) { desktop.press(id, Qt::Key_Space); },
+            [&](const QString &id) { desktop.press(id, Qt::Key_Return, Qt::ControlModifier); }};
+        for (const Way &choose : ways) {
+            desktop.bench.orvana()->changeTask(kTeam, QString());
+            for (const QString &heldBack : {s("c"), kCatchAll}) {
+                choose(heldBack);
+                QCOMPARE(desktop.current(), QString());
+            }
+            choose(s("b"));
+            QCOMPARE(desktop.current(), s("b"));
+            QVERIFY(desktop.row(s("b")).data(TaskListModel::CurrentRole).toBool());
+        }
+    }
+
+    void keyboard()
+    {
+        Desktop desktop;
+        QVERIFY(desktop.ready);
+        desktop.press(kCatchAll, Qt::Key_Return);
+        QVERIFY(!desktop.list->description(kCatchAll)); // there is nothing to tell
+        desktop.press(s("a"), Qt::Key_Down);
+        QTest::keyClick(desktop.view, Qt::Key_Return);
+        QVERIFY(desktop.isOpen(s("b")) && desktop.list->isVisible());
+        QTest::keyClick(desktop.list, Qt::Key_Escape);
+        QVERIFY(desktop.isOpen(s("b")) && !desktop.list->isVisible());
+    }
+
+    void followsTheSession()
+    {
+        Desktop desktop(plainTasks(), s("a"));
+        QVERIFY(desktop.ready);
+        const auto *empty = desktop.list->findChild<QLabel *>(s("lbEmpty"));
+        const auto *team = desktop.list->findChild<ScrollText *>(s("lbTeam"));
+        QVERIFY(empty->isHidden());
+        desktop.view->setCurrentIndex(desktop.row(s("c")));
+        desktop.bench.server().edit([](localservice::World &world) {
+            world.team(kTeam)->name = s("<b>Новое</b> имя");
+            world.setBlock(s("b"), s("1"));
+        });
+        QVERIFY(desktop.bench.refresh());
+        QCOMPARE(desktop.rows(), texts({"b", "a", "c", "0"}));
+        QCOMPARE(team->text(), s("<b>Новое</b> имя"));
+        QCOMPARE(desktop.view->currentIndex(), desktop.row(s("c")));
+        desktop.bench.orvana()->changeTask(s("41"), s("4101"));
+        QCOMPARE(team->text(), s("Поддержка клиентов"));
+        // Without tasks there is still the work that belongs to none.
+        desktop.bench.server().edit([](localservice::World &world) { world.team(kTeam)->tasks.clear(); });
+        QVERIFY(desktop.bench.refresh());
+        desktop.bench.orvana()->changeTask(kTeam, kCatchAll);
+        QVERIFY(empty->isVisible());
+        QCOMPARE(empty->text(), s("В команде нет задач"));
+        QCOMPARE(desktop.rows(), texts({"0"}));
+        desktop.bench.orvana()->changeTask(QString(), QString());
+        QCOMPARE(empty->text(), s("Выберите команду и задачу"));
+    }
+
+    void descriptionsFollowTheList()
+    {
+        Desktop desktop;
+        QVERIFY(desktop.ready);
+        for (const char *id : {"a", "b", "c"})
+            desktop.list->openDescription(s(id));
+        // All windows hide and come back together, but for those that were closed.
+        const auto *timer = desktop.list->findChild<QTimer *>(QString(), Qt::FindDirectChildrenOnly);
+        const auto isVisible = [&] {
+            return desktop.list->isVisible() && timer->isActive() && desktop.isOpen(s("a"));
+        };
+        desktop.list->description(s("b"))->on_pbHide_clicked();
+        QVERIFY(isVisible());
+        emit desktop.bench.form->hideAll();
+        QVERIFY(!desktop.list->isVisible() && !timer->isActive() && !desktop.isOpen(s("a")));
+        emit desktop.bench.form->showAll();
+        QVERIFY(isVisible() && !desktop.isOpen(s("b")));
+        QTest::mouseClick(desktop.list->findChild<QPushButton *>(s("pbClose")), Qt::LeftButton);
+        emit desktop.bench.form->hideAll();
+        emit desktop.bench.form->showAll();
+        QVERIFY(!desktop.list->isVisible() && desktop.isOpen(s("a")));
+        // A closed task takes its window along, another user all of them.
+        const QPointer<TaskDescriptionForm> gone = desktop.list->description(s("a"));
+        const QPointer<TaskDescriptionForm> left = desktop.list->description(s("c"));
+        desktop.bench.server().edit([](localservice::World &world) { world.removeTask(s("a")); });
+        QVERIFY(desktop.bench.refresh());
+        QTRY_VERIFY(gone.isNull());
+        QVERIFY(desktop.bench.signIn());
+        QVERIFY(left && left->isVisible());
+        QVERIFY(desktop.bench.signIn(s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я")));
+        QTRY_VERIFY(left.isNull());
+        QCOMPARE(desktop.rows(), QStringList());
+    }
+
+    void places()
+    {
+        const QSize anchor(352, 148);
+        const QRect small(0, 0, 480, 430);
+        const std::pair<QRect, QRect> rows[] = {{{QPoint(928, 652), anchor}, {0, 24, 1280, 776}},
+                                                {{QPoint(2848, 0), anchor}, {1280, 0, 1920, 1080}},
+                                                {{QPoint(128, 0), anchor}, {0, 0, 480, 800}},
+                                                {{QPoint(128, 0), anchor}, small}};
+        for (const auto &[beside, area] : rows) {
+            const QRect window(Artwork::beside(beside, QSize(460, 420), area), QSize(460, 420));
+            QVERIFY(area.contains(window));
+            QCOMPARE(window.intersects(beside), area == small); // no room
+        }
+    }
+
+    void deadlines()
+    {
+        const QDateTime now(QDate(2024, 1, 31), QTime(12, 0));
+        TaskListModel model([](const Task &) { return QIcon(); });
+        const auto verify = [&](int secondsAgo, const char *deadline, const char *overdue) {
+            Task task;
+            task.deadline = secondsAgo == 0 ? QDateTime() : now.addSecs(-secondsAgo);
+            model.setTasks({task});
+            model.setNow(now);
+            QCOMPARE(model.index(0).data(TaskListModel::DeadlineRole).toString(), s(deadline));
+            QCOMPARE(model.index(0).data(TaskListModel::OverdueRole).toString(), s(overdue));
+        };
+        verify(0, "Без срока", "");
+        verify(-60, "Истекает: 2024-01-31 12:01:00", "");
+        verify(1, "Истёк срок: 2024-01-31 11:59:59", "Просрочено: меньше минуты");
+        verify(25 * 3600, "Истёк срок: 2024-01-30 11:00:00", "Просрочено: 1д. 1ч.");
+    }
+
+    void onlyVisibleRowsAreDrawn()
+    {
+        constexpr int visible = 40;
+        QList<Task> tasks;
+        for (int i = 0; i < 5000; ++i)
+            tasks.append(tasksFrom(QString::number(i + 1)));
+        int asked = 0;
+        TaskListModel model([&asked](const Task &) { return ++asked, QIcon(); });
+        TaskListView view;
+        view.setModel(&model);
+        view.resize(420, 360);
+        view.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&view));
+        model.setTasks(tasks);
+        view.repaint();
+        view.scrollToBottom();
+        view.repaint();
+        QVERIFY2(asked > 0 && asked < 2 * visible, qPrintable(QString::number(asked)));
+        // Another look at the clock, and the same tasks again, lay nothing out anew.
+        QSignalSpy reset(&model, &QAbstractItemModel::modelReset);
+        asked = 0;
+        model.setTasks(tasks);
+        model.setNow(QDateTime::currentDateTime());
+        view.repaint();
+        QVERIFY2(reset.isEmpty() && asked < visible, qPrintable(QString::number(asked)));
+    }
+};
 
 QTEST_MAIN(TaskListTest)
 #include "tst_tasklist.moc"

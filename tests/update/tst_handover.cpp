@@ -1,28 +1,108 @@
+#include "texts.h"
+#include "urlcatcher.h"
 #include "windowbench.h"
 
 #include "update/orvanaupdate.h"
-
-#include <QDesktopServices>
-#include <QProcess>
-#include <QSettings>
 
 // The hand-over to the updater, with stand-ins for the programs it goes through.
 class TestHandover final : public QObject
 {
     Q_OBJECT
 
-public slots:
-    void takeUrl(const QUrl &url) { m_opened.append(url.toString()); }
-
 private slots:
-    void init();
-    void cleanup();
-    void updateButton_data();
-    void updateButton();
-    void forcedUpdate_data();
-    void forcedUpdate();
-    void pendingAtStart_data();
-    void pendingAtStart();
+    void init()
+    {
+        m_box = std::make_unique<QTemporaryDir>();
+        m_path = qgetenv("PATH");
+        qputenv("PATH", QFile::encodeName(m_box->path()) + ":/usr/bin:/bin");
+        m_catcher = std::make_unique<UrlCatcher>();
+    }
+
+    void cleanup()
+    {
+        qputenv("PATH", m_path);
+        m_box.reset();
+        m_catcher.reset();
+    }
+
+    void updateButton()
+    {
+        standIn(s("gksudo"));
+        standIn(s("ORTM-update"));
+        WindowBench bench;
+        QVERIFY(bench.signIn());
+        bench.openWindow();
+        OrvanaUpdate::instance()->init(bench.orvana());
+        const auto press = [&](const QStringList &versions) {
+            bench.server().edit([&](localservice::World &world) { world.setVersions(versions); });
+            QSignalSpy available(bench.orvana(), &Orvana::updateAvailable);
+            bench.orvana()->requestCheckUpdate();
+            QVERIFY(available.wait(TestClient::waitLimit));
+            NotificationForm popup(QString(), UpdateAvailable, QString(), bench.form.get());
+            popup.onPbUpdateClicked();
+            QCOMPARE(popup.isClosing(), !versions.isEmpty());
+        };
+        press({});
+        QVERIFY(m_catcher->opened.isEmpty());
+        press({s("1.2.0")});
+        QCOMPARE(m_catcher->opened, QStringList{bench.server().baseUrl() + s("/monitor/")});
+        QVERIFY(callsOf(s("gksudo")).isEmpty());
+        press({s("1.2.0"), s("1.3.0")});
+        QTRY_COMPARE(callsOf(s("gksudo")), s("-k ORTM-update"));
+        QCOMPARE(m_catcher->opened.size(), 1);
+        QVERIFY(callsOf(s("ORTM-update")).isEmpty());
+    }
+
+    void forcedUpdate()
+    {
+        WindowBench bench;
+        QVERIFY(bench.signIn());
+        bench.openWindow();
+        OrvanaUpdate::instance()->init(bench.orvana());
+        const QString state = bench.orvana()->storageDirectory().filePath(s("update.json"));
+        const auto force = [&state](bool forced) {
+            QSettings(state, QSettings::IniFormat).setValue(s("forceUpdate"), forced);
+        };
+        standIn(s("pidof"), s("echo 17"));
+        force(false);
+        bench.form->checkNeedCloseToUpdate();
+        QVERIFY(callsOf(s("pidof")).isEmpty());
+        // The updater is gone: it asked in vain.
+        standIn(s("pidof"));
+        force(true);
+        bench.form->checkNeedCloseToUpdate();
+        QVERIFY(callsOf(s("pidof")).startsWith(s("ORTM-update")));
+        QVERIFY(!QSettings(state, QSettings::IniFormat).value(s("forceUpdate")).toBool());
+        // It runs; the window's own one-second timer has to notice.
+        standIn(s("pidof"), s("echo 17"));
+        force(true);
+        QTimer::singleShot(TestClient::waitLimit, qApp, [] { QCoreApplication::exit(1); });
+        QCOMPARE(QCoreApplication::exec(), 0);
+    }
+
+    void pendingAtStart()
+    {
+        const QString storage = file(s(".orvana"));
+        QVERIFY(QDir().mkpath(storage));
+        QSettings(storage + s("/update.json"), QSettings::IniFormat).setValue(s("updateAtStartup"), true);
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(s("ORVANA_STORAGE_ROOT"), m_box->path());
+        environment.insert(s("TMPDIR"), m_box->path());
+        QProcess client;
+        client.setProcessEnvironment(environment);
+        standIn(s("ORTM-update"), s("sleep 1"));
+        client.start(s(ORVANA_EXECUTABLE), QStringList());
+        QVERIFY(client.waitForFinished(TestClient::waitLimit));
+        QCOMPARE(client.exitCode(), 0);
+        QTRY_COMPARE(callsOf(s("ORTM-update")), s("--install-only"));
+        QVERIFY(!QFile::exists(storage + s("/log.log")));
+        // Without an updater the client starts.
+        QVERIFY(QFile::remove(file(s("ORTM-update"))));
+        client.start(s(ORVANA_EXECUTABLE), QStringList());
+        QTRY_VERIFY(QFile::exists(storage + s("/log.log")));
+        client.kill();
+        QVERIFY(client.waitForFinished(TestClient::waitLimit));
+    }
 
 private:
     QString file(const QString &name) const { return m_box->filePath(name); }
@@ -32,155 +112,21 @@ private:
     {
         QFile program(file(name));
         QVERIFY(program.open(QIODevice::WriteOnly));
-        program.write(QStringLiteral("#!/bin/sh\n%2\necho \"$@\" >> '%1.called'\n").arg(file(name), script).toUtf8());
+        program.write(s("#!/bin/sh\n%2\necho \"$@\" >> '%1.called'\n").arg(file(name), script).toUtf8());
         program.close();
         program.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
 
     QString callsOf(const QString &name) const
     {
-        QFile calls(file(name) + QStringLiteral(".called"));
+        QFile calls(file(name) + s(".called"));
         return calls.open(QIODevice::ReadOnly) ? QString::fromUtf8(calls.readAll()).trimmed() : QString();
     }
 
     std::unique_ptr<QTemporaryDir> m_box;
     QByteArray m_path;
-    QStringList m_opened;
+    std::unique_ptr<UrlCatcher> m_catcher;
 };
-
-void TestHandover::init()
-{
-    m_box = std::make_unique<QTemporaryDir>();
-    m_path = qgetenv("PATH");
-    qputenv("PATH", QFile::encodeName(m_box->path()) + ":/usr/bin:/bin");
-    m_opened.clear();
-    for (const char *scheme : {"http", "https"})
-        QDesktopServices::setUrlHandler(QString::fromLatin1(scheme), this, "takeUrl");
-}
-
-void TestHandover::cleanup()
-{
-    qputenv("PATH", m_path);
-    m_box.reset();
-}
-
-void TestHandover::updateButton_data()
-{
-    QTest::addColumn<QStringList>("versions");
-    QTest::addColumn<bool>("closes");
-    QTest::addColumn<bool>("opensPage");
-    QTest::addColumn<QString>("started");
-    QTest::newRow("no entry") << QStringList() << false << false << "";
-    QTest::newRow("one entry") << QStringList {QStringLiteral("1.2.0")} << true << true << "";
-    QTest::newRow("two entries") << QStringList {QStringLiteral("1.2.0"), QStringLiteral("1.3.0")} << true << false
-                                 << "-k ORTM-update";
-    QTest::newRow("three entries") << QStringList {QStringLiteral("2"), QStringLiteral("3"), QStringLiteral("4")}
-                                   << true << false << "-k ORTM-update";
-}
-
-void TestHandover::updateButton()
-{
-    QFETCH(QStringList, versions);
-    QFETCH(bool, closes);
-    QFETCH(bool, opensPage);
-    QFETCH(QString, started);
-    standIn(QStringLiteral("gksudo"));
-    standIn(QStringLiteral("ORTM-update"));
-    WindowBench bench;
-    QVERIFY(bench.signIn());
-    bench.openWindow();
-    OrvanaUpdate::instance()->init(bench.orvana());
-    bench.server().edit([&](localservice::World &world) { world.setVersions(versions); });
-    QSignalSpy available(bench.orvana(), &Orvana::updateAvailable);
-    bench.orvana()->requestCheckUpdate();
-    QVERIFY(available.wait(TestClient::waitLimit));
-    QCOMPARE(available.constLast().constFirst().toBool(), !versions.isEmpty());
-
-    NotificationForm popup(QString(), UpdateAvailable, QString(), bench.form.get());
-    popup.onPbUpdateClicked();
-    QCOMPARE(popup.isClosing(), closes);
-    QTRY_COMPARE(callsOf(QStringLiteral("gksudo")), started);
-    QCOMPARE(m_opened, opensPage ? QStringList {bench.server().baseUrl() + QStringLiteral("/monitor/")} : QStringList());
-    QVERIFY(callsOf(QStringLiteral("ORTM-update")).isEmpty());
-}
-
-void TestHandover::forcedUpdate_data()
-{
-    QTest::addColumn<bool>("forced");
-    QTest::addColumn<QString>("output");
-    QTest::addColumn<bool>("asks");
-    QTest::addColumn<bool>("quits");
-    QTest::newRow("nothing asked for") << false << "echo 17" << false << false;
-    QTest::newRow("updater gone") << true << "" << true << false;
-    QTest::newRow("updater runs") << true << "echo 17" << true << true;
-}
-
-void TestHandover::forcedUpdate()
-{
-    QFETCH(bool, forced);
-    QFETCH(QString, output);
-    QFETCH(bool, asks);
-    QFETCH(bool, quits);
-    standIn(QStringLiteral("pidof"), output);
-    WindowBench bench;
-    QVERIFY(bench.signIn());
-    bench.openWindow();
-    OrvanaUpdate::instance()->init(bench.orvana());
-    const QString state = bench.orvana()->storageDirectory().filePath(QStringLiteral("update.json"));
-    QSignalSpy quitting(qApp, &QCoreApplication::aboutToQuit);
-    {
-        QSettings updater(state, QSettings::IniFormat);
-        updater.setValue(QStringLiteral("forceUpdate"), forced);
-    }
-    if (quits) {
-        // The window's own one-second timer has to notice.
-        QTimer::singleShot(TestClient::waitLimit, qApp, [] { QCoreApplication::exit(1); });
-        QCOMPARE(QCoreApplication::exec(), 0);
-        QCOMPARE(quitting.count(), 1);
-    } else {
-        bench.form->checkNeedCloseToUpdate();
-        QVERIFY(!OrvanaUpdate::instance()->isForceUpdate());
-        QVERIFY(!QSettings(state, QSettings::IniFormat).value(QStringLiteral("forceUpdate")).toBool());
-    }
-    QCOMPARE(callsOf(QStringLiteral("pidof")).startsWith(QStringLiteral("ORTM-update")), asks);
-}
-
-void TestHandover::pendingAtStart_data()
-{
-    QTest::addColumn<QString>("script"); // null: there is no updater
-    QTest::addColumn<bool>("leaves");
-    QTest::newRow("present") << "" << true;
-    QTest::newRow("slow") << "sleep 1" << true;
-    QTest::newRow("absent") << QString() << false;
-}
-
-void TestHandover::pendingAtStart()
-{
-    QFETCH(QString, script);
-    QFETCH(bool, leaves);
-    if (!script.isNull())
-        standIn(QStringLiteral("ORTM-update"), script);
-    const QString storage = file(QStringLiteral(".orvana"));
-    QVERIFY(QDir().mkpath(storage));
-    QSettings(storage + QStringLiteral("/update.json"), QSettings::IniFormat)
-        .setValue(QStringLiteral("updateAtStartup"), true);
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("ORVANA_STORAGE_ROOT"), m_box->path());
-    environment.insert(QStringLiteral("TMPDIR"), m_box->path());
-    QProcess client;
-    client.setProcessEnvironment(environment);
-    client.start(QStringLiteral(ORVANA_EXECUTABLE), QStringList());
-    if (leaves) {
-        QVERIFY(client.waitForFinished(TestClient::waitLimit));
-        QCOMPARE(client.exitCode(), 0);
-        QTRY_COMPARE(callsOf(QStringLiteral("ORTM-update")), QStringLiteral("--install-only"));
-        QVERIFY(!QFile::exists(storage + QStringLiteral("/log.log")));
-    } else {
-        QTRY_VERIFY(QFile::exists(storage + QStringLiteral("/log.log")));
-        client.kill();
-        QVERIFY(client.waitForFinished(TestClient::waitLimit));
-    }
-}
 
 QTEST_MAIN(TestHandover)
 #include "tst_handover.moc"

@@ -1,22 +1,6 @@
 #include "offlineclient.h"
-#include "texts.h"
+#include "rows.h"
 #include "update/orvanaupdate.h"
-
-#include <QDir>
-#include <QtTest>
-
-class TestUpdate final : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void startsWithDefaults();
-    void sharesItsFileWithTheUpdater();
-    void keepsDescriptions_data();
-    void keepsDescriptions();
-    void movesTheUpdater_data();
-    void movesTheUpdater();
-};
 
 namespace {
 
@@ -49,117 +33,94 @@ void write(const QString &path, const QByteArray &text)
 QByteArray contents(const QString &path)
 {
     QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("none");
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("");
 }
 
 } // namespace
 
-void TestUpdate::startsWithDefaults()
+class TestUpdate final : public QObject
 {
-    const OfflineClient client;
-    update()->init(client.get());
-    QVERIFY(!update()->isUpdateAtStartup() && !update()->wasUpdated() && !update()->isForceUpdate());
-    QVERIFY(update()->updateList().isEmpty());
-    QCOMPARE(update()->availableUpdateVersion(), QString());
-}
+    Q_OBJECT
 
-void TestUpdate::sharesItsFileWithTheUpdater()
-{
-    OfflineClient client;
-    writeAsUpdater(client, "updateAtStartup=true\nwasUpdated=true\n");
-    update()->init(client.get());
-    QVERIFY(update()->isUpdateAtStartup() && update()->wasUpdated());
-    // While the client runs, again and again.
-    for (int round = 0; round < 3; ++round) {
+private slots:
+    void sharesItsFileWithTheUpdater()
+    {
+        OfflineClient client;
+        writeAsUpdater(client, "updateAtStartup=true\nwasUpdated=true\n");
+        update()->init(client.get());
+        QVERIFY(update()->isUpdateAtStartup() && update()->wasUpdated());
+        // While the client runs, again and again.
+        for (int round = 0; round < 3; ++round) {
+            QVERIFY(!update()->isForceUpdate());
+            writeAsUpdater(client, "forceUpdate=true\nnote=" + QByteArray::number(round) + '\n');
+            QVERIFY(update()->isForceUpdate());
+            update()->setForceUpdate(false);
+            QVERIFY(!update()->isForceUpdate());
+            QCOMPARE(client.stored(kFile, s("forceUpdate")).toString(), s("false"));
+            // What the updater keeps there is not lost.
+            QCOMPARE(client.stored(kFile, s("note")).toInt(), round);
+        }
+        update()->setWasUpdated(true);
+        QCOMPARE(client.stored(kFile, s("wasUpdated")).toString(), s("true"));
+        QFile::remove(client.path(kFile));
         QVERIFY(!update()->isForceUpdate());
-        writeAsUpdater(client, "forceUpdate=true\nnote=" + QByteArray::number(round) + '\n');
-        QVERIFY(update()->isForceUpdate());
-        update()->setForceUpdate(false);
-        QVERIFY(!update()->isForceUpdate());
-        QCOMPARE(client.stored(kFile, s("forceUpdate")).toString(), s("false"));
-        // What the updater keeps there is not lost.
-        QCOMPARE(client.stored(kFile, s("note")).toInt(), round);
     }
-    update()->setWasUpdated(true);
-    QCOMPARE(client.stored(kFile, s("wasUpdated")).toString(), s("true"));
-    QFile::remove(client.path(kFile));
-    QVERIFY(!update()->isForceUpdate());
-}
 
-void TestUpdate::keepsDescriptions_data()
-{
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<QVariantList>("list");
-    const QVariantMap entry{{s("version"), s("1.2")}, {s("файл"), true}};
-    QTest::newRow("none") << QByteArray("[]") << QVariantList();
-    QTest::newRow("one") << QByteArray(R"([{"version":"1.2","файл":true}])") << QVariantList{entry};
-    QTest::newRow("two") << QByteArray(R"([{"version":"1.2","файл":true},["@x",null]])")
-                         << QVariantList{entry, QVariantList{s("@x"), QVariant()}};
-    QTest::newRow("cut at a NUL") << QByteArray("[\0]", 3) << QVariantList();
-    for (const char *body : {"", "{}", "\"x\"", "[", "<html>"})
-        QTest::newRow(body) << QByteArray(body) << QVariantList();
-}
-
-void TestUpdate::keepsDescriptions()
-{
-    QFETCH(QByteArray, body);
-    QFETCH(QVariantList, list);
-    const OfflineClient client;
-    update()->init(client.get());
-    update()->addUpdateInfo(R"([{"version":"0"},{"version":"1"},{"version":"2"}])");
-    update()->addUpdateInfo(body);
-    QCOMPARE(update()->updateList(), list);
-    QCOMPARE(client.stored(kFile, s("updateInfo")).toList(), list);
-}
-
-void TestUpdate::movesTheUpdater_data()
-{
-    QTest::addColumn<QByteArray>("delivered"); // null: nothing was
-    QTest::addColumn<QByteArray>("present"); // null: none; "folder": one that cannot be removed
-    QTest::addColumn<QByteArray>("expected");
-    QTest::addColumn<bool>("told");
-    const QByteArray older("older");
-    const QByteArray newer("newer");
-    const QByteArray none("none");
-    QTest::newRow("nothing delivered") << QByteArray() << older << older << false;
-    QTest::newRow("nothing at all") << QByteArray() << QByteArray() << none << false;
-    QTest::newRow("first") << newer << QByteArray() << newer << true;
-    QTest::newRow("replaced") << newer << older << newer << false;
-    QTest::newRow("in the way") << newer << QByteArray("folder") << none << false;
-}
-
-void TestUpdate::movesTheUpdater()
-{
-    QFETCH(QByteArray, delivered);
-    QFETCH(QByteArray, present);
-    QFETCH(QByteArray, expected);
-    QFETCH(bool, told);
-    const QString before = QDir::currentPath();
-    const QTemporaryDir working;
-    QVERIFY(QDir::setCurrent(working.path()));
-    const QString target = working.filePath(s("ORTM-update"));
-
-    OfflineClient client;
-    const QString source = client.path(s("update/ORTM-update"));
-    if (!delivered.isNull()) {
-        write(source, delivered);
-        QFile::setPermissions(source, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    void keepsDescriptions()
+    {
+        const OfflineClient client;
+        update()->init(client.get());
+        QVERIFY(!update()->isUpdateAtStartup() && !update()->wasUpdated()
+                && update()->updateList().isEmpty());
+        const QVariantList two{QVariantMap{{s("version"), s("1.2")}, {s("файл"), true}},
+                               QVariantList{s("@x"), QVariant()}};
+        const auto verify = [&client](const QByteArray &body, const QVariantList &list) {
+            update()->addUpdateInfo(body);
+            QCOMPARE(update()->updateList(), list);
+            QCOMPARE(client.stored(kFile, s("updateInfo")).toList(), list);
+        };
+        for (const QByteArray &body :
+             {QByteArray("[]"), QByteArray("[\0]", 3), QByteArray("{}"), QByteArray("<html>")}) {
+            verify(R"([{"version":"1.2","файл":true},["@x",null]])", two);
+            verify(body, {});
+        }
     }
-    if (present == "folder")
-        write(target + s("/a"), QByteArray());
-    else if (!present.isNull())
-        write(target, present);
-    update()->init(client.get());
-    update()->updateOrvanaUpdateModule();
-    QDir::setCurrent(before);
 
-    QCOMPARE(contents(target), expected);
-    // It stays where it was only when it could not be moved.
-    QCOMPARE(QFile::exists(source), !delivered.isNull() && present == "folder");
-    if (expected == delivered)
-        QVERIFY(QFileInfo(target).isExecutable());
-    QCOMPARE(client.popups().take(), told ? QStringList{s("Обновление успешно установлено")} : QStringList());
-}
+    void movesTheUpdater()
+    {
+        const QString before = QDir::currentPath();
+        // What lies there ("folder": one that cannot be removed), what was delivered and what is there then.
+        const char *const rows[][4] = {{"older", "", "older", ""},
+                                       {"", "", "", ""},
+                                       {"", "newer", "newer", "Обновление успешно установлено"},
+                                       {"older", "newer", "newer", ""},
+                                       {"folder", "newer", "", ""}};
+        for (const auto &[present, delivered, expected, told] : rows) {
+            const QTemporaryDir working;
+            QVERIFY(QDir::setCurrent(working.path()));
+            const QString target = working.filePath(s("ORTM-update"));
+            OfflineClient client;
+            const QString source = client.path(s("update/ORTM-update"));
+            if (delivered[0]) {
+                write(source, delivered);
+                QFile::setPermissions(source, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+            }
+            if (s(present) == s("folder"))
+                write(target + s("/a"), QByteArray());
+            else if (present[0])
+                write(target, present);
+            update()->init(client.get());
+            update()->updateOrvanaUpdateModule();
+            QDir::setCurrent(before);
+            QCOMPARE(contents(target), QByteArray(expected));
+            // It stays where it was only when it could not be moved.
+            QCOMPARE(QFile::exists(source), s(present) == s("folder"));
+            if (s(expected) == s("newer"))
+                QVERIFY(QFileInfo(target).isExecutable());
+            QCOMPARE(client.popups().take().join(QLatin1Char(' ')), s(told));
+        }
+    }
+};
 
 QTEST_MAIN(TestUpdate)
 
