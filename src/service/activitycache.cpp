@@ -150,11 +150,17 @@ QString ActivityCache::create(const QByteArray &record, const QDateTime &now, QS
     const QString name
         = QLatin1String(kRecordPrefix) + now.toString(QStringLiteral("dd-MM-yyyy-hh-mm-ss")) + QLatin1String(".XXXXXX");
     const QString prefix = m_directory + QLatin1Char('/') + QLatin1String(kUnfinishedPrefix);
-    const QString unfinished = writeUnfinished(prefix + name, record, errorText);
-    if (unfinished.isEmpty())
-        return {};
-    const QString path = m_directory + QLatin1Char('/') + unfinished.mid(prefix.size());
-    return moveIntoPlace(unfinished, path, errorText) ? path : QString();
+    // Twice: a second copy of the program that is just being started clears away
+    // what is half-written.
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        const QString unfinished = writeUnfinished(prefix + name, record, errorText);
+        if (unfinished.isEmpty())
+            return {};
+        const QString path = m_directory + QLatin1Char('/') + unfinished.mid(prefix.size());
+        if (moveIntoPlace(unfinished, path, errorText))
+            return path;
+    }
+    return {};
 }
 
 bool ActivityCache::writeWhole(const QString &path, const QByteArray &bytes, QString *errorText)
@@ -211,5 +217,7 @@ QString ActivityCache::next()
         }
         m_cursor->rewind();
     }
+    // The folder may have been replaced meanwhile.
+    m_cursor.reset();
     return {};
 }

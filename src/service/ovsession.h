@@ -114,6 +114,7 @@ private:
     void saveSessionValues();
     void saveLists();
     bool hasFile(const std::unique_ptr<QSettings> &store) const;
+    static void flush(QSettings &store, bool changed);
 
     Orvana *m_owner;
     QString m_currentTeamId;

@@ -47,9 +47,14 @@ void OrvanaUpdate::init(Orvana *client)
         m_settings = openSettings(client->storageDirectory().filePath(QStringLiteral("update.json")));
 }
 
+bool OrvanaUpdate::isUsable() const
+{
+    return m_settings && m_client && m_client->isStorageUsable();
+}
+
 void OrvanaUpdate::addUpdateInfo(const QByteArray &body)
 {
-    if (!m_settings)
+    if (!isUsable())
         return;
     m_settings->setValue(kUpdateInfoKey, QtJson::parse(textOfBody(body)).toList());
     m_settings->sync();
@@ -78,7 +83,7 @@ bool OrvanaUpdate::flag(const QString &key) const
 
 void OrvanaUpdate::setFlag(const QString &key, bool value)
 {
-    if (!m_settings)
+    if (!isUsable())
         return;
     m_settings->setValue(key, value);
     m_settings->sync();
@@ -109,7 +114,7 @@ OrvanaUpdate::FileStamp OrvanaUpdate::stamp() const
 
 bool OrvanaUpdate::isForceUpdate()
 {
-    if (!m_settings)
+    if (!isUsable())
         return false;
     const FileStamp now = stamp();
     if (now != m_seen) {
