@@ -245,7 +245,10 @@ void Orvana::removeCachedActivityFile(QFile *file)
     const QString picture = body.value(kFileNameKey).toString();
     crashPoint("before-removal");
     // The record goes first: a record without its picture would be sent again.
-    m_cache.remove(file->fileName());
+    if (isStorageUsable())
+        m_cache.remove(file->fileName());
+    else
+        m_cache.setAside(file->fileName());
     crashPoint("record-removed");
     if (!picture.isEmpty() && isOwnScreenshot(picture))
         QFile::remove(picture);

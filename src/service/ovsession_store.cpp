@@ -149,24 +149,22 @@ bool Orvana::Session::hasFile(const std::unique_ptr<QSettings> &store) const
     return store && QFile::exists(store->fileName());
 }
 
-// A store that failed once keeps saying so: it is asked again each time, in case
-// the disk takes now what it refused then.
-void Orvana::Session::flush(QSettings &store, bool changed)
+bool Orvana::Session::write(QSettings &store) const
 {
-    const bool failed = store.status() == QSettings::AccessError;
-    if (changed || failed)
-        store.sync();
-    if (!failed && store.status() == QSettings::AccessError)
-        qWarning() << "Error! Settings can't be written:" << store.fileName();
+    if (syncSettings(store))
+        return true;
+    qWarning() << "Error! Settings can't be written:" << store.fileName();
+    return false;
 }
 
 void Orvana::Session::save()
 {
     if (!m_owner->prepareStorage())
         return;
-    if (m_configStore->value(key("lastLogin")).toString() != m_login || !hasFile(m_configStore)) {
+    if (m_userChanged || m_configStore->value(key("lastLogin")).toString() != m_login
+        || !hasFile(m_configStore)) {
         m_configStore->setValue(key("lastLogin"), m_login);
-        flush(*m_configStore, true);
+        m_userChanged = !write(*m_configStore);
     }
     if (m_sessionStore && !m_login.isEmpty())
         saveSessionValues();
@@ -186,21 +184,19 @@ void Orvana::Session::saveSessionValues()
     store.setValue(key("todayWorktime"), m_todayWorktime.toString(kTimeFormat));
     store.setValue(key("todayActivetime"), m_todayActivetime.toString(kTimeFormat));
     store.setValue(key("task2activeTimeMap"), m_task2activeTimeMap);
-    flush(store, true);
+    write(store);
 }
 
 // Each store is flushed once: a flush rewrites the whole file. Entries of teams
-// and tasks that are gone stay in their files.
+// and tasks that are gone stay in their files. What the disk refuses is set again
+// at the next save.
 void Orvana::Session::saveLists()
 {
     if (m_teamsStore && (m_teamsChanged || (!m_teams.isEmpty() && !hasFile(m_teamsStore)))) {
         m_teamsStore->clear();
         for (const Team &team : qAsConst(m_teams))
             m_teamsStore->setValue(keyOfId(team.id), team.name);
-        flush(*m_teamsStore, true);
-        m_teamsChanged = false;
-    } else if (m_teamsStore) {
-        flush(*m_teamsStore, false);
+        m_teamsChanged = !write(*m_teamsStore);
     }
     if (m_tasksStore) {
         if (!hasFile(m_tasksStore))
@@ -210,8 +206,8 @@ void Orvana::Session::saveLists()
             if (list != m_tasksByTeam.constEnd() && !teamId.isEmpty())
                 m_tasksStore->setValue(keyOfId(teamId), QVariant::fromValue(*list));
         }
-        flush(*m_tasksStore, !m_changedTaskLists.isEmpty());
-        m_changedTaskLists.clear();
+        if (!m_changedTaskLists.isEmpty() && write(*m_tasksStore))
+            m_changedTaskLists.clear();
     }
     if (m_taskInfoStore) {
         if (!hasFile(m_taskInfoStore))
@@ -221,7 +217,7 @@ void Orvana::Session::saveLists()
             if (info != m_taskInfos.constEnd() && !taskId.isEmpty())
                 m_taskInfoStore->setValue(keyOfId(taskId), QVariant::fromValue(*info));
         }
-        flush(*m_taskInfoStore, !m_changedTaskInfos.isEmpty());
-        m_changedTaskInfos.clear();
+        if (!m_changedTaskInfos.isEmpty() && write(*m_taskInfoStore))
+            m_changedTaskInfos.clear();
     }
 }

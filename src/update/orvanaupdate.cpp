@@ -57,7 +57,7 @@ void OrvanaUpdate::addUpdateInfo(const QByteArray &body)
     if (!isUsable())
         return;
     m_settings->setValue(kUpdateInfoKey, QtJson::parse(textOfBody(body)).toList());
-    m_settings->sync();
+    syncSettings(*m_settings);
 }
 
 QVariantList OrvanaUpdate::updateList() const
@@ -86,7 +86,7 @@ void OrvanaUpdate::setFlag(const QString &key, bool value)
     if (!isUsable())
         return;
     m_settings->setValue(key, value);
-    m_settings->sync();
+    syncSettings(*m_settings);
 }
 
 bool OrvanaUpdate::isUpdateAtStartup() const
@@ -119,7 +119,7 @@ bool OrvanaUpdate::isForceUpdate()
     const FileStamp now = stamp();
     if (now != m_seen) {
         if (repairSettings(m_settings->fileName()))
-            m_settings->sync();
+            syncSettings(*m_settings);
         m_seen = stamp();
     }
     return flag(kForceUpdateKey);
