@@ -30,6 +30,8 @@ void qDebugHandler(QtMsgType type, const QMessageLogContext &context, const QStr
     if (s_logFile.isOpen()) {
         s_stream << line(type, message) << '\n';
         s_stream.flush();
+        // After a refused line the stream would take no other, only gather them.
+        s_stream.resetStatus();
     }
     // Line feed before carriage return: readers of this output split on it.
     std::cout << line(type, message).toUtf8().constData() << "\n\r" << std::flush;
@@ -43,7 +45,8 @@ void openLogFile(const QString &path)
     if (s_logFile.size() > kMaxLogSize)
         s_logFile.remove();
     s_stream.setCodec("UTF-8");
-    if (s_logFile.open(QIODevice::WriteOnly | QIODevice::Append))
+    // Without a buffer: what a full disk refuses is lost, not kept in memory.
+    if (s_logFile.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
         s_logFile.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
 }
 

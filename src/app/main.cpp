@@ -89,13 +89,9 @@ void tellAlreadyRunning()
     box.exec();
 }
 
-void tellNoStorage(const QString &path)
+void tellNoStorage(const QString &text)
 {
-    QMessageBox box(QMessageBox::Critical, QCoreApplication::applicationName(),
-                    QStringLiteral("Папка программы \"") + path
-                        + QStringLiteral("\" недоступна или принадлежит другому пользователю. "
-                                         "Обратитесь к системному администратору."),
-                    QMessageBox::Ok);
+    QMessageBox box(QMessageBox::Critical, QCoreApplication::applicationName(), text, QMessageBox::Ok);
     box.setTextFormat(Qt::PlainText);
     box.exec();
 }
@@ -125,7 +121,7 @@ int main(int argc, char *argv[])
 
     Orvana orvana;
     if (!orvana.isStorageUsable()) {
-        tellNoStorage(orvana.storageDirectory().path());
+        tellNoStorage(orvana.unusableStorageText());
         return kNoStorage;
     }
     OrvanaUpdate::instance()->init(&orvana);
@@ -149,6 +145,8 @@ int main(int argc, char *argv[])
         return 0;
     }
     if (!checkUniqueuness()) {
+        // What the other one has counted meanwhile must not be overwritten.
+        orvana.setCleanMode(true);
         tellAlreadyRunning();
         return kAlreadyRunning;
     }

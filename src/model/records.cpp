@@ -38,6 +38,9 @@ void readDateTime(QDataStream &stream, QDateTime &dateTime)
     stream >> dateTime;
     if (dateTime.timeSpec() == Qt::TimeZone && !dateTime.timeZone().isValid())
         dateTime = QDateTime();
+    // Qt writes one without an offset as the other: what is read is what is written.
+    if (dateTime.timeSpec() == Qt::OffsetFromUTC && dateTime.offsetFromUtc() == 0)
+        dateTime.setTimeSpec(Qt::UTC);
 }
 
 int digits(const QChar *from, int count)

@@ -1,13 +1,20 @@
 #include "model/settingsfile.h"
 
+#include <QCoreApplication>
 #include <QDebug>
+#include <QEvent>
 #include <QFile>
 #include <QList>
 #include <QSaveFile>
 #include <QSettings>
 #include <QtEndian>
 
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -242,6 +249,47 @@ bool isSoundLine(const char *from, const char *to)
         && LineReader(equals + 1, to).isSound();
 }
 
+// Beside the file, while it is being replaced.
+QByteArray previousOf(const QByteArray &path)
+{
+    const int name = path.lastIndexOf('/') + 1;
+    return path.left(name) + ".old-" + path.mid(name);
+}
+
+bool isSameFile(const QByteArray &one, const QByteArray &other)
+{
+    struct stat first = {};
+    struct stat second = {};
+    return ::stat(one.constData(), &first) == 0 && ::stat(other.constData(), &second) == 0
+        && first.st_ino == second.st_ino && first.st_dev == second.st_dev;
+}
+
+// A line for the section and one for each key, all of them ended.
+bool isWhole(const QByteArray &path, int keys)
+{
+    QFile file(QFile::decodeName(path));
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray bytes = file.readAll();
+    return bytes.endsWith('\n') ? bytes.count('\n') > keys : keys == 0;
+}
+
+// A store writes once more on its own account a moment after a value was set.
+void dropPendingWrite(QSettings &settings)
+{
+    QCoreApplication::removePostedEvents(&settings, QEvent::UpdateRequest);
+}
+
+// What a write that was cut short by the end of the program left behind.
+void restorePrevious(const QByteArray &path)
+{
+    const QByteArray previous = previousOf(path);
+    if (isWhole(path, 1))
+        ::unlink(previous.constData());
+    else
+        ::rename(previous.constData(), path.constData());
+}
+
 } // namespace
 
 QByteArray soundLines(const QByteArray &ini)
@@ -276,8 +324,31 @@ bool repairSettings(const QString &path)
     return repaired.open(QIODevice::WriteOnly) && repaired.write(sound) == sound.size() && repaired.commit();
 }
 
+bool syncSettings(QSettings &settings)
+{
+    const QByteArray path = QFile::encodeName(settings.fileName());
+    const QByteArray previous = previousOf(path);
+    // Qt takes a file for written of which the last kilobytes met a full disk, and
+    // puts it in the place of the whole one.
+    ::unlink(previous.constData());
+    const bool hadFile = ::link(path.constData(), previous.constData()) == 0;
+    if (!hadFile && errno == ENOSPC) {
+        dropPendingWrite(settings);
+        return false;
+    }
+    settings.sync();
+    dropPendingWrite(settings);
+    const bool written = !isSameFile(path, previous) && isWhole(path, settings.allKeys().size());
+    if (written || !hadFile)
+        ::unlink((written ? previous : path).constData());
+    else
+        ::rename(previous.constData(), path.constData());
+    return written;
+}
+
 std::unique_ptr<QSettings> openSettings(const QString &path)
 {
+    restorePrevious(QFile::encodeName(path));
     if (!repairSettings(path))
         return emptySettings(path);
     return std::make_unique<QSettings>(path, QSettings::IniFormat);

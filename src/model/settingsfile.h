@@ -14,6 +14,11 @@ class QSettings;
 // An INI file of this program; damaged entries are taken out of it first.
 std::unique_ptr<QSettings> openSettings(const QString &path);
 
+// Writes what was set since the last time, at once and never later by itself.
+// False when that did not work: the file is then the one before, and everything
+// that it lacks has to be set again.
+bool syncSettings(QSettings &settings);
+
 // Stands in for a file that may not be touched: empty, and writes nothing.
 std::unique_ptr<QSettings> emptySettings(const QString &path);
 

@@ -195,14 +195,19 @@ QString ActivityCache::create(const QByteArray &record, const QDateTime &now, QS
     const QString name
         = QLatin1String(kRecordPrefix) + now.toString(kTimeFormat) + QLatin1String(".XXXXXX");
     const QString prefix = m_directory + QLatin1Char('/') + QLatin1String(kUnfinishedPrefix);
-    const QString unfinished = writeUnfinished(prefix + name, record, errorText);
-    if (unfinished.isEmpty())
-        return {};
-    const QString path = m_directory + QLatin1Char('/') + unfinished.mid(prefix.size());
-    if (!moveIntoPlace(unfinished, path, errorText))
-        return {};
-    count(path);
-    return path;
+    // Twice: a second copy of the program that is just being started clears away
+    // what is half-written.
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        const QString unfinished = writeUnfinished(prefix + name, record, errorText);
+        if (unfinished.isEmpty())
+            return {};
+        const QString path = m_directory + QLatin1Char('/') + unfinished.mid(prefix.size());
+        if (moveIntoPlace(unfinished, path, errorText)) {
+            count(path);
+            return path;
+        }
+    }
+    return {};
 }
 
 bool ActivityCache::writeWhole(const QString &path, const QByteArray &bytes, QString *errorText)
@@ -264,5 +269,7 @@ QString ActivityCache::next()
     // Deleted by somebody else, or never to be sent.
     m_waiting.clear();
     m_waitingCount = 0;
+    // The folder may have been replaced meanwhile.
+    m_cursor.reset();
     return {};
 }

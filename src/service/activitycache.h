@@ -46,6 +46,7 @@ public:
     // A record that cannot be deleted is not taken up again in this run: it has
     // been accepted once.
     bool remove(const QString &path);
+    void setAside(const QString &path) { m_spent.insert(path); }
 
     // The next record in the file system's order, going on behind the one before
     // and starting over at the end; empty when there is none. Never reads the

@@ -22,6 +22,8 @@ constexpr int kUnreachable = 1;
 constexpr int kSiteDown = 2;
 constexpr int kOtherFailure = 3;
 constexpr int kReachable = 7;
+// What is longer would fill the memory or hold up the window.
+constexpr qint64 kMaxReplySize = 32 * 1024 * 1024;
 
 const char kInvalidCredentialsBody[] = "{\"status\":-1,\"err_msg\":\"Invalid email|pswd|client\"}";
 const char kUserProperty[] = "user";
@@ -82,14 +84,18 @@ Orvana::Orvana(QObject *parent)
     , m_verifyCertificates(Deployment::verifyCertificates())
 {
     registerRecordTypes();
-    prepareStorage();
+    m_storage.setPath(QDir(Deployment::storageRoot()).absoluteFilePath(kStorageFolder));
+    QDir().mkpath(Deployment::storageRoot());
+    const bool usable = prepareStorage();
     m_session = new Session(this, this);
-    if (m_storageUsable) {
+    if (usable) {
         m_session->initLastLogin();
         useCacheOf(m_session->login());
+    } else {
+        qWarning() << "Storage directory can't be used:" << m_storage.path();
     }
     m_loginAttempt = new Session(this, this);
-    if (m_storageUsable)
+    if (usable)
         removeDeprecatedFiles();
 
     connect(&m_network, &QNetworkAccessManager::finished, this, &Orvana::replyFinished);
@@ -100,23 +106,34 @@ Orvana::Orvana(QObject *parent)
 
 Orvana::~Orvana()
 {
-    if (!m_cleanMode && m_storageUsable)
+    if (!m_cleanMode) {
+        storeUnwritten();
         m_session->save();
+    }
     qDebug() << "Exit Orvana Team Monitor OK";
 }
 
-void Orvana::prepareStorage()
+bool Orvana::isStorageUsable() const
 {
-    m_storage.setPath(QDir(Deployment::storageRoot()).absoluteFilePath(kStorageFolder));
+    return isPrivateFolder(m_storage.path());
+}
+
+bool Orvana::prepareStorage() const
+{
     const QByteArray path = QFile::encodeName(m_storage.path());
-    QDir().mkpath(Deployment::storageRoot());
     mkdir(path.constData(), S_IRWXU);
-    m_storageUsable = isPrivateFolder(m_storage.path());
+    if (!isStorageUsable())
+        return false;
     // Everything below it is then out of reach for others, whatever its mode.
-    if (m_storageUsable)
-        chmod(path.constData(), S_IRWXU);
-    else
-        qWarning() << "Storage directory can't be used:" << m_storage.path();
+    chmod(path.constData(), S_IRWXU);
+    return true;
+}
+
+QString Orvana::unusableStorageText() const
+{
+    return QStringLiteral("Папка программы \"") + m_storage.path()
+        + QStringLiteral("\" недоступна или принадлежит другому пользователю. "
+                         "Обратитесь к системному администратору.");
 }
 
 void Orvana::removeDir(const QString &path)
@@ -201,6 +218,7 @@ QNetworkReply *Orvana::get(Stage stage, const QString &path, const RequestFields
     QNetworkReply *reply = m_network.get(QNetworkRequest(url));
     reply->setProperty("stage", static_cast<int>(stage));
     reply->setProperty(kUserProperty, m_session->login());
+    limitLength(reply);
     return reply;
 }
 
@@ -213,7 +231,18 @@ QNetworkReply *Orvana::post(Stage stage, const QUrl &url, const QByteArray &body
     QNetworkReply *reply = m_network.post(request, device);
     device->setParent(reply);
     reply->setProperty("stage", static_cast<int>(stage));
+    limitLength(reply);
     return reply;
+}
+
+void Orvana::limitLength(QNetworkReply *reply)
+{
+    connect(reply, &QNetworkReply::readyRead, this, [reply] {
+        if (reply->bytesAvailable() <= kMaxReplySize)
+            return;
+        qWarning() << "Error! Reply is too long:" << reply->url().path();
+        reply->abort();
+    });
 }
 
 void Orvana::replyFinished(QNetworkReply *reply)

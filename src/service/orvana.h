@@ -49,9 +49,13 @@ public:
     // Saves the session unless clean mode is on.
     ~Orvana() override;
 
-    // False when the storage directory cannot be used safely: it is not ours, or
-    // it cannot be made. Nothing is read from it or written to it then.
-    bool isStorageUsable() const { return m_storageUsable; }
+    // False when the storage directory cannot be used safely: it is missing or not
+    // ours. Nothing is read from it or written to it then. Looks anew each time:
+    // where everybody may write, it may be taken away and replaced.
+    bool isStorageUsable() const;
+    // Makes it when it is missing; false when it cannot be used all the same.
+    bool prepareStorage() const;
+    QString unusableStorageText() const;
     QDir storageDirectory() const { return m_storage; }
     Session *session() const { return m_session; }
     // Clean mode: the session is not written back at the end.
@@ -113,13 +117,13 @@ private:
         QByteArray bytes;
     };
 
-    void prepareStorage();
     void checkOnlineState(int code);
     void handleReply(int stage, QNetworkReply *reply);
     void handleTransportError(int stage, QNetworkReply *reply);
     QNetworkReply *get(Stage stage, const QString &path, const RequestFields &fields);
     QNetworkReply *post(Stage stage, const QUrl &url, const QByteArray &body);
     RequestFields credentials(const Session &session) const;
+    void limitLength(QNetworkReply *reply);
 
     void processCheckLoginReply(QNetworkReply *reply);
     void processTeamsAndTasksReply(QNetworkReply *reply);
@@ -156,7 +160,6 @@ private:
     bool m_cleanMode = false;
 
     QString m_serviceUrl;
-    bool m_storageUsable = false;
     bool m_verifyCertificates = false;
     ActivityCache m_cache;
     // Reports that the disk refused; written as soon as it takes them.

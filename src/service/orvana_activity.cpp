@@ -81,8 +81,8 @@ QFile *Orvana::saveActivityData(const QVariant &url, const QVariant &body)
                                                              {kUrlKey, url.toString()},
                                                              {kBodyKey, body},
                                                              {kTimestampKey, now.toString(kTimestampFormat)}});
-    QString reason;
-    const QString path = m_cache.create(record, now, &reason);
+    QString reason = QStringLiteral("the folder is not ours");
+    const QString path = prepareStorage() ? m_cache.create(record, now, &reason) : QString();
     if (!path.isEmpty())
         return new QFile(path, this);
     keepUnwritten(now, record, reason);
@@ -99,13 +99,17 @@ void Orvana::keepUnwritten(const QDateTime &createdAt, const QByteArray &record,
         return;
     m_toldUnwritten = true;
     NotificationManager::instance()->addNotification(
-        QStringLiteral("Не удалось сохранить отчёт об активности на диск. Проверьте свободное место."), Plain,
-        QString());
+        isStorageUsable()
+            ? QStringLiteral("Не удалось сохранить отчёт об активности на диск. Проверьте свободное место.")
+            : unusableStorageText(),
+        Plain, QString());
 }
 
 // What the disk takes now waits in the cache like any unsent report.
 void Orvana::storeUnwritten()
 {
+    if (m_unwritten.isEmpty() || !prepareStorage())
+        return;
     for (int i = 0; i < m_unwritten.size();) {
         const UnwrittenRecord &record = m_unwritten.at(i);
         if (record.login != m_session->login()) {
@@ -243,7 +247,7 @@ void Orvana::processSendActivityReply(QNetworkReply *reply)
 bool Orvana::isOwnScreenshot(const QString &path) const
 {
     const QFileInfo info(path);
-    return info.fileName().startsWith(QLatin1String("screenshot")) && info.dir().dirName() == QLatin1String("activity")
+    return isStorageUsable() && info.fileName().startsWith(QLatin1String("screenshot")) && info.dir().dirName() == QLatin1String("activity")
         && QDir::cleanPath(info.absoluteFilePath()).startsWith(m_storage.absolutePath() + QLatin1Char('/'))
         && !info.isSymLink();
 }
@@ -254,7 +258,10 @@ void Orvana::removeCachedActivityFile(QFile *file)
     const QString picture = body.value(kFileNameKey).toString();
     crashPoint("before-removal");
     // The record goes first: a record without its picture would be sent again.
-    m_cache.remove(file->fileName());
+    if (isStorageUsable())
+        m_cache.remove(file->fileName());
+    else
+        m_cache.setAside(file->fileName());
     crashPoint("record-removed");
     if (!picture.isEmpty() && isOwnScreenshot(picture))
         QFile::remove(picture);
@@ -274,7 +281,7 @@ void Orvana::removeCachedActivityFile(QFile *file)
 
 void Orvana::sendCachedActivity()
 {
-    const QString path = m_cache.next();
+    const QString path = isStorageUsable() ? m_cache.next() : QString();
     if (path.isEmpty())
         return;
     qDebug() << "file prepared:" << QFileInfo(path).fileName();

@@ -22,7 +22,7 @@ void Orvana::sendScreenshotActivity(const QImage &image)
     const QString path = Session::directoryOf(m_storage, m_session->login()) + QLatin1String("/activity/screenshot")
         + QDateTime::currentDateTime().toString(QStringLiteral("dd-MM-yyyy-hh-mm-ss")) + QLatin1String(".jpg");
     QString reason;
-    if (!ActivityCache::writeWhole(path, jpeg.data(), &reason)) {
+    if (!prepareStorage() || !ActivityCache::writeWhole(path, jpeg.data(), &reason)) {
         qWarning() << "Error! Screenshot can't be written:" << path << reason;
         NotificationManager::instance()->addNotification(
             QStringLiteral("Сделать снимок экрана не удалось. Свяжитесь с техподдержкой."), Plain, QString());

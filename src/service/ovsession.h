@@ -114,6 +114,7 @@ private:
     void saveSessionValues();
     void saveLists();
     bool hasFile(const std::unique_ptr<QSettings> &store) const;
+    bool write(QSettings &store) const;
 
     Orvana *m_owner;
     QString m_currentTeamId;
@@ -142,6 +143,7 @@ private:
 
     // What the files do not hold yet; rewriting tens of thousands of unchanged
     // entries every minute would hold up the window.
+    bool m_userChanged = false;
     bool m_teamsChanged = false;
     QSet<QString> m_changedTaskLists;
     QSet<QString> m_changedTaskInfos;

@@ -2,6 +2,7 @@
 
 #include "model/settingsfile.h"
 
+#include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QLocale>
@@ -27,11 +28,6 @@ QString idOfKey(QString key)
 {
     return key.replace(QLatin1String("%2F"), QLatin1String("/"))
         .replace(QLatin1String("%25"), QLatin1String("%"));
-}
-
-std::unique_ptr<QSettings> openStore(const QString &directory, const char *name)
-{
-    return openSettings(QDir(directory).filePath(QString::fromLatin1(name)));
 }
 
 // The stored forms are English whatever the user's locale is.
@@ -83,16 +79,23 @@ void Orvana::Session::init(const QString &login, const QString &password)
         m_password = password;
 
     const QString directory = directoryOf(m_owner->storageDirectory(), login);
-    makePrivateFolder(directory);
-    makePrivateFolder(directory + QLatin1String("/activity"));
+    const bool usable = m_owner->prepareStorage();
+    if (usable) {
+        makePrivateFolder(directory);
+        makePrivateFolder(directory + QLatin1String("/activity"));
+    }
+    const auto openStore = [&directory, usable](const char *name) {
+        const QString path = QDir(directory).filePath(QString::fromLatin1(name));
+        return usable ? openSettings(path) : emptySettings(path);
+    };
 
-    m_sessionStore = openStore(directory, "session.ini");
+    m_sessionStore = openStore("session.ini");
     if (hasFile(m_sessionStore))
         restoreSession(password.isEmpty());
 
-    m_teamsStore = openStore(directory, "teams.ini");
-    m_tasksStore = openStore(directory, "tasks.ini");
-    m_taskInfoStore = openStore(directory, "taskInfo.ini");
+    m_teamsStore = openStore("teams.ini");
+    m_tasksStore = openStore("tasks.ini");
+    m_taskInfoStore = openStore("taskInfo.ini");
     restoreLists();
     m_owner->removeDeprecatedFiles();
 }
@@ -146,11 +149,22 @@ bool Orvana::Session::hasFile(const std::unique_ptr<QSettings> &store) const
     return store && QFile::exists(store->fileName());
 }
 
+bool Orvana::Session::write(QSettings &store) const
+{
+    if (syncSettings(store))
+        return true;
+    qWarning() << "Error! Settings can't be written:" << store.fileName();
+    return false;
+}
+
 void Orvana::Session::save()
 {
-    if (m_configStore->value(key("lastLogin")).toString() != m_login || !hasFile(m_configStore)) {
+    if (!m_owner->prepareStorage())
+        return;
+    if (m_userChanged || m_configStore->value(key("lastLogin")).toString() != m_login
+        || !hasFile(m_configStore)) {
         m_configStore->setValue(key("lastLogin"), m_login);
-        m_configStore->sync();
+        m_userChanged = !write(*m_configStore);
     }
     if (m_sessionStore && !m_login.isEmpty())
         saveSessionValues();
@@ -170,19 +184,19 @@ void Orvana::Session::saveSessionValues()
     store.setValue(key("todayWorktime"), m_todayWorktime.toString(kTimeFormat));
     store.setValue(key("todayActivetime"), m_todayActivetime.toString(kTimeFormat));
     store.setValue(key("task2activeTimeMap"), m_task2activeTimeMap);
-    store.sync();
+    write(store);
 }
 
 // Each store is flushed once: a flush rewrites the whole file. Entries of teams
-// and tasks that are gone stay in their files.
+// and tasks that are gone stay in their files. What the disk refuses is set again
+// at the next save.
 void Orvana::Session::saveLists()
 {
     if (m_teamsStore && (m_teamsChanged || (!m_teams.isEmpty() && !hasFile(m_teamsStore)))) {
         m_teamsStore->clear();
         for (const Team &team : qAsConst(m_teams))
             m_teamsStore->setValue(keyOfId(team.id), team.name);
-        m_teamsStore->sync();
-        m_teamsChanged = false;
+        m_teamsChanged = !write(*m_teamsStore);
     }
     if (m_tasksStore) {
         if (!hasFile(m_tasksStore))
@@ -192,9 +206,8 @@ void Orvana::Session::saveLists()
             if (list != m_tasksByTeam.constEnd() && !teamId.isEmpty())
                 m_tasksStore->setValue(keyOfId(teamId), QVariant::fromValue(*list));
         }
-        if (!m_changedTaskLists.isEmpty())
-            m_tasksStore->sync();
-        m_changedTaskLists.clear();
+        if (!m_changedTaskLists.isEmpty() && write(*m_tasksStore))
+            m_changedTaskLists.clear();
     }
     if (m_taskInfoStore) {
         if (!hasFile(m_taskInfoStore))
@@ -204,8 +217,7 @@ void Orvana::Session::saveLists()
             if (info != m_taskInfos.constEnd() && !taskId.isEmpty())
                 m_taskInfoStore->setValue(keyOfId(taskId), QVariant::fromValue(*info));
         }
-        if (!m_changedTaskInfos.isEmpty())
-            m_taskInfoStore->sync();
-        m_changedTaskInfos.clear();
+        if (!m_changedTaskInfos.isEmpty() && write(*m_taskInfoStore))
+            m_changedTaskInfos.clear();
     }
 }

@@ -47,12 +47,17 @@ void OrvanaUpdate::init(Orvana *client)
         m_settings = openSettings(client->storageDirectory().filePath(QStringLiteral("update.json")));
 }
 
+bool OrvanaUpdate::isUsable() const
+{
+    return m_settings && m_client && m_client->isStorageUsable();
+}
+
 void OrvanaUpdate::addUpdateInfo(const QByteArray &body)
 {
-    if (!m_settings)
+    if (!isUsable())
         return;
     m_settings->setValue(kUpdateInfoKey, QtJson::parse(textOfBody(body)).toList());
-    m_settings->sync();
+    syncSettings(*m_settings);
 }
 
 QVariantList OrvanaUpdate::updateList() const
@@ -78,10 +83,10 @@ bool OrvanaUpdate::flag(const QString &key) const
 
 void OrvanaUpdate::setFlag(const QString &key, bool value)
 {
-    if (!m_settings)
+    if (!isUsable())
         return;
     m_settings->setValue(key, value);
-    m_settings->sync();
+    syncSettings(*m_settings);
 }
 
 bool OrvanaUpdate::isUpdateAtStartup() const
@@ -109,12 +114,12 @@ OrvanaUpdate::FileStamp OrvanaUpdate::stamp() const
 
 bool OrvanaUpdate::isForceUpdate()
 {
-    if (!m_settings)
+    if (!isUsable())
         return false;
     const FileStamp now = stamp();
     if (now != m_seen) {
         if (repairSettings(m_settings->fileName()))
-            m_settings->sync();
+            syncSettings(*m_settings);
         m_seen = stamp();
     }
     return flag(kForceUpdateKey);

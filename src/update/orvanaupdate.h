@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QPointer>
 #include <QString>
 #include <QVariantList>
 
@@ -52,11 +53,12 @@ private:
     ~OrvanaUpdate() = default;
     Q_DISABLE_COPY_MOVE(OrvanaUpdate)
 
+    bool isUsable() const;
     FileStamp stamp() const;
     bool flag(const QString &key) const;
     void setFlag(const QString &key, bool value);
 
-    Orvana *m_client = nullptr;
+    QPointer<Orvana> m_client;
     std::unique_ptr<QSettings> m_settings;
     FileStamp m_seen;
 };

@@ -1,0 +1,105 @@
+#include "testclient.h"
+
+namespace {
+
+constexpr qint64 kHour = 3600;
+constexpr qint64 kDay = 24 * kHour;
+constexpr qint64 kYear = 365 * kDay;
+constexpr qint64 kWrap = qint64(1) << 32; // ages have no sign
+
+// It stands still between two calls.
+bool setClock(const QString &local)
+{
+    QFile file(qEnvironmentVariable("OWN_CLOCK"));
+    return file.open(QIODevice::WriteOnly) && file.write(local.toLatin1() + '\n') > 0;
+}
+
+} // namespace
+
+// Whoever moves the clock, by hand, by law or by the hour, loses no minute.
+class TestClock final : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void moved_data();
+    void moved();
+    void cleanup() { setZone("UTC"); }
+
+private:
+    static void setZone(const QByteArray &zone)
+    {
+        qputenv("TZ", zone);
+        tzset();
+    }
+};
+
+void TestClock::moved_data()
+{
+    QTest::addColumn<QString>("before");
+    QTest::addColumn<QString>("after");
+    QTest::addColumn<qint64>("age"); // of the minute that waits, as it is sent
+    QTest::addColumn<int>("counted"); // minutes of the day, three being worked
+    QTest::addColumn<QByteArray>("zone");
+    const auto row = [](const char *name, const char *before, const char *after, qint64 age, int counted,
+                        const char *zone = "UTC") {
+        QTest::newRow(name) << QString::fromLatin1(before) << QString::fromLatin1(after) << age << counted
+                            << QByteArray(zone);
+    };
+    const char *now = "2026-03-02 10:00:00";
+    row("not at all", now, now, 0, 3);
+    row("an hour ahead", now, "2026-03-02 11:00:00", kHour, 3);
+    row("a day ahead", now, "2026-03-03 10:00:00", kDay, 1);
+    row("a year ahead", now, "2027-03-02 10:00:00", kYear, 1);
+    row("an hour back", now, "2026-03-02 09:00:00", kWrap - kHour, 3);
+    row("a day back", now, "2026-03-01 10:00:00", kWrap - kDay, 3);
+    row("a year back", now, "2025-03-02 10:00:00", kWrap - kYear, 3);
+    row("midnight", "2026-03-02 23:59:50", "2026-03-03 00:00:10", 20, 1);
+    row("new year", "2026-12-31 23:59:59", "2027-01-01 00:00:00", 1, 1);
+    row("summer begins", "2026-03-29 01:59:50", "2026-03-29 03:00:10", 20, 3, "Europe/Berlin");
+    row("summer ends at night", "2026-10-25 01:59:50", "2026-10-25 04:00:10", 3 * kHour + 20, 3,
+        "Europe/Berlin");
+}
+
+void TestClock::moved()
+{
+    QFETCH(QString, before);
+    QFETCH(QString, after);
+    QFETCH(qint64, age);
+    QFETCH(int, counted);
+    QFETCH(QByteArray, zone);
+    setZone(zone);
+    QVERIFY(setClock(before));
+    TestClient client;
+    QVERIFY(client.logIn());
+    const auto minute = [&](int active) {
+        client.session()->incrementTodayTime();
+        client.session()->addMinuteToWorktime();
+        client.session()->addMinuteToActiveTime();
+        client.orvana->sendTaskActivity(active);
+        return QTest::qWaitFor([&] { return client.orvana->pendingActivityRequests() == 0; },
+                               TestClient::waitLimit);
+    };
+    QVERIFY(minute(1));
+    client.server.stop();
+    QVERIFY(minute(2));
+    QVERIFY(client.server.start());
+    QCOMPARE(client.records().size(), 1);
+
+    QVERIFY(setClock(after));
+    QVERIFY(minute(3));
+    QTRY_COMPARE(client.server.reports().size(), 3);
+    QTRY_VERIFY(client.records().isEmpty());
+    QCOMPARE(client.server.reports().constLast().active, 2);
+    QCOMPARE(client.server.reports().constLast().pastSeconds, age);
+    client.session()->updateSecondsToDisplayedWorktime();
+    QCOMPARE(client.session()->todayTime(), QTime(0, counted));
+    QCOMPARE(client.session()->todayActiveTime(), QTime(0, counted));
+    client.session()->save();
+    client.restart();
+    QCOMPARE(client.session()->worktimeDate(), QDate::currentDate());
+}
+
+QTEST_MAIN(TestClock)
+
+#include "tst_clock.moc"
