@@ -25,6 +25,7 @@ using namespace std::chrono_literals;
 constexpr auto kShownFor = 5s;
 constexpr auto kFade = 300ms;
 const QRect kBackground(0, 0, 179, 107);
+const QString kPane = QStringLiteral(":/images/bg_notifications_withLogo.png");
 const QRect kMessage(10, 20, 161, 70);
 constexpr int kMessageHeightAboveButtons = 40;
 
@@ -214,6 +215,7 @@ void NotificationForm::showEvent(QShowEvent *event)
 {
     if (!m_ui)
         build();
+    Artwork::trimToPane(this, Artwork::load(kPane));
     QDialog::showEvent(event);
     if (!isPermanentNotification())
         m_closeTimer.start();
@@ -231,6 +233,5 @@ void NotificationForm::paintEvent(QPaintEvent *event)
     // The main window may have come or gone meanwhile.
     updatePosition(m_position);
     QPainter painter(this);
-    const QImage background = Artwork::load(QStringLiteral(":/images/bg_notifications_withLogo.png"));
-    painter.drawImage(kBackground, background, background.rect());
+    Artwork::drawPane(painter, kBackground, Artwork::load(kPane));
 }

@@ -305,12 +305,16 @@ def page_buttons():
     }
     for state, (fill, fill_opacity, line, line_opacity) in looks.items():
         thickness = 2 if line == ACCENT else 1
-        write(
-            f"images/res/images/task_desc_dialog/descr_button_{state}", 32, 24,
-            '<path d="M0 24V6a6 6 0 0 1 6-6h20a6 6 0 0 1 6 6v18z" '
-            f'fill="{fill}" fill-opacity="{fill_opacity}"/>'
-            f'<rect y="{24 - thickness}" width="32" height="{thickness}" fill="{line}" fill-opacity="{line_opacity}"/>',
-        )
+        # Qt cuts a border image at source pixels whatever its device pixel ratio:
+        # the dense variant has rims as wide as the other's and a larger middle.
+        for variant, width, height in (("", 32, 24), ("@2x", 64, 48)):
+            write(
+                f"images/res/images/task_desc_dialog/descr_button_{state}{variant}", width, height,
+                f'<path d="M0 {height}V6a6 6 0 0 1 6-6h{width - 12}a6 6 0 0 1 6 6v{height - 6}z" '
+                f'fill="{fill}" fill-opacity="{fill_opacity}"/>'
+                f'<rect y="{height - thickness}" width="{width}" height="{thickness}" fill="{line}" '
+                f'fill-opacity="{line_opacity}"/>',
+            )
 
 
 # --- the start/stop button ---------------------------------------------------

@@ -12,8 +12,7 @@ find svg -mindepth 2 -name '*.svg' | sort | while read -r source; do
     target="${target%.svg}"
     mkdir -p "$(dirname "$target")"
     rsvg-convert --zoom 1 "$source" -o "$target.png"
-    # Qt cuts a border image at source pixels whatever its device pixel ratio, so
-    # the rims of a dense variant would come out half as wide.
+    # The page buttons have a drawing for each size.
     [[ $target == */descr_button_* ]] && continue
     rsvg-convert --zoom 2 "$source" -o "$target@2x.png"
 done

@@ -17,9 +17,19 @@
 namespace {
 
 const char kRecordPrefix[] = "json";
+const QString kTimeFormat = QStringLiteral("dd-MM-yyyy-hh-mm-ss");
 const char kUnfinishedPrefix[] = ".new-";
 // Records are a few hundred bytes; pictures lie in files of their own.
 constexpr qint64 kMaxRecordSize = 1024 * 1024;
+
+// When the record was made, as its name has it; of a foreign name the epoch.
+QDateTime creationTime(const QString &path)
+{
+    const QString time
+        = QFileInfo(path).fileName().mid(sizeof kRecordPrefix - 1, QLatin1String("dd-MM-yyyy-hh-mm-ss").size());
+    const QDateTime parsed = QDateTime::fromString(time, kTimeFormat);
+    return parsed.isValid() ? parsed : QDateTime::fromSecsSinceEpoch(0);
+}
 
 bool isRegularFile(const QByteArray &path)
 {
@@ -134,6 +144,41 @@ void ActivityCache::setDirectory(const QString &path)
         = folder.entryList({QString::fromLatin1(kUnfinishedPrefix) + QLatin1Char('*')}, QDir::Files | QDir::Hidden);
     for (const QString &name : unfinished)
         folder.remove(name);
+    countRecords();
+}
+
+void ActivityCache::countRecords()
+{
+    m_waiting.clear();
+    m_waitingCount = 0;
+    Cursor cursor(QFile::encodeName(m_directory));
+    while (cursor.isOpen()) {
+        const QByteArray path = cursor.next();
+        if (path.isEmpty())
+            break;
+        count(QFile::decodeName(path));
+    }
+}
+
+void ActivityCache::count(const QString &path)
+{
+    ++m_waiting[creationTime(path)];
+    ++m_waitingCount;
+}
+
+void ActivityCache::forget(const QString &path)
+{
+    const auto found = m_waiting.find(creationTime(path));
+    if (found == m_waiting.end())
+        return;
+    --m_waitingCount;
+    if (--found->second == 0)
+        m_waiting.erase(found);
+}
+
+ActivityCache::Backlog ActivityCache::backlog() const
+{
+    return {m_waitingCount, m_waiting.empty() ? QDateTime() : m_waiting.begin()->first};
 }
 
 QString ActivityCache::create(const QByteArray &record, const QDateTime &now, QString *errorText)
@@ -148,13 +193,16 @@ QString ActivityCache::create(const QByteArray &record, const QDateTime &now, QS
         m_cursor.reset();
     }
     const QString name
-        = QLatin1String(kRecordPrefix) + now.toString(QStringLiteral("dd-MM-yyyy-hh-mm-ss")) + QLatin1String(".XXXXXX");
+        = QLatin1String(kRecordPrefix) + now.toString(kTimeFormat) + QLatin1String(".XXXXXX");
     const QString prefix = m_directory + QLatin1Char('/') + QLatin1String(kUnfinishedPrefix);
     const QString unfinished = writeUnfinished(prefix + name, record, errorText);
     if (unfinished.isEmpty())
         return {};
     const QString path = m_directory + QLatin1Char('/') + unfinished.mid(prefix.size());
-    return moveIntoPlace(unfinished, path, errorText) ? path : QString();
+    if (!moveIntoPlace(unfinished, path, errorText))
+        return {};
+    count(path);
+    return path;
 }
 
 bool ActivityCache::writeWhole(const QString &path, const QByteArray &bytes, QString *errorText)
@@ -187,6 +235,8 @@ ActivityCache::Read ActivityCache::read(const QString &path, QByteArray *bytes)
 
 bool ActivityCache::remove(const QString &path)
 {
+    if (!m_spent.contains(path))
+        forget(path);
     if (QFile::remove(path) || !QFile::exists(path))
         return true;
     m_spent.insert(path);
@@ -211,5 +261,8 @@ QString ActivityCache::next()
         }
         m_cursor->rewind();
     }
+    // Deleted by somebody else, or never to be sent.
+    m_waiting.clear();
+    m_waitingCount = 0;
     return {};
 }

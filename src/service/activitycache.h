@@ -5,6 +5,7 @@
 #include <QSet>
 #include <QString>
 
+#include <map>
 #include <memory>
 
 // One user's folder of records that wait to be sent, a file each. A record is
@@ -18,6 +19,12 @@ public:
         Gone, // there is no such file
         Unreadable, // a file that can never be read
         Busy // the system lacks something just now; the record must stay
+    };
+
+    struct Backlog
+    {
+        int count = 0;
+        QDateTime oldest; // invalid when there are none
     };
 
     ActivityCache();
@@ -45,10 +52,20 @@ public:
     // whole folder for one record.
     QString next();
 
+    // The records that wait, in flight ones included, counted without looking at the
+    // folder again.
+    Backlog backlog() const;
+
 private:
     class Cursor;
+
+    void countRecords();
+    void count(const QString &path);
+    void forget(const QString &path);
 
     QString m_directory;
     std::unique_ptr<Cursor> m_cursor;
     QSet<QString> m_spent;
+    std::map<QDateTime, int> m_waiting; // how many of each second
+    int m_waitingCount = 0;
 };

@@ -66,6 +66,8 @@ public:
     QString serviceUrl() const { return m_serviceUrl; }
     // Records that wait to be sent, as far as this run knows of them.
     int pendingActivityRequests() const { return m_pendingActivity; }
+    // This user's reports that the service has not accepted yet, on the disk and not.
+    ActivityCache::Backlog backlog() const;
 
     void requestCheckLogin(const QString &login, const QString &password);
     void requestTeamsAndTasks();

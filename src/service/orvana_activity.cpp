@@ -119,6 +119,19 @@ void Orvana::storeUnwritten()
     m_toldUnwritten = m_toldUnwritten && !m_unwritten.isEmpty();
 }
 
+ActivityCache::Backlog Orvana::backlog() const
+{
+    ActivityCache::Backlog all = m_cache.backlog();
+    for (const UnwrittenRecord &record : m_unwritten) {
+        if (record.login != m_session->login())
+            continue;
+        ++all.count;
+        if (!all.oldest.isValid() || record.createdAt < all.oldest)
+            all.oldest = record.createdAt;
+    }
+    return all;
+}
+
 void Orvana::sendActivityFile(QFile *file)
 {
     ++m_pendingActivity;

@@ -154,6 +154,7 @@ void MainForm::clock()
 {
     m_orvana->session()->incrementTodayTime();
     updateOverdueTime();
+    updateTrayToolTip();
 }
 
 void MainForm::syncTime()

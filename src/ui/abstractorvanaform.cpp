@@ -27,7 +27,7 @@ void AbstractOrvanaForm::paintEvent(QPaintEvent *event)
 {
     QDialog::paintEvent(event);
     QPainter painter(this);
-    Artwork::drawStretched(painter, rect(), m_background);
+    Artwork::drawPane(painter, rect(), m_background);
 }
 
 void AbstractOrvanaForm::mousePressEvent(QMouseEvent *event)

@@ -22,8 +22,21 @@ QImage Artwork::load(const QString &path)
     return QImage(path);
 }
 
-void Artwork::drawStretched(QPainter &painter, const QRect &rect, const QImage &image)
+namespace {
+
+const QColor kFace(0xfb, 0xf9, 0xf7);
+
+bool areWindowsBlended()
 {
+    return !QX11Info::isPlatformX11() || QX11Info::isCompositingManagerRunning();
+}
+
+} // namespace
+
+void Artwork::drawPane(QPainter &painter, const QRect &rect, const QImage &image)
+{
+    if (!areWindowsBlended())
+        painter.fillRect(rect, kFace);
     painter.setRenderHints(QPainter::Antialiasing | QPainter::SmoothPixmapTransform);
     painter.drawImage(rect, image, QRect(QPoint(), image.size()));
 }
@@ -46,7 +59,7 @@ void Artwork::centre(QWidget *window, const QWidget *other)
 
 void Artwork::trimToPane(QWidget *window, const QImage &background)
 {
-    if (!QX11Info::isPlatformX11() || QX11Info::isCompositingManagerRunning() || background.isNull()) {
+    if (areWindowsBlended() || background.isNull()) {
         window->clearMask();
         return;
     }

@@ -14,8 +14,9 @@ namespace Artwork {
 // one pixel to the point. Null when there is no such resource.
 QImage load(const QString &path);
 
-// The whole image stretched over the rectangle.
-void drawStretched(QPainter &painter, const QRect &rect, const QImage &image);
+// The whole image stretched over the rectangle, upon a face of its own where the
+// desktop blends no windows: translucent paint would darken there.
+void drawPane(QPainter &painter, const QRect &rect, const QImage &image);
 
 // Moves the window to the middle of the free area of the other's screen (or of
 // its own); the window must have its size.
@@ -25,8 +26,8 @@ void centre(QWidget *window, const QWidget *other = nullptr);
 // (left, right), else below or above it, else over it.
 QPoint beside(const QRect &anchor, const QSize &size, const QRect &area);
 
-// On a desktop that blends no windows, cuts the window to the pane of its
-// background, whose shadow and corners would be black there.
+// Where the desktop blends no windows, cuts the window to the pane of its
+// background (stretched over the window), whose shadow and corners would be black.
 void trimToPane(QWidget *window, const QImage &background);
 
 QScreen *screenOf(const QWidget *widget);

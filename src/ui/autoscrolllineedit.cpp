@@ -1,5 +1,6 @@
 #include "ui/autoscrolllineedit.h"
 
+#include <QAbstractTextDocumentLayout>
 #include <QScrollBar>
 #include <QTextOption>
 #include <QTimerEvent>
@@ -25,6 +26,9 @@ AutoScrollLineEdit::AutoScrollLineEdit(QWidget *parent) : QTextEdit(parent)
     viewport()->setAutoFillBackground(false);
     viewport()->setCursor(Qt::ArrowCursor);
     document()->setDocumentMargin(0);
+    // The font may be known only when the style sheet has been applied.
+    connect(document()->documentLayout(), &QAbstractTextDocumentLayout::documentSizeChanged, this,
+            &AutoScrollLineEdit::arrange);
 }
 
 void AutoScrollLineEdit::setText(const QString &text)
@@ -46,8 +50,11 @@ void AutoScrollLineEdit::arrange()
 {
     const int free = height() - static_cast<int>(document()->size().height());
     const int top = m_alignment.testFlag(Qt::AlignVCenter) ? std::max(0, free / 2) : 0;
-    if (viewportMargins().top() != top)
-        setViewportMargins(0, top, 0, 0);
+    // What is too long shows whole lines only.
+    const int bottom = free < 0 ? height() % std::max(1, fontMetrics().lineSpacing()) : 0;
+    const QMargins margins(0, top, 0, bottom);
+    if (viewportMargins() != margins)
+        setViewportMargins(margins);
     rest();
 }
 

@@ -112,16 +112,28 @@ bool LoginForm::eventFilter(QObject *watched, QEvent *event)
     return false;
 }
 
+void LoginForm::showEvent(QShowEvent *event)
+{
+    QImage whole(size(), QImage::Format_ARGB32_Premultiplied);
+    whole.fill(Qt::transparent);
+    QPainter painter(&whole);
+    painter.drawImage(m_ui->wTop->geometry(), m_topBar);
+    painter.drawImage(m_ui->wLoginPane->geometry(), m_pane);
+    painter.end();
+    Artwork::trimToPane(this, whole);
+    QDialog::showEvent(event);
+}
+
 void LoginForm::drawTopBar()
 {
     QPainter painter(m_ui->wTop);
-    Artwork::drawStretched(painter, painter.viewport(), m_topBar);
+    Artwork::drawPane(painter, painter.viewport(), m_topBar);
 }
 
 void LoginForm::drawPane()
 {
     QPainter painter(m_ui->wLoginPane);
-    Artwork::drawStretched(painter, painter.viewport(), m_pane);
+    Artwork::drawPane(painter, painter.viewport(), m_pane);
 }
 
 void LoginForm::movingImpl(QEvent *event, QObject *watched)

@@ -25,6 +25,9 @@ public:
 
     bool eventFilter(QObject *watched, QEvent *event) override;
 
+protected:
+    void showEvent(QShowEvent *event) override;
+
 public slots:
     void errorOccured(int code);
 

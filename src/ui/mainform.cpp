@@ -320,8 +320,15 @@ void MainForm::updateTrayToolTip()
     const Orvana::Session *session = m_orvana->session();
     const QString state =
         session->isActive() ? QStringLiteral("Идёт запись") : QStringLiteral("Запись остановлена");
-    m_trayIcon->setToolTip(state + QLatin1Char('\n') + m_taskText->text() + QStringLiteral("\nСегодня: ")
-                           + session->todayTime().toString(QStringLiteral("hh:mm")));
+    QString text = state + QLatin1Char('\n') + m_taskText->text() + QStringLiteral("\nСегодня: ")
+        + session->todayTime().toString(QStringLiteral("hh:mm"));
+    const ActivityCache::Backlog backlog = m_orvana->backlog();
+    const QString waiting = backlogText(backlog.count, backlog.oldest, QDateTime::currentDateTime());
+    if (!waiting.isEmpty())
+        text += QLatin1Char('\n') + waiting;
+    // Every setting is sent to the panel.
+    if (m_trayIcon->toolTip() != text)
+        m_trayIcon->setToolTip(text);
 }
 
 void MainForm::updateNoticeBtn()
@@ -381,5 +388,5 @@ void MainForm::paintEvent(QPaintEvent *event)
 {
     Q_UNUSED(event)
     QPainter painter(this);
-    Artwork::drawStretched(painter, rect(), m_background);
+    Artwork::drawPane(painter, rect(), m_background);
 }

@@ -12,6 +12,7 @@ namespace {
 constexpr int kRestAtStart = 3000; // ms
 constexpr int kRestAtEnd = 2000; // ms
 constexpr int kStep = 40; // ms for a pixel
+constexpr int kFade = 20;
 // Longer ones nobody reads to the end, and each step lays out the whole line.
 constexpr int kLongestLine = 500;
 
@@ -97,15 +98,28 @@ void ScrollText::paintEvent(QPaintEvent *event)
     QStyleOption option;
     option.initFrom(this);
     style()->drawPrimitive(QStyle::PE_Widget, &option, &painter, this);
-    painter.setPen(palette().color(QPalette::WindowText));
     const QRect box = contentsRect();
-    if (m_phase == Phase::RestingAtStart) {
-        painter.drawText(box, Qt::AlignLeft | Qt::AlignVCenter,
-                         fontMetrics().elidedText(m_line, Qt::ElideRight, box.width()));
-    } else {
-        painter.setClipRect(box);
-        painter.drawText(box.adjusted(-m_offset, 0, overhang(), 0), Qt::AlignLeft | Qt::AlignVCenter, m_line);
-    }
+    painter.setPen(linePen(box));
+    painter.setClipRect(box);
+    painter.drawText(box.adjusted(-m_offset, 0, overhang(), 0), Qt::AlignLeft | Qt::AlignVCenter, m_line);
+}
+
+// The line fades out towards the side on which there is more of it.
+QPen ScrollText::linePen(const QRect &box) const
+{
+    const QColor colour = palette().color(QPalette::WindowText);
+    const int hidden = overhang();
+    if (hidden == 0 || box.width() <= 2 * kFade)
+        return colour;
+    QColor faded = colour;
+    faded.setAlpha(0);
+    QLinearGradient gradient(box.left(), 0, box.right() + 1, 0);
+    const qreal edge = qreal(kFade) / box.width();
+    gradient.setColorAt(0, m_offset > 0 ? faded : colour);
+    gradient.setColorAt(edge, colour);
+    gradient.setColorAt(1 - edge, colour);
+    gradient.setColorAt(1, m_offset < hidden ? faded : colour);
+    return QPen(gradient, 1);
 }
 
 void ScrollText::resizeEvent(QResizeEvent *event)

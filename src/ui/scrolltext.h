@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QBasicTimer>
+#include <QPen>
 #include <QString>
 #include <QWidget>
 
@@ -38,6 +39,7 @@ private:
     enum class Phase { RestingAtStart, Moving, RestingAtEnd };
 
     int overhang() const;
+    QPen linePen(const QRect &box) const;
     void restart();
     void rest(Phase phase);
 

@@ -3,6 +3,17 @@
 namespace {
 
 constexpr int kSecondsPerDay = 24 * 60 * 60;
+constexpr int kOnItsWay = 30; // seconds
+
+// The Russian forms for 1, for 2 to 4 and for the others.
+QString counted(int count, const QString &one, const QString &few, const QString &many)
+{
+    const int lastTwo = count % 100;
+    const int last = count % 10;
+    if (last == 0 || last > 4 || (lastTwo > 10 && lastTwo < 20))
+        return many;
+    return last == 1 ? one : few;
+}
 
 } // namespace
 
@@ -34,4 +45,15 @@ QString durationWords(const QTime &duration)
     if (duration.hour() == 0)
         return minutes;
     return duration.toString(QStringLiteral("h")) + QStringLiteral("ч. ") + minutes;
+}
+
+QString backlogText(int count, const QDateTime &oldest, const QDateTime &now)
+{
+    if (count == 0 || (count == 1 && qAbs(oldest.secsTo(now)) < kOnItsWay))
+        return QString();
+    const QString since = oldest.toString(oldest.date() == now.date() ? QStringLiteral("hh:mm")
+                                                                      : QStringLiteral("dd.MM hh:mm"));
+    return QString::number(count) + QLatin1Char(' ')
+        + counted(count, QStringLiteral("отчёт ждёт"), QStringLiteral("отчёта ждут"), QStringLiteral("отчётов ждут"))
+        + QStringLiteral(" отправки с ") + since;
 }

@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QDebug>
 #include <QProcess>
+#include <QVector>
 
 namespace {
 
@@ -55,8 +56,10 @@ bool MainForm::installUpdate()
         m_orvana->openUrl(m_orvana->serviceUrl() + QStringLiteral("/monitor/"));
         return true;
     }
-    // The updater outlives this program; the process object must not end it.
+    // The updater outlives this program; the end of its process object would kill it.
+    static QVector<QProcess *> updaters;
     auto *updater = new QProcess;
+    updaters.append(updater);
     updater->start(QStringLiteral("gksudo"), {QStringLiteral("-k"), QStringLiteral("ORTM-update")});
     return true;
 }

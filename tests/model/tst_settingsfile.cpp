@@ -15,7 +15,7 @@ QByteArray escaped(const QByteArray &bytes)
 {
     QByteArray text;
     for (const char c : bytes)
-        text += "\\x" + QByteArray::number(static_cast<uchar>(c), 16);
+        text.append("\\x").append(QByteArray::number(static_cast<uchar>(c), 16));
     return text;
 }
 

@@ -2,6 +2,7 @@
 # sandbox.sh plain|display LOCALE PROGRAM [ARGUMENT...]
 # Runs a test with a home, a temporary folder and a storage root of its own; with
 # "display" also on a virtual X server of its own with a window manager.
+# ORVANA_SANDBOX_SCREEN is the size of its screen, 1280x800 when unset.
 set -euo pipefail
 
 # Shared memory is found by 16 bits of a file's number: without a name space of its
@@ -31,7 +32,7 @@ unset ORVANA_SERVICE_URL http_proxy https_proxy HTTP_PROXY HTTPS_PROXY WAYLAND_D
 
 if [ "$mode" = display ]; then
     : >"$box/display"
-    Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp -noreset 3>"$box/display" 2>"$box/xvfb.log" &
+    Xvfb -displayfd 3 -screen 0 "${ORVANA_SANDBOX_SCREEN:-1280x800}x24" -nolisten tcp -noreset 3>"$box/display" 2>"$box/xvfb.log" &
     pids+=($!)
     # The number is complete once its line has ended.
     for _ in $(seq 200); do [ "$(wc -l <"$box/display")" -gt 0 ] && break; sleep 0.05; done

@@ -242,6 +242,13 @@ void TestMainWindow::trayIcons()
                  .convertToFormat(picture(tray->icon()).format()));
     QVERIFY(tray->toolTip().startsWith(active ? QStringLiteral("Идёт запись")
                                               : QStringLiteral("Запись остановлена")));
+    QVERIFY(!tray->toolTip().contains(QStringLiteral("отправки")));
+    m_bench->server().setOutage(localservice::Outage::Unavailable);
+    for (int i = 0; i < 2; ++i)
+        m_bench->orvana()->sendTaskActivity(1);
+    QVERIFY(m_bench->settle());
+    m_bench->form->updateTrayIcon();
+    QVERIFY2(tray->toolTip().contains(QStringLiteral("\n2 отчёта ждут отправки с ")), qPrintable(tray->toolTip()));
     WindowBench::dropPopups();
     QCOMPARE(m_bench->child<QPushButton>("pbNotice")->property("notices").toString(), QStringLiteral("none"));
 }

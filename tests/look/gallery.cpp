@@ -1,0 +1,79 @@
+// gallery FOLDER [SCENE...]: saves a picture of every window in every state, as it is on this
+// display, with a little of the desktop around it. Fails when a state is not reached.
+#include "scenes.h"
+
+#include <QScreen>
+
+namespace {
+
+constexpr int kMargin = 14;
+constexpr int kBetweenPictures = 150; // ms
+
+QRect boundsOf(const QWidgetList &windows)
+{
+    QRect bounds;
+    for (const QWidget *window : windows)
+        bounds |= window->frameGeometry();
+    return bounds.adjusted(-kMargin, -kMargin, kMargin, kMargin);
+}
+
+bool areExposed(const QWidgetList &windows)
+{
+    return std::all_of(windows.begin(), windows.end(),
+                       [](QWidget *w) { return w && QTest::qWaitForWindowExposed(w); });
+}
+
+// The same twice, and not the bare wallpaper: the window manager and the compositor have no
+// signal for "drawn".
+QImage settledPicture(QScreen *screen, const QRect &place)
+{
+    QImage before;
+    QImage now;
+    const bool settled = QTest::qWaitFor([&] {
+        QTest::qWait(kBetweenPictures);
+        before = now;
+        now = screen->grabWindow(0, place.x(), place.y(), place.width(), place.height()).toImage();
+        QImage plain(now.size(), now.format());
+        plain.fill(now.pixelColor(0, now.height() - 1));
+        return now == before && now != plain;
+    });
+    return settled ? now : QImage();
+}
+
+bool photograph(const Scene &scene, const QString &path)
+{
+    QCursor::setPos(0, QGuiApplication::primaryScreen()->geometry().bottom());
+    Stage stage;
+    const QWidgetList windows = scene.open(stage);
+    if (windows.isEmpty() || !areExposed(windows)) {
+        qWarning("%s: not reached", scene.name);
+        return false;
+    }
+    QScreen *screen = windows.first()->screen();
+    return settledPicture(screen, boundsOf(windows) & screen->geometry()).save(path);
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+    QGuiApplication::setHighDpiScaleFactorRoundingPolicy(Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
+    Application application(argc, argv);
+    QApplication::setQuitOnLastWindowClosed(false);
+    const QStringList arguments = QCoreApplication::arguments();
+    const QStringList wanted = arguments.mid(2);
+    int failures = arguments.size() < 2 ? 1 : 0;
+    int number = 0;
+    for (const Scene &scene : scenes()) {
+        const QString name = QString::fromLatin1(scene.name);
+        ++number;
+        if (!wanted.isEmpty() && !wanted.contains(name))
+            continue;
+        const QString path =
+            arguments.value(1) + QStringLiteral("/%1-%2.png").arg(number, 2, 10, QLatin1Char('0')).arg(name);
+        failures += photograph(scene, path) ? 0 : 1;
+    }
+    return failures;
+}

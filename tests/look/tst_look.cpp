@@ -1,0 +1,262 @@
+#include "scenes.h"
+#include "ui/autoscrolllineedit.h"
+#include "ui/scrolltext.h"
+
+#include <QAbstractEventDispatcher>
+#include <QAccessible>
+#include <QCalendarWidget>
+#include <QComboBox>
+#include <QDirIterator>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QPushButton>
+#include <QScreen>
+#include <QStyleOptionButton>
+#include <QTextDocument>
+
+namespace {
+
+constexpr int kPlacing = 2000; // ms
+constexpr int kRounding = 1; // of a font's height where the scale is no whole number
+
+QString nameOf(const QWidget *widget)
+{
+    return QString::fromLatin1(widget->metaObject()->className()) + QLatin1Char(' ') + widget->objectName();
+}
+
+QString size(const QSize &size)
+{
+    return QStringLiteral("%1x%2").arg(size.width()).arg(size.height());
+}
+
+// Qt's own inner widgets, and rows that scroll in and out of sight.
+bool isInner(const QWidget *widget)
+{
+    for (const QWidget *above = widget->parentWidget(); above; above = above->parentWidget()) {
+        if (qobject_cast<const QCalendarWidget *>(above) || qobject_cast<const QAbstractScrollArea *>(above)
+            || qobject_cast<const QComboBox *>(above) || qobject_cast<const QAbstractSpinBox *>(above))
+            return true;
+    }
+    return false;
+}
+
+// What a text needs, and where it is drawn; nothing for widgets that scroll or that elide what a
+// user wrote, with the whole in a tool tip.
+std::pair<QSize, QSize> neededAndGiven(const QWidget *widget)
+{
+    if (const auto *label = qobject_cast<const QLabel *>(widget)) {
+        if (label->text().isEmpty())
+            return {};
+        const int height =
+            label->wordWrap() ? label->heightForWidth(label->width()) : label->sizeHint().height();
+        const int width = label->wordWrap() ? label->minimumSizeHint().width() : label->sizeHint().width();
+        return {QSize(width, height), label->size()};
+    }
+    if (const auto *button = qobject_cast<const QPushButton *>(widget)) {
+        QStyleOptionButton option;
+        option.initFrom(button);
+        option.text = button->text();
+        const QRect face = button->style()->subElementRect(QStyle::SE_PushButtonContents, &option, button);
+        return {button->fontMetrics().size(Qt::TextShowMnemonic, button->text()), face.size()};
+    }
+    if (qobject_cast<const QLineEdit *>(widget) || qobject_cast<const QComboBox *>(widget)
+        || qobject_cast<const ScrollText *>(widget))
+        return {QSize(0, widget->fontMetrics().height()), widget->contentsRect().size()};
+    return {};
+}
+
+bool isIconOnly(const QWidget *widget)
+{
+    const auto *button = qobject_cast<const QAbstractButton *>(widget);
+    return button && button->text().isEmpty();
+}
+
+QString spokenName(QWidget *widget)
+{
+    const QAccessibleInterface *accessible = QAccessible::queryAccessibleInterface(widget);
+    return accessible ? accessible->text(QAccessible::Name) : QString();
+}
+
+bool hasTimer(QObject *object)
+{
+    return !QAbstractEventDispatcher::instance()->registeredTimers(object).isEmpty();
+}
+
+QStringList checkPlace(const QWidget *widget)
+{
+    const auto [needed, given] = neededAndGiven(widget);
+    QStringList problems;
+    if (needed.width() > given.width() || needed.height() > given.height() + kRounding)
+        problems.append(nameOf(widget) + QStringLiteral(" needs ") + size(needed) + QStringLiteral(", has ")
+                        + size(given));
+    const QWidget *parent = widget->parentWidget();
+    // The window manager may still be placing a window; the rims that Qt has read meanwhile may be
+    // nonsense for good.
+    const auto isInside = [&] {
+        return widget->isWindow() ? widget->screen()->geometry().contains(widget->geometry())
+                                  : parent->rect().contains(widget->geometry());
+    };
+    if (!QTest::qWaitFor(isInside, kPlacing))
+        problems.append(nameOf(widget) + QStringLiteral(" sticks out"));
+    if (widget->isWindow())
+        return problems;
+    const auto siblings = parent->findChildren<QWidget *>(QString(), Qt::FindDirectChildrenOnly);
+    for (const QWidget *other : siblings) {
+        if (other != widget && other->isVisible() && !other->isWindow()
+            && other->geometry().intersects(widget->geometry()))
+            problems.append(nameOf(widget) + QStringLiteral(" overlaps ") + nameOf(other));
+    }
+    return problems;
+}
+
+QStringList checkForScreenReaders(QWidget *widget)
+{
+    QStringList problems;
+    const bool isControl = widget->focusPolicy() != Qt::NoFocus || isIconOnly(widget);
+    if (isControl && !widget->isWindow() && spokenName(widget).isEmpty())
+        problems.append(nameOf(widget) + QStringLiteral(" has no name for screen readers"));
+    if (isIconOnly(widget) && widget->toolTip().isEmpty())
+        problems.append(nameOf(widget) + QStringLiteral(" has no tool tip"));
+    return problems;
+}
+
+QStringList checkMotion(QWidget *widget)
+{
+    auto *line = qobject_cast<ScrollText *>(widget);
+    auto *message = qobject_cast<AutoScrollLineEdit *>(widget);
+    const bool moves = line ? line->sizeHint().width() > line->width()
+                            : message && message->document()->size().height() > message->height();
+    const bool runs = (line || message) && hasTimer(widget);
+    // A row's text moves under the pointer only.
+    return runs && !moves ? QStringList{nameOf(widget) + QStringLiteral(" moves though it fits")}
+                          : QStringList();
+}
+
+// A control that has the focus looks different.
+QStringList checkFocus(QWidget *window)
+{
+    QStringList problems;
+    QWidget *first = window->focusWidget();
+    QWidget *widget = first;
+    do {
+        widget = widget ? widget->nextInFocusChain() : nullptr;
+        const bool isReached = widget && widget->isVisible() && widget->isEnabled() && !widget->isWindow()
+            && (widget->focusPolicy() & Qt::TabFocus) && !isInner(widget) && widget != first;
+        if (!isReached)
+            continue;
+        const QImage before = widget->grab().toImage();
+        if (!Stage::focus(widget))
+            problems.append(nameOf(widget) + QStringLiteral(" takes no focus"));
+        else if (widget->grab().toImage() == before)
+            problems.append(nameOf(widget) + QStringLiteral(" does not show its focus"));
+    } while (widget && widget != first);
+    return problems;
+}
+
+} // namespace
+
+class TestLook final : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { WindowBench::applyStyle(); }
+    void images();
+    void namedImages();
+    void scene_data();
+    void scene();
+};
+
+void TestLook::images()
+{
+    QDirIterator all(QStringLiteral(":/"), {QStringLiteral("*.png")}, QDir::Files,
+                     QDirIterator::Subdirectories);
+    int count = 0;
+    while (all.hasNext()) {
+        const QString path = all.next();
+        if (path.startsWith(QStringLiteral(":/qt-project.org")) || path.contains(QStringLiteral("@2x")))
+            continue;
+        QString fine = path;
+        fine.insert(fine.size() - 4, QStringLiteral("@2x"));
+        QVERIFY2(!QImage(path).isNull() && QImage(fine).size() == QImage(path).size() * 2, qPrintable(path));
+        ++count;
+    }
+    QVERIFY(count > 50);
+}
+
+void TestLook::namedImages()
+{
+    const QRegularExpression name(QStringLiteral(R"(:/(?:[\w-]+/)+[\w-]+\.png)"));
+    QDirIterator sources(QStringLiteral(ORVANA_SOURCES),
+                         {QStringLiteral("*.cpp"), QStringLiteral("*.ui"), QStringLiteral("*.qss")},
+                         QDir::Files, QDirIterator::Subdirectories);
+    int count = 0;
+    while (sources.hasNext()) {
+        QFile source(sources.next());
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        auto found = name.globalMatch(QString::fromUtf8(source.readAll()));
+        while (found.hasNext()) {
+            const QString image = found.next().captured();
+            QVERIFY2(QFile::exists(image), qPrintable(source.fileName() + QLatin1Char(' ') + image));
+            ++count;
+        }
+    }
+    QVERIFY(count > 50);
+    // Put together in code.
+    for (const char *button : {"pbPlay", "pbPause"}) {
+        for (const char *state : {"_Online", "_Offline"}) {
+            for (const char *look : {"", "_hovered", "_hovered_clicked"}) {
+                const QString image = QStringLiteral(":/images/") + QLatin1String(button)
+                    + QLatin1String(state) + QLatin1String(look) + QStringLiteral(".png");
+                QVERIFY2(QFile::exists(image), qPrintable(image));
+            }
+        }
+    }
+}
+
+void TestLook::scene_data()
+{
+    QTest::addColumn<int>("number");
+    for (std::size_t i = 0; i < scenes().size(); ++i)
+        QTest::newRow(scenes()[i].name) << static_cast<int>(i);
+}
+
+void TestLook::scene()
+{
+    QFETCH(int, number);
+    Stage stage;
+    const QWidgetList windows = scenes()[static_cast<std::size_t>(number)].open(stage);
+    QVERIFY(!windows.isEmpty());
+    QStringList problems;
+    for (QWidget *window : windows) {
+        QVERIFY(window && QTest::qWaitForWindowExposed(window));
+        QWidgetList widgets = window->findChildren<QWidget *>();
+        widgets.prepend(window);
+        for (QWidget *widget : qAsConst(widgets)) {
+            if (!widget->isVisible() || isInner(widget) || widget->inherits("QShapedPixmapWidget"))
+                continue;
+            // A window's child windows are scenes of their own.
+            if (widget->window() != window)
+                continue;
+            problems += checkPlace(widget) + checkForScreenReaders(widget) + checkMotion(widget);
+        }
+    }
+    QWidget *last = windows.last();
+    if (!qobject_cast<QMenu *>(last) && QTest::qWaitForWindowActive(last, 500))
+        problems += checkFocus(last);
+    QVERIFY2(problems.isEmpty(), qPrintable(problems.join(QLatin1Char('\n'))));
+}
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+    QGuiApplication::setHighDpiScaleFactorRoundingPolicy(Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
+    QApplication application(argc, argv);
+    QApplication::setQuitOnLastWindowClosed(false);
+    TestLook test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_look.moc"
