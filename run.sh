@@ -6,6 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 . scripts/common.sh
 . scripts/desktop.sh
+. scripts/services.sh
 
 install_packages
 build_preset release
@@ -17,13 +18,10 @@ finish() {
 }
 on_exit finish
 
-export ORVANA_STORAGE_ROOT=$box ORVANA_CONFIG=$box/orvanx.conf TMPDIR=$box
+export ORVANA_STORAGE_ROOT=$box TMPDIR=$box
 unset http_proxy https_proxy HTTP_PROXY HTTPS_PROXY
 
-start "$box/service.log" build/release/companions/localservice/orvana-localservice --port 0 --data "$box/service"
-wait_for 20 grep -q 'https://' "$box/service.log" || { cat "$box/service.log" >&2; exit 1; }
-ORVANA_SERVICE_URL=$(grep -o 'https://127\.0\.0\.1:[0-9]*' "$box/service.log" | head -n 1)
-export ORVANA_SERVICE_URL
+start_service "$box" build/release
 
 if [ -n "${DISPLAY:-}" ] && xset q >/dev/null 2>&1; then
     virtual=
@@ -32,12 +30,7 @@ else
     start_desktop "$box"
 fi
 
-# A port of its own, so that a watcher of this desktop stays as it is.
-for port in $(shuf -i 20000-40000 -n 20); do
-    start "$box/watcher.log" build/release/companions/watcher/orvana-watcher --port "$port"
-    wait_for 5 grep -q "$port" "$box/watcher.log" && kill -0 "${started[-1]}" 2>/dev/null && break
-done
-echo "watcher-port=$port" >"$ORVANA_CONFIG"
+start_watcher "$box" build/release
 
 if [ -n "$virtual" ]; then
     . scripts/demo.sh

@@ -22,9 +22,10 @@
 namespace {
 
 constexpr int kMinutes = 10000;
+constexpr int kWarmUp = 1000; // minutes, after which memory should stay
 constexpr int kDrained = 10; // seconds between two looks
 
-void swallow(QtMsgType, const QMessageLogContext &, const QString &) {}
+void swallow(QtMsgType, const QMessageLogContext &, const QString &) { }
 
 localservice::Server &service()
 {
@@ -69,6 +70,41 @@ private:
     qint64 m_longest = 0;
 };
 
+// Memory that is this process's own, in bytes.
+qint64 ownMemory()
+{
+    QFile file(QStringLiteral("/proc/self/smaps_rollup"));
+    file.open(QIODevice::ReadOnly);
+    for (const QByteArray &line : file.readAll().split('\n')) {
+        if (line.startsWith("Anonymous:"))
+            return line.simplified().split(' ').value(1).toLongLong() * 1024;
+    }
+    return 0;
+}
+
+// Counts the replies of a drain and what memory has grown by since the first ones. The
+// service keeps what it received in the same process, in every drain alike.
+class Progress
+{
+public:
+    explicit Progress(QNetworkAccessManager *network)
+    {
+        QObject::connect(network, &QNetworkAccessManager::finished, network, [this] {
+            if (++m_finished == kWarmUp)
+                m_memoryAtFirst = ownMemory();
+        });
+    }
+    bool isDone() const { return m_finished >= kMinutes; }
+    double grownMegabytes() const
+    {
+        return static_cast<double>(ownMemory() - m_memoryAtFirst) / (1024 * 1024);
+    }
+
+private:
+    int m_finished = 0;
+    qint64 m_memoryAtFirst = 0;
+};
+
 void waitUntil(const std::function<bool()> &done)
 {
     while (!done())
@@ -88,25 +124,31 @@ void drainOurs(benchmark::State &state)
         QObject::connect(orvana.get(), &Orvana::loginOk, orvana.get(), [&] { loggedIn = true; });
         orvana->requestCheckLogin(QStringLiteral("anna@orvana.example"), QStringLiteral("orvana"));
         waitUntil([&] { return loggedIn; });
-        const QString folder = Orvana::Session::directoryOf(orvana->storageDirectory(), orvana->session()->login())
+        const QString folder =
+            Orvana::Session::directoryOf(orvana->storageDirectory(), orvana->session()->login())
             + QStringLiteral("/activity/json");
         const QString url = service().baseUrl() + QStringLiteral("/api_active2");
         for (int i = 0; i < kMinutes; ++i) {
             QFile file(folder + QString::number(i));
             file.open(QIODevice::WriteOnly);
-            file.write(QtJson::serialize(QVariantMap {
-                {QStringLiteral("version"), QStringLiteral("0.1")},
-                {QStringLiteral("api-url"), url},
-                {QStringLiteral("body"), minute(i)},
-                {QStringLiteral("timestamp"), QDateTime::currentDateTime().toString(QStringLiteral("dd-MM-yyyy-hh-mm-ss"))}}));
+            file.write(QtJson::serialize(
+                QVariantMap{{QStringLiteral("version"), QStringLiteral("0.1")},
+                            {QStringLiteral("api-url"), url},
+                            {QStringLiteral("body"), minute(i)},
+                            {QStringLiteral("timestamp"),
+                             QDateTime::currentDateTime().toString(QStringLiteral("dd-MM-yyyy-hh-mm-ss"))}}));
         }
         service().clearReceived();
+        const Progress progress(orvana->findChild<QNetworkAccessManager *>());
         StallMeter stalls;
         state.ResumeTiming();
         orvana->sendCachedActivity();
-        waitUntil([&] { return service().reports().size() >= kMinutes; });
-        state.counters["stall_ms"] = stalls.milliseconds();
+        waitUntil([&] { return progress.isDone(); });
         state.PauseTiming();
+        state.counters["stall_ms"] = stalls.milliseconds();
+        state.counters["grown_mb"] = progress.grownMegabytes();
+        if (service().reports().size() != kMinutes)
+            state.SkipWithError("not every minute arrived");
         orvana.reset();
         state.ResumeTiming();
     }
@@ -122,17 +164,19 @@ void drainBare(benchmark::State &state)
                          [](QNetworkReply *reply, const QList<QSslError> &) { reply->ignoreSslErrors(); });
         int sent = 0;
         QNetworkRequest request(QUrl(service().baseUrl() + QStringLiteral("/api_active2")));
-        request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/x-www-form-urlencoded"));
+        request.setHeader(QNetworkRequest::ContentTypeHeader,
+                          QStringLiteral("application/x-www-form-urlencoded"));
         const auto next = [&] { network.post(request, activityPayload(minute(sent++))); };
-        int finished = 0;
+        const Progress progress(&network);
         QObject::connect(&network, &QNetworkAccessManager::finished, &network, [&](QNetworkReply *reply) {
             reply->readAll();
             reply->deleteLater();
-            if (++finished < kMinutes)
+            if (sent < kMinutes)
                 next();
         });
         next();
-        waitUntil([&] { return finished >= kMinutes; });
+        waitUntil([&] { return progress.isDone(); });
+        state.counters["grown_mb"] = progress.grownMegabytes();
     }
 }
 
@@ -143,7 +187,8 @@ QImage desktopPicture()
     QPainter painter(&image);
     for (int i = 0; i < 400; ++i) {
         painter.fillRect((i * 97) % 3600, (i * 61) % 2000, 240, 150, QColor::fromHsv(i * 37 % 360, 90, 230));
-        painter.drawText((i * 97) % 3600, (i * 61) % 2000 + 40, QStringLiteral("Отчёт № %1 за квартал").arg(i));
+        painter.drawText((i * 97) % 3600, (i * 61) % 2000 + 40,
+                         QStringLiteral("Отчёт № %1 за квартал").arg(i));
     }
     return image;
 }

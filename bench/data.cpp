@@ -13,10 +13,13 @@ constexpr unsigned kSeed = 20260101;
 
 const QStringList &words()
 {
-    static const QStringList list = QStringLiteral(
-        "Написать проверить согласовать обновить собрать отчёт статью договор макет страницу каталог обзор \\\"Велосипеды\\\" "
-        "кофемашин новостей раздел поставщиков квартал № 17 2026 карточки товаров фото\\/видео к понедельнику "
-        "C++ API — срочно").split(QLatin1Char(' '));
+    static const QStringList list =
+        QStringLiteral("Написать проверить согласовать обновить собрать отчёт статью договор макет страницу "
+                       "каталог обзор \\\"Велосипеды\\\" "
+                       "кофемашин новостей раздел поставщиков квартал № 17 2026 карточки товаров "
+                       "фото\\/видео к понедельнику "
+                       "C++ API — срочно")
+            .split(QLatin1Char(' '));
     return list;
 }
 
@@ -35,12 +38,13 @@ public:
 
     QString moment()
     {
-        return QDateTime(QDate(2026, 1, 1), QTime(0, 0)).addSecs(number(365 * 86400)).toString(
-            QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+        return QDateTime(QDate(2026, 1, 1), QTime(0, 0))
+            .addSecs(number(365 * 86400))
+            .toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
     }
 
 private:
-    std::mt19937 m_random {kSeed};
+    std::mt19937 m_random{kSeed};
 };
 
 } // namespace
@@ -81,13 +85,15 @@ QByteArray listBodyOfSize(int bytes)
 
 QByteArray taskInfoBody(int id)
 {
-    return QStringLiteral("{\"status\":\"ok\",\"message\":{\"id\":\"%1\",\"title\":\"Задача %1\",\"text\":\"Описание\","
-                          "\"executor_name\":\"Анна\",\"files\":[],\"texts\":[]}}")
+    return QStringLiteral("{\"id\":\"%1\",\"title\":\"Задача %1\",\"text\":\"Описание\","
+                          "\"executor_name\":\"Анна\",\"files\":[],\"texts\":[]}")
         .arg(id)
         .toUtf8();
 }
 
-ReadyReply::ReadyReply(int stage, const QByteArray &body, QObject *parent) : QNetworkReply(parent), m_body(body)
+ReadyReply::ReadyReply(int stage, const QByteArray &body, QObject *parent)
+    : QNetworkReply(parent)
+    , m_body(body)
 {
     setProperty("stage", stage);
     setError(NoError, QString());

@@ -21,6 +21,7 @@ QByteArray listBody(const ListShape &shape);
 // A body of about so many bytes.
 QByteArray listBodyOfSize(int bytes);
 
+// The details of one task, without what is around them in a reply.
 QByteArray taskInfoBody(int id);
 
 // A finished reply as the network hands it over.
@@ -32,8 +33,11 @@ class ReadyReply final : public QNetworkReply
 public:
     ReadyReply(int stage, const QByteArray &body, QObject *parent = nullptr);
 
-    void abort() override {}
-    qint64 bytesAvailable() const override { return m_body.size() - m_read + QNetworkReply::bytesAvailable(); }
+    void abort() override { }
+    qint64 bytesAvailable() const override
+    {
+        return m_body.size() - m_read + QNetworkReply::bytesAvailable();
+    }
     bool isSequential() const override { return true; }
 
 protected:

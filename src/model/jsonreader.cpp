@@ -6,6 +6,8 @@ namespace QtJson {
 
 namespace {
 
+constexpr int kSafeDigits = std::numeric_limits<uint>::digits10;
+
 bool isNumberUnit(ushort c)
 {
     return (c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.' || c == 'e' || c == 'E';
@@ -58,13 +60,24 @@ QVariant Reader::readValue()
     return {};
 }
 
-QString Reader::readText()
+QString Reader::readText(const QString &likely)
 {
     if (!m_ok || peekToken() != Token::String)
         return readValue().toString();
+    // A null text is stored in another form than an empty one.
+    if (!likely.isNull() && skipString(likely))
+        return likely;
     QString storage;
     const QStringView text = readString(storage);
     return storage.isNull() ? text.toString() : storage;
+}
+
+QStringView Reader::readTextView(QString &storage)
+{
+    if (m_ok && peekToken() == Token::String)
+        return readString(storage);
+    storage = readValue().toString();
+    return storage;
 }
 
 QString Reader::shared(QStringView key)
@@ -164,6 +177,12 @@ QVariant Reader::readNumber()
         if ((c < '0' || c > '9') && !(c == '-' && m_index == start))
             isPlain = false;
     }
+    if (isPlain && m_text[start] != '-' && m_index - start <= kSafeDigits) {
+        uint value = 0;
+        for (int i = start; i < m_index; ++i)
+            value = value * 10 + (m_text[i] - '0');
+        return value;
+    }
     const QString run = view(start, m_index).toString();
     bool ok = false;
     if (hasPoint) {
@@ -216,6 +235,32 @@ QStringView Reader::readString(QString &storage)
     }
     m_ok = false;
     return {};
+}
+
+// Goes behind the string at the position when it reads as the likely text. False for
+// the rarer escapes too, and the position stays.
+bool Reader::skipString(const QString &likely)
+{
+    eatWhitespace();
+    int index = m_index + 1;
+    for (const QChar expected : likely) {
+        if (index >= m_size)
+            return false;
+        ushort c = m_text[index++];
+        if (c == '"')
+            return false;
+        if (c == '\\') {
+            c = index < m_size ? m_text[index++] : ushort(0);
+            if (c != '"' && c != '\\' && c != '/')
+                return false;
+        }
+        if (c != expected.unicode())
+            return false;
+    }
+    if (index >= m_size || m_text[index] != '"')
+        return false;
+    m_index = index + 1;
+    return true;
 }
 
 // The position stands behind the backslash. Unknown escapes vanish whole; each

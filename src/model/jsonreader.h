@@ -23,8 +23,11 @@ public:
 
     // Each of these takes up exactly one value.
     QVariant readValue();
-    // The value as QVariant::toString() has it.
-    QString readText();
+    // The value as QVariant::toString() has it. When it is the likely text, that one is
+    // handed out again, and nothing is built.
+    QString readText(const QString &likely = QString());
+    // The same without a copy where that can be: good until storage or the text goes away.
+    QStringView readTextView(QString &storage);
 
     // Calls onElement() before each element; it must take up one value. The
     // reader must be at an array.
@@ -121,6 +124,7 @@ private:
     bool hasWord(int index, const char *word, int length) const;
     QVariant readNumber();
     QStringView readString(QString &storage);
+    bool skipString(const QString &likely);
     bool appendEscape(QString &result);
     QString shared(QStringView key);
     QStringView view(int from, int to) const

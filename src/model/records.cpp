@@ -194,11 +194,11 @@ void registerRecordTypes()
 
 // Read by hand: a list of tens of thousands of tasks holds twice as many of
 // these, and QDateTime::fromString takes several microseconds for each.
-QDateTime parseServiceDateTime(const QString &text)
+QDateTime parseServiceDateTime(QStringView text, const QDateTime &likely)
 {
     if (text.size() != kServiceDateTimeLength)
         return {};
-    const QChar *c = text.constData();
+    const QChar *c = text.data();
     if (c[4] != QLatin1Char('-') || c[7] != QLatin1Char('-') || c[10] != QLatin1Char(' ')
         || c[13] != QLatin1Char(':') || c[16] != QLatin1Char(':'))
         return {};
@@ -210,6 +210,9 @@ QDateTime parseServiceDateTime(const QString &text)
     const QTime time(digits(c + 11, 2), digits(c + 14, 2), digits(c + 17, 2));
     if (!date.isValid() || !time.isValid())
         return {};
+    if (likely.isValid() && likely.timeSpec() == Qt::LocalTime && likely.date() == date
+        && likely.time() == time)
+        return likely;
     return QDateTime(date, time);
 }
 

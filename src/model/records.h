@@ -4,6 +4,7 @@
 #include <QList>
 #include <QMetaType>
 #include <QString>
+#include <QStringView>
 #include <QUrl>
 
 class QDataStream;
@@ -106,6 +107,7 @@ QDataStream &operator>>(QDataStream &stream, QList<TextTask> &textTasks);
 // Makes the records usable in variants, queued signals and settings files.
 void registerRecordTypes();
 
-// "yyyy-MM-dd HH:mm:ss" in local time; invalid when the text is anything else.
-QDateTime parseServiceDateTime(const QString &text);
+// "yyyy-MM-dd HH:mm:ss" in local time; invalid when the text is anything else. A likely
+// result that is right is handed out again: a new one costs a look at the time zone.
+QDateTime parseServiceDateTime(QStringView text, const QDateTime &likely = QDateTime());
 QString serviceDateTimeText(const QDateTime &dateTime);

@@ -109,6 +109,8 @@ QVector<TaskChange> taskChanges(const QList<Task> &oldTasks, const QList<Task> &
 
 bool haveSameContents(const QList<Task> &one, const QList<Task> &other)
 {
+    if (one.isSharedWith(other))
+        return true;
     if (one.size() != other.size())
         return false;
     return std::equal(one.cbegin(), one.cend(), other.cbegin(),

@@ -62,16 +62,17 @@ void Orvana::processTeamsAndTasksReply(QNetworkReply *reply)
 void Orvana::parseTeamsAndTasksReply(const QByteArray &body)
 {
     QList<Team> teams;
-    const QList<TeamTasks> all = parseTeamsAndTasks(body);
+    const QList<TeamTasks> all =
+        parseTeamsAndTasks(body, [this](const QString &teamId) { return m_session->tasks(teamId); });
     teams.reserve(all.size());
     for (const TeamTasks &entry : all) {
         teams.append(entry.team);
         m_session->addTasksData(entry.tasks, entry.team.id);
-        for (const Task &task : entry.tasks) {
-            const bool isKnown = !m_session->taskInfo(task.id).id.isEmpty();
-            if (!isKnown && !task.isCatchAll() && !isExemptTeam(entry.team.id))
-                prefetchTaskInfo(task.id);
-        }
+        const QStringList unknown = m_session->tasksWithoutDetails(entry.team.id);
+        if (isExemptTeam(entry.team.id))
+            continue;
+        for (const QString &taskId : unknown)
+            prefetchTaskInfo(taskId);
     }
     m_session->addTeamsData(teams);
 }

@@ -50,6 +50,7 @@ void Orvana::Session::clear()
     m_taskInfos.clear();
     m_tasksByTeam.clear();
     m_taskIndex.clear();
+    m_detailedTeams.clear();
     m_teams.clear();
     m_teamsChanged = false;
     m_changedTaskLists.clear();
@@ -110,8 +111,8 @@ void Orvana::Session::announceTaskChanges(const QList<Task> &tasks, const QStrin
 {
     if (!hasFile(m_tasksStore))
         return;
-    const QVector<TaskChange> changes
-        = taskChanges(m_tasksByTeam.value(teamId), tasks, !isExemptTeam(teamId));
+    const QVector<TaskChange> changes =
+        taskChanges(m_tasksByTeam.value(teamId), tasks, !isExemptTeam(teamId));
     // All at once: each removal walks through whole lists.
     QSet<QString> gone;
     for (const TaskChange &change : changes) {
@@ -149,10 +150,13 @@ void Orvana::Session::addTaskInfoData(const QString &taskId, const TaskInfo &inf
 {
     m_taskInfos.insert(taskId, info);
     m_changedTaskInfos.insert(taskId);
+    if (info.id.isEmpty())
+        m_detailedTeams.clear();
 }
 
 void Orvana::Session::setTasks(const QString &teamId, const QList<Task> &tasks)
 {
+    m_detailedTeams.remove(teamId);
     QList<Task> &list = m_tasksByTeam[teamId];
     m_taskIndex.replace(teamId, list, tasks);
     list = tasks;
@@ -256,6 +260,21 @@ TaskInfo Orvana::Session::taskInfo(const QString &taskId)
     m_taskInfos.insert(taskId, TaskInfo());
     m_changedTaskInfos.insert(taskId);
     return {};
+}
+
+QStringList Orvana::Session::tasksWithoutDetails(const QString &teamId)
+{
+    QStringList ids;
+    if (m_detailedTeams.contains(teamId))
+        return ids;
+    const QList<Task> all = m_tasksByTeam.value(teamId);
+    for (const Task &task : all) {
+        if (taskInfo(task.id).id.isEmpty() && !task.isCatchAll())
+            ids.append(task.id);
+    }
+    if (ids.isEmpty())
+        m_detailedTeams.insert(teamId);
+    return ids;
 }
 
 void Orvana::Session::setCurrentTaskID(const QString &id)

@@ -54,6 +54,9 @@ public:
     Task task(const QString &teamId, const QString &taskId) const;
     // An unknown id is remembered with empty details.
     TaskInfo taskInfo(const QString &taskId);
+    // In the order of the team's list; remembers all of them as taskInfo() does. The
+    // catch-all task has no details.
+    QStringList tasksWithoutDetails(const QString &teamId);
 
     QString login() const { return m_login; }
     void setLogin(const QString &login) { m_login = login; }
@@ -138,6 +141,8 @@ private:
     QMap<QString, QList<Task>> m_tasksByTeam;
     TaskIndex m_taskIndex;
     QHash<QString, TaskInfo> m_taskInfos;
+    // Teams all of whose tasks have details: nothing to look up until the list changes.
+    QSet<QString> m_detailedTeams;
     QList<Team> m_teams;
     QVariantMap m_task2activeTimeMap;
 

@@ -8,7 +8,6 @@
 namespace {
 
 constexpr int kMaxLoggedBody = 64 * 1024;
-constexpr int kMaxKnownDateTimes = 200000;
 constexpr qint64 kMinutesPerDay = 24 * 60;
 
 QVariant parseBody(const QByteArray &body)
@@ -21,86 +20,141 @@ QString text(const QVariantMap &object, const QString &key)
     return object.value(key).toString();
 }
 
-// A date-time costs a look at the time zone; lists repeat the same ones every
-// minute.
-class DateTimes
+// The tasks that are known of a team, in the order in which a reply is likely to name
+// them: most of a list is the same every minute.
+class KnownList
 {
 public:
-    QDateTime parsed(const QString &text)
+    explicit KnownList(const QList<Task> &tasks)
+        : m_tasks(tasks)
+    { }
+
+    const QList<Task> &tasks() const { return m_tasks; }
+    int position() const { return m_next; }
+    const Task &next() const { return at(m_next); }
+    // Goes to the task with the id, when there is one, and gives an empty task otherwise.
+    const Task &find(const QString &id)
     {
-        const auto known = m_known.constFind(text);
-        if (known != m_known.constEnd())
-            return *known;
-        const QDateTime dateTime = parseServiceDateTime(text);
-        // Whatever else stands in its place may be long, and would be kept.
-        if (!dateTime.isValid())
-            return dateTime;
-        if (m_known.size() >= kMaxKnownDateTimes)
-            m_known.clear();
-        return *m_known.insert(text, dateTime);
+        if (m_positions.isEmpty()) {
+            m_positions.reserve(m_tasks.size());
+            for (int i = 0; i < m_tasks.size(); ++i)
+                m_positions.insert(m_tasks.at(i).id, i);
+        }
+        const int found = m_positions.value(id, m_tasks.size());
+        if (found < m_tasks.size())
+            m_next = found;
+        return at(found);
     }
+    void goOn() { ++m_next; }
 
 private:
-    QHash<QString, QDateTime> m_known;
+    const Task &at(int position) const
+    {
+        static const Task none;
+        return position < m_tasks.size() ? m_tasks.at(position) : none;
+    }
+
+    QList<Task> m_tasks;
+    QHash<QString, int> m_positions;
+    int m_next = 0;
 };
 
-// Anything but an object makes a task without an id.
-Task readTask(QtJson::Reader &reader)
+QDateTime readDateTime(QtJson::Reader &reader, const QDateTime &likely)
 {
-    static DateTimes dateTimes;
+    QString storage;
+    return parseServiceDateTime(reader.readTextView(storage), likely);
+}
+
+// Anything but an object makes a task without an id.
+Task readTask(QtJson::Reader &reader, KnownList &known)
+{
     Task task;
     if (!reader.isAtObject()) {
         reader.readValue();
         return task;
     }
+    const Task *likely = &known.next();
     reader.readObject([&](QStringView key) {
-        if (key == u"id")
-            task.id = reader.readText();
-        else if (key == u"title")
-            task.title = reader.readText();
-        else if (key == u"deadline")
-            task.deadline = dateTimes.parsed(reader.readText());
-        else if (key == u"block")
-            task.block = reader.readText();
-        else if (key == u"last_comment")
-            task.lastComment = dateTimes.parsed(reader.readText());
-        else if (key == u"importance")
+        if (key == u"id") {
+            task.id = reader.readText(likely->id);
+            if (task.id != likely->id)
+                likely = &known.find(task.id);
+        } else if (key == u"title") {
+            task.title = reader.readText(likely->title);
+        } else if (key == u"deadline") {
+            task.deadline = readDateTime(reader, likely->deadline);
+        } else if (key == u"block") {
+            task.block = reader.readText(likely->block);
+        } else if (key == u"last_comment") {
+            task.lastComment = readDateTime(reader, likely->lastComment);
+        } else if (key == u"importance") {
             task.importance = reader.readValue().toInt();
-        else
+        } else {
             reader.readValue();
+        }
     });
     return task;
 }
 
-QList<Task> readTasks(QtJson::Reader &reader)
+// Ends with the catch-all entry. An unchanged list is the known one itself.
+QList<Task> readTasks(QtJson::Reader &reader, const QList<Task> &knownTasks)
 {
     QList<Task> tasks;
-    if (!reader.isAtArray()) {
+    KnownList known(knownTasks);
+    int unchanged = 0;
+    const auto startList = [&] { tasks = knownTasks.mid(0, unchanged); };
+    bool isSame = true;
+    const auto onElement = [&] {
+        const Task task = readTask(reader, known);
+        const bool isKnown = task.id == known.next().id;
+        if (isSame && isKnown && known.position() == unchanged && task.hasSameContents(known.next())) {
+            ++unchanged;
+        } else {
+            if (isSame)
+                startList();
+            isSame = false;
+            tasks.append(task);
+        }
+        if (isKnown)
+            known.goOn();
+    };
+    if (reader.isAtArray())
+        reader.readArray(onElement);
+    else
         reader.readValue();
-        return tasks;
-    }
-    reader.readArray([&] { tasks.append(readTask(reader)); });
+    const bool isComplete =
+        unchanged + 1 == knownTasks.size() && knownTasks.constLast().hasSameContents(Task::catchAll());
+    if (isSame && isComplete)
+        return knownTasks;
+    if (isSame)
+        startList();
+    tasks.append(Task::catchAll());
     return tasks;
 }
 
-TeamTasks readTeam(QtJson::Reader &reader)
+TeamTasks readTeam(QtJson::Reader &reader, const KnownTasks &known)
 {
     TeamTasks entry;
     if (!reader.isAtObject()) {
         reader.readValue();
         return entry;
     }
+    bool hasTasks = false;
     // The last of members with the same name counts, here and above.
     reader.readObject([&](QStringView key) {
-        if (key == u"id")
+        if (key == u"id") {
             entry.team.id = reader.readText();
-        else if (key == u"name")
+        } else if (key == u"name") {
             entry.team.name = reader.readText();
-        else if (key == u"tasks")
-            entry.tasks = readTasks(reader);
-        else
+        } else if (key == u"tasks") {
+            entry.tasks = readTasks(reader, known ? known(entry.team.id) : QList<Task>());
+            hasTasks = true;
+        } else {
             reader.readValue();
+        }
     });
+    if (!hasTasks)
+        entry.tasks.append(Task::catchAll());
     return entry;
 }
 
@@ -151,7 +205,7 @@ QString textOfBody(const QByteArray &body)
 
 // Straight from the text: a tree of variants for tens of thousands of tasks
 // would take longer to build than all that follows.
-QList<TeamTasks> parseTeamsAndTasks(const QByteArray &body)
+QList<TeamTasks> parseTeamsAndTasks(const QByteArray &body, const KnownTasks &known)
 {
     QList<TeamTasks> all;
     const QString text = textOfBody(body);
@@ -159,11 +213,9 @@ QList<TeamTasks> parseTeamsAndTasks(const QByteArray &body)
     if (!reader.isAtArray())
         return all;
     reader.readArray([&] {
-        TeamTasks entry = readTeam(reader);
-        if (entry.team.id.isEmpty())
-            return;
-        entry.tasks.append(Task::catchAll());
-        all.append(entry);
+        const TeamTasks entry = readTeam(reader, known);
+        if (!entry.team.id.isEmpty())
+            all.append(entry);
     });
     return reader.isOk() ? all : QList<TeamTasks>();
 }

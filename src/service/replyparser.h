@@ -7,6 +7,8 @@
 #include <QTime>
 #include <QVariantMap>
 
+#include <functional>
+
 // From the bodies of replies to records. A body is read up to its first NUL
 // byte; what is missing or of another type comes out empty, never as an error.
 
@@ -26,8 +28,11 @@ struct DayTotals
 // Null for an empty body.
 QString textOfBody(const QByteArray &body);
 
+// The list that is known of a team; what has not changed is shared with it.
+using KnownTasks = std::function<QList<Task>(const QString &teamId)>;
+
 // Teams without an id are left out. Anything but a list gives no teams.
-QList<TeamTasks> parseTeamsAndTasks(const QByteArray &body);
+QList<TeamTasks> parseTeamsAndTasks(const QByteArray &body, const KnownTasks &known = {});
 
 // The top-level object; empty when the body is anything else.
 QVariantMap parseObject(const QByteArray &body);

@@ -1,0 +1,209 @@
+#!/usr/bin/env python3
+"""Runs the benchmarks and prints one table: the client beside its yardsticks.
+
+Called by bench.sh, which sets up the desktop, the service and the watcher.
+"""
+
+import argparse
+import json
+import os
+import pathlib
+import shutil
+import statistics
+import subprocess
+import time
+
+LOGIN = "anna@orvana.example"
+MEGABYTE = 1024 * 1024
+
+# what, program, client's benchmark, yardstick's, goal for the ratio, measure
+MICRO = [
+    ("parse a 5 MB body / QJsonDocument", "bench_json", "parseOurs", "parseQt", 0.70, "cpu_time"),
+    ("write the same tree / QJsonDocument", "bench_json", "writeOurs", "writeQt", 0.60, "cpu_time"),
+    ("list of 50,000 tasks, nothing changed / parsing it", "bench_lists", "listUnchanged/all", "parseAlone", 1.5, "cpu_time"),
+    ("the same with ten times the tasks / with a tenth", "bench_lists", "listUnchanged/all", "listUnchanged/tenth", 11, "cpu_time"),
+    ("list with 1 % changed / parsing it", "bench_lists", "listChanged", "parseAlone", 1.7, "cpu_time"),
+    ("save, only the day's counters changed / a small file", "bench_lists", "saveUnchanged", "saveOneSmallFile", 1.3, "real_time"),
+    ("save, one team of 200 changed / its file once", "bench_lists", "saveOneTeamChanged", "writeTaskFileOnce", 1.2, "cpu_time"),
+    ("drain 10,000 minutes / bare posts", "bench_sending", "drainOurs", "drainBare", 1.3, "real_time"),
+    ("a 3840x2160 screenshot / its JPEG encoding", "bench_sending", "screenshotOurs", "screenshotBare", 1.4, "cpu_time"),
+    ("chooser opened on 5,000 tasks / filling a plain box", "bench_chooser", "openChooser", "fillPlainBox", 1.5, "cpu_time"),
+]
+REPETITIONS = {"bench_json": 9, "bench_lists": 7, "bench_sending": 5, "bench_chooser": 9}
+STARTS = 15
+SETTLING = 15  # seconds
+
+
+class Table:
+    def __init__(self):
+        self.rows = []
+
+    def ratio(self, what, ours, yardstick, goal, unit):
+        value = ours / yardstick
+        self.rows.append((what, f"{ours:.4g} {unit}", f"{yardstick:.4g} {unit}", f"{value:.2f}", f"{goal:g}", value <= goal))
+
+    def limit(self, what, ours, goal, unit):
+        self.rows.append((what, f"{ours:.3g} {unit}", "", "", f"{goal:g} {unit}", ours <= goal))
+
+    def print(self):
+        print("| what / yardstick | client | yardstick | ratio | goal | |")
+        print("|---|---|---|---|---|---|")
+        for *cells, met in self.rows:
+            print("| " + " | ".join(cells) + (" | met |" if met else " | MISSED |"))
+        print(f"\n{sum(row[-1] for row in self.rows)} of {len(self.rows)} goals met")
+
+
+def say(text):
+    print(text, flush=True)
+
+
+def micro(build, out, table):
+    results = {}
+    for program, repetitions in REPETITIONS.items():
+        say(f"{program} ...")
+        report = out / f"{program}.json"
+        subprocess.run(
+            [build / "bench" / program, f"--benchmark_repetitions={repetitions}",
+             "--benchmark_enable_random_interleaving=true", f"--benchmark_out={report}", "--benchmark_out_format=json"],
+            check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+            env=dict(os.environ, QT_QPA_PLATFORM="offscreen"))
+        for run in json.loads(report.read_text())["benchmarks"]:
+            if run.get("error_occurred"):
+                raise SystemExit(f"{run['name']}: {run['error_message']}")
+            if run["run_type"] == "iteration":
+                results.setdefault(run["run_name"].split("/iterations")[0], []).append(run)
+    for what, _, ours, yardstick, goal, measure in MICRO:
+        medians = [statistics.median(run[measure] for run in results[name]) for name in (ours, yardstick)]
+        table.ratio(what, *medians, goal, "ms")
+    table.limit("longest stall while draining", statistics.median(run["stall_ms"] for run in results["drainOurs"]), 50, "ms")
+    grown = [statistics.median(run["grown_mb"] for run in results[name]) for name in ("drainOurs", "drainBare")]
+    table.limit("memory gained by draining beyond that of bare posts", grown[0] - grown[1], 1, "MB")
+
+
+def make_storage(root, tracking):
+    """What a client leaves that was used once and knows all lists."""
+    folder = root / ".orvana" / LOGIN
+    folder.mkdir(parents=True, mode=0o700)
+    (root / "tmp").mkdir()
+    (root / ".orvana" / "config.ini").write_text(f"[General]\nlastLogin={LOGIN}\n")
+    session = dict(password="orvana", logged="true", active=str(tracking).lower(), teamID="17", taskID="1704", isOnline="true")
+    (folder / "session.ini").write_text("[General]\n" + "".join(f"{k}={v}\n" for k, v in session.items()))
+    return dict(os.environ, ORVANA_STORAGE_ROOT=str(root), TMPDIR=str(root / "tmp"))
+
+
+def start(command, environment=None):
+    return subprocess.Popen(command, env=environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+
+def stop(process):
+    process.terminate()
+    try:
+        process.wait(20)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.wait()
+
+
+def starts(build, out, table):
+    say("starts ...")
+    environment = make_storage(out / "start", tracking=False)
+    first = start([build / "src/orvana"], environment)
+    time.sleep(5)
+    stop(first)
+    trivial = build / "bench/trivialwindow"
+    programs = {
+        "client": ("Orvana", [build / "src/orvana"]),
+        "trivial": ("Trivial", [trivial]),
+        "defaults": ("Trivial", [trivial, "--defaults"]),
+        "ktimetracker": ("KTimeTracker", ["ktimetracker"]),
+    }
+    taken = {name: [] for name in programs}
+    for number in range(STARTS + 1):
+        for name, (title, command) in programs.items():
+            run = subprocess.run([build / "bench/timedstart", title, *command], env=environment, check=True, capture_output=True)
+            if number > 0:  # the first fills the caches
+                taken[name].append(float(run.stdout))
+    medians = {name: statistics.median(times) for name, times in taken.items()}
+    table.ratio("start to painted / trivial window", medians["client"], medians["trivial"], 1.5, "ms")
+    table.ratio("start / trivial window with Qt's default settings", medians["client"], medians["defaults"], 1, "ms")
+    table.ratio("start / ktimetracker", medians["client"], medians["ktimetracker"], 0.5, "ms")
+
+
+def cpu_seconds(process):
+    """All threads, ended ones included: the process's CPU clock."""
+    return time.clock_gettime(~process.pid << 3 | 2)
+
+
+def pss(process):
+    for line in open(f"/proc/{process.pid}/smaps_rollup"):
+        if line.startswith("Pss:"):
+            return int(line.split()[1]) * 1024 / MEGABYTE
+
+
+def hide(process):
+    window = subprocess.run(["xdotool", "search", "--sync", "--onlyvisible", "--pid", str(process.pid), "--name", "^Orvana$"],
+                            check=True, capture_output=True, text=True, timeout=20).stdout.split()[0]
+    subprocess.run(["xdotool", "key", "--window", window, "Escape"], check=True)
+
+
+def idle(build, out, table, minutes):
+    say(f"{minutes} min side by side ...")
+    client, trivial = build / "src/orvana", build / "bench/trivialwindow"
+    request = os.environ["ORVANA_SERVICE_URL"] + "/api_teams"
+    running = {
+        "idle": start([client], make_storage(out / "idle", tracking=False)),
+        "hidden": start([client], make_storage(out / "hidden", tracking=True)),
+        "visible": start([client], make_storage(out / "visible", tracking=True)),
+        "request": start([trivial, "--request", request]),
+        "clock": start([trivial, "--clock"]),
+        "ktimetracker": start(["ktimetracker"]),
+    }
+    try:
+        time.sleep(SETTLING)
+        hide(running["hidden"])
+        before = {name: cpu_seconds(process) for name, process in running.items()}
+        time.sleep(minutes * 60)
+        cpu = {name: (cpu_seconds(process) - before[name]) * 1000 / minutes for name, process in running.items()}
+        memory = {name: pss(process) for name, process in running.items()}
+    finally:
+        for process in running.values():
+            stop(process)
+    table.ratio("memory (Pss) while tracking / trivial window after a request", memory["visible"], memory["request"], 1.25, "MB")
+    table.ratio("memory (Pss) while tracking / ktimetracker", memory["visible"], memory["ktimetracker"], 0.5, "MB")
+    table.ratio("CPU a minute, tracking, visible / clock label", cpu["visible"], cpu["clock"], 2, "ms")
+    table.ratio("CPU a minute, tracking, hidden / clock label", cpu["hidden"], cpu["clock"], 1, "ms")
+    table.ratio("CPU a minute, idle / ktimetracker", cpu["idle"], cpu["ktimetracker"], 0.5, "ms")
+
+
+def installed(build, out, table):
+    root = out / "installed"
+    subprocess.run(["cmake", "--install", build, "--component", "client", "--strip", "--prefix", root],
+                   check=True, stdout=subprocess.DEVNULL)
+    size = sum(path.lstat().st_size for path in root.rglob("*") if path.is_file())
+    table.limit("installed size without Qt", size / MEGABYTE, 3, "MB")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("build", type=pathlib.Path)
+    parser.add_argument("out", type=pathlib.Path)
+    parser.add_argument("--minutes", type=float, default=10)
+    parser.add_argument("--only", choices=["micro", "starts", "idle", "installed"])
+    arguments = parser.parse_args()
+    build = arguments.build.resolve()
+    shutil.rmtree(arguments.out, ignore_errors=True)
+    arguments.out.mkdir(parents=True)
+    table = Table()
+    parts = {
+        "micro": lambda: micro(build, arguments.out, table),
+        "starts": lambda: starts(build, arguments.out, table),
+        "idle": lambda: idle(build, arguments.out, table, arguments.minutes),
+        "installed": lambda: installed(build, arguments.out, table),
+    }
+    for name, part in parts.items():
+        if arguments.only in (None, name):
+            part()
+    table.print()
+
+
+main()
