@@ -29,8 +29,9 @@ public:
         : m_tasks(tasks)
     { }
 
-    const QList<Task> &tasks() const { return m_tasks; }
     int position() const { return m_next; }
+    bool hasNext() const { return m_next < m_tasks.size(); }
+    // An empty task behind the last.
     const Task &next() const { return at(m_next); }
     // Goes to the task with the id, when there is one, and gives an empty task otherwise.
     const Task &find(const QString &id)
@@ -106,7 +107,7 @@ QList<Task> readTasks(QtJson::Reader &reader, const QList<Task> &knownTasks)
     bool isSame = true;
     const auto onElement = [&] {
         const Task task = readTask(reader, known);
-        const bool isKnown = task.id == known.next().id;
+        const bool isKnown = known.hasNext() && task.id == known.next().id;
         if (isSame && isKnown && known.position() == unchanged && task.hasSameContents(known.next())) {
             ++unchanged;
         } else {

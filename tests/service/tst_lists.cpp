@@ -88,6 +88,9 @@ private slots:
         QCOMPARE(show(parseTeamsAndTasks('\0' + input.toUtf8())), QString());
     }
 
+    void takesOverWhatIsKnown_data();
+    void takesOverWhatIsKnown();
+
     void readsDetails_data()
     {
         addRows(
@@ -189,6 +192,61 @@ private slots:
         QCOMPARE(found(false), result.section(s("7:"), 0, 0).trimmed());
     }
 };
+
+void TestLists::takesOverWhatIsKnown_data()
+{
+    QTest::addColumn<QByteArray>("known");
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<bool>("isShared");
+    const QByteArray seven =
+        R"({"id":"7","title":"\u0416ук \"\/\\","deadline":"2024-03-01 18:00:00","importance":1})";
+    const QByteArray eight = R"({"id":"8","title":"","block":"1","last_comment":"2024-02-29 09:30:15"})";
+    const QByteArray nine = R"({"title":"T","id":"9"})";
+    const auto list = [](const QByteArrayList &tasks) {
+        return QByteArray(R"([{"id":"3","tasks":[)" + tasks.join(',') + "]}]");
+    };
+    const auto changed = [](QByteArray task, const char *from, const char *to) {
+        return task.replace(from, to);
+    };
+    QTest::newRow("nothing known") << QByteArray("[]") << list({seven, eight}) << false;
+    QTest::newRow("the same") << list({seven, eight, nine}) << list({seven, eight, nine}) << true;
+    QTest::newRow("the same in other words")
+        << list({seven}) << list({changed(seven, "\\u0416", "Ж")}) << true;
+    QTest::newRow("no tasks") << list({}) << list({}) << true;
+    QTest::newRow("an empty task") << list({}) << list({"{}", "null"}) << false;
+    QTest::newRow("longer") << list({seven, eight}) << list({nine, seven, eight}) << false;
+    QTest::newRow("shorter") << list({seven, eight, nine}) << list({seven, eight}) << false;
+    QTest::newRow("one gone") << list({seven, eight, nine}) << list({eight, nine}) << false;
+    QTest::newRow("turned round") << list({seven, eight, nine}) << list({nine, eight, seven}) << false;
+    QTest::newRow("twice") << list({seven, eight}) << list({seven, seven, eight, eight}) << false;
+    QTest::newRow("title longer") << list({seven}) << list({changed(seven, "ук", "уки")}) << false;
+    QTest::newRow("title shorter") << list({seven, eight}) << list({changed(seven, "ук", ""), eight})
+                                   << false;
+    QTest::newRow("deadline") << list({seven, eight}) << list({changed(seven, "18:00:00", "18:00:01"), eight})
+                              << false;
+    QTest::newRow("no deadline") << list({seven}) << list({changed(seven, "2024-03-01 18:00:00", "")})
+                                 << false;
+    QTest::newRow("comment") << list({seven, eight}) << list({seven, changed(eight, "02-29", "02-28")})
+                             << false;
+    QTest::newRow("block") << list({eight}) << list({changed(eight, "\"1\"", "\"\"")}) << false;
+    QTest::newRow("importance") << list({seven, eight}) << list({changed(seven, ":1", ":2"), eight}) << false;
+    QTest::newRow("broken off") << list({seven, eight}) << list({seven, eight}).chopped(4) << false;
+}
+
+// What is known may make reading cheaper, never its result another one.
+void TestLists::takesOverWhatIsKnown()
+{
+    QFETCH(QByteArray, known);
+    QFETCH(QByteArray, body);
+    QFETCH(bool, isShared);
+    QList<Task> before;
+    if (!parseTeamsAndTasks(known).isEmpty())
+        before = parseTeamsAndTasks(known).constFirst().tasks;
+    const QList<TeamTasks> after = parseTeamsAndTasks(
+        body, [&](const QString &teamId) { return teamId == QLatin1String("3") ? before : QList<Task>(); });
+    QCOMPARE(show(after), show(parseTeamsAndTasks(body)));
+    QCOMPARE(!after.isEmpty() && after.constFirst().tasks.isSharedWith(before), isShared);
+}
 
 QTEST_GUILESS_MAIN(TestLists)
 
