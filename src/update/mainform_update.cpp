@@ -57,9 +57,9 @@ bool MainForm::installUpdate()
         return true;
     }
     // The updater outlives this program; the end of its process object would kill it.
-    static QVector<QProcess *> updaters;
+    static auto *updaters = new QVector<QProcess *>;
     auto *updater = new QProcess;
-    updaters.append(updater);
+    updaters->append(updater);
     updater->start(QStringLiteral("gksudo"), {QStringLiteral("-k"), QStringLiteral("ORTM-update")});
     return true;
 }
