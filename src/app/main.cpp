@@ -21,6 +21,8 @@
 #include <QProcess>
 #include <QTranslator>
 
+#include <csignal>
+
 #include <sys/stat.h>
 
 namespace {
@@ -36,6 +38,8 @@ void prepareProcess()
 {
     // The storage directory holds the password and pictures of the desktop.
     umask(S_IRWXG | S_IRWXO);
+    // Who reads the standard output may go before this program does.
+    std::signal(SIGPIPE, SIG_IGN);
     // Widgets need no OpenGL; loading it takes more memory than the client.
     if (!qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION"))
         qputenv("QT_XCB_GL_INTEGRATION", "none");

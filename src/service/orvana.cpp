@@ -13,6 +13,8 @@
 #include <QPushButton>
 #include <QTextCodec>
 
+#include <algorithm>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -141,9 +143,8 @@ void Orvana::removeDir(const QString &path)
     QDir folder(path);
     if (!folder.exists())
         return;
-    const QFileInfoList entries
-        = folder.entryInfoList(QDir::NoDotAndDotDot | QDir::System | QDir::Hidden | QDir::AllDirs | QDir::Files,
-                               QDir::DirsFirst);
+    const QFileInfoList entries = folder.entryInfoList(
+        QDir::NoDotAndDotDot | QDir::System | QDir::Hidden | QDir::AllDirs | QDir::Files, QDir::DirsFirst);
     for (const QFileInfo &entry : entries) {
         // A link to a folder is a file here: what it points to is not ours.
         if (entry.isDir() && !entry.isSymLink())
@@ -225,7 +226,8 @@ QNetworkReply *Orvana::get(Stage stage, const QString &path, const RequestFields
 QNetworkReply *Orvana::post(Stage stage, const QUrl &url, const QByteArray &body)
 {
     QNetworkRequest request(url);
-    request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/x-www-form-urlencoded"));
+    request.setHeader(QNetworkRequest::ContentTypeHeader,
+                      QStringLiteral("application/x-www-form-urlencoded"));
     request.setHeader(QNetworkRequest::ContentLengthHeader, body.size());
     auto *device = new OneShotBody(body, nullptr);
     QNetworkReply *reply = m_network.post(request, device);
@@ -258,6 +260,22 @@ void Orvana::replyFinished(QNetworkReply *reply)
     if (stage == TaskDetails)
         prefetchDone(reply->property("task_id").toString());
     reply->deleteLater();
+    if (m_hasBrokenConnections)
+        QMetaObject::invokeMethod(this, &Orvana::forgetBrokenConnections, Qt::QueuedConnection);
+}
+
+// Qt keeps some kilobytes of every encrypted connection that broke until the service
+// has not been asked anything for two minutes, and it is asked every minute. Letting
+// go of them would also take those along that still wait.
+void Orvana::forgetBrokenConnections()
+{
+    const auto replies = m_network.findChildren<QNetworkReply *>(QString(), Qt::FindDirectChildrenOnly);
+    const bool isBusy = std::any_of(replies.cbegin(), replies.cend(),
+                                    [](const QNetworkReply *reply) { return reply->isRunning(); });
+    if (isBusy || !m_hasBrokenConnections)
+        return;
+    m_hasBrokenConnections = false;
+    m_network.clearConnectionCache();
 }
 
 // The account may be changed while replies are under way; one user's lists and
@@ -301,6 +319,7 @@ void Orvana::handleReply(int stage, QNetworkReply *reply)
 
 void Orvana::handleTransportError(int stage, QNetworkReply *reply)
 {
+    m_hasBrokenConnections = true;
     const auto errors = QMetaEnum::fromType<QNetworkReply::NetworkError>();
     qDebug() << "Request: " << reply->request().url();
     qDebug() << "Reply finished:" << errors.valueToKey(reply->error()) << " - " << reply->errorString();
@@ -313,8 +332,8 @@ void Orvana::handleTransportError(int stage, QNetworkReply *reply)
         break;
     case DeadlineChange:
         NotificationManager::instance()->addNotification(
-            QStringLiteral("Запрос на продление задачи не удалось отправить, повторите попытку позже."), Plain,
-            QString());
+            QStringLiteral("Запрос на продление задачи не удалось отправить, повторите попытку позже."),
+            Plain, QString());
         break;
     case TaskDetails:
         // The request stores its id under "task_id"; asking for "id" finds none,
@@ -375,8 +394,8 @@ void Orvana::sslErrorHandler(QNetworkReply *qnr, const QList<QSslError> &errors)
         return;
     m_toldCertificate = true;
     NotificationManager::instance()->addNotification(
-        QStringLiteral("Сертификат сервера не прошёл проверку. Обратитесь к системному администратору."), Plain,
-        QString());
+        QStringLiteral("Сертификат сервера не прошёл проверку. Обратитесь к системному администратору."),
+        Plain, QString());
 }
 
 void Orvana::networkAccessibleChangedHandler(QNetworkAccessManager::NetworkAccessibility networkAccessibility)

@@ -124,6 +124,7 @@ private:
     QNetworkReply *post(Stage stage, const QUrl &url, const QByteArray &body);
     RequestFields credentials(const Session &session) const;
     void limitLength(QNetworkReply *reply);
+    void forgetBrokenConnections();
 
     void processCheckLoginReply(QNetworkReply *reply);
     void processTeamsAndTasksReply(QNetworkReply *reply);
@@ -167,6 +168,7 @@ private:
     bool m_toldUnwritten = false;
     int m_loginAttempts = 0;
     bool m_toldCertificate = false;
+    bool m_hasBrokenConnections = false;
     QQueue<QString> m_prefetchOrder;
     QSet<QString> m_prefetchQueue; // what m_prefetchOrder holds
     QSet<QString> m_prefetching;

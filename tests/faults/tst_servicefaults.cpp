@@ -1,6 +1,7 @@
 #include "offlineclient.h"
 #include "scriptedserver.h"
 #include "texts.h"
+#include "urlcatcher.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -49,6 +50,8 @@ private slots:
     void credentialsStayHere_data();
     void credentialsStayHere();
     void noSuchHost();
+    void opened_data();
+    void opened();
     void damagedFields_data();
     void damagedFields();
 };
@@ -200,6 +203,41 @@ void TestServiceFaults::noSuchHost()
     QTRY_COMPARE_WITH_TIMEOUT(client->pendingActivityRequests(), 0, kLimit);
     QCOMPARE(reasons, texts({"Ошибка соединения. "}));
     QCOMPARE(QDir(client.path(s("user/activity"))).entryList({s("json*")}, QDir::Files).size(), 2);
+}
+
+// Ids and addresses come from the service; the desktop opens web pages only.
+void TestServiceFaults::opened_data()
+{
+    QTest::addColumn<QString>("asked"); // "id:" before the id of a task
+    QTest::addColumn<QStringList>("address");
+    const auto row = [](const char *asked, const QStringList &address) {
+        QTest::newRow(asked) << s(asked) << address;
+    };
+    const auto page = [](const char *id) {
+        return QStringList{s("https://service.invalid/task?id=") + s(id)};
+    };
+    row("id:7", page("7"));
+    row("id:7&login=x#y", page("7%26login%3Dx%23y"));
+    row("id:../../x?y", page("..%2F..%2Fx%3Fy"));
+    row("id:\r\nHost: x", page("%0D%0AHost%3A x"));
+    row("id:--help $(x) `x` %s%n", page("--help %24%28x%29 %60x%60 %25s%25n"));
+    row("http://page.invalid/a", texts({"http://page.invalid/a"}));
+    row("HTTPS://page.invalid/a", texts({"https://page.invalid/a"}));
+    for (const char *refused : {"file:///etc/passwd", "FILE:/etc/passwd", "javascript:alert(1)", "mailto:a@b",
+                                "data:text/html,x", "/etc/passwd", "--help", "qrc:/images/main.png", ""})
+        row(refused, {});
+}
+
+void TestServiceFaults::opened()
+{
+    QFETCH(QString, asked);
+    OfflineClient client;
+    const UrlCatcher desktop;
+    if (asked.startsWith(s("id:")))
+        client->openTaskUrl(asked.mid(3));
+    else
+        client->openUrl(asked);
+    QTEST(desktop.opened, "address");
 }
 
 namespace {
