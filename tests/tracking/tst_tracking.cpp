@@ -326,7 +326,9 @@ private:
     void verifyTracking(bool tracking)
     {
         QCOMPARE(m_bench->session()->isActive(), tracking);
-        QCOMPARE(m_bench->child<QPushButton>("pbPlay")->isChecked(), tracking);
+        const auto *play = m_bench->child<QPushButton>("pbPlay");
+        QCOMPARE(play->isChecked(), tracking);
+        QCOMPARE(play->styleSheet().contains(s("pbPause")), tracking);
         QCOMPARE(m_bench->child<QAction>("actionStartStop")->text() == s("Стоп"), tracking);
         for (const char *timer : kTrackingTimers)
             QCOMPARE(runs(timer), tracking);
