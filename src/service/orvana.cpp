@@ -79,7 +79,6 @@ QString upToFirstNul(const QString &text)
 
 Orvana::Orvana(QObject *parent)
     : QObject(parent)
-    , m_network(this)
     , m_serviceUrl(Deployment::serviceUrl())
     , m_verifyCertificates(Deployment::verifyCertificates())
 {
@@ -97,11 +96,6 @@ Orvana::Orvana(QObject *parent)
     m_loginAttempt = new Session(this, this);
     if (usable)
         removeDeprecatedFiles();
-
-    connect(&m_network, &QNetworkAccessManager::finished, this, &Orvana::replyFinished);
-    connect(&m_network, &QNetworkAccessManager::sslErrors, this, &Orvana::sslErrorHandler);
-    connect(&m_network, &QNetworkAccessManager::networkAccessibleChanged, this,
-            &Orvana::networkAccessibleChangedHandler);
 }
 
 Orvana::~Orvana()
@@ -141,9 +135,8 @@ void Orvana::removeDir(const QString &path)
     QDir folder(path);
     if (!folder.exists())
         return;
-    const QFileInfoList entries
-        = folder.entryInfoList(QDir::NoDotAndDotDot | QDir::System | QDir::Hidden | QDir::AllDirs | QDir::Files,
-                               QDir::DirsFirst);
+    const QFileInfoList entries = folder.entryInfoList(
+        QDir::NoDotAndDotDot | QDir::System | QDir::Hidden | QDir::AllDirs | QDir::Files, QDir::DirsFirst);
     for (const QFileInfo &entry : entries) {
         // A link to a folder is a file here: what it points to is not ours.
         if (entry.isDir() && !entry.isSymLink())
@@ -210,12 +203,24 @@ RequestFields Orvana::credentials(const Session &session) const
             {QStringLiteral("password"), upToFirstNul(session.password())}};
 }
 
+QNetworkAccessManager *Orvana::network()
+{
+    if (m_network)
+        return m_network;
+    m_network = new QNetworkAccessManager(this);
+    connect(m_network, &QNetworkAccessManager::finished, this, &Orvana::replyFinished);
+    connect(m_network, &QNetworkAccessManager::sslErrors, this, &Orvana::sslErrorHandler);
+    connect(m_network, &QNetworkAccessManager::networkAccessibleChanged, this,
+            &Orvana::networkAccessibleChangedHandler);
+    return m_network;
+}
+
 QNetworkReply *Orvana::get(Stage stage, const QString &path, const RequestFields &fields)
 {
     QUrl url(m_serviceUrl + path);
     if (!fields.isEmpty())
         url.setQuery(QString::fromLatin1(encodeFields(fields)), QUrl::StrictMode);
-    QNetworkReply *reply = m_network.get(QNetworkRequest(url));
+    QNetworkReply *reply = network()->get(QNetworkRequest(url));
     reply->setProperty("stage", static_cast<int>(stage));
     reply->setProperty(kUserProperty, m_session->login());
     limitLength(reply);
@@ -225,10 +230,11 @@ QNetworkReply *Orvana::get(Stage stage, const QString &path, const RequestFields
 QNetworkReply *Orvana::post(Stage stage, const QUrl &url, const QByteArray &body)
 {
     QNetworkRequest request(url);
-    request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/x-www-form-urlencoded"));
+    request.setHeader(QNetworkRequest::ContentTypeHeader,
+                      QStringLiteral("application/x-www-form-urlencoded"));
     request.setHeader(QNetworkRequest::ContentLengthHeader, body.size());
     auto *device = new OneShotBody(body, nullptr);
-    QNetworkReply *reply = m_network.post(request, device);
+    QNetworkReply *reply = network()->post(request, device);
     device->setParent(reply);
     reply->setProperty("stage", static_cast<int>(stage));
     limitLength(reply);
@@ -313,8 +319,8 @@ void Orvana::handleTransportError(int stage, QNetworkReply *reply)
         break;
     case DeadlineChange:
         NotificationManager::instance()->addNotification(
-            QStringLiteral("Запрос на продление задачи не удалось отправить, повторите попытку позже."), Plain,
-            QString());
+            QStringLiteral("Запрос на продление задачи не удалось отправить, повторите попытку позже."),
+            Plain, QString());
         break;
     case TaskDetails:
         // The request stores its id under "task_id"; asking for "id" finds none,
@@ -375,8 +381,8 @@ void Orvana::sslErrorHandler(QNetworkReply *qnr, const QList<QSslError> &errors)
         return;
     m_toldCertificate = true;
     NotificationManager::instance()->addNotification(
-        QStringLiteral("Сертификат сервера не прошёл проверку. Обратитесь к системному администратору."), Plain,
-        QString());
+        QStringLiteral("Сертификат сервера не прошёл проверку. Обратитесь к системному администратору."),
+        Plain, QString());
 }
 
 void Orvana::networkAccessibleChangedHandler(QNetworkAccessManager::NetworkAccessibility networkAccessibility)
