@@ -81,7 +81,6 @@ QString upToFirstNul(const QString &text)
 
 Orvana::Orvana(QObject *parent)
     : QObject(parent)
-    , m_network(this)
     , m_serviceUrl(Deployment::serviceUrl())
     , m_verifyCertificates(Deployment::verifyCertificates())
 {
@@ -99,11 +98,6 @@ Orvana::Orvana(QObject *parent)
     m_loginAttempt = new Session(this, this);
     if (usable)
         removeDeprecatedFiles();
-
-    connect(&m_network, &QNetworkAccessManager::finished, this, &Orvana::replyFinished);
-    connect(&m_network, &QNetworkAccessManager::sslErrors, this, &Orvana::sslErrorHandler);
-    connect(&m_network, &QNetworkAccessManager::networkAccessibleChanged, this,
-            &Orvana::networkAccessibleChangedHandler);
 }
 
 Orvana::~Orvana()
@@ -211,12 +205,24 @@ RequestFields Orvana::credentials(const Session &session) const
             {QStringLiteral("password"), upToFirstNul(session.password())}};
 }
 
+QNetworkAccessManager *Orvana::network()
+{
+    if (m_network)
+        return m_network;
+    m_network = new QNetworkAccessManager(this);
+    connect(m_network, &QNetworkAccessManager::finished, this, &Orvana::replyFinished);
+    connect(m_network, &QNetworkAccessManager::sslErrors, this, &Orvana::sslErrorHandler);
+    connect(m_network, &QNetworkAccessManager::networkAccessibleChanged, this,
+            &Orvana::networkAccessibleChangedHandler);
+    return m_network;
+}
+
 QNetworkReply *Orvana::get(Stage stage, const QString &path, const RequestFields &fields)
 {
     QUrl url(m_serviceUrl + path);
     if (!fields.isEmpty())
         url.setQuery(QString::fromLatin1(encodeFields(fields)), QUrl::StrictMode);
-    QNetworkReply *reply = m_network.get(QNetworkRequest(url));
+    QNetworkReply *reply = network()->get(QNetworkRequest(url));
     reply->setProperty("stage", static_cast<int>(stage));
     reply->setProperty(kUserProperty, m_session->login());
     limitLength(reply);
@@ -230,7 +236,7 @@ QNetworkReply *Orvana::post(Stage stage, const QUrl &url, const QByteArray &body
                       QStringLiteral("application/x-www-form-urlencoded"));
     request.setHeader(QNetworkRequest::ContentLengthHeader, body.size());
     auto *device = new OneShotBody(body, nullptr);
-    QNetworkReply *reply = m_network.post(request, device);
+    QNetworkReply *reply = network()->post(request, device);
     device->setParent(reply);
     reply->setProperty("stage", static_cast<int>(stage));
     limitLength(reply);

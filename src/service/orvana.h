@@ -122,6 +122,7 @@ private:
     void handleTransportError(int stage, QNetworkReply *reply);
     QNetworkReply *get(Stage stage, const QString &path, const RequestFields &fields);
     QNetworkReply *post(Stage stage, const QUrl &url, const QByteArray &body);
+    QNetworkAccessManager *network();
     RequestFields credentials(const Session &session) const;
     void limitLength(QNetworkReply *reply);
     void forgetBrokenConnections();
@@ -156,7 +157,8 @@ private:
     QDir m_storage;
     Session *m_session = nullptr;
     Session *m_loginAttempt = nullptr;
-    QNetworkAccessManager m_network;
+    // Made for the first request: it takes longer than all the rest of the client.
+    QNetworkAccessManager *m_network = nullptr;
     int m_pendingActivity = 0;
     bool m_cleanMode = false;
 

@@ -168,9 +168,9 @@ void Orvana::sendActivityFile(QFile *file)
             QStringLiteral("Сделать снимок экрана не удалось. Свяжитесь с техподдержкой."), Plain, QString());
     }
 
-    if (m_network.networkAccessible() == QNetworkAccessManager::NotAccessible) {
+    if (network()->networkAccessible() == QNetworkAccessManager::NotAccessible) {
         qDebug() << "Network is not accessbile! Try to fix it.";
-        m_network.setNetworkAccessible(QNetworkAccessManager::Accessible);
+        network()->setNetworkAccessible(QNetworkAccessManager::Accessible);
     }
 
     QNetworkReply *reply = post(SendActivity, QUrl(url), activityPayload(body));

@@ -62,7 +62,6 @@ void MainForm::initTimers()
     m_checkNeedCloseTimer.start();
     m_updateCommentsTimer.start();
     m_syncTimeTimer.start();
-    syncTime();
 }
 
 void MainForm::setStartStopText(const QString &text)

@@ -13,14 +13,21 @@ AbstractOrvanaForm::AbstractOrvanaForm(QWidget *parent) : QDialog(parent)
 
 void AbstractOrvanaForm::setBackground(const QString &path)
 {
-    m_background = Artwork::load(path);
-    update();
+    m_backgroundPath = path;
 }
 
 void AbstractOrvanaForm::showEvent(QShowEvent *event)
 {
+    m_background = Artwork::load(m_backgroundPath);
     Artwork::trimToPane(this, m_background);
     QDialog::showEvent(event);
+}
+
+// Most of these windows are hidden nearly all day, and a picture takes up to a megabyte.
+void AbstractOrvanaForm::hideEvent(QHideEvent *event)
+{
+    QDialog::hideEvent(event);
+    m_background = QImage();
 }
 
 void AbstractOrvanaForm::paintEvent(QPaintEvent *event)

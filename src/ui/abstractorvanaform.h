@@ -19,13 +19,15 @@ protected:
     void setBackground(const QString &path);
 
     void showEvent(QShowEvent *event) override;
+    void hideEvent(QHideEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;
     void mouseReleaseEvent(QMouseEvent *event) override;
 
 private:
-    QImage m_background;
+    QString m_backgroundPath;
+    QImage m_background; // null while the window is hidden
     QPoint m_grip; // from the window's corner to the pointer
     bool m_dragging = false;
 };

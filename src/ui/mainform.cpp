@@ -24,6 +24,11 @@
 
 namespace {
 
+using namespace std::chrono_literals;
+
+constexpr auto kAfterPaint = 10ms; // what is painted goes out when the event loop rests
+constexpr auto kLongestWaitForPaint = 1s; // on a desktop that does not show the window
+
 const QMargins kTaskTextMargins(4, 2, 4, 2); // room for the focus ring
 const QString kPickTask = QStringLiteral("Выбрать задачу");
 const QString kTimeExtendStyle = QStringLiteral(
@@ -104,12 +109,6 @@ MainForm::MainForm(Orvana *orvana, QWidget *parent)
     updatePlayBtn();
     updateTimerLbl();
     updateOverdueTime();
-    m_orvana->requestCheckUpdate();
-
-    m_taskListForm = new TaskListForm(m_orvana, this);
-    m_taskForm = new TaskForm(this, this);
-    connect(m_taskForm, &TaskForm::accepted, this, &MainForm::onTaskFormAccepted);
-    m_aboutForm = std::make_unique<AboutForm>(m_orvana, nullptr);
 
     NotificationManager::instance()->setMainForm(this);
     onTaskChange();
@@ -118,6 +117,7 @@ MainForm::MainForm(Orvana *orvana, QWidget *parent)
 
     auto *escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
     connect(escape, &QShortcut::activated, this, &MainForm::hideAll);
+    QTimer::singleShot(kLongestWaitForPaint, this, &MainForm::finishStart);
 }
 
 MainForm::~MainForm()
@@ -168,8 +168,21 @@ void MainForm::initTrayIcon()
     m_trayIcon->setContextMenu(m_trayMenu.get());
     connect(m_trayIcon, &QSystemTrayIcon::activated, this, &MainForm::trayActivated);
     updateTrayIcon();
+}
+
+// The window comes first: the tray icon, the library for encrypted requests and the
+// windows that are opened from this one take longer than it does.
+void MainForm::finishStart()
+{
+    if (m_taskForm)
+        return;
     // An icon shown without a tray docks by itself as soon as one comes.
     m_trayIcon->show();
+    syncTime();
+    m_orvana->requestCheckUpdate();
+    m_taskListForm = new TaskListForm(m_orvana, this);
+    m_taskForm = new TaskForm(this, this);
+    connect(m_taskForm, &TaskForm::accepted, this, &MainForm::onTaskFormAccepted);
 }
 
 // The corner under which the popups are stacked.
@@ -389,4 +402,7 @@ void MainForm::paintEvent(QPaintEvent *event)
     Q_UNUSED(event)
     QPainter painter(this);
     Artwork::drawPane(painter, rect(), m_background);
+    if (!m_wasPainted)
+        QTimer::singleShot(kAfterPaint, this, &MainForm::finishStart);
+    m_wasPainted = true;
 }

@@ -118,6 +118,7 @@ private slots:
 private:
     void initMenu();
     void initTrayIcon();
+    void finishStart();
     void connectSignals();
     void placeOnScreen();
     void stayReachable();
@@ -142,6 +143,7 @@ private:
     QString m_playStyle;
     QString m_trayIconName;
     bool m_wasShown = false;
+    bool m_wasPainted = false;
 
     QTimer m_sendActivityTimer;
     QTimer m_checkUpdateTimer;

@@ -122,6 +122,7 @@ void MainForm::on_pbMinimize_clicked()
 
 void MainForm::on_pbTask_clicked()
 {
+    finishStart();
     m_taskForm->update();
     Artwork::centre(m_taskForm, this);
     m_taskForm->show();
@@ -131,6 +132,7 @@ void MainForm::on_pbTask_clicked()
 
 void MainForm::on_pbTaskList_clicked()
 {
+    finishStart();
     m_taskListForm->toggle();
 }
 
@@ -180,6 +182,8 @@ void MainForm::on_actionChangeAccount_triggered()
 
 void MainForm::on_actionAbout_triggered()
 {
+    if (!m_aboutForm)
+        m_aboutForm = std::make_unique<AboutForm>(m_orvana, nullptr);
     m_aboutForm->update();
     Artwork::centre(m_aboutForm.get(), this);
     m_aboutForm->show();

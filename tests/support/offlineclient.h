@@ -85,6 +85,8 @@ public:
     {
         QVector<std::shared_ptr<QNetworkReply>> requests;
         auto *network = m_orvana->findChild<QNetworkAccessManager *>();
+        if (!network)
+            return requests;
         const auto replies = network->findChildren<QNetworkReply *>(QString(), Qt::FindDirectChildrenOnly);
         for (QNetworkReply *reply : replies) {
             reply->setParent(nullptr);

@@ -4,6 +4,7 @@
 #include "testclient.h"
 #include "texts.h"
 #include "ui/mainform.h"
+#include "ui/taskform.h"
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -52,8 +53,7 @@ public:
     /// All replies are in.
     bool settle() const
     {
-        const auto *network = orvana()->findChild<QNetworkAccessManager *>();
-        return QTest::qWaitFor([network] { return network->findChildren<QNetworkReply *>().isEmpty(); },
+        return QTest::qWaitFor([this] { return orvana()->findChildren<QNetworkReply *>().isEmpty(); },
                                TestClient::waitLimit);
     }
 
@@ -62,7 +62,10 @@ public:
     {
         form = std::make_unique<MainForm>(orvana());
         form->show();
-        const bool ready = QTest::qWaitForWindowExposed(form.get()) && settle();
+        // The chooser comes with the first requests, once the window was painted.
+        const auto isComplete = [this] { return form->findChild<TaskForm *>() != nullptr; };
+        const bool ready = QTest::qWaitForWindowExposed(form.get())
+            && QTest::qWaitFor(isComplete, TestClient::waitLimit) && settle();
         dropPopups();
         server().clearRequests();
         return ready;
