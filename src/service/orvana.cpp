@@ -275,13 +275,13 @@ void Orvana::replyFinished(QNetworkReply *reply)
 // go of them would also take those along that still wait.
 void Orvana::forgetBrokenConnections()
 {
-    const auto replies = m_network.findChildren<QNetworkReply *>(QString(), Qt::FindDirectChildrenOnly);
+    const auto replies = m_network->findChildren<QNetworkReply *>(QString(), Qt::FindDirectChildrenOnly);
     const bool isBusy = std::any_of(replies.cbegin(), replies.cend(),
                                     [](const QNetworkReply *reply) { return reply->isRunning(); });
     if (isBusy || !m_hasBrokenConnections)
         return;
     m_hasBrokenConnections = false;
-    m_network.clearConnectionCache();
+    m_network->clearConnectionCache();
 }
 
 // The account may be changed while replies are under way; one user's lists and
