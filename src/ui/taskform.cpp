@@ -1,26 +1,18 @@
 #include "ui/taskform.h"
 
-#include "service/listchanges.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
 #include "ui/artwork.h"
 #include "ui/mainform.h"
+#include "ui/offeredtasks.h"
 #include "ui/tooltips.h"
 #include "ui_taskform.h"
 
 #include <QSignalBlocker>
-#include <QStandardItemModel>
 
 #include <algorithm>
 
 namespace {
-
-QString itemText(const Task &task)
-{
-    if (!task.deadline.isValid())
-        return task.title;
-    return task.title + QStringLiteral(" | Истекает: ") + serviceDateTimeText(task.deadline);
-}
 
 int indexOfId(const QComboBox *box, const QString &id)
 {
@@ -34,13 +26,17 @@ int indexOfId(const QComboBox *box, const QString &id)
 } // namespace
 
 TaskForm::TaskForm(MainForm *mainForm, QWidget *parent)
-    : AbstractOrvanaForm(parent), m_ui(std::make_unique<Ui::TaskForm>()), m_mainForm(mainForm)
+    : AbstractOrvanaForm(parent)
+    , m_ui(std::make_unique<Ui::TaskForm>())
+    , m_mainForm(mainForm)
 {
     m_ui->setupUi(this);
     m_ui->pbOk->setObjectName(QStringLiteral("pbOrvana"));
     m_ui->pbCancel->setObjectName(QStringLiteral("pbOrvana"));
     m_ui->cbTeam->setPlaceholderText(QStringLiteral("Команд пока нет"));
     m_ui->cbTask->setPlaceholderText(QStringLiteral("Задач пока нет"));
+    m_tasks = new OfferedTasks([mainForm](const Task &task) { return mainForm->getTaskIcon(task); }, this);
+    m_ui->cbTask->setModel(m_tasks);
     setBackground(QStringLiteral(":/images/main.png"));
     setWindowModality(Qt::WindowModal);
     ensurePolished();
@@ -119,31 +115,12 @@ void TaskForm::refreshed()
     on_cbTeam_currentIndexChanged(index);
 }
 
-void TaskForm::fillTasks(const QList<Task> &tasks)
-{
-    m_ui->cbTask->clear();
-    // Items are collected first: the box looks at its model after every single
-    // insertion.
-    QList<QStandardItem *> items;
-    items.reserve(tasks.size());
-    for (const Task &task : tasks) {
-        auto *item = new QStandardItem(m_mainForm->getTaskIcon(task), itemText(task));
-        item->setData(task.id, Qt::UserRole);
-        item->setToolTip(literalToolTip(item->text()));
-        items.append(item);
-    }
-    qobject_cast<QStandardItemModel *>(m_ui->cbTask->model())->invisibleRootItem()->appendRows(items);
-    m_shownTasks = tasks;
-}
-
 void TaskForm::on_cbTeam_currentIndexChanged(int index)
 {
     const QSignalBlocker blocker(m_ui->cbTask);
     m_selectedTeamId = m_ui->cbTeam->itemData(index).toString();
-    const QList<Task> tasks = filterBlockTasks(m_mainForm->orvana()->session()->tasks(m_selectedTeamId));
-    if (!haveSameContents(tasks, m_shownTasks) || m_ui->cbTask->count() != tasks.size())
-        fillTasks(tasks);
-    const int selected = indexOfId(m_ui->cbTask, m_selectedTaskId);
+    m_tasks->setTasks(filterBlockTasks(m_mainForm->orvana()->session()->tasks(m_selectedTeamId)));
+    const int selected = m_tasks->rowOf(m_selectedTaskId);
     m_ui->cbTask->setCurrentIndex(selected >= 0 ? selected : 0);
     if (selected >= 0)
         m_ui->cbTask->setToolTip(m_ui->cbTask->itemData(selected, Qt::ToolTipRole).toString());

@@ -6,6 +6,7 @@
 #include <memory>
 
 class MainForm;
+class OfferedTasks;
 
 namespace Ui {
 class TaskForm;
@@ -43,14 +44,13 @@ private slots:
 private:
     bool showsTeams(const QList<Team> &teams) const;
     void fillTeams(const QList<Team> &teams);
-    void fillTasks(const QList<Task> &tasks);
 
     std::unique_ptr<Ui::TaskForm> m_ui;
     MainForm *m_mainForm;
     QString m_selectedTeamId;
     QString m_selectedTaskId;
-    // What the lists show now: an unchanged list is not filled again, so that a
-    // list that is open stays open.
+    OfferedTasks *m_tasks; // a child
+    // What the list shows now: an unchanged one is not filled again, so that it stays
+    // open when it is open.
     QList<Team> m_shownTeams;
-    QList<Task> m_shownTasks;
 };
