@@ -8,6 +8,7 @@ import argparse
 import json
 import os
 import pathlib
+import re
 import shutil
 import statistics
 import subprocess
@@ -142,10 +143,21 @@ def pss(process):
             return int(line.split()[1]) * 1024 / MEGABYTE
 
 
+def main_window(process):
+    """Its tray icon, a visible window of the same name, is none of the window manager's."""
+    search = ["xdotool", "search", "--onlyvisible", "--pid", str(process.pid), "--name", "^Orvana$"]
+    found = {int(number) for number in subprocess.run(search, capture_output=True, text=True, timeout=20).stdout.split()}
+    managed = subprocess.run(["xprop", "-root", "_NET_CLIENT_LIST"], capture_output=True, text=True, timeout=20).stdout
+    return next((str(int(number, 16)) for number in re.findall("0x[0-9a-f]+", managed) if int(number, 16) in found), None)
+
+
 def hide(process):
-    window = subprocess.run(["xdotool", "search", "--sync", "--onlyvisible", "--pid", str(process.pid), "--name", "^Orvana$"],
-                            check=True, capture_output=True, text=True, timeout=20).stdout.split()[0]
-    subprocess.run(["xdotool", "key", "--window", window, "Escape"], check=True)
+    """As a user does: only the active window takes the key."""
+    deadline = time.monotonic() + 20
+    while window := main_window(process):
+        if time.monotonic() > deadline:
+            raise SystemExit("the window to be hidden stays")
+        subprocess.run(["xdotool", "windowactivate", "--sync", window, "key", "Escape"], timeout=20)
 
 
 def idle(build, out, table, minutes):

@@ -23,15 +23,26 @@
 
 #include <csignal>
 
+#include <malloc.h>
 #include <sys/stat.h>
 
 namespace {
 
 constexpr int kUpdaterStart = 30000; // ms
+constexpr int kLargeBlock = 64 * 1024; // bytes
 constexpr int kYes = 0;
 constexpr int kNoEscape = -1;
 constexpr int kAlreadyRunning = 1;
 constexpr int kNoStorage = 1;
+
+// Qt's few threads need no heaps of their own, and what a picture of the desktop took
+// goes back to the system at once.
+void saveMemory()
+{
+    mallopt(M_ARENA_MAX, 1);
+    mallopt(M_MMAP_THRESHOLD, kLargeBlock);
+    mallopt(M_TRIM_THRESHOLD, kLargeBlock);
+}
 
 // Runs before the application object exists.
 void prepareProcess()
@@ -43,6 +54,11 @@ void prepareProcess()
     // Widgets need no OpenGL; loading it takes more memory than the client.
     if (!qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION"))
         qputenv("QT_XCB_GL_INTEGRATION", "none");
+    // Every failed request tells that the network is away, and the service is asked
+    // every minute: looking at the interfaces every ten seconds beside that is idle work.
+    if (!qEnvironmentVariableIsSet("QT_BEARER_POLL_TIMEOUT"))
+        qputenv("QT_BEARER_POLL_TIMEOUT", "30000");
+    saveMemory();
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QGuiApplication::setHighDpiScaleFactorRoundingPolicy(Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);

@@ -1,6 +1,7 @@
 #include "service/activitycache.h"
 
 #include "service/crashpoint.h"
+#include "service/recordtime.h"
 
 #include <QDir>
 #include <QFile>
@@ -17,7 +18,7 @@
 namespace {
 
 const char kRecordPrefix[] = "json";
-const QString kTimeFormat = QStringLiteral("dd-MM-yyyy-hh-mm-ss");
+constexpr int kTimeLength = 19;
 const char kUnfinishedPrefix[] = ".new-";
 // Records are a few hundred bytes; pictures lie in files of their own.
 constexpr qint64 kMaxRecordSize = 1024 * 1024;
@@ -25,10 +26,9 @@ constexpr qint64 kMaxRecordSize = 1024 * 1024;
 // When the record was made, as its name has it; of a foreign name the epoch.
 QDateTime creationTime(const QString &path)
 {
-    const QString time
-        = QFileInfo(path).fileName().mid(sizeof kRecordPrefix - 1, QLatin1String("dd-MM-yyyy-hh-mm-ss").size());
-    const QDateTime parsed = QDateTime::fromString(time, kTimeFormat);
-    return parsed.isValid() ? parsed : QDateTime::fromSecsSinceEpoch(0);
+    const int start = path.lastIndexOf(QLatin1Char('/')) + 1 + static_cast<int>(qstrlen(kRecordPrefix));
+    const QDateTime time = recordTime(path.mid(start, kTimeLength));
+    return time.isValid() ? time : QDateTime::fromSecsSinceEpoch(0);
 }
 
 bool isRegularFile(const QByteArray &path)
@@ -193,7 +193,7 @@ QString ActivityCache::create(const QByteArray &record, const QDateTime &now, QS
         m_cursor.reset();
     }
     const QString name
-        = QLatin1String(kRecordPrefix) + now.toString(kTimeFormat) + QLatin1String(".XXXXXX");
+        = QLatin1String(kRecordPrefix) + recordTimeText(now) + QLatin1String(".XXXXXX");
     const QString prefix = m_directory + QLatin1Char('/') + QLatin1String(kUnfinishedPrefix);
     // Twice: a second copy of the program that is just being started clears away
     // what is half-written.

@@ -148,6 +148,7 @@ private:
     void keepUnwritten(const QDateTime &createdAt, const QByteArray &record, const QString &reason);
     void sendActivityFile(QFile *file);
     void removeCachedActivityFile(QFile *file);
+    void removeRecord(const QString &path, const QString &picture);
     void activityNotSent(const QByteArray &body);
     bool isOwnScreenshot(const QString &path) const;
     QVariantMap actualizeActivityTimestamp(const QVariantMap &record) const;

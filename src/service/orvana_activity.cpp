@@ -4,6 +4,7 @@
 #include "notifications/notificationmanager.h"
 #include "service/crashpoint.h"
 #include "service/ovsession.h"
+#include "service/recordtime.h"
 #include "service/replyparser.h"
 #include "service/requestbody.h"
 
@@ -22,9 +23,9 @@ const QString kPastKey = QStringLiteral("past");
 const QString kFileKey = QStringLiteral("file");
 const QString kFileNameKey = QStringLiteral("fileName");
 const QString kRecordVersion = QStringLiteral("0.1");
-const QString kTimestampFormat = QStringLiteral("dd-MM-yyyy-hh-mm-ss");
 const QString kActivityPath = QStringLiteral("/api_active2");
 const char kFileProperty[] = "activityFile";
+const char kPictureProperty[] = "activityPicture";
 // A day of minutes; a disk that is full for longer loses the oldest.
 constexpr int kMaxUnwritten = 1440;
 
@@ -39,7 +40,7 @@ QVariantMap parseRecord(const QString &path)
 quint32 ageInSeconds(const QString &timestamp)
 {
     const auto now = static_cast<quint32>(QDateTime::currentSecsSinceEpoch());
-    const auto then = static_cast<quint32>(QDateTime::fromString(timestamp, kTimestampFormat).toSecsSinceEpoch());
+    const auto then = static_cast<quint32>(recordTime(timestamp).toSecsSinceEpoch());
     return now - then;
 }
 
@@ -80,7 +81,7 @@ QFile *Orvana::saveActivityData(const QVariant &url, const QVariant &body)
     const QByteArray record = QtJson::serialize(QVariantMap {{kVersionKey, kRecordVersion},
                                                              {kUrlKey, url.toString()},
                                                              {kBodyKey, body},
-                                                             {kTimestampKey, now.toString(kTimestampFormat)}});
+                                                             {kTimestampKey, recordTimeText(now)}});
     QString reason = QStringLiteral("the folder is not ours");
     const QString path = prepareStorage() ? m_cache.create(record, now, &reason) : QString();
     if (!path.isEmpty())
@@ -175,6 +176,7 @@ void Orvana::sendActivityFile(QFile *file)
 
     QNetworkReply *reply = post(SendActivity, QUrl(url), activityPayload(body));
     reply->setProperty(kFileProperty, file->fileName());
+    reply->setProperty(kPictureProperty, body.value(kFileNameKey).toString());
     crashPoint("request-posted");
     file->deleteLater();
 }
@@ -239,7 +241,7 @@ void Orvana::processSendActivityReply(QNetworkReply *reply)
         }
         qDebug() << "Activity sended" << status;
     }
-    removeCachedActivityFile(new QFile(reply->property(kFileProperty).toString(), this));
+    removeRecord(reply->property(kFileProperty).toString(), reply->property(kPictureProperty).toString());
 }
 
 // A record speaks of files on this disk; only the client's own pictures are read
@@ -255,17 +257,21 @@ bool Orvana::isOwnScreenshot(const QString &path) const
 void Orvana::removeCachedActivityFile(QFile *file)
 {
     const QVariantMap body = parseRecord(file->fileName()).value(kBodyKey).toMap();
-    const QString picture = body.value(kFileNameKey).toString();
+    removeRecord(file->fileName(), body.value(kFileNameKey).toString());
+    file->deleteLater();
+}
+
+void Orvana::removeRecord(const QString &path, const QString &picture)
+{
     crashPoint("before-removal");
     // The record goes first: a record without its picture would be sent again.
     if (isStorageUsable())
-        m_cache.remove(file->fileName());
+        m_cache.remove(path);
     else
-        m_cache.setAside(file->fileName());
+        m_cache.setAside(path);
     crashPoint("record-removed");
     if (!picture.isEmpty() && isOwnScreenshot(picture))
         QFile::remove(picture);
-    file->deleteLater();
     if (--m_pendingActivity != 0)
         return;
     // From the event loop: a folder full of unreadable records must not become a

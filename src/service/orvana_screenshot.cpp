@@ -2,6 +2,7 @@
 
 #include "notifications/notificationmanager.h"
 #include "service/ovsession.h"
+#include "service/recordtime.h"
 
 #include <QBuffer>
 #include <QDebug>
@@ -20,7 +21,7 @@ void Orvana::sendScreenshotActivity(const QImage &image)
         return;
     }
     const QString path = Session::directoryOf(m_storage, m_session->login()) + QLatin1String("/activity/screenshot")
-        + QDateTime::currentDateTime().toString(QStringLiteral("dd-MM-yyyy-hh-mm-ss")) + QLatin1String(".jpg");
+        + recordTimeText(QDateTime::currentDateTime()) + QLatin1String(".jpg");
     QString reason;
     if (!prepareStorage() || !ActivityCache::writeWhole(path, jpeg.data(), &reason)) {
         qWarning() << "Error! Screenshot can't be written:" << path << reason;

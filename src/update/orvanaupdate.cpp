@@ -24,10 +24,10 @@ const QString kUpdaterName = QStringLiteral("ORTM-update");
 
 } // namespace
 
-bool OrvanaUpdate::FileStamp::operator!=(const FileStamp &other) const
+bool OrvanaUpdate::FileStamp::operator==(const FileStamp &other) const
 {
-    return seconds != other.seconds || nanoseconds != other.nanoseconds || inode != other.inode
-        || size != other.size;
+    return seconds == other.seconds && nanoseconds == other.nanoseconds && inode == other.inode
+        && size == other.size;
 }
 
 OrvanaUpdate::OrvanaUpdate() = default;
@@ -43,6 +43,7 @@ void OrvanaUpdate::init(Orvana *client)
     m_client = client;
     m_settings.reset();
     m_seen = {};
+    m_forceUpdate = false;
     if (client->isStorageUsable())
         m_settings = openSettings(client->storageDirectory().filePath(QStringLiteral("update.json")));
 }
@@ -112,17 +113,18 @@ OrvanaUpdate::FileStamp OrvanaUpdate::stamp() const
     return {info.st_mtim.tv_sec, info.st_mtim.tv_nsec, info.st_ino, info.st_size};
 }
 
+// Asked every second: one look at the file has to do while it stays the same.
 bool OrvanaUpdate::isForceUpdate()
 {
+    if (!m_settings || stamp() == m_seen)
+        return m_forceUpdate;
     if (!isUsable())
         return false;
-    const FileStamp now = stamp();
-    if (now != m_seen) {
-        if (repairSettings(m_settings->fileName()))
-            syncSettings(*m_settings);
-        m_seen = stamp();
-    }
-    return flag(kForceUpdateKey);
+    if (repairSettings(m_settings->fileName()))
+        syncSettings(*m_settings);
+    m_seen = stamp();
+    m_forceUpdate = flag(kForceUpdateKey);
+    return m_forceUpdate;
 }
 
 void OrvanaUpdate::setForceUpdate(bool force)
@@ -134,25 +136,24 @@ void OrvanaUpdate::updateOrvanaUpdateModule()
 {
     if (!m_client || !m_client->isStorageUsable())
         return;
-    const QString source
-        = m_client->storageDirectory().filePath(QStringLiteral("update/") + kUpdaterName);
+    const QString source = m_client->storageDirectory().filePath(QStringLiteral("update/") + kUpdaterName);
     if (!QFile::exists(source))
         return;
     if (QFile::copy(source, kUpdaterName)) {
         QFile::remove(source);
-        NotificationManager::instance()->addNotification(QStringLiteral("Обновление успешно установлено"), Plain,
-                                                         QString());
+        NotificationManager::instance()->addNotification(QStringLiteral("Обновление успешно установлено"),
+                                                         Plain, QString());
         return;
     }
     // An older updater is in the way.
     if (!QFile::remove(kUpdaterName)) {
-        qDebug().noquote() << QStringLiteral("Error! Can't remove file ") + kUpdaterName + QStringLiteral(" from ")
-                + source;
+        qDebug().noquote() << QStringLiteral("Error! Can't remove file ") + kUpdaterName
+                + QStringLiteral(" from ") + source;
         return;
     }
     if (QFile::copy(source, kUpdaterName))
         QFile::remove(source);
     else
-        qDebug().noquote() << QStringLiteral("Error! Can't copy file ") + kUpdaterName + QStringLiteral(" from ")
-                + source;
+        qDebug().noquote() << QStringLiteral("Error! Can't copy file ") + kUpdaterName
+                + QStringLiteral(" from ") + source;
 }

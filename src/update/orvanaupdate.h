@@ -46,7 +46,7 @@ private:
         qint64 nanoseconds = 0;
         quint64 inode = 0;
         qint64 size = 0;
-        bool operator!=(const FileStamp &other) const;
+        bool operator==(const FileStamp &other) const;
     };
 
     OrvanaUpdate();
@@ -61,4 +61,5 @@ private:
     QPointer<Orvana> m_client;
     std::unique_ptr<QSettings> m_settings;
     FileStamp m_seen;
+    bool m_forceUpdate = false; // as the file said then
 };

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <QDateTime>
+#include <QString>
+
+// The moments in records and in the names of their files: local time, to the second.
+
+QString recordTimeText(const QDateTime &time);
+// Invalid when the text is no such time.
+QDateTime recordTime(const QString &text);
