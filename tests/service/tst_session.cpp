@@ -191,31 +191,6 @@ private slots:
         }
     }
 
-    void survivesDamagedFiles()
-    {
-        OfflineClient client;
-        client.login(kUser);
-        client.load(texts({"1:7!@3*2 8"}));
-        client.session()->addTaskInfoData(s("7"), TaskInfo());
-        client.stop();
-        for (const QString &name : {kTasksFile, kTaskInfoFile, kSessionFile}) {
-            QFile file(client.path(name));
-            QVERIFY(file.open(QIODevice::ReadOnly));
-            const QByteArray whole = file.readAll();
-            file.close();
-            for (int length = 0; length < whole.size(); length += 3) {
-                write(client.path(name), whole.left(length));
-                client.restart();
-                QCOMPARE(client.session()->login(), kUser);
-                client->setCleanMode(true);
-            }
-            client.stop();
-            write(client.path(name), whole);
-        }
-        client.restart();
-        QCOMPARE(idsOf(client.session()->tasks()), s("7 8 0"));
-    }
-
     void keepsWhatIsGone()
     {
         OfflineClient client;

@@ -220,24 +220,6 @@ private slots:
             QCOMPARE(client.session()->todayActiveTimeDisplayed(), jumps ? time : shown);
         }
     }
-
-    void overdue()
-    {
-        OfflineClient client;
-        client.login(s("user"));
-        const QDateTime now = QDateTime::currentDateTime();
-        QList<Task> tasks = tasksFrom(s("1 2 3"));
-        tasks[0].deadline = now.addSecs(-100000);
-        tasks[1].deadline = now.addSecs(100000);
-        client.session()->addTasksData(tasks << Task::catchAll(), s("5"));
-        const std::tuple<const char *, const char *, int> rows[] = {
-            {"5", "1", 100000}, {"5", "2", -100000}, {"5", "3", 0}, {"6", "1", 0}, {"5", "0", 0}};
-        for (const auto &[team, task, expected] : rows) {
-            client->changeTask(s(team), s(task));
-            const qint64 actual = client.session()->overdueTime();
-            QVERIFY2(actual >= expected && actual < expected + (expected == 0 ? 1 : 60), task);
-        }
-    }
 };
 
 QTEST_MAIN(TestSessionNews)
