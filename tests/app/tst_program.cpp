@@ -154,13 +154,22 @@ private slots:
 
     void foreignStorageIsRefused()
     {
-        QTemporaryDir elsewhere;
+        const QTemporaryDir elsewhere;
+        const QByteArray damaged = "[General]\nlastLogin=@Variant(\n";
+        const QString config = elsewhere.filePath(s("config.ini"));
         QVERIFY(QFile::link(elsewhere.path(), m_room->path(s(".orvana"))));
+        {
+            QFile planted(config);
+            QVERIFY(planted.open(QIODevice::WriteOnly) && planted.write(damaged) > 0);
+        }
         const auto run = start();
         activate(s("^Orvana Team Monitor$"));
         press(s("Return"));
         QVERIFY(endedWith(*run, 1));
-        QVERIFY(QDir(elsewhere.path()).isEmpty());
+        QFile left(config);
+        QVERIFY(left.open(QIODevice::ReadOnly));
+        QCOMPARE(left.readAll(), damaged);
+        QCOMPARE(QDir(elsewhere.path()).entryList(QDir::Files | QDir::Hidden), texts({"config.ini"}));
     }
 
 private:

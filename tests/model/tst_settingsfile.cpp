@@ -1,6 +1,5 @@
 #include "model/records.h"
 #include "model/settingsfile.h"
-#include "service/orvana.h"
 #include "texts.h"
 
 #include <QtTest>
@@ -150,27 +149,6 @@ private slots:
                 readAll(damaged);
             }
         }
-    }
-
-    void leavesForeignFilesAlone()
-    {
-        QTemporaryDir root;
-        QTemporaryDir foreign;
-        QVERIFY(QFile::link(foreign.path(), root.filePath(s(".orvana"))));
-        const QString config = foreign.filePath(s("config.ini"));
-        const QByteArray damaged = "[General]\nlastLogin=@Variant(\n";
-        put(config, damaged);
-        qputenv("ORVANA_STORAGE_ROOT", QFile::encodeName(root.path()));
-        {
-            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(s("^Storage directory can't be used")));
-            const Orvana orvana;
-            QVERIFY(!orvana.isStorageUsable());
-        }
-        QCOMPARE(contents(config), damaged);
-        const auto settings = emptySettings(config);
-        settings->setValue(s("a"), 1);
-        settings->sync();
-        QCOMPARE(contents(config), damaged);
     }
 
     void readsWhatAnotherProcessRepaired()

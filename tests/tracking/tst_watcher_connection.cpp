@@ -79,19 +79,6 @@ private slots:
         QTRY_COMPARE(connection->state(), QAbstractSocket::UnconnectedState);
     }
 
-    void nobodyListens()
-    {
-        {
-            QTcpServer closed;
-            QVERIFY(closed.listen(QHostAddress::LocalHost));
-            configurePort(closed.serverPort());
-        }
-        QElapsedTimer time;
-        time.start();
-        QVERIFY(!UserActivityWatcher::instance()->startWatch());
-        QVERIFY2(time.elapsed() < 1000, qPrintable(QString::number(time.elapsed())));
-    }
-
     // The queue of those who wait to be accepted is full: the connection is made
     // only when the watcher has taken the first of them.
     void lateAccept()

@@ -66,26 +66,6 @@ private slots:
         QVERIFY(!update()->isForceUpdate());
     }
 
-    void keepsDescriptions()
-    {
-        const OfflineClient client;
-        update()->init(client.get());
-        QVERIFY(!update()->isUpdateAtStartup() && !update()->wasUpdated()
-                && update()->updateList().isEmpty());
-        const QVariantList two{QVariantMap{{s("version"), s("1.2")}, {s("файл"), true}},
-                               QVariantList{s("@x"), QVariant()}};
-        const auto verify = [&client](const QByteArray &body, const QVariantList &list) {
-            update()->addUpdateInfo(body);
-            QCOMPARE(update()->updateList(), list);
-            QCOMPARE(client.stored(kFile, s("updateInfo")).toList(), list);
-        };
-        for (const QByteArray &body :
-             {QByteArray("[]"), QByteArray("[\0]", 3), QByteArray("{}"), QByteArray("<html>")}) {
-            verify(R"([{"version":"1.2","файл":true},["@x",null]])", two);
-            verify(body, {});
-        }
-    }
-
     void movesTheUpdater()
     {
         const QString before = QDir::currentPath();
