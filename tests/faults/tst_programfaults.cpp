@@ -1,5 +1,7 @@
 #include "clientroom.h"
+#include "files.h"
 #include "realinput.h"
+#include "virtualdisplay.h"
 
 #include <QtTest>
 
@@ -23,26 +25,6 @@ void dismiss(const QString &window)
 {
     QVERIFY(activateWindow(window) && pressKeys(s("Return")));
 }
-
-// A virtual X server that the test may kill.
-class Display final
-{
-public:
-    bool start()
-    {
-        m_server.start(s("Xvfb"), {s("-displayfd"), s("1"), s("-nolisten"), s("tcp"), s("-noreset")});
-        return QTest::qWaitFor([this] { return m_server.canReadLine(); }, kPatience);
-    }
-    QString name() { return QLatin1Char(':') + QString::fromLatin1(m_server.readLine()).trimmed(); }
-    void kill()
-    {
-        m_server.kill();
-        m_server.waitForFinished();
-    }
-
-private:
-    QProcess m_server;
-};
 
 } // namespace
 
@@ -102,8 +84,7 @@ void TestProgramFaults::displayDies()
     QProcessEnvironment fast = m_room->environment(s("+0 x40"));
     int kept = 0;
     {
-        Display display;
-        QVERIFY(display.start());
+        VirtualDisplay display;
         fast.insert(s("DISPLAY"), display.name());
         const Client client = start(fast);
         QTRY_VERIFY_WITH_TIMEOUT(m_room->waiting() >= 2, kPatience);
@@ -114,8 +95,7 @@ void TestProgramFaults::displayDies()
     }
     QVERIFY(kept >= 2);
     m_room->server.clearFaults();
-    Display another;
-    QVERIFY(another.start());
+    const VirtualDisplay another;
     fast.insert(s("DISPLAY"), another.name());
     const Client client = start(fast);
     QTRY_VERIFY_WITH_TIMEOUT(m_room->server.reports().size() > kept, kPatience);
@@ -145,9 +125,8 @@ void TestProgramFaults::allAtOnce()
                              [](const Client &client) { return client->state() == QProcess::Running; });
     };
     QTRY_COMPARE_WITH_TIMEOUT(running(), 1, kPatience);
-    QFile stored(m_room->ofUser(s("session.ini")));
-    QVERIFY(stored.open(QIODevice::ReadOnly));
-    QVERIFY2(stored.readAll().contains("taskID=1703"), "those that were refused leave the session alone");
+    QVERIFY2(contentsOf(m_room->ofUser(s("session.ini"))).contains("taskID=1703"),
+             "those that were refused leave the session alone");
     for (const Client &client : clients) {
         if (client->state() == QProcess::NotRunning) {
             QCOMPARE(client->exitCode(), 1);

@@ -1,3 +1,4 @@
+#include "files.h"
 #include "model/records.h"
 #include "model/settingsfile.h"
 #include "texts.h"
@@ -75,7 +76,7 @@ private slots:
             settings->setValue(s("before"), 1);
             settings->setValue(s("an/id, \"of\" \\ ж"), value);
         }
-        const QByteArray written = contents(path);
+        const QByteArray written = contentsOf(path);
         QVERIFY(!written.isEmpty());
         QCOMPARE(soundLines(written), written);
     }
@@ -112,13 +113,13 @@ private slots:
         const QByteArray before = "[General]\nlogged=true\n";
         const QByteArray after = "password=\"p;\\x44f\"\n";
         const QString path = m_folder.filePath(QString::fromLatin1(QTest::currentDataTag()) + s(" dropped"));
-        put(path, before + "damaged=" + value + '\n' + after);
+        QVERIFY(writeFile(path, before + "damaged=" + value + '\n' + after));
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(s("^Error! Settings file is damaged: ")));
         const auto settings = openSettings(path);
         QVERIFY(settings->value(s("logged")).toBool());
         QCOMPARE(settings->value(s("password")).toString(), s("p;я"));
         QVERIFY(!settings->contains(s("damaged")));
-        QVERIFY(contents(path).startsWith(before) && contents(path).endsWith(after));
+        QVERIFY(contentsOf(path).startsWith(before) && contentsOf(path).endsWith(after));
     }
 
     // Whatever is left after any damage can be read, entry by entry.
@@ -131,10 +132,10 @@ private slots:
             settings->setValue(s("details"), details());
             settings->setValue(s("versions"), QVariantList{QVariantMap{{s("a"), QVariantList{1}}}});
         }
-        const QByteArray whole = contents(path);
+        const QByteArray whole = contentsOf(path);
         const auto readAll = [this](const QByteArray &damaged) {
             const QString copy = m_folder.filePath(s("damaged"));
-            put(copy, soundLines(damaged));
+            QVERIFY(writeFile(copy, soundLines(damaged)));
             const QSettings settings(copy, QSettings::IniFormat);
             const QStringList keys = settings.allKeys();
             for (const QString &key : keys)
@@ -155,7 +156,8 @@ private slots:
     {
         const QString path = m_folder.filePath(s("shared"));
         const auto settings = openSettings(path);
-        put(path, "[General]\nforceUpdate=true\nx=" + variant(number(kList) + number(0x0FFFFFFF)) + '\n');
+        QVERIFY(writeFile(
+            path, "[General]\nforceUpdate=true\nx=" + variant(number(kList) + number(0x0FFFFFFF)) + '\n'));
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(s("^Error! Settings file is damaged: ")));
         QVERIFY(repairSettings(path));
         settings->sync();
@@ -163,18 +165,6 @@ private slots:
     }
 
 private:
-    static QByteArray contents(const QString &path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-    static void put(const QString &path, const QByteArray &bytes)
-    {
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QCOMPARE(file.write(bytes), bytes.size());
-    }
-
     static QVariant details()
     {
         TaskInfo info;

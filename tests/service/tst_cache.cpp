@@ -1,10 +1,9 @@
+#include "files.h"
 #include "rows.h"
 #include "testclient.h"
 
 #include "model/json.h"
 #include "service/activitycache.h"
-
-#include <QImage>
 
 // Minutes wait on the disk until the service has accepted them.
 class TestCache final : public QObject
@@ -15,11 +14,7 @@ private slots:
     void recordIsCompleteOrAbsent()
     {
         QTemporaryDir folder;
-        {
-            QFile half(folder.filePath(s(".new-json01-01-2026-00-00-00.AAAAAA")));
-            QVERIFY(half.open(QIODevice::WriteOnly));
-            half.write("{\"api-");
-        }
+        QVERIFY(writeFile(folder.filePath(s(".new-json01-01-2026-00-00-00.AAAAAA")), "{\"api-"));
         ActivityCache cache;
         cache.setDirectory(folder.path());
         QVERIFY(QDir(folder.path()).isEmpty(QDir::Files | QDir::Hidden));
@@ -54,33 +49,6 @@ private slots:
         QVERIFY(cache.next().isEmpty());
         const QString late = cache.create("{}", QDateTime::currentDateTime());
         QCOMPARE(cache.next(), late);
-    }
-
-    void unsentMinutesArriveAfterAnOutage()
-    {
-        TestClient client;
-        QVERIFY(client.logIn());
-        QSignalSpy online(client.orvana.get(), &Orvana::onlineChanged);
-        client.server.stop();
-        for (int minute = 0; minute < 10; ++minute)
-            client.orvana->sendTaskActivity(minute);
-        QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
-        QCOMPARE(online.count(), 1);
-        // They outlive the program.
-        client.restart();
-        QVERIFY(client.session()->isLogged());
-        QCOMPARE(client.records().size(), 10);
-
-        QVERIFY(client.server.start());
-        client.orvana->sendTaskActivity(10);
-        QTRY_COMPARE(client.server.reports().size(), 11);
-        QTRY_VERIFY(client.records().isEmpty());
-        QSet<int> minutes;
-        for (const localservice::ActivityReport &report : client.server.reports())
-            minutes.insert(report.active);
-        QCOMPARE(minutes.size(), 11);
-        QCOMPARE(client.orvana->pendingActivityRequests(), 0);
-        QVERIFY(client.session()->isOnline());
     }
 
     void ageGrows()
@@ -135,33 +103,6 @@ private slots:
         QCOMPARE(client.records(), QStringList({s("jsonA"), s("jsonB")}));
     }
 
-    void diskThatRefuses()
-    {
-        TestClient client;
-        QVERIFY(client.logIn());
-        const QString folder = client.cacheFolder().path();
-        const QString aside = folder + s(".aside");
-        QVERIFY(QFile::rename(folder, aside));
-        {
-            QFile obstacle(folder);
-            QVERIFY(obstacle.open(QIODevice::WriteOnly));
-        }
-        client.orvana->sendTaskActivity(1);
-        client.orvana->sendTaskActivity(2);
-        QImage image(8, 8, QImage::Format_RGB32);
-        image.fill(Qt::red);
-        client.orvana->sendScreenshotActivity(image);
-        const QStringList told = TestClient::popups();
-        QCOMPARE(
-            told.count(s("Не удалось сохранить отчёт об активности на диск. Проверьте свободное место.")), 1);
-        QVERIFY(client.server.reports().isEmpty());
-
-        QVERIFY(QFile::remove(folder) && QFile::rename(aside, folder));
-        client.orvana->sendTaskActivity(3);
-        QTRY_COMPARE(client.server.reports().size(), 3);
-        QTRY_VERIFY(client.records().isEmpty());
-    }
-
     void drainsWithoutAPause()
     {
         TestClient client;
@@ -205,9 +146,7 @@ private:
 
     static void plant(const TestClient &client, const QString &name, const QByteArray &bytes)
     {
-        QFile file(client.cacheFolder().filePath(name));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QCOMPARE(file.write(bytes), bytes.size());
+        QVERIFY(writeFile(client.cacheFolder().filePath(name), bytes));
     }
 };
 

@@ -20,8 +20,7 @@ class TestSessionNews final : public QObject
 private slots:
     void announcesFromTheSecondLoad()
     {
-        OfflineClient client;
-        client.login(s("user"));
+        OfflineClient client(s("user"));
         client.load(texts({"1:7! 8"}));
         QCOMPARE(client.popups().take(), QStringList());
         QVERIFY(!QFile::exists(client.path(kTasksFile)));
@@ -73,8 +72,7 @@ private slots:
     {
         QFETCH(QStringList, before);
         QFETCH(QStringList, after);
-        OfflineClient client;
-        client.login(s("user"));
+        OfflineClient client(s("user"));
         client.load(before);
         client.session()->setCurrentTaskID(s("7"));
         client.session()->save();
@@ -98,29 +96,9 @@ private slots:
         }
     }
 
-    void manyChangesDoNotHoldUpTheWindow()
-    {
-        OfflineClient client;
-        NotificationManager::instance()->setMainForm(nullptr); // A screen of the usual height.
-        client.login(s("user"));
-        QString notes;
-        for (int i = 1; i <= 10000; ++i)
-            notes += QString::number(i) + QLatin1Char(' ');
-        const QStringList many{s("1:") + notes, s("2:") + notes};
-        client.load(many);
-        client.session()->save();
-        QElapsedTimer timer;
-        timer.start();
-        client.load(texts({"1:", "2:"}));
-        QCOMPARE(client.session()->tasks().size(), 1);
-        client.load(many);
-        QVERIFY2(timer.elapsed() < 10000, qPrintable(QString::number(timer.elapsed())));
-    }
-
     void findsTasks()
     {
-        OfflineClient client;
-        client.login(s("user"));
+        OfflineClient client(s("user"));
         client.load(texts({"2:7@2 9!", "1:8~0 7@1 6~y"}));
         Orvana::Session *session = client.session();
         QString ids;
@@ -137,8 +115,7 @@ private slots:
 
     void countsSecondsAndMinutes()
     {
-        OfflineClient client;
-        client.login(s("user"));
+        OfflineClient client(s("user"));
         Orvana::Session *session = client.session();
         session->setWorktimeDate(today());
         QSignalSpy updated(session, &Orvana::Session::timeUpdated);

@@ -1,3 +1,4 @@
+#include "files.h"
 #include "rows.h"
 #include "testclient.h"
 
@@ -98,9 +99,7 @@ private slots:
         QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
         QCOMPARE(client.records().size(), 1);
         QCOMPARE(client.pictures().size(), 1);
-        QFile stored(client.cacheFolder().filePath(client.pictures().constFirst()));
-        QVERIFY(stored.open(QIODevice::ReadOnly));
-        const QByteArray jpeg = stored.readAll();
+        const QByteArray jpeg = contentsOf(client.cacheFolder().filePath(client.pictures().constFirst()));
         QVERIFY(jpeg.startsWith("\xFF\xD8"));
 
         client.orvana->sendCachedActivity();
@@ -134,10 +133,8 @@ private slots:
 
     void certificateRefusedWhenVerified()
     {
-        QFile config(qEnvironmentVariable("ORVANA_CONFIG"));
-        QVERIFY(config.open(QIODevice::WriteOnly));
-        config.write("verify-certificates=true\n");
-        config.close();
+        const QString config = qEnvironmentVariable("ORVANA_CONFIG");
+        QVERIFY(writeFile(config, "verify-certificates=true\n"));
         TestClient client;
         QSignalSpy unanswered(client.orvana.get(), &Orvana::loginUnanswered);
         client.orvana->requestCheckLogin(TestClient::anna(), s("orvana"));
@@ -146,7 +143,7 @@ private slots:
         QCOMPARE(TestClient::popups(),
                  QStringList{s("Сертификат сервера не прошёл проверку. Обратитесь к системному "
                                "администратору.")});
-        QVERIFY(config.remove());
+        QVERIFY(QFile::remove(config));
     }
 
 private:
