@@ -96,6 +96,24 @@ private slots:
         }
     }
 
+    void manyChangesDoNotHoldUpTheWindow()
+    {
+        OfflineClient client(s("user"));
+        NotificationManager::instance()->setMainForm(nullptr); // A screen of the usual height.
+        QString notes;
+        for (int i = 1; i <= 10000; ++i)
+            notes += QString::number(i) + QLatin1Char(' ');
+        const QStringList many{s("1:") + notes, s("2:") + notes};
+        client.load(many);
+        client.session()->save();
+        QElapsedTimer timer;
+        timer.start();
+        client.load(texts({"1:", "2:"}));
+        QCOMPARE(client.session()->tasks().size(), 1);
+        client.load(many);
+        QVERIFY2(timer.elapsed() < 10000, qPrintable(QString::number(timer.elapsed())));
+    }
+
     void findsTasks()
     {
         OfflineClient client(s("user"));

@@ -138,6 +138,21 @@ private slots:
         QCOMPARE(password()->echoMode(), QLineEdit::Password);
     }
 
+    void titleBarDrags()
+    {
+        const auto drag = [](QWidget *widget) {
+            QTest::mousePress(widget, Qt::LeftButton, {}, QPoint(60, 10));
+            QMouseEvent move(QEvent::MouseMove, QPointF(79.6, 3.4), Qt::NoButton, Qt::LeftButton, {});
+            QCoreApplication::sendEvent(widget, &move);
+            QTest::mouseRelease(widget, Qt::LeftButton, {}, QPoint(80, 3));
+        };
+        const QPoint before = m_form->pos();
+        drag(child<QWidget>("wTop"));
+        QTRY_COMPARE(m_form->pos(), before + QPoint(20, -7));
+        drag(child<QWidget>("wLoginPane"));
+        QCOMPARE(m_form->pos(), before + QPoint(20, -7));
+    }
+
 private:
     template <typename T>
     T *child(const char *name) const
