@@ -1,15 +1,12 @@
-#include "knownuser.h"
-#include "localservice/server.h"
+#include "clientroom.h"
+#include "files.h"
+#include "realinput.h"
 #include "rows.h"
 
-#include <QHostAddress>
-#include <QTcpServer>
 #include <QTcpSocket>
 
 #include <csignal>
 #include <memory>
-
-using localservice::Fault;
 
 namespace {
 
@@ -25,23 +22,8 @@ class TestProgram final : public QObject
     Q_OBJECT
 
 private slots:
-    void init()
-    {
-        m_box = std::make_unique<QTemporaryDir>();
-        m_server = std::make_unique<localservice::Server>();
-        QVERIFY(m_server->start());
-        m_watcher = std::make_unique<QTcpServer>();
-        QVERIFY(m_watcher->listen(QHostAddress::LocalHost));
-        QSettings config(m_box->filePath(s("orvanx.conf")), QSettings::IniFormat);
-        config.setValue(s("watcher-port"), m_watcher->serverPort());
-    }
-
-    void cleanup()
-    {
-        m_server.reset();
-        m_watcher.reset();
-        m_box.reset();
-    }
+    void init() { m_room = std::make_unique<ClientRoom>(); }
+    void cleanup() { m_room.reset(); }
 
     void logsInByKeyboard()
     {
@@ -53,43 +35,20 @@ private slots:
         activate(kLoginTitle);
         type(s("anna@orvana.example"));
         press(s("Tab"));
-        type(s("wrong"));
-        press(s("Return"));
-        QTRY_COMPARE_WITH_TIMEOUT(m_server->requestsTo(s("/api_teams")).size(), 1, kPatience);
-        press(s("ctrl+a"));
         type(s("orvana"));
-        // The button is off until the refusal has arrived.
-        QVERIFY(QTest::qWaitFor(
-            [&] {
-                press(s("Return"));
-                return !windowNamed(kMainTitle).isEmpty();
-            },
-            kPatience));
-        QTRY_VERIFY_WITH_TIMEOUT(windowNamed(kLoginTitle).isEmpty(), kPatience);
-        QTRY_VERIFY_WITH_TIMEOUT(!m_server->requestsTo(s("/api_teams_tasks")).isEmpty(), kPatience);
+        press(s("Return"));
+        QVERIFY(waitForWindow(kMainTitle));
+        QTRY_VERIFY_WITH_TIMEOUT(windowsNamed(kLoginTitle).isEmpty(), kPatience);
+        QTRY_VERIFY_WITH_TIMEOUT(!m_room->server.requestsTo(s("/api_teams_tasks")).isEmpty(), kPatience);
         run->process.terminate();
         QVERIFY(endedWith(*run, 0));
-        QCOMPARE(QSettings(file(s("config.ini")), QSettings::IniFormat).value(s("lastLogin")),
+        QCOMPARE(QSettings(m_room->stored(s("config.ini")), QSettings::IniFormat).value(s("lastLogin")),
                  QVariant(s("anna@orvana.example")));
-    }
-
-    void secondInstanceIsRefused()
-    {
-        leaveKnownUser(m_box->path(), false);
-        const auto first = start();
-        QVERIFY(waitForWindow(kMainTitle));
-        const auto second = start();
-        QVERIFY(waitForWindow(s("^Orvana Team Monitor$")));
-        press(s("Return"));
-        QVERIFY(endedWith(*second, 1));
-        QCOMPARE(first->process.state(), QProcess::Running);
-        first->process.terminate();
-        QVERIFY(ended(*first));
     }
 
     void cleanForgetsEverything()
     {
-        leaveKnownUser(m_box->path(), false);
+        m_room->leaveUser(false);
         // Only as the first argument, and only in small letters.
         for (const QStringList &arguments : {texts({"x", "--clean"}), texts({"--Clean"})}) {
             const auto run = start(arguments);
@@ -97,15 +56,15 @@ private slots:
             run->process.terminate();
             QVERIFY(endedWith(*run, 0));
         }
-        QVERIFY(QFileInfo::exists(storage()));
+        QVERIFY(QFileInfo::exists(m_room->path(s(".orvana"))));
         QVERIFY(endedWith(*start(texts({"--clean", "x"})), 0));
-        QVERIFY(!QFileInfo::exists(storage()));
+        QVERIFY(!QFileInfo::exists(m_room->path(s(".orvana"))));
     }
 
     void watcherMissing()
     {
-        m_watcher->close();
-        leaveKnownUser(m_box->path(), false);
+        m_room->watcher.close();
+        m_room->leaveUser(false);
         for (const bool goesOn : {true, false}) {
             const auto run = start();
             activate(s("^Ошибка$"));
@@ -120,49 +79,39 @@ private slots:
         }
     }
 
-    void terminatedLikeTheExitAction()
+    void goesOnTrackingUntilItIsTerminated()
     {
-        leaveKnownUser(m_box->path(), true);
+        m_room->leaveUser(true);
         for (const int number : {SIGTERM, SIGINT}) {
-            const auto run = start();
-            QVERIFY(waitForWindow(kMainTitle));
+            m_room->server.clearReceived();
+            QFile::remove(m_room->stored(s("log.log")));
+            const auto run = start({}, s("+0 x20"));
+            QTRY_VERIFY_WITH_TIMEOUT(m_room->watcher.hasPendingConnections(), kPatience);
+            QTcpSocket *client = m_room->watcher.nextPendingConnection();
+            QTimer input;
+            connect(&input, &QTimer::timeout, client, [client] { client->write("a"); });
+            input.start(50);
+            QTRY_VERIFY_WITH_TIMEOUT(m_room->server.reports().size() >= 3, kPatience);
+            const localservice::ActivityReport report = m_room->server.reports().constLast();
+            QCOMPARE(report.taskId, s("1702"));
+            QCOMPARE(report.teamId, s("17"));
+            QCOMPARE(report.active, 10);
             kill(static_cast<pid_t>(run->process.processId()), number);
             QVERIFY(endedWith(*run, 0));
-            QFile log(file(s("log.log")));
-            QVERIFY(log.open(QIODevice::ReadOnly));
-            QVERIFY(log.readAll().contains("Exit Orvana Team Monitor OK"));
-            const QSettings session(userFile(s("session.ini")), QSettings::IniFormat);
+            QVERIFY(contentsOf(m_room->stored(s("log.log"))).contains("Exit Orvana Team Monitor OK"));
+            const QSettings session(m_room->ofUser(s("session.ini")), QSettings::IniFormat);
             QVERIFY2(session.value(s("active")).toBool(), "the next start goes on tracking");
             QCOMPARE(session.value(s("taskID")).toString(), s("1702"));
         }
-    }
-
-    void restartResumesTracking()
-    {
-        leaveKnownUser(m_box->path(), true);
-        const auto run = start({}, s("x20"));
-        QVERIFY(waitForWindow(kMainTitle));
-        QTRY_VERIFY_WITH_TIMEOUT(m_watcher->hasPendingConnections(), kPatience);
-        QTcpSocket *client = m_watcher->nextPendingConnection();
-        QTimer input;
-        connect(&input, &QTimer::timeout, client, [client] { client->write("a"); });
-        input.start(50);
-        QTRY_VERIFY_WITH_TIMEOUT(m_server->reports().size() >= 3, kPatience);
-        const localservice::ActivityReport report = m_server->reports().constLast();
-        QCOMPARE(report.taskId, s("1702"));
-        QCOMPARE(report.teamId, s("17"));
-        QCOMPARE(report.active, 10);
-        QVERIFY(QFile::exists(userFile(s("tasks.ini"))));
-        run->process.kill();
-        QVERIFY(ended(*run));
+        QVERIFY(QFile::exists(m_room->ofUser(s("tasks.ini"))));
     }
 
     void logFile()
     {
         constexpr qint64 limit = 104857600;
-        leaveKnownUser(m_box->path(), false);
+        m_room->leaveUser(false);
         for (const qint64 size : {limit, limit + 1}) {
-            QFile log(file(s("log.log")));
+            QFile log(m_room->stored(s("log.log")));
             QVERIFY(log.open(QIODevice::WriteOnly | QIODevice::Truncate) && log.resize(size));
             log.close();
             const auto run = start();
@@ -186,13 +135,17 @@ private slots:
 
     void foreignStorageIsRefused()
     {
-        QTemporaryDir elsewhere;
-        QVERIFY(QFile::link(elsewhere.path(), storage()));
+        const QTemporaryDir elsewhere;
+        const QByteArray damaged = "[General]\nlastLogin=@Variant(\n";
+        const QString config = elsewhere.filePath(s("config.ini"));
+        QVERIFY(QFile::link(elsewhere.path(), m_room->path(s(".orvana"))));
+        QVERIFY(writeFile(config, damaged));
         const auto run = start();
         activate(s("^Orvana Team Monitor$"));
         press(s("Return"));
         QVERIFY(endedWith(*run, 1));
-        QVERIFY(QDir(elsewhere.path()).isEmpty());
+        QCOMPARE(contentsOf(config), damaged);
+        QCOMPARE(QDir(elsewhere.path()).entryList(QDir::Files | QDir::Hidden), texts({"config.ini"}));
     }
 
 private:
@@ -207,75 +160,38 @@ private:
         }
     };
 
-    QString storage() const { return m_box->filePath(s(".orvana")); }
-    QString file(const QString &name) const { return storage() + QLatin1Char('/') + name; }
-    QString userFile(const QString &name) const { return file(s("anna@orvana.example/") + name); }
-
-    std::unique_ptr<Run> start(const QStringList &arguments = {}, const QString &speed = QString())
+    std::unique_ptr<Run> start(const QStringList &arguments = {}, const QString &time = QString())
     {
         auto run = std::make_unique<Run>();
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(s("ORVANA_SERVICE_URL"), m_server->baseUrl());
-        environment.insert(s("ORVANA_STORAGE_ROOT"), m_box->path());
-        environment.insert(s("ORVANA_CONFIG"), m_box->filePath(s("orvanx.conf")));
-        environment.insert(s("TMPDIR"), m_box->path());
         run->process.setProcessChannelMode(QProcess::MergedChannels);
-        run->process.setWorkingDirectory(m_box->path());
+        run->process.setWorkingDirectory(m_room->path());
         Run *raw = run.get();
         connect(&run->process, &QProcess::readyRead, this, [raw] { raw->output += raw->process.readAll(); });
-        if (!speed.isEmpty()) {
-            // Not through the wrapper program: it would stand between us and the process.
-            environment.insert(s("LD_PRELOAD"), s("/usr/$LIB/faketime/libfaketime.so.1"));
-            environment.insert(s("FAKETIME"), s("+0 ") + speed);
-            // A sanitizer's library wants to be the first that is loaded.
-            environment.insert(s("ASAN_OPTIONS"), s("verify_asan_link_order=0"));
-        }
-        run->process.setProcessEnvironment(environment);
+        run->process.setProcessEnvironment(m_room->environment(time));
         run->process.start(s(ORVANA_EXECUTABLE), arguments);
         return run;
     }
 
-    static bool ended(Run &run)
-    {
-        return run.process.state() == QProcess::NotRunning || run.process.waitForFinished(kPatience);
-    }
     static bool endedWith(Run &run, int code)
     {
-        return ended(run) && run.process.exitStatus() == QProcess::NormalExit
-            && run.process.exitCode() == code;
-    }
-
-    static QByteArray xdotool(const QStringList &arguments)
-    {
-        QProcess tool;
-        tool.start(s("xdotool"), arguments);
-        if (!tool.waitForFinished(kPatience))
-            tool.kill();
-        return tool.readAllStandardOutput().trimmed();
-    }
-
-    static QString windowNamed(const QString &title)
-    {
-        return QString::fromLatin1(
-            xdotool({s("search"), s("--onlyvisible"), s("--name"), title}).split('\n').constFirst());
+        return (run.process.state() == QProcess::NotRunning || run.process.waitForFinished(kPatience))
+            && run.process.exitStatus() == QProcess::NormalExit && run.process.exitCode() == code;
     }
 
     static bool waitForWindow(const QString &title)
     {
-        return QTest::qWaitFor([&] { return !windowNamed(title).isEmpty(); }, kPatience);
+        return QTest::qWaitFor([&] { return !windowsNamed(title).isEmpty(); }, kPatience);
     }
 
     static void activate(const QString &title)
     {
         QVERIFY(waitForWindow(title));
-        xdotool({s("windowactivate"), s("--sync"), windowNamed(title)});
+        QVERIFY(activateWindow(windowsNamed(title).constFirst()));
     }
-    static void type(const QString &text) { xdotool({s("type"), s("--delay"), s("15"), text}); }
-    static void press(const QString &keys) { xdotool({s("key"), keys}); }
+    static void type(const QString &text) { QVERIFY(xdotool(s("type"), {s("--delay"), s("15"), text})); }
+    static void press(const QString &keys) { QVERIFY(pressKeys(keys)); }
 
-    std::unique_ptr<QTemporaryDir> m_box;
-    std::unique_ptr<localservice::Server> m_server;
-    std::unique_ptr<QTcpServer> m_watcher;
+    std::unique_ptr<ClientRoom> m_room;
 };
 
 QTEST_GUILESS_MAIN(TestProgram)

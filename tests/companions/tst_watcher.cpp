@@ -1,7 +1,9 @@
 #include "activityserver.h"
+#include "files.h"
 #include "inputmeter.h"
 #include "realinput.h"
 #include "rows.h"
+#include "virtualdisplay.h"
 #include "watcherport.h"
 
 #include <QTcpServer>
@@ -26,8 +28,10 @@ class Watcher final
 {
 public:
     explicit Watcher(const QStringList &arguments = {s("--port=0")},
-                     const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
+                     const QString &display = qEnvironmentVariable("DISPLAY"))
     {
+        auto environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(s("DISPLAY"), display);
         process.setProcessEnvironment(environment);
         process.start(s(ORVANA_WATCHER_EXECUTABLE), arguments);
         while (!process.canReadLine() && process.waitForReadyRead(kStartTimeout)) { }
@@ -50,11 +54,9 @@ public:
 
     qint64 residentKilobytes() const
     {
-        QFile status(s("/proc/%1/status").arg(process.processId()));
-        if (!status.open(QIODevice::ReadOnly))
-            return -1;
+        const QByteArray status = contentsOf(s("/proc/%1/status").arg(process.processId()));
         const QRegularExpression size(s("VmRSS:\\s*(\\d+)"));
-        return size.match(QString::fromLatin1(status.readAll())).captured(1).toLongLong();
+        return size.match(QString::fromLatin1(status)).captured(1).toLongLong();
     }
 
     void verifyFailure(int code, const QString &message)
@@ -70,36 +72,9 @@ public:
     quint16 port = 0;
 };
 
-class VirtualServer final
-{
-public:
-    explicit VirtualServer(const QStringList &arguments)
-    {
-        process.start(s("Xvfb"), texts({"-displayfd", "1", "-nolisten", "tcp"}) + arguments);
-        while (!process.canReadLine() && process.waitForReadyRead(kStartTimeout)) { }
-        environment.insert(s("DISPLAY"),
-                           QLatin1Char(':') + QString::fromLatin1(process.readLine()).trimmed());
-    }
-    ~VirtualServer()
-    {
-        process.terminate();
-        process.waitForFinished();
-    }
-
-    QProcess process;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-};
-
 bool pressKey()
 {
     return pressKeys(s("a"));
-}
-
-void writeConfig(const QByteArray &content)
-{
-    QFile file(systemConfigFile());
-    QVERIFY2(file.open(QIODevice::WriteOnly), qPrintable(file.errorString()));
-    file.write(content);
 }
 
 quint16 freePort()
@@ -207,7 +182,8 @@ private slots:
     {
         const quint16 configured = freePort();
         // Values beyond a port's range wrap, as they do in the client.
-        writeConfig("watcher-port=" + QByteArray::number(configured + 65536) + '\n');
+        QVERIFY(
+            writeFile(systemConfigFile(), "watcher-port=" + QByteArray::number(configured + 65536) + '\n'));
         Watcher first((QStringList()));
         QCOMPARE(first.port, configured);
         const QString port = QString::number(configured);
@@ -224,27 +200,23 @@ private slots:
 
     void explainsAFailedStart()
     {
-        writeConfig("watcher-port=x\n");
-        const auto environment = QProcessEnvironment::systemEnvironment();
-        for (const char *display : {"", ":4711"}) {
-            auto other = environment;
-            other.insert(s("DISPLAY"), s(display));
-            Watcher({s("--port=0")}, other).verifyFailure(1, display[0] ? s(display) : s("DISPLAY"));
-        }
-        Watcher({}, environment).verifyFailure(1, s("watcher-port"));
-        Watcher({s("--port=65536")}, environment).verifyFailure(2, s("65536"));
+        QVERIFY(writeFile(systemConfigFile(), "watcher-port=x\n"));
+        Watcher({s("--port=0")}, QString()).verifyFailure(1, s("DISPLAY"));
+        Watcher({s("--port=0")}, s(":4711")).verifyFailure(1, s(":4711"));
+        Watcher(QStringList()).verifyFailure(1, s("watcher-port"));
+        Watcher({s("--port=65536")}).verifyFailure(2, s("65536"));
         for (const char *argument : {"--port", "7682"})
-            Watcher({s(argument)}, environment).verifyFailure(2, s("--help"));
+            Watcher({s(argument)}).verifyFailure(2, s("--help"));
     }
 
     void needsTheServer()
     {
-        const VirtualServer poor(texts({"-extension", "MIT-SCREEN-SAVER"}));
-        Watcher({s("--port=0")}, poor.environment).verifyFailure(1, s("MIT-SCREEN-SAVER"));
-        VirtualServer server({});
-        Watcher watcher({s("--port=0")}, server.environment);
+        const VirtualDisplay poor(texts({"-extension", "MIT-SCREEN-SAVER"}));
+        Watcher({s("--port=0")}, poor.name()).verifyFailure(1, s("MIT-SCREEN-SAVER"));
+        VirtualDisplay server;
+        Watcher watcher({s("--port=0")}, server.name());
         QVERIFY(watcher.port != 0);
-        server.process.kill();
+        server.kill();
         watcher.verifyFailure(1, s("X-сервер"));
     }
 };

@@ -1,24 +1,16 @@
 // Kills the client again and again, at named places and at any moment, while the
 // service fails in every way it knows, and compares what had been counted with
 // what arrived: crashtrials KILLS [SEED]
-#include "knownuser.h"
+#include "clientroom.h"
 #include "ledger.h"
 
-#include "localservice/server.h"
-
 #include <QCoreApplication>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFile>
-#include <QHostAddress>
 #include <QMap>
-#include <QProcess>
 #include <QRandomGenerator>
-#include <QSettings>
-#include <QTcpServer>
 #include <QTcpSocket>
-#include <QTemporaryDir>
 #include <QTimer>
 
 #include <array>
@@ -63,31 +55,27 @@ public:
         : m_random(seed)
         , m_seed(seed)
     {
-        leaveKnownUser(m_box.path(), true); // every run resumes by itself
-        m_ledger = std::make_unique<Ledger>(cacheFolder());
         localservice::Server::Options options;
         options.recordRequests = false;
         // Called between accepting a report and answering it.
         options.log = [this](const QString &) { takeIn(); };
-        m_server = std::make_unique<localservice::Server>(options);
-        QString error;
-        if (!m_server->start(&error) || !m_watcher.listen(QHostAddress::LocalHost))
-            qFatal("no service: %s", qPrintable(error));
-        QSettings config(m_box.filePath(s("orvanx.conf")), QSettings::IniFormat);
-        config.setValue(s("watcher-port"), m_watcher.serverPort());
+        m_room = std::make_unique<ClientRoom>(options);
+        m_room->leaveUser(true); // every run resumes by itself
+        m_ledger = std::make_unique<Ledger>(m_room->ofUser(s("activity")));
 
-        QObject::connect(&m_input, &QTimer::timeout, &m_watcher, [this] {
-            const auto clients = m_watcher.findChildren<QTcpSocket *>();
+        QTcpServer *watcher = &m_room->watcher;
+        QObject::connect(&m_input, &QTimer::timeout, watcher, [this, watcher] {
+            const auto clients = watcher->findChildren<QTcpSocket *>();
             for (QTcpSocket *client : clients) {
                 if (below(100) < kInputChance)
                     client->write("a");
             }
         });
-        QObject::connect(&m_watcher, &QTcpServer::newConnection, &m_watcher, [this] {
-            while (QTcpSocket *client = m_watcher.nextPendingConnection())
+        QObject::connect(watcher, &QTcpServer::newConnection, watcher, [watcher] {
+            while (QTcpSocket *client = watcher->nextPendingConnection())
                 QObject::connect(client, &QTcpSocket::disconnected, client, &QObject::deleteLater);
         });
-        QObject::connect(&m_weatherTimer, &QTimer::timeout, &m_watcher, [this] {
+        QObject::connect(&m_weatherTimer, &QTimer::timeout, watcher, [this] {
             const bool clearsUp = m_weather != Fine;
             setWeather(clearsUp ? Fine : static_cast<Weather>(1 + below(WeatherCount - 1)));
             m_weatherTimer.start(clearsUp ? 200 + below(600) : 200 + below(1500));
@@ -125,22 +113,22 @@ private:
             m_ledger->repliesGetLost();
         const auto all = s("*");
         if (weather == Stopped)
-            m_server->stop();
-        else if (!m_server->isRunning() && !m_server->start())
+            m_room->server.stop();
+        else if (!m_room->server.isRunning() && !m_room->server.start())
             qFatal("the service does not come back");
-        m_server->setOutage(weather == Refused
-                                ? Outage::Dropped
-                                : (weather == Unavailable ? Outage::Unavailable : Outage::None));
+        m_room->server.setOutage(weather == Refused
+                                     ? Outage::Dropped
+                                     : (weather == Unavailable ? Outage::Unavailable : Outage::None));
         if (weather == Slow)
-            m_server->setFault(all, Fault::delayed(std::chrono::milliseconds(below(kSlowest))));
+            m_room->server.setFault(all, Fault::delayed(std::chrono::milliseconds(below(kSlowest))));
         else if (weather == Lost)
-            m_server->setFault(all, Fault::loseReply());
+            m_room->server.setFault(all, Fault::loseReply());
         else if (weather == Cut)
-            m_server->setFault(all, Fault::truncate(below(20)));
+            m_room->server.setFault(all, Fault::truncate(below(20)));
         else if (weather == Hanging)
-            m_server->setFault(all, Fault::hang());
+            m_room->server.setFault(all, Fault::hang());
         else
-            m_server->clearFaults();
+            m_room->server.clearFaults();
         if (weather != Lost && weather != Cut && weather != Stopped)
             m_ledger->repliesArrive();
     }
@@ -149,8 +137,8 @@ private:
     {
         const std::lock_guard lock(m_takeIn);
         m_ledger->readFolder();
-        const auto reports = m_server->reports();
-        const auto pictures = m_server->screenshots();
+        const auto reports = m_room->server.reports();
+        const auto pictures = m_room->server.screenshots();
         const int before = m_seenReports + m_seenPictures;
         for (; m_seenReports < reports.size(); ++m_seenReports) {
             const auto &report = reports.at(m_seenReports);
@@ -172,25 +160,17 @@ private:
 
     void startClient(const QByteArray &place, int passes)
     {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        const auto set = [&environment](const char *name, const QString &value) {
-            environment.insert(QString::fromLatin1(name), value);
-        };
-        set("ORVANA_SERVICE_URL", m_server->baseUrl());
-        set("ORVANA_STORAGE_ROOT", m_box.path());
-        set("ORVANA_CONFIG", m_box.filePath(s("orvanx.conf")));
-        set("TMPDIR", m_box.path());
-        set("ORVANA_CRASH_RUN", QString::number(++m_run));
-        set("ORVANA_CRASH_AT", QString::fromLatin1(place));
-        set("ORVANA_CRASH_PASS", QString::number(passes));
-        set("LD_PRELOAD", s(FAKETIME_LIBRARY));
         // Every run begins after the one before it ended, or records would come from
         // the future.
-        set("FAKETIME", m_clientClock.toString(s("@yyyy-MM-dd HH:mm:ss x%1")).arg(kSpeed));
+        auto environment =
+            m_room->environment(m_clientClock.toString(s("@yyyy-MM-dd HH:mm:ss x%1")).arg(kSpeed));
+        environment.insert(s("ORVANA_CRASH_RUN"), QString::number(++m_run));
+        environment.insert(s("ORVANA_CRASH_AT"), QString::fromLatin1(place));
+        environment.insert(s("ORVANA_CRASH_PASS"), QString::number(passes));
         m_client.setProcessEnvironment(environment);
-        m_client.setStandardOutputFile(m_box.filePath(s("output")));
+        m_client.setStandardOutputFile(m_room->path(s("output")));
         m_client.setStandardErrorFile(QProcess::nullDevice());
-        m_client.setWorkingDirectory(m_box.path());
+        m_client.setWorkingDirectory(m_room->path());
         m_passesLeft = place == kAccepted ? passes : -1;
         m_clientTime.start();
         m_client.start(s(CRASHABLE_CLIENT), QStringList());
@@ -242,13 +222,10 @@ private:
         setWeather(Fine);
         QElapsedTimer passed;
         passed.start();
-        const auto isEmpty = [this] {
-            return QDir(cacheFolder()).entryList({s("json*")}, QDir::Files).isEmpty();
-        };
         while (passed.elapsed() < std::chrono::milliseconds(kPatience).count()) {
             const int before = m_ledger->counted();
             startClient(QByteArray(), 0);
-            while ((m_ledger->counted() == before || !isEmpty())
+            while ((m_ledger->counted() == before || m_room->waiting() > 0)
                    && passed.elapsed() < std::chrono::milliseconds(kPatience).count()) {
                 if (clientEnds(5ms))
                     complain("the client ended by itself");
@@ -258,7 +235,7 @@ private:
                 || m_client.exitCode() != 0)
                 complain("the client did not end well");
             endOfRun();
-            if (isEmpty())
+            if (m_room->waiting() == 0)
                 return true;
         }
         return false;
@@ -278,7 +255,7 @@ private:
     void complain(const char *what)
     {
         ++m_complaints;
-        QFile output(m_box.filePath(s("output")));
+        QFile output(m_room->path(s("output")));
         output.open(QIODevice::ReadOnly);
         std::printf("run %d: %s after %lld ms\n%s\n", m_run, what, m_clientTime.elapsed(),
                     output.readAll().right(2000).constData());
@@ -300,16 +277,13 @@ private:
     }
 
     int below(int bound) { return static_cast<int>(m_random.bounded(bound)); }
-    QString cacheFolder() const { return m_box.filePath(s(".orvana/anna@orvana.example/activity")); }
 
     QRandomGenerator m_random;
     quint32 m_seed;
-    QTemporaryDir m_box;
-    QTcpServer m_watcher;
     QTimer m_input;
     QTimer m_weatherTimer;
     std::unique_ptr<Ledger> m_ledger;
-    std::unique_ptr<localservice::Server> m_server;
+    std::unique_ptr<ClientRoom> m_room;
     std::atomic<int> m_passesLeft{-1}; // accepted reports until the service strikes
     std::atomic<qint64> m_clientId{0};
     QProcess m_client;

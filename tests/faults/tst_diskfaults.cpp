@@ -1,3 +1,4 @@
+#include "files.h"
 #include "testclient.h"
 
 #include "app/loghandler.h"
@@ -30,12 +31,6 @@ QImage picture()
     QImage image(64, 64, QImage::Format_RGB32);
     image.fill(Qt::red);
     return image;
-}
-
-QByteArray contentsOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 // Takes all room of the small disk but so many pages.

@@ -1,12 +1,8 @@
-#include "localservice/server.h"
+#include "clientroom.h"
+#include "files.h"
+#include "realinput.h"
+#include "virtualdisplay.h"
 
-#include <QDir>
-#include <QFile>
-#include <QHostAddress>
-#include <QProcess>
-#include <QSettings>
-#include <QTcpServer>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <memory>
@@ -21,48 +17,14 @@ namespace {
 
 constexpr int kPatience = 40000; // ms
 constexpr int kCrowd = 5;
-const QString kStranger = QStringLiteral("12345");
-const QString kMainTitle = QStringLiteral("^Orvana$");
-const QString kBoxTitle = QStringLiteral("^Orvana Team Monitor$");
-const QString kUser = QStringLiteral("anna@orvana.example");
-
-QStringList windowsNamed(const QString &title)
-{
-    QProcess tool;
-    tool.start(QStringLiteral("xdotool"),
-               {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"), title});
-    tool.waitForFinished(kPatience);
-    return QString::fromLatin1(tool.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-}
+const QString kStranger = s("12345");
+const QString kMainTitle = s("^Orvana$");
+const QString kBoxTitle = s("^Orvana Team Monitor$");
 
 void dismiss(const QString &window)
 {
-    QProcess::execute(QStringLiteral("xdotool"),
-                      {QStringLiteral("windowactivate"), QStringLiteral("--sync"), window,
-                       QStringLiteral("key"), QStringLiteral("Return")});
+    QVERIFY(activateWindow(window) && pressKeys(s("Return")));
 }
-
-// A virtual X server that the test may kill.
-class Display final
-{
-public:
-    bool start()
-    {
-        m_server.start(QStringLiteral("Xvfb"),
-                       {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-nolisten"),
-                        QStringLiteral("tcp"), QStringLiteral("-noreset")});
-        return QTest::qWaitFor([this] { return m_server.canReadLine(); }, kPatience);
-    }
-    QString name() { return QLatin1Char(':') + QString::fromLatin1(m_server.readLine()).trimmed(); }
-    void kill()
-    {
-        m_server.kill();
-        m_server.waitForFinished();
-    }
-
-private:
-    QProcess m_server;
-};
 
 } // namespace
 
@@ -82,110 +44,61 @@ private slots:
 private:
     using Client = std::unique_ptr<QProcess>;
 
-    QString storage() const { return m_box->filePath(QStringLiteral(".orvana")); }
-    QString sessionFile() const
-    {
-        return storage() + QLatin1Char('/') + kUser + QStringLiteral("/session.ini");
-    }
-    int waiting() const
-    {
-        return QDir(storage() + QLatin1Char('/') + kUser + QStringLiteral("/activity"))
-            .entryList({QStringLiteral("json*")}, QDir::Files)
-            .size();
-    }
-    void rememberUser(bool active) const;
-    Client start(const QMap<QString, QString> &more = {}, const QStringList &wrapper = {}) const;
+    Client start(const QProcessEnvironment &environment, const QStringList &wrapper = {}) const;
     static bool ended(QProcess &client)
     {
         return QTest::qWaitFor([&] { return client.state() == QProcess::NotRunning; }, kPatience);
     }
 
-    std::unique_ptr<QTemporaryDir> m_box;
-    std::unique_ptr<localservice::Server> m_server;
-    std::unique_ptr<QTcpServer> m_watcher;
+    std::unique_ptr<ClientRoom> m_room;
 };
 
 void TestProgramFaults::init()
 {
     // Where another user may look, too.
-    m_box = std::make_unique<QTemporaryDir>(QStringLiteral("/tmp/orvana-test.XXXXXX"));
-    m_server = std::make_unique<localservice::Server>();
-    QVERIFY(m_server->start());
-    m_watcher = std::make_unique<QTcpServer>();
-    QVERIFY(m_watcher->listen(QHostAddress::LocalHost));
-    QSettings config(m_box->filePath(QStringLiteral("orvanx.conf")), QSettings::IniFormat);
-    config.setValue(QStringLiteral("watcher-port"), m_watcher->serverPort());
+    m_room = std::make_unique<ClientRoom>(localservice::Server::Options(), s("/tmp"));
 }
 
 void TestProgramFaults::cleanup()
 {
-    m_server.reset();
-    m_watcher.reset();
-    m_box.reset();
+    m_room.reset();
 }
 
-// Logged in, with a task chosen, as an earlier run left it.
-void TestProgramFaults::rememberUser(bool active) const
-{
-    QVERIFY(QDir().mkpath(storage() + QLatin1Char('/') + kUser));
-    QSettings config(storage() + QStringLiteral("/config.ini"), QSettings::IniFormat);
-    config.setValue(QStringLiteral("lastLogin"), kUser);
-    QSettings session(sessionFile(), QSettings::IniFormat);
-    session.setValue(QStringLiteral("password"), QStringLiteral("orvana"));
-    session.setValue(QStringLiteral("logged"), true);
-    session.setValue(QStringLiteral("active"), active);
-    session.setValue(QStringLiteral("teamID"), QStringLiteral("17"));
-    session.setValue(QStringLiteral("taskID"), QStringLiteral("1702"));
-}
-
-TestProgramFaults::Client TestProgramFaults::start(const QMap<QString, QString> &more,
+TestProgramFaults::Client TestProgramFaults::start(const QProcessEnvironment &environment,
                                                    const QStringList &wrapper) const
 {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("ORVANA_SERVICE_URL"), m_server->baseUrl());
-    environment.insert(QStringLiteral("ORVANA_STORAGE_ROOT"), m_box->path());
-    environment.insert(QStringLiteral("ORVANA_CONFIG"), m_box->filePath(QStringLiteral("orvanx.conf")));
-    environment.insert(QStringLiteral("TMPDIR"), m_box->path());
-    for (auto it = more.cbegin(); it != more.cend(); ++it)
-        environment.insert(it.key(), it.value());
     auto client = std::make_unique<QProcess>();
     client->setProcessEnvironment(environment);
-    client->setWorkingDirectory(m_box->path());
+    client->setWorkingDirectory(m_room->path());
     client->setStandardOutputFile(QProcess::nullDevice());
     client->setStandardErrorFile(QProcess::nullDevice());
-    const QStringList command = wrapper + QStringList{QStringLiteral(ORVANA_EXECUTABLE)};
+    const QStringList command = wrapper + QStringList{s(ORVANA_EXECUTABLE)};
     client->start(command.first(), command.mid(1));
     return client;
 }
 
 void TestProgramFaults::displayDies()
 {
-    rememberUser(true);
-    m_server->setFault(QStringLiteral("/api_active2"), Fault::answer(503));
-    QMap<QString, QString> fast{
-        {QStringLiteral("LD_PRELOAD"), QStringLiteral("/usr/$LIB/faketime/libfaketime.so.1")},
-        {QStringLiteral("FAKETIME"), QStringLiteral("+0 x40")},
-        // A sanitizer's library wants to be the first that is loaded.
-        {QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0:detect_leaks=0")}};
+    m_room->leaveUser(true);
+    m_room->server.setFault(s("/api_active2"), Fault::answer(503));
+    QProcessEnvironment fast = m_room->environment(s("+0 x40"));
     int kept = 0;
     {
-        Display display;
-        QVERIFY(display.start());
-        fast.insert(QStringLiteral("DISPLAY"), display.name());
+        VirtualDisplay display;
+        fast.insert(s("DISPLAY"), display.name());
         const Client client = start(fast);
-        QTRY_VERIFY_WITH_TIMEOUT(waiting() >= 2, kPatience);
+        QTRY_VERIFY_WITH_TIMEOUT(m_room->waiting() >= 2, kPatience);
         display.kill();
         QVERIFY(ended(*client));
         QVERIFY2(client->exitStatus() == QProcess::NormalExit, "it ends by itself");
-        kept = waiting();
+        kept = m_room->waiting();
     }
     QVERIFY(kept >= 2);
-    m_server->clearFaults();
-    Display another;
-    QVERIFY(another.start());
-    fast.insert(QStringLiteral("DISPLAY"), another.name());
+    m_room->server.clearFaults();
+    const VirtualDisplay another;
+    fast.insert(s("DISPLAY"), another.name());
     const Client client = start(fast);
-    QTRY_VERIFY_WITH_TIMEOUT(m_server->reports().size() > kept, kPatience);
+    QTRY_VERIFY_WITH_TIMEOUT(m_room->server.reports().size() > kept, kPatience);
     client->terminate();
     QVERIFY(ended(*client));
     QCOMPARE(client->exitCode(), 0);
@@ -193,16 +106,16 @@ void TestProgramFaults::displayDies()
 
 void TestProgramFaults::allAtOnce()
 {
-    rememberUser(false);
+    m_room->leaveUser(false);
     std::vector<Client> clients;
     for (int i = 0; i < kCrowd; ++i)
-        clients.push_back(start());
+        clients.push_back(start(m_room->environment()));
     QTRY_COMPARE_WITH_TIMEOUT(windowsNamed(kBoxTitle).size(), kCrowd - 1, kPatience);
     QTRY_COMPARE_WITH_TIMEOUT(windowsNamed(kMainTitle).size(), 1, kPatience);
     // As if the one that runs had gone on meanwhile.
     {
-        QSettings session(sessionFile(), QSettings::IniFormat);
-        session.setValue(QStringLiteral("taskID"), QStringLiteral("1703"));
+        QSettings session(m_room->ofUser(s("session.ini")), QSettings::IniFormat);
+        session.setValue(s("taskID"), s("1703"));
     }
     const QStringList boxes = windowsNamed(kBoxTitle);
     for (const QString &box : boxes)
@@ -212,9 +125,8 @@ void TestProgramFaults::allAtOnce()
                              [](const Client &client) { return client->state() == QProcess::Running; });
     };
     QTRY_COMPARE_WITH_TIMEOUT(running(), 1, kPatience);
-    QFile stored(sessionFile());
-    QVERIFY(stored.open(QIODevice::ReadOnly));
-    QVERIFY2(stored.readAll().contains("taskID=1703"), "those that were refused leave the session alone");
+    QVERIFY2(contentsOf(m_room->ofUser(s("session.ini"))).contains("taskID=1703"),
+             "those that were refused leave the session alone");
     for (const Client &client : clients) {
         if (client->state() == QProcess::NotRunning) {
             QCOMPARE(client->exitCode(), 1);
@@ -228,35 +140,33 @@ void TestProgramFaults::allAtOnce()
 
 void TestProgramFaults::anotherUser()
 {
-    const QString tool = QStandardPaths::findExecutable(QStringLiteral("setpriv"));
+    const QString tool = QStandardPaths::findExecutable(s("setpriv"));
     if (geteuid() != 0 || tool.isEmpty())
         QSKIP("becoming another user needs root and setpriv");
-    rememberUser(false);
-    const QByteArray box = QFile::encodeName(m_box->path());
+    m_room->leaveUser(false);
+    const QByteArray box = QFile::encodeName(m_room->path());
     QVERIFY(::chmod(box.constData(), 01777) == 0);
-    const QTemporaryDir home(QStringLiteral("/tmp/orvana-test.XXXXXX"));
+    const QTemporaryDir home(s("/tmp/orvana-test.XXXXXX"));
     QVERIFY(::chown(QFile::encodeName(home.path()).constData(), kStranger.toUInt(), kStranger.toUInt()) == 0);
-    const QMap<QString, QString> own{{QStringLiteral("TMPDIR"), home.path()},
-                                     {QStringLiteral("HOME"), home.path()},
-                                     {QStringLiteral("XDG_CONFIG_HOME"), home.path()},
-                                     {QStringLiteral("XDG_RUNTIME_DIR"), home.path()}};
-    const QStringList asStranger{tool, QStringLiteral("--reuid=") + kStranger,
-                                 QStringLiteral("--regid=") + kStranger, QStringLiteral("--clear-groups")};
+    QProcessEnvironment own = m_room->environment();
+    for (const char *name : {"TMPDIR", "HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR"})
+        own.insert(s(name), home.path());
+    const QStringList asStranger{tool, s("--reuid=") + kStranger, s("--regid=") + kStranger,
+                                 s("--clear-groups")};
     const Client second = start(own, asStranger);
     QTRY_COMPARE_WITH_TIMEOUT(windowsNamed(kBoxTitle).size(), 1, kPatience);
     dismiss(windowsNamed(kBoxTitle).constFirst());
     QVERIFY(ended(*second));
     QCOMPARE(second->exitCode(), 1);
-    QVERIFY(!QFile::exists(storage() + QStringLiteral("/log.log")));
+    QVERIFY(!QFile::exists(m_room->stored(s("log.log"))));
 }
 
 // The desktop's log may end before the client does.
 void TestProgramFaults::nobodyReadsTheOutput()
 {
-    rememberUser(false);
-    const QStringList shell{QStringLiteral("bash"), QStringLiteral("-c"),
-                            QStringLiteral("exec \"$0\" > >(exec true) 2>&1")};
-    const Client client = start({}, shell);
+    m_room->leaveUser(false);
+    const QStringList shell{s("bash"), s("-c"), s("exec \"$0\" > >(exec true) 2>&1")};
+    const Client client = start(m_room->environment(), shell);
     QTRY_COMPARE_WITH_TIMEOUT(windowsNamed(kMainTitle).size(), 1, kPatience);
     client->terminate();
     QVERIFY(ended(*client));

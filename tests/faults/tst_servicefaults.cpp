@@ -110,8 +110,6 @@ void TestServiceFaults::minutes()
     connect(client.get(), &Orvana::onlineChanged, this, [&](const QString &reason) {
         states.append((client.session()->isOnline() ? s("online<%1>") : s("offline<%1>")).arg(reason));
     });
-    const QDir cache(client.path(s("user/activity")));
-    const auto records = [&] { return cache.entryList({s("json*")}, QDir::Files).size(); };
 
     server.set(reply, then);
     const QtMessageHandler before = qInstallMessageHandler(keepLog);
@@ -119,14 +117,14 @@ void TestServiceFaults::minutes()
     const bool ended = QTest::qWaitFor([&] { return client->pendingActivityRequests() == 0; }, kLimit);
     qInstallMessageHandler(before);
     QVERIFY(ended);
-    QCOMPARE(records(), 1);
+    QCOMPARE(client.records(), 1);
     QCOMPARE(states.join(QLatin1Char(' ')), seen);
     QVERIFY2(!s_log.filter(logged).isEmpty(), qPrintable(s_log.join(QLatin1Char('\n'))));
 
     server.set(ScriptedServer::ok(R"({"status":"ok"})"));
     server.requests.clear();
     client->sendTaskActivity(2);
-    QTRY_COMPARE_WITH_TIMEOUT(records(), 0, kLimit);
+    QTRY_COMPARE_WITH_TIMEOUT(client.records(), 0, kLimit);
     QCOMPARE(server.requests.size(), 2);
     QVERIFY(client.session()->isOnline());
 }
@@ -148,18 +146,16 @@ void TestServiceFaults::silence()
     ScriptedServer server;
     client.login(kUser);
     client.restart(server.url());
-    const QDir cache(client.path(s("user/activity")));
-    const auto records = [&] { return cache.entryList({s("json*")}, QDir::Files).size(); };
     server.set(reply, Then::Wait);
     client->sendTaskActivity(1);
     QTRY_COMPARE_WITH_TIMEOUT(server.requests.size(), 1, kLimit);
     server.set(ScriptedServer::ok(R"({"status":"ok"})"));
     client->sendTaskActivity(2);
     client->sendTaskActivity(3);
-    QTRY_COMPARE_WITH_TIMEOUT(records(), 1, kLimit);
+    QTRY_COMPARE_WITH_TIMEOUT(client.records(), 1, kLimit);
     client.restart(server.url());
     client->sendTaskActivity(4);
-    QTRY_COMPARE_WITH_TIMEOUT(records(), 0, kLimit);
+    QTRY_COMPARE_WITH_TIMEOUT(client.records(), 0, kLimit);
 }
 
 // A redirection may lead anywhere; login and password do not go along.
@@ -173,8 +169,7 @@ void TestServiceFaults::credentialsStayHere_data()
 void TestServiceFaults::credentialsStayHere()
 {
     QFETCH(QByteArray, status);
-    OfflineClient client;
-    client.login(kUser);
+    OfflineClient client(kUser);
     ScriptedServer server;
     ScriptedServer elsewhere;
     client.restart(server.url());
@@ -191,8 +186,7 @@ void TestServiceFaults::credentialsStayHere()
 
 void TestServiceFaults::noSuchHost()
 {
-    OfflineClient client;
-    client.login(kUser);
+    OfflineClient client(kUser);
     client.restart("https://no-such-host.invalid");
     QStringList reasons;
     connect(client.get(), &Orvana::onlineChanged, this,
@@ -202,7 +196,7 @@ void TestServiceFaults::noSuchHost()
     client->sendTaskActivity(2);
     QTRY_COMPARE_WITH_TIMEOUT(client->pendingActivityRequests(), 0, kLimit);
     QCOMPARE(reasons, texts({"Ошибка соединения. "}));
-    QCOMPARE(QDir(client.path(s("user/activity"))).entryList({s("json*")}, QDir::Files).size(), 2);
+    QCOMPARE(client.records(), 2);
 }
 
 // Ids and addresses come from the service; the desktop opens web pages only.
@@ -297,8 +291,7 @@ void TestServiceFaults::damagedFields()
 {
     QFETCH(int, stage);
     QFETCH(QByteArray, body);
-    OfflineClient client;
-    client.login(kUser);
+    OfflineClient client(kUser);
     const QJsonDocument document = QJsonDocument::fromJson(body);
     const QJsonValue whole =
         document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());

@@ -1,3 +1,4 @@
+#include "files.h"
 #include "offlineclient.h"
 #include "texts.h"
 
@@ -10,19 +11,6 @@ namespace {
 constexpr int kStep = 64; // bytes
 constexpr int kNoFile = -2;
 const QString kUser = s("user@host");
-
-QByteArray contentsOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-bool replaceContents(const QString &path, const QByteArray &bytes)
-{
-    QFile::remove(path);
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-}
 
 QByteArray listsOf(const char *title)
 {
@@ -120,7 +108,7 @@ void TestStoredFaults::damagedFile()
     }
     for (const QByteArray &bytes : qAsConst(damaged)) {
         client.stop();
-        QVERIFY(replaceContents(client.path(name), bytes));
+        QVERIFY(writeFile(client.path(name), bytes));
         client.restart();
         OrvanaUpdate::instance()->init(client.get());
         OrvanaUpdate::instance()->availableUpdateVersion();
@@ -153,11 +141,11 @@ void TestStoredFaults::cutShortWhileReplaced()
     client.stop();
     const QString previous = client.path(s("user@host/.old-tasks.ini"));
     QVERIFY(!QFile::exists(previous));
-    QVERIFY(replaceContents(previous, before));
+    QVERIFY(writeFile(previous, before));
     if (kept == kNoFile)
         QVERIFY(QFile::remove(path));
     else
-        QVERIFY(replaceContents(path, contentsOf(path).left(kept)));
+        QVERIFY(writeFile(path, contentsOf(path).left(kept)));
     client.restart();
     QCOMPARE(client.session()->task(s("1"), s("7")).title, title);
     QVERIFY(!QFile::exists(previous));

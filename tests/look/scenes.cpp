@@ -26,7 +26,6 @@
 
 namespace {
 
-const QString kTeam = QStringLiteral("17");
 const QString kPlainTask = QStringLiteral("1707");
 const QString kLongTask = QStringLiteral("1705");
 const QString kImportantTask = QStringLiteral("1701");
@@ -79,7 +78,7 @@ QWidgetList emptyChooser(Stage &stage)
     stage.bench.server().edit([](localservice::World &world) { world.teams.clear(); });
     MainForm *form = stage.openMain(QString());
     part<QPushButton>(form, "pbTask")->click();
-    return stage.bench.settle() ? QWidgetList {form->findChild<TaskForm *>()} : QWidgetList();
+    return stage.bench.settle() ? QWidgetList{form->findChild<TaskForm *>()} : QWidgetList();
 }
 
 QWidgetList popups(Stage &stage, const std::vector<std::pair<NotificationType, QString>> &raised)
@@ -291,10 +290,7 @@ Stage::~Stage()
 
 MainForm *Stage::openMain(const QString &taskId)
 {
-    if (!bench.signIn())
-        return nullptr;
-    bench.orvana()->changeTask(kTeam, taskId);
-    return bench.openWindow() ? bench.form.get() : nullptr;
+    return bench.openFor(taskId) ? bench.form.get() : nullptr;
 }
 
 bool Stage::startTimer()

@@ -234,22 +234,15 @@ private slots:
 
     void builds()
     {
-        for (int round = 0; round < 2; ++round) {
-            QVariantMap start{{s("z"), 0}};
-            QVariantList startList{0};
-            BuilderJsonObject *inner = objectBuilder(start);
-            BuilderJsonArray *list = arrayBuilder(startList)->add(round)->add(inner)->add(arrayBuilder());
-            // What is added to a part later does not reach the whole.
-            inner->set(s("late"), true);
-            const QVariantMap built = objectBuilder()->set(s("l"), list)->set(s("n"), round)->create();
-            setPrettySerialize(false);
-            QCOMPARE(serialize(built), s("{\"l\":[0,%1,{\"z\":0},[]],\"n\":%1}").arg(round).toUtf8());
-            bool success = false;
-            setPrettySerialize(true);
-            QCOMPARE(serialize(built, success, 1).simplified(),
-                     s("{ \"l\": [ 0, %1, { \"z\": 0 }, [] ], \"n\": %1 }").arg(round).toUtf8());
-            QVERIFY(serialize(QVariantList{1}) == "[\n    1\n]");
-        }
+        QVariantMap start{{s("z"), 0}};
+        BuilderJsonObject *inner = objectBuilder(start);
+        BuilderJsonArray *list = arrayBuilder()->add(1)->add(inner)->add(arrayBuilder());
+        // What is added to a part later does not reach the whole.
+        inner->set(s("late"), true);
+        const QVariantMap built = objectBuilder()->set(s("l"), list)->set(s("n"), 2)->create();
+        QCOMPARE(serialize(built), QByteArray("{\"l\":[1,{\"z\":0},[]],\"n\":2}"));
+        setPrettySerialize(true);
+        QCOMPARE(serialize(QVariantList{1}), QByteArray("[\n    1\n]"));
         // The last ones go with the next of their kind.
         delete arrayBuilder();
         delete objectBuilder();

@@ -113,21 +113,10 @@ private slots:
 
     void survivesHugeCounts()
     {
-        const QByteArray whole = streamed(someInfo());
-        const QByteArray one = QByteArray::fromHex("00000001");
         for (const char *hex : {"00000002", "7fffffff", "80000000", "ffffffff"}) {
-            const QByteArray count = QByteArray::fromHex(hex);
             QList<Task> tasks{Task()};
-            QVERIFY(!read(count + streamed(someTask()), tasks));
+            QVERIFY(!read(QByteArray::fromHex(hex) + streamed(someTask()), tasks));
             QVERIFY(tasks.isEmpty());
-            // The counts of the files, the texts and the phrases in turn.
-            int counts = 0;
-            for (int at = whole.indexOf(one); at >= 0; at = whole.indexOf(one, at + 1), ++counts) {
-                TaskInfo info = someInfo();
-                QVERIFY(!read(QByteArray(whole).replace(at, count.size(), count), info));
-                QVERIFY(info.title == QLatin1String("T") && info.texts.isEmpty());
-            }
-            QCOMPARE(counts, 3);
         }
     }
 

@@ -1,6 +1,6 @@
+#include "files.h"
 #include "model/records.h"
 #include "model/settingsfile.h"
-#include "service/orvana.h"
 #include "texts.h"
 
 #include <QtTest>
@@ -76,7 +76,7 @@ private slots:
             settings->setValue(s("before"), 1);
             settings->setValue(s("an/id, \"of\" \\ ж"), value);
         }
-        const QByteArray written = contents(path);
+        const QByteArray written = contentsOf(path);
         QVERIFY(!written.isEmpty());
         QCOMPARE(soundLines(written), written);
     }
@@ -113,13 +113,13 @@ private slots:
         const QByteArray before = "[General]\nlogged=true\n";
         const QByteArray after = "password=\"p;\\x44f\"\n";
         const QString path = m_folder.filePath(QString::fromLatin1(QTest::currentDataTag()) + s(" dropped"));
-        put(path, before + "damaged=" + value + '\n' + after);
+        QVERIFY(writeFile(path, before + "damaged=" + value + '\n' + after));
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(s("^Error! Settings file is damaged: ")));
         const auto settings = openSettings(path);
         QVERIFY(settings->value(s("logged")).toBool());
         QCOMPARE(settings->value(s("password")).toString(), s("p;я"));
         QVERIFY(!settings->contains(s("damaged")));
-        QVERIFY(contents(path).startsWith(before) && contents(path).endsWith(after));
+        QVERIFY(contentsOf(path).startsWith(before) && contentsOf(path).endsWith(after));
     }
 
     // Whatever is left after any damage can be read, entry by entry.
@@ -132,10 +132,10 @@ private slots:
             settings->setValue(s("details"), details());
             settings->setValue(s("versions"), QVariantList{QVariantMap{{s("a"), QVariantList{1}}}});
         }
-        const QByteArray whole = contents(path);
+        const QByteArray whole = contentsOf(path);
         const auto readAll = [this](const QByteArray &damaged) {
             const QString copy = m_folder.filePath(s("damaged"));
-            put(copy, soundLines(damaged));
+            QVERIFY(writeFile(copy, soundLines(damaged)));
             const QSettings settings(copy, QSettings::IniFormat);
             const QStringList keys = settings.allKeys();
             for (const QString &key : keys)
@@ -152,32 +152,12 @@ private slots:
         }
     }
 
-    void leavesForeignFilesAlone()
-    {
-        QTemporaryDir root;
-        QTemporaryDir foreign;
-        QVERIFY(QFile::link(foreign.path(), root.filePath(s(".orvana"))));
-        const QString config = foreign.filePath(s("config.ini"));
-        const QByteArray damaged = "[General]\nlastLogin=@Variant(\n";
-        put(config, damaged);
-        qputenv("ORVANA_STORAGE_ROOT", QFile::encodeName(root.path()));
-        {
-            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(s("^Storage directory can't be used")));
-            const Orvana orvana;
-            QVERIFY(!orvana.isStorageUsable());
-        }
-        QCOMPARE(contents(config), damaged);
-        const auto settings = emptySettings(config);
-        settings->setValue(s("a"), 1);
-        settings->sync();
-        QCOMPARE(contents(config), damaged);
-    }
-
     void readsWhatAnotherProcessRepaired()
     {
         const QString path = m_folder.filePath(s("shared"));
         const auto settings = openSettings(path);
-        put(path, "[General]\nforceUpdate=true\nx=" + variant(number(kList) + number(0x0FFFFFFF)) + '\n');
+        QVERIFY(writeFile(
+            path, "[General]\nforceUpdate=true\nx=" + variant(number(kList) + number(0x0FFFFFFF)) + '\n'));
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(s("^Error! Settings file is damaged: ")));
         QVERIFY(repairSettings(path));
         settings->sync();
@@ -185,18 +165,6 @@ private slots:
     }
 
 private:
-    static QByteArray contents(const QString &path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-    static void put(const QString &path, const QByteArray &bytes)
-    {
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QCOMPARE(file.write(bytes), bytes.size());
-    }
-
     static QVariant details()
     {
         TaskInfo info;

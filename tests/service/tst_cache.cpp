@@ -1,14 +1,9 @@
+#include "files.h"
 #include "rows.h"
 #include "testclient.h"
 
 #include "model/json.h"
 #include "service/activitycache.h"
-
-#include <QImage>
-
-#include <unistd.h>
-
-using localservice::Fault;
 
 // Minutes wait on the disk until the service has accepted them.
 class TestCache final : public QObject
@@ -19,11 +14,7 @@ private slots:
     void recordIsCompleteOrAbsent()
     {
         QTemporaryDir folder;
-        {
-            QFile half(folder.filePath(s(".new-json01-01-2026-00-00-00.AAAAAA")));
-            QVERIFY(half.open(QIODevice::WriteOnly));
-            half.write("{\"api-");
-        }
+        QVERIFY(writeFile(folder.filePath(s(".new-json01-01-2026-00-00-00.AAAAAA")), "{\"api-"));
         ActivityCache cache;
         cache.setDirectory(folder.path());
         QVERIFY(QDir(folder.path()).isEmpty(QDir::Files | QDir::Hidden));
@@ -60,64 +51,10 @@ private slots:
         QCOMPARE(cache.next(), late);
     }
 
-    void unsentMinutesArriveAfterAnOutage()
-    {
-        TestClient client;
-        QVERIFY(client.logIn());
-        QSignalSpy online(client.orvana.get(), &Orvana::onlineChanged);
-        client.server.stop();
-        for (int minute = 0; minute < 10; ++minute)
-            client.orvana->sendTaskActivity(minute);
-        QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
-        QCOMPARE(online.count(), 1);
-        // They outlive the program.
-        client.restart();
-        QVERIFY(client.session()->isLogged());
-        QCOMPARE(client.records().size(), 10);
-
-        QVERIFY(client.server.start());
-        client.orvana->sendTaskActivity(10);
-        QTRY_COMPARE(client.server.reports().size(), 11);
-        QTRY_VERIFY(client.records().isEmpty());
-        QSet<int> minutes;
-        for (const localservice::ActivityReport &report : client.server.reports())
-            minutes.insert(report.active);
-        QCOMPARE(minutes.size(), 11);
-        QCOMPARE(client.orvana->pendingActivityRequests(), 0);
-        QVERIFY(client.session()->isOnline());
-    }
-
-    void outageKinds()
-    {
-        const std::tuple<Fault, bool> rows[] = {
-            {Fault::refuse(), false},         {Fault::answer(503, "{\"status\":\"ok\"}"), false},
-            {Fault::answer(401), false},      {Fault::answer(302), true},
-            {Fault::answer(200, "ok"), true}, {Fault::answer(200, "{\"status\":\"o"), true}};
-        for (const auto &[fault, staysOnline] : rows) {
-            TestClient client;
-            QVERIFY(client.logIn());
-            client.server.setFault(s("/api_active2"), fault);
-            for (int minute = 0; minute < 3; ++minute)
-                client.orvana->sendTaskActivity(minute);
-            QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
-            QCOMPARE(client.session()->isOnline(), staysOnline);
-            QCOMPARE(client.records().size(), 3);
-            QVERIFY(client.server.reports().isEmpty());
-            client.server.clearFaults();
-            client.orvana->sendTaskActivity(3);
-            QTRY_COMPARE(client.server.reports().size(), 4);
-            QTRY_VERIFY(client.records().isEmpty());
-        }
-    }
-
     void ageGrows()
     {
         const std::tuple<int, const char *, qint64> rows[] = {
-            {450, "0", 450},
-            {60, "30", 90},
-            {60, "x", 60},
-            {-10, "0", (qint64(1) << 32) - 10}, // from the future
-            {60, "9223372036854775807", -1}}; // the service refuses it
+            {60, "30", 90}, {60, "x", 60}, {60, "9223372036854775807", -1}}; // the service refuses it
         for (const auto &[secondsAgo, storedPast, expected] : rows) {
             TestClient client;
             QVERIFY(client.logIn());
@@ -166,69 +103,6 @@ private slots:
         QCOMPARE(client.records(), QStringList({s("jsonA"), s("jsonB")}));
     }
 
-    void diskThatRefuses()
-    {
-        TestClient client;
-        QVERIFY(client.logIn());
-        const QString folder = client.cacheFolder().path();
-        const QString aside = folder + s(".aside");
-        QVERIFY(QFile::rename(folder, aside));
-        {
-            QFile obstacle(folder);
-            QVERIFY(obstacle.open(QIODevice::WriteOnly));
-        }
-        client.orvana->sendTaskActivity(1);
-        client.orvana->sendTaskActivity(2);
-        QImage image(8, 8, QImage::Format_RGB32);
-        image.fill(Qt::red);
-        client.orvana->sendScreenshotActivity(image);
-        const QStringList told = TestClient::popups();
-        QCOMPARE(
-            told.count(s("Не удалось сохранить отчёт об активности на диск. Проверьте свободное место.")), 1);
-        QVERIFY(client.server.reports().isEmpty());
-
-        QVERIFY(QFile::remove(folder) && QFile::rename(aside, folder));
-        client.orvana->sendTaskActivity(3);
-        QTRY_COMPARE(client.server.reports().size(), 3);
-        QTRY_VERIFY(client.records().isEmpty());
-    }
-
-    void recordThatCannotBeDeletedIsSentOnce()
-    {
-        TestClient client;
-        QVERIFY(client.logIn());
-        plant(client, s("json1"), record(client, stamp(60)));
-        const QString folder = client.cacheFolder().path();
-        // Root deletes whatever the modes say; the immutable flag is what stops it.
-        const auto lock = [&folder](bool on) {
-            if (geteuid() == 0)
-                return QProcess::execute(s("chattr"), {on ? s("+i") : s("-i"), folder + s("/json1")}) == 0;
-            return QFile::setPermissions(folder, QFile::Permissions(on ? 0x5000 : 0x7000));
-        };
-        if (!lock(true))
-            QSKIP("this file system has no immutable files");
-        for (int i = 0; i < 3; ++i) {
-            client.orvana->sendCachedActivity();
-            QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
-        }
-        lock(false);
-        QCOMPARE(client.server.reports().size(), 1);
-        QCOMPARE(client.server.requestsTo(s("/api_active2")).size(), 1);
-    }
-
-    void anotherUsersFolderIsNotTouched()
-    {
-        if (geteuid() != 0)
-            QSKIP("only root can give a folder away");
-        const QTemporaryDir root;
-        const QString storage = root.filePath(s(".orvana"));
-        QVERIFY(QDir().mkdir(storage));
-        QCOMPARE(chown(QFile::encodeName(storage).constData(), 12345, 12345), 0);
-        qputenv("ORVANA_STORAGE_ROOT", QFile::encodeName(root.path()));
-        const Orvana orvana;
-        QVERIFY(!orvana.isStorageUsable() && QDir(storage).isEmpty());
-    }
-
     void drainsWithoutAPause()
     {
         TestClient client;
@@ -272,9 +146,7 @@ private:
 
     static void plant(const TestClient &client, const QString &name, const QByteArray &bytes)
     {
-        QFile file(client.cacheFolder().filePath(name));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QCOMPARE(file.write(bytes), bytes.size());
+        QVERIFY(writeFile(client.cacheFolder().filePath(name), bytes));
     }
 };
 

@@ -35,8 +35,7 @@ private slots:
 
     void fetchesDetailsAhead()
     {
-        OfflineClient client;
-        client.login(s("user"));
+        OfflineClient client(s("user"));
         const auto load = [&] {
             client->requestTeamsAndTasks();
             client.answer(

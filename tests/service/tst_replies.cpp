@@ -91,11 +91,10 @@ public:
     QStringList state()
     {
         Orvana::Session *session = client.session();
-        const QDir cache(client.path(s("user/activity")));
         return {s("user ") + session->login(),
                 s("teams %1").arg(session->teams().size()),
                 s("version ") + OrvanaUpdate::instance()->availableUpdateVersion(),
-                s("records %1").arg(cache.entryList({s("json*")}, QDir::Files).size()),
+                s("records %1").arg(client.records()),
                 s("pending %1").arg(client->pendingActivityRequests()),
                 s("title ") + session->taskInfo(s("7")).title,
                 s("time ") + session->todayTime().toString(s("HH:mm/"))

@@ -20,8 +20,7 @@ class TestSessionNews final : public QObject
 private slots:
     void announcesFromTheSecondLoad()
     {
-        OfflineClient client;
-        client.login(s("user"));
+        OfflineClient client(s("user"));
         client.load(texts({"1:7! 8"}));
         QCOMPARE(client.popups().take(), QStringList());
         QVERIFY(!QFile::exists(client.path(kTasksFile)));
@@ -73,8 +72,7 @@ private slots:
     {
         QFETCH(QStringList, before);
         QFETCH(QStringList, after);
-        OfflineClient client;
-        client.login(s("user"));
+        OfflineClient client(s("user"));
         client.load(before);
         client.session()->setCurrentTaskID(s("7"));
         client.session()->save();
@@ -100,9 +98,8 @@ private slots:
 
     void manyChangesDoNotHoldUpTheWindow()
     {
-        OfflineClient client;
+        OfflineClient client(s("user"));
         NotificationManager::instance()->setMainForm(nullptr); // A screen of the usual height.
-        client.login(s("user"));
         QString notes;
         for (int i = 1; i <= 10000; ++i)
             notes += QString::number(i) + QLatin1Char(' ');
@@ -119,8 +116,7 @@ private slots:
 
     void findsTasks()
     {
-        OfflineClient client;
-        client.login(s("user"));
+        OfflineClient client(s("user"));
         client.load(texts({"2:7@2 9!", "1:8~0 7@1 6~y"}));
         Orvana::Session *session = client.session();
         QString ids;
@@ -137,8 +133,7 @@ private slots:
 
     void countsSecondsAndMinutes()
     {
-        OfflineClient client;
-        client.login(s("user"));
+        OfflineClient client(s("user"));
         Orvana::Session *session = client.session();
         session->setWorktimeDate(today());
         QSignalSpy updated(session, &Orvana::Session::timeUpdated);
@@ -218,24 +213,6 @@ private slots:
             QCOMPARE(updated.size(), jumps ? 1 : 0);
             QCOMPARE(client.session()->todayActiveTime(), time);
             QCOMPARE(client.session()->todayActiveTimeDisplayed(), jumps ? time : shown);
-        }
-    }
-
-    void overdue()
-    {
-        OfflineClient client;
-        client.login(s("user"));
-        const QDateTime now = QDateTime::currentDateTime();
-        QList<Task> tasks = tasksFrom(s("1 2 3"));
-        tasks[0].deadline = now.addSecs(-100000);
-        tasks[1].deadline = now.addSecs(100000);
-        client.session()->addTasksData(tasks << Task::catchAll(), s("5"));
-        const std::tuple<const char *, const char *, int> rows[] = {
-            {"5", "1", 100000}, {"5", "2", -100000}, {"5", "3", 0}, {"6", "1", 0}, {"5", "0", 0}};
-        for (const auto &[team, task, expected] : rows) {
-            client->changeTask(s(team), s(task));
-            const qint64 actual = client.session()->overdueTime();
-            QVERIFY2(actual >= expected && actual < expected + (expected == 0 ? 1 : 60), task);
         }
     }
 };

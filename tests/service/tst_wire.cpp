@@ -1,3 +1,4 @@
+#include "files.h"
 #include "rows.h"
 #include "testclient.h"
 
@@ -17,12 +18,14 @@ class TestWire final : public QObject
 private slots:
     void credentialsArriveAsTyped()
     {
-        const std::pair<const char *, const char *> rows[] = {{"a+b&c=d%e#f;g/h?i", "+ & = % # ; /"},
-                                                              {"%41%2B", "%%%00%zz"},
-                                                              {" пётр+test@почта", "\"'«ё»\\`\n "},
-                                                              {"😀", "é\u0301"}};
-        for (const auto &row : rows)
-            sends(s(row.first), s(row.second));
+        // The end of the day goes without saying.
+        const std::tuple<const char *, const char *, QTime> rows[] = {
+            {"a+b&c=d%e#f;g/h?i", "+ & = % # ; /", {10, 0}},
+            {"%41%2B", "%%%00%zz", {23, 59}},
+            {" пётр+test@почта", "\"'«ё»\\`\n ", {0, 0}},
+            {"😀", "é\u0301", {23, 59}}};
+        for (const auto &[login, password, time] : rows)
+            sends(s(login), s(password), time);
         // A password ends at its first NUL.
         TestClient client;
         client.session()->setPassword(s("ab") + QChar(0) + s("cd"));
@@ -53,22 +56,6 @@ private slots:
                          s("GET /api_get_active") + user + s("&task_id=a%2Fb%3Dc"),
                          s("GET /api_get_task") + user + s("&task_id=a%2Fb%3Dc"),
                          s("GET /monitor/ubuntu64/ortm.version")}));
-    }
-
-    void deadlineRequest()
-    {
-        TestClient client;
-        QVERIFY(client.logIn());
-        client.session()->setCurrentTaskID(s("1702"));
-        // The end of the day goes without saying.
-        client.orvana->requestDeadlineChange(QDate(2030, 2, 3), s(" + "), QTime(23, 59));
-        QTRY_COMPARE(client.server.deadlineRequests().size(), 1);
-        const RecordedRequest request =
-            client.server.requestsTo(s("/api_task_deadline_request")).constFirst();
-        QCOMPARE(request.contentType, QByteArray("application/x-www-form-urlencoded"));
-        QCOMPARE(request.body,
-                 QByteArray("login=anna%40orvana.example&password=orvana&task_id=1702&dl_date=2030-02-03&"
-                            "message=%20%2B%20"));
     }
 
     void activityPayloadIsEncodedTwice()
@@ -112,9 +99,7 @@ private slots:
         QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
         QCOMPARE(client.records().size(), 1);
         QCOMPARE(client.pictures().size(), 1);
-        QFile stored(client.cacheFolder().filePath(client.pictures().constFirst()));
-        QVERIFY(stored.open(QIODevice::ReadOnly));
-        const QByteArray jpeg = stored.readAll();
+        const QByteArray jpeg = contentsOf(client.cacheFolder().filePath(client.pictures().constFirst()));
         QVERIFY(jpeg.startsWith("\xFF\xD8"));
 
         client.orvana->sendCachedActivity();
@@ -148,10 +133,8 @@ private slots:
 
     void certificateRefusedWhenVerified()
     {
-        QFile config(qEnvironmentVariable("ORVANA_CONFIG"));
-        QVERIFY(config.open(QIODevice::WriteOnly));
-        config.write("verify-certificates=true\n");
-        config.close();
+        const QString config = qEnvironmentVariable("ORVANA_CONFIG");
+        QVERIFY(writeFile(config, "verify-certificates=true\n"));
         TestClient client;
         QSignalSpy unanswered(client.orvana.get(), &Orvana::loginUnanswered);
         client.orvana->requestCheckLogin(TestClient::anna(), s("orvana"));
@@ -160,11 +143,11 @@ private slots:
         QCOMPARE(TestClient::popups(),
                  QStringList{s("Сертификат сервера не прошёл проверку. Обратитесь к системному "
                                "администратору.")});
-        QVERIFY(config.remove());
+        QVERIFY(QFile::remove(config));
     }
 
 private:
-    static void sends(const QString &login, const QString &password)
+    static void sends(const QString &login, const QString &password, const QTime &time)
     {
         TestClient client;
         client.server.edit([&](localservice::World &world) {
@@ -175,7 +158,7 @@ private:
         });
         QVERIFY(client.logIn(login, password));
         client.session()->setCurrentTaskID(s("7"));
-        client.orvana->requestDeadlineChange(QDate(2030, 1, 2), password, QTime(10, 0));
+        client.orvana->requestDeadlineChange(QDate(2030, 2, 3), password, time);
         QTRY_COMPARE(client.server.requestsTo(s("/api_task_deadline_request")).size(), 1);
         const auto encoded = [](const QString &text) {
             return QString::fromLatin1(QUrl::toPercentEncoding(text));
@@ -183,9 +166,13 @@ private:
         const QString credentials = s("login=%1&password=%2").arg(encoded(login), encoded(password));
         QCOMPARE(QString::fromLatin1(client.server.requestsTo(s("/api_teams")).constFirst().query),
                  credentials);
-        QCOMPARE(
-            QString::fromLatin1(client.server.requestsTo(s("/api_task_deadline_request")).constFirst().body),
-            credentials + s("&task_id=7&dl_date=2030-01-02&dl_time=10%3A00&message=") + encoded(password));
+        const QString sentTime =
+            time == QTime(23, 59) ? QString() : s("&dl_time=") + encoded(time.toString(s("HH:mm")));
+        const auto request = client.server.requestsTo(s("/api_task_deadline_request")).constFirst();
+        QCOMPARE(request.contentType, QByteArray("application/x-www-form-urlencoded"));
+        QCOMPARE(QString::fromLatin1(request.body),
+                 credentials + s("&task_id=7&dl_date=2030-02-03") + sentTime + s("&message=")
+                     + encoded(password));
     }
 };
 

@@ -1,22 +1,16 @@
 // Lets the client work through hours at sixty times their speed while the service
 // fails and its lists change every minute, and looks at what grows:
 // soak CLIENT HOURS
-#include "localservice/server.h"
+#include "clientroom.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QDirIterator>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QHostAddress>
 #include <QMap>
-#include <QProcess>
 #include <QRandomGenerator>
-#include <QSettings>
 #include <QSocketNotifier>
-#include <QTcpServer>
 #include <QTcpSocket>
-#include <QTemporaryDir>
 #include <QTimer>
 
 #include <algorithm>
@@ -46,12 +40,10 @@ constexpr double kMemoryGrowth = 1.05;
 constexpr qint64 kFileGrowth = 256; // bytes: a date or a number may get longer
 constexpr double kFewestMinutes = 0.95; // of those that have passed
 constexpr int kSamplesAtTheHour = 10;
-const QString kUser = QStringLiteral("anna@orvana.example");
-const QString kTeam = QStringLiteral("17");
-const QString kTask = QStringLiteral("1702");
+const QString kTask = s("1702");
 // A blocking task in the team one works for would stop the work.
-const QString kOtherTeam = QStringLiteral("41");
-const QString kPopupTitle = QStringLiteral("^Dialog$");
+const QString kOtherTeam = s("41");
+const QString kPopupTitle = s("^Dialog$");
 
 // KiB. What is shared counts in the second in full, in the first by the number of
 // programs that happen to share it, in the third not at all.
@@ -82,7 +74,6 @@ public:
     bool run();
 
 private:
-    void prepareUser() const;
     void startClient(const QString &program);
     void minute();
     void changeLists();
@@ -92,20 +83,12 @@ private:
     void closeHour();
     bool drained();
     bool report();
-    QString folder() const { return m_box.filePath(QStringLiteral(".orvana")); }
-    QString cacheFolder() const { return folder() + QLatin1Char('/') + kUser + QStringLiteral("/activity"); }
-    int waiting() const
-    {
-        return QDir(cacheFolder()).entryList({QStringLiteral("json*")}, QDir::Files).size();
-    }
 
-    QTemporaryDir m_box;
-    localservice::Server m_server{[] {
+    ClientRoom m_room{[] {
         localservice::Server::Options options;
         options.recordRequests = false;
         return options;
     }()};
-    QTcpServer m_watcher;
     QTimer m_input;
     QTimer m_minuteTimer;
     QTimer m_clearUp;
@@ -124,30 +107,25 @@ private:
 Soak::Soak(const QString &client, int hours)
     : m_hours(hours)
 {
-    prepareUser();
-    QString error;
-    if (!m_server.start(&error) || !m_watcher.listen(QHostAddress::LocalHost))
-        qFatal("no service: %s", qPrintable(error));
-    QSettings config(m_box.filePath(QStringLiteral("orvanx.conf")), QSettings::IniFormat);
-    config.setValue(QStringLiteral("watcher-port"), m_watcher.serverPort());
-    config.sync();
-    if (inotify_add_watch(m_inotify, QFile::encodeName(cacheFolder()).constData(), IN_MOVED_TO) < 0)
+    m_room.leaveUser(true);
+    const QByteArray cache = QFile::encodeName(m_room.ofUser(s("activity")));
+    if (inotify_add_watch(m_inotify, cache.constData(), IN_MOVED_TO) < 0)
         qFatal("the folder cannot be watched");
 
-    QObject::connect(&m_input, &QTimer::timeout, &m_watcher, [this] {
-        const auto clients = m_watcher.findChildren<QTcpSocket *>();
+    QObject::connect(&m_input, &QTimer::timeout, &m_room.watcher, [this] {
+        const auto clients = m_room.watcher.findChildren<QTcpSocket *>();
         for (QTcpSocket *socket : clients)
             socket->write("a");
     });
-    QObject::connect(&m_watcher, &QTcpServer::newConnection, &m_watcher, [this] {
-        while (m_watcher.nextPendingConnection()) { }
+    QObject::connect(&m_room.watcher, &QTcpServer::newConnection, &m_room.watcher, [this] {
+        while (m_room.watcher.nextPendingConnection()) { }
     });
     m_minuteTimer.setTimerType(Qt::PreciseTimer);
-    QObject::connect(&m_minuteTimer, &QTimer::timeout, &m_watcher, [this] { minute(); });
+    QObject::connect(&m_minuteTimer, &QTimer::timeout, &m_room.watcher, [this] { minute(); });
     m_clearUp.setSingleShot(true);
-    QObject::connect(&m_clearUp, &QTimer::timeout, &m_watcher, [this] {
-        m_server.setOutage(Outage::None);
-        m_server.clearFaults();
+    QObject::connect(&m_clearUp, &QTimer::timeout, &m_room.watcher, [this] {
+        m_room.server.setOutage(Outage::None);
+        m_room.server.clearFaults();
     });
     startClient(client);
     m_input.start(kInputPeriod);
@@ -155,37 +133,12 @@ Soak::Soak(const QString &client, int hours)
     m_passed.start();
 }
 
-// Logged in and tracking, as an earlier run left it.
-void Soak::prepareUser() const
-{
-    QDir().mkpath(cacheFolder());
-    QSettings config(folder() + QStringLiteral("/config.ini"), QSettings::IniFormat);
-    config.setValue(QStringLiteral("lastLogin"), kUser);
-    QSettings session(folder() + QLatin1Char('/') + kUser + QStringLiteral("/session.ini"),
-                      QSettings::IniFormat);
-    session.setValue(QStringLiteral("password"), QStringLiteral("orvana"));
-    session.setValue(QStringLiteral("logged"), true);
-    session.setValue(QStringLiteral("active"), true);
-    session.setValue(QStringLiteral("teamID"), kTeam);
-    session.setValue(QStringLiteral("taskID"), kTask);
-}
-
 void Soak::startClient(const QString &program)
 {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    const auto set = [&environment](const char *name, const QString &value) {
-        environment.insert(QString::fromLatin1(name), value);
-    };
-    set("ORVANA_SERVICE_URL", m_server.baseUrl());
-    set("ORVANA_STORAGE_ROOT", m_box.path());
-    set("ORVANA_CONFIG", m_box.filePath(QStringLiteral("orvanx.conf")));
-    set("TMPDIR", m_box.path());
-    set("LD_PRELOAD", QStringLiteral(FAKETIME_LIBRARY));
-    set("FAKETIME", QStringLiteral("@2026-03-02 08:00:00 x%1").arg(kSpeed));
-    m_client.setProcessEnvironment(environment);
+    m_client.setProcessEnvironment(m_room.environment(s("@2026-03-02 08:00:00 x%1").arg(kSpeed)));
     m_client.setStandardOutputFile(QProcess::nullDevice());
     m_client.setStandardErrorFile(QProcess::nullDevice());
-    m_client.setWorkingDirectory(m_box.path());
+    m_client.setWorkingDirectory(m_room.path());
     m_client.start(QDir().absoluteFilePath(program), QStringList());
     if (!m_client.waitForStarted())
         qFatal("the client does not start");
@@ -196,27 +149,23 @@ void Soak::changeLists()
 {
     const int step = m_minutes;
     const QDateTime now = QDateTime::currentDateTime();
-    m_server.edit([step, &now](World &world) {
+    m_room.server.edit([step, &now](World &world) {
         localservice::Task task;
-        task.id = QStringLiteral("9001");
-        task.title = QStringLiteral("Разобрать входящие");
+        task.id = s("9001");
+        task.title = s("Разобрать входящие");
         localservice::Team team;
-        team.id = QStringLiteral("99");
-        team.name = QStringLiteral("Дежурные");
+        team.id = s("99");
+        team.name = s("Дежурные");
         const std::array<
             bool (*)(World &, const localservice::Task &, const localservice::Team &, const QDateTime &), 8>
             changes{
                 [](World &w, const auto &t, const auto &, const auto &) { return w.addTask(kOtherTeam, t); },
                 [](World &w, const auto &, const auto &g, const auto &) { return w.addTeam(g); },
-                [](World &w, const auto &t, const auto &, const auto &) {
-                    return w.setBlock(t.id, QStringLiteral("1"));
-                },
+                [](World &w, const auto &t, const auto &, const auto &) { return w.setBlock(t.id, s("1")); },
                 [](World &w, const auto &, const auto &, const auto &when) {
                     return w.addComment(kTask, when);
                 },
-                [](World &w, const auto &t, const auto &, const auto &) {
-                    return w.setBlock(t.id, QStringLiteral("0"));
-                },
+                [](World &w, const auto &t, const auto &, const auto &) { return w.setBlock(t.id, s("0")); },
                 [](World &w, const auto &, const auto &, const auto &when) {
                     return w.setDeadline(kTask, when.addDays(1));
                 },
@@ -230,25 +179,25 @@ void Soak::changeLists()
 // None of these takes a report and fails to say so: each is to arrive exactly once.
 void Soak::startOutage()
 {
-    const QString all = QStringLiteral("*");
+    const QString all = s("*");
     switch (QRandomGenerator::global()->bounded(6)) {
     case 0:
-        m_server.setOutage(Outage::Unavailable);
+        m_room.server.setOutage(Outage::Unavailable);
         break;
     case 1:
-        m_server.setOutage(Outage::Dropped);
+        m_room.server.setOutage(Outage::Dropped);
         break;
     case 2:
-        m_server.setFault(all, Fault::hang());
+        m_room.server.setFault(all, Fault::hang());
         break;
     case 3:
-        m_server.setFault(all, Fault::answer(500, "oops"));
+        m_room.server.setFault(all, Fault::answer(500, "oops"));
         break;
     case 4:
-        m_server.setFault(all, Fault::delayed(100ms));
+        m_room.server.setFault(all, Fault::delayed(100ms));
         break;
     default:
-        m_server.setFault(QStringLiteral("/api_active2"), Fault::answer(200, "\t<!DOCTYPE html>"));
+        m_room.server.setFault(s("/api_active2"), Fault::answer(200, "\t<!DOCTYPE html>"));
     }
     const bool isLong = m_minutes % kLongOutageEvery == 0;
     m_clearUp.start(isLong ? kMinute * kLongOutage : kMinute * 2 / 5);
@@ -270,8 +219,8 @@ void Soak::countRecords()
 
 void Soak::sample()
 {
-    const QString process = QStringLiteral("/proc/%1/").arg(m_client.processId());
-    QFile rollup(process + QStringLiteral("smaps_rollup"));
+    const QString process = s("/proc/%1/").arg(m_client.processId());
+    QFile rollup(process + s("smaps_rollup"));
     Memory memory;
     if (rollup.open(QIODevice::ReadOnly)) {
         const QList<QByteArray> lines = rollup.readAll().split('\n');
@@ -286,18 +235,18 @@ void Soak::sample()
         }
     }
     m_memory.append(memory);
-    const int open = QDir(process + QStringLiteral("fd")).entryList(QDir::AllEntries | QDir::System).size();
+    const int open = QDir(process + s("fd")).entryList(QDir::AllEntries | QDir::System).size();
     m_hour.fewestDescriptors =
         m_hour.fewestDescriptors == 0 ? open : std::min(m_hour.fewestDescriptors, open);
     m_hour.mostDescriptors = std::max(m_hour.mostDescriptors, open);
-    QDirIterator file(folder(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    QDirIterator file(m_room.path(s(".orvana")), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
     while (file.hasNext()) {
         file.next();
         if (file.fileName() == QLatin1String("log.log"))
             m_hour.log = file.fileInfo().size();
         else if (!file.filePath().contains(QLatin1String("/activity/"))) {
             // A save replaces the whole file under a name that is gone at once.
-            const QString name = QDir(folder()).relativeFilePath(file.filePath());
+            const QString name = QDir(m_room.path(s(".orvana"))).relativeFilePath(file.filePath());
             if (name.endsWith(QLatin1String(".ini")) || name.endsWith(QLatin1String(".json")))
                 m_hour.files[name] = std::max(m_hour.files.value(name), file.fileInfo().size());
         }
@@ -326,7 +275,8 @@ void Soak::closeHour()
     std::printf("%4d %8lld %8lld %8lld %6d to %2d %14lld %8lld %8d %9d %8d\n",
                 static_cast<int>(m_done.size()), m_hour.memory.pss, m_hour.memory.rss, m_hour.memory.own,
                 m_hour.fewestDescriptors, m_hour.mostDescriptors, files, m_hour.log / 1024, m_records,
-                static_cast<int>(m_server.reports().size() + m_server.screenshots().size()), waiting());
+                static_cast<int>(m_room.server.reports().size() + m_room.server.screenshots().size()),
+                m_room.waiting());
     std::fflush(stdout);
     m_hour = {};
     m_memory.clear();
@@ -342,10 +292,9 @@ void Soak::minute()
         startOutage();
     // Somebody reads the popups and closes them.
     if (m_popupCloser.state() == QProcess::NotRunning)
-        m_popupCloser.start(QStringLiteral("xdotool"),
-                            {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
-                             QStringLiteral("--name"), kPopupTitle, QStringLiteral("keydown"),
-                             QStringLiteral("--window"), QStringLiteral("%@"), QStringLiteral("Escape")});
+        m_popupCloser.start(s("xdotool"),
+                            {s("search"), s("--onlyvisible"), s("--name"), kPopupTitle, s("keydown"),
+                             s("--window"), s("%@"), s("Escape")});
     if (m_minutes % kMinutesPerHour == 0)
         closeHour();
     if (m_done.size() == m_hours || m_client.state() == QProcess::NotRunning)
@@ -356,8 +305,8 @@ bool Soak::drained()
 {
     m_minuteTimer.stop();
     m_clearUp.stop();
-    m_server.setOutage(Outage::None);
-    m_server.clearFaults();
+    m_room.server.setOutage(Outage::None);
+    m_room.server.clearFaults();
     QElapsedTimer passed;
     passed.start();
     // A later report has to get through before what waits is taken up.
@@ -365,7 +314,7 @@ bool Soak::drained()
     while (passed.elapsed() < std::chrono::milliseconds(kPatience).count()) {
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
         countRecords();
-        if (m_records > before && waiting() == 0)
+        if (m_records > before && m_room.waiting() == 0)
             return true;
     }
     return false;
@@ -386,10 +335,10 @@ bool Soak::report()
     const bool endedWell = stillRuns && m_client.waitForFinished()
         && m_client.exitStatus() == QProcess::NormalExit && m_client.exitCode() == 0;
     countRecords();
-    const int reports = m_server.reports().size();
-    const int pictures = m_server.screenshots().size();
+    const int reports = m_room.server.reports().size();
+    const int pictures = m_room.server.screenshots().size();
     std::printf("%lld minutes passed; %d reports and pictures counted, %d + %d received, %d waiting\n",
-                passedMinutes, m_records, reports, pictures, waiting());
+                passedMinutes, m_records, reports, pictures, m_room.waiting());
 
     bool good = true;
     const auto check = [&good](bool holds, const char *what) {
@@ -432,6 +381,6 @@ int main(int argc, char *argv[])
     const QStringList arguments = QCoreApplication::arguments();
     if (arguments.size() < 2)
         qFatal("soak CLIENT [HOURS]");
-    const int hours = std::max(2, arguments.value(2, QStringLiteral("24")).toInt());
+    const int hours = std::max(2, arguments.value(2, s("24")).toInt());
     return Soak(arguments.at(1), hours).run() ? 0 : 1;
 }

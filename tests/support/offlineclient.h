@@ -26,6 +26,11 @@ class OfflineClient final
 
 public:
     OfflineClient() { restart(); }
+    explicit OfflineClient(const QString &user, const QString &password = s("pw"))
+        : OfflineClient()
+    {
+        login(user, password);
+    }
 
     Orvana *operator->() const { return m_orvana.get(); }
     Orvana *get() const { return m_orvana.get(); }
@@ -43,6 +48,12 @@ public:
     }
 
     QString path(const QString &name) const { return m_folder.path() + QLatin1String("/.orvana/") + name; }
+
+    // Reports and pictures of a user that wait on the disk.
+    int records(const QString &user = s("user")) const
+    {
+        return QDir(path(user + s("/activity"))).entryList({s("json*")}, QDir::Files).size();
+    }
 
     // A settings file as another program finds it: a copy is read, for Qt shares
     // what it knows of a file within a process.

@@ -16,3 +16,17 @@ inline bool pressKeys(const QString &keys)
 {
     return xdotool(s("key"), {keys});
 }
+
+// The visible windows of any program, by a pattern for their titles.
+inline QStringList windowsNamed(const QString &title)
+{
+    QProcess tool;
+    tool.start(s("xdotool"), {s("search"), s("--onlyvisible"), s("--name"), title});
+    tool.waitForFinished();
+    return QString::fromLatin1(tool.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+}
+
+inline bool activateWindow(const QString &window)
+{
+    return xdotool(s("windowactivate"), {s("--sync"), window});
+}

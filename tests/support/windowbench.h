@@ -8,6 +8,7 @@
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QtWidgets>
 
 #include <memory>
 
@@ -69,6 +70,15 @@ public:
         dropPopups();
         server().clearRequests();
         return ready;
+    }
+
+    /// Anna's window, with a task of her first team chosen.
+    bool openFor(const QString &taskId)
+    {
+        if (!signIn())
+            return false;
+        orvana()->changeTask(s("17"), taskId);
+        return openWindow();
     }
 
     void restartWithoutWindow()

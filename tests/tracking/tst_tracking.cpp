@@ -2,12 +2,6 @@
 #include "tracking/x11_useractivitywatcher.h"
 #include "windowbench.h"
 
-#include <QAction>
-#include <QGuiApplication>
-#include <QLabel>
-#include <QPushButton>
-#include <QScreen>
-
 #include <functional>
 
 namespace {
@@ -28,30 +22,24 @@ private slots:
     void init()
     {
         m_bench = std::make_unique<WindowBench>();
-        QVERIFY(m_bench->signIn());
-        choose(kTask);
-        QVERIFY(m_bench->openWindow());
+        QVERIFY(m_bench->openFor(kTask));
     }
 
     void cleanup() { m_bench.reset(); }
 
     void timers()
     {
-        const struct
-        {
-            const char *name;
-            int interval;
-            bool always;
-        } rows[] = {{"sendActivityTimer", 6000, false},       {"clockTimer", 1000, false},
-                    {"activityMessageTimer", 1800000, false}, {"screenshotTimer", 300000, false},
-                    {"checkUpdateTimer", 3600000, true},      {"checkNeedCloseTimer", 1000, true},
-                    {"updateCommentsTimer", 60000, true},     {"syncTimeTimer", 1740000, true}};
-        for (const auto &row : rows) {
-            const auto *timer = m_bench->child<QTimer>(row.name);
-            QVERIFY2(timer && timer->interval() == row.interval && !timer->isSingleShot(), row.name);
-            QCOMPARE(timer->isActive(), row.always);
+        const std::tuple<const char *, int, bool> rows[] = {
+            {"sendActivityTimer", 6000, false},       {"clockTimer", 1000, false},
+            {"activityMessageTimer", 1800000, false}, {"screenshotTimer", 300000, false},
+            {"checkUpdateTimer", 3600000, true},      {"checkNeedCloseTimer", 1000, true},
+            {"updateCommentsTimer", 60000, true},     {"syncTimeTimer", 1740000, true}};
+        for (const auto &[name, interval, always] : rows) {
+            const auto *timer = m_bench->child<QTimer>(name);
+            QVERIFY2(timer && timer->interval() == interval && !timer->isSingleShot(), name);
+            QCOMPARE(timer->isActive(), always);
             // A coarse timer would make minutes longer.
-            QVERIFY2(row.interval > 6000 || row.always || timer->timerType() == Qt::PreciseTimer, row.name);
+            QVERIFY2(interval > 6000 || always || timer->timerType() == Qt::PreciseTimer, name);
         }
     }
 
@@ -185,39 +173,36 @@ private slots:
         QCOMPARE(m_bench->server().reports().constFirst().active, 1);
     }
 
-    void taskThatIsGone()
+    void listsChangeWhileItRuns()
     {
         const QString gone = s("Задача \"%1\" более недоступна");
+        const auto change = [this](const std::function<void(localservice::World &)> &edit, bool goesOn) {
+            WindowBench::dropPopups();
+            m_bench->server().edit(edit);
+            QVERIFY(m_bench->refresh());
+            QCOMPARE(m_bench->session()->currentTaskID(), goesOn ? kTask : QString());
+            verifyTracking(goesOn);
+        };
         press("pbPlay");
-        m_bench->server().edit([](localservice::World &world) { world.removeTask(kOtherTask); });
+        change([](localservice::World &world) { world.removeTask(s("1706")); }, true);
+        QCOMPARE(WindowBench::popupTexts().size(), 1);
+        change([](localservice::World &world) { world.setBlock(kTask, s("1")); }, true);
+        // Another task blocks this one.
+        change(
+            [](localservice::World &world) {
+                world.setBlock(kTask, s("0"));
+                world.setBlock(kOtherTask, s("1"));
+            },
+            false);
+        QVERIFY(!m_bench->child<QPushButton>("pbPlay")->isCheckable());
+        m_bench->server().edit([](localservice::World &world) { world.setBlock(kOtherTask, s("0")); });
         QVERIFY(m_bench->refresh());
-        QCOMPARE(WindowBench::popupTexts(), QStringList{gone.arg(s("Статья о выборе велосипеда"))});
-        verifyTracking(true);
-        WindowBench::dropPopups();
-        m_bench->server().edit([](localservice::World &world) { world.removeTask(kTask); });
-        QVERIFY(m_bench->refresh());
+        choose(kTask);
+        press("pbPlay");
+        change([](localservice::World &world) { world.removeTask(kTask); }, false);
         QCOMPARE(
             WindowBench::popupTexts(),
             (QStringList{gone.arg(s("Ответить на письма читателей")), s("Запись активности остановлена!")}));
-        QCOMPARE(m_bench->session()->currentTaskID(), QString());
-        verifyTracking(false);
-    }
-
-    void blockingTask()
-    {
-        press("pbPlay");
-        m_bench->server().edit([](localservice::World &world) { world.setBlock(kTask, s("1")); });
-        QVERIFY(m_bench->refresh());
-        QCOMPARE(m_bench->session()->currentTaskID(), kTask);
-        verifyTracking(true);
-        m_bench->server().edit([](localservice::World &world) {
-            world.setBlock(kTask, s("0"));
-            world.setBlock(kOtherTask, s("1"));
-        });
-        QVERIFY(m_bench->refresh());
-        QCOMPARE(m_bench->session()->currentTaskID(), QString());
-        verifyTracking(false);
-        QVERIFY(!m_bench->child<QPushButton>("pbPlay")->isCheckable());
     }
 
     void restart()

@@ -1,3 +1,4 @@
+#include "files.h"
 #include "rows.h"
 #include "tracking/x11_useractivitywatcher.h"
 
@@ -44,7 +45,7 @@ private slots:
     void bytesAreActivity()
     {
         QTcpServer watcher;
-        const auto connection = connectClient(watcher);
+        auto connection = connectClient(watcher);
         QVERIFY(connection);
         QSignalSpy activity(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity);
         int expected = 0;
@@ -55,8 +56,19 @@ private slots:
             ++expected;
             QTRY_COMPARE(activity.count(), expected);
         }
-        QCoreApplication::processEvents();
+        // The last words count; the end itself is no activity.
+        connection->write("x");
+        connection->disconnectFromHost();
+        QTRY_COMPARE(connection->state(), QAbstractSocket::UnconnectedState);
+        ++expected;
         QCOMPARE(activity.count(), expected);
+        // The next start of the watch finds the socket free.
+        UserActivityWatcher::instance()->stopWatch();
+        watcher.close();
+        connection = connectClient(watcher);
+        QVERIFY(connection);
+        connection->write("x");
+        QTRY_COMPARE(activity.count(), expected + 1);
     }
 
     void floodLeavesTheClientResponsive()
@@ -77,19 +89,6 @@ private slots:
         // Nothing is left behind: the next byte is the next event.
         connection->disconnectFromHost();
         QTRY_COMPARE(connection->state(), QAbstractSocket::UnconnectedState);
-    }
-
-    void nobodyListens()
-    {
-        {
-            QTcpServer closed;
-            QVERIFY(closed.listen(QHostAddress::LocalHost));
-            configurePort(closed.serverPort());
-        }
-        QElapsedTimer time;
-        time.start();
-        QVERIFY(!UserActivityWatcher::instance()->startWatch());
-        QVERIFY2(time.elapsed() < 1000, qPrintable(QString::number(time.elapsed())));
     }
 
     // The queue of those who wait to be accepted is full: the connection is made
@@ -124,34 +123,13 @@ private slots:
             ::close(descriptor);
     }
 
-    void watcherGoesAway()
-    {
-        QTcpServer watcher;
-        auto connection = connectClient(watcher);
-        QVERIFY(connection);
-        QSignalSpy activity(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity);
-        connection->write("x");
-        connection->disconnectFromHost();
-        QTRY_COMPARE(connection->state(), QAbstractSocket::UnconnectedState);
-        // The last words count; the end itself is no activity.
-        QCOMPARE(activity.count(), 1);
-        // The next start of the watch finds the socket free.
-        UserActivityWatcher::instance()->stopWatch();
-        watcher.close();
-        connection = connectClient(watcher);
-        QVERIFY(connection);
-        connection->write("x");
-        QTRY_COMPARE(activity.count(), 2);
-    }
-
 private:
     void configure(const QByteArray &text)
     {
         // A new name each time: two writes of one moment look the same to a cache.
-        QFile file(m_folder.filePath(QString::number(++m_configs)));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(text);
-        qputenv("ORVANA_CONFIG", QFile::encodeName(file.fileName()));
+        const QString path = m_folder.filePath(QString::number(++m_configs));
+        QVERIFY(writeFile(path, text));
+        qputenv("ORVANA_CONFIG", QFile::encodeName(path));
     }
     void configurePort(int port) { configure("watcher-port=" + QByteArray::number(port) + '\n'); }
     // The watcher's end of a connection that startWatch() made.

@@ -5,16 +5,7 @@
 #include "urlcatcher.h"
 #include "windowbench.h"
 
-#include <QCalendarWidget>
-#include <QLabel>
-#include <QPlainTextEdit>
-#include <QPushButton>
-#include <QTimeEdit>
-#include <QToolButton>
-
 namespace {
-
-const QString kReason = s("reasonTextEdit");
 
 QPushButton *button(const QWidget *window, const QString &text)
 {
@@ -51,23 +42,6 @@ class DialogsTest final : public QObject
 private slots:
     void initTestCase() { WindowBench::applyStyle(); }
 
-    void reasonIsNeeded()
-    {
-        CalendarForm form(nullptr);
-        form.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&form));
-        QSignalSpy spy(&form, &CalendarForm::accepted);
-        for (const char *typed : {"", " \n\t \n", "  жду ответа\n"}) {
-            WindowBench::dropPopups();
-            form.findChild<QPlainTextEdit *>(kReason)->setPlainText(s(typed));
-            click(button(&form, s("Ок")));
-            QCOMPARE(TestClient::popups().contains(s("Введите причину переноса!")), form.isVisible());
-        }
-        QCOMPARE(spy.count(), 1);
-        QVERIFY(!form.isVisible());
-        QCOMPARE(form.getReason(), s("  жду ответа\n"));
-    }
-
     void calendarMovesByItsArrowsOnly()
     {
         CalendarForm form(nullptr);
@@ -83,27 +57,32 @@ private slots:
         }
         click(part("qt_calendar_prevmonth"));
         QCOMPARE(QDate(calendar->yearShown(), calendar->monthShown(), 1), QDate(2023, 12, 1));
-        click(part("qt_calendar_nextmonth"));
-        QCOMPARE(calendar->monthShown(), 1);
     }
 
     void deadlineRequest()
     {
         WindowBench bench;
-        QVERIFY(bench.signIn());
-        bench.orvana()->changeTask(s("17"), s("1701"));
-        QVERIFY(bench.openWindow());
+        QVERIFY(bench.openFor(s("1701")));
         QPointer<CalendarForm> opened;
         for (const bool changesMind : {true, false}) {
             whenOpen(bench.form.get(), [&](CalendarForm *form) {
                 opened = form;
                 form->findChild<QCalendarWidget *>()->setSelectedDate(QDate(2031, 5, 7));
                 form->findChild<QTimeEdit *>()->setTime(QTime(18, 30));
-                form->findChild<QPlainTextEdit *>(kReason)->setPlainText(s("жду & жду"));
+                auto *reason = form->findChild<QPlainTextEdit *>(s("reasonTextEdit"));
+                for (const char *missing : {"", " \n\t \n"}) {
+                    WindowBench::dropPopups();
+                    reason->setPlainText(s(missing));
+                    click(button(form, s("Ок")));
+                    QCOMPARE(TestClient::popups(), texts({"Введите причину переноса!"}));
+                    QVERIFY(form->isVisible());
+                }
+                reason->setPlainText(s("  жду & жду\n"));
                 if (changesMind)
                     QTest::keyClick(form, Qt::Key_Escape);
                 else
                     click(button(form, s("Ок")));
+                QVERIFY(!form->isVisible());
             });
             click(bench.child<QPushButton>("pbTimeExtend"));
             QTRY_VERIFY(opened.isNull());
@@ -112,15 +91,10 @@ private slots:
         const auto sent = bench.server().deadlineRequests();
         QCOMPARE(sent.size(), 1);
         QCOMPARE((QStringList{sent[0].taskId, sent[0].date, sent[0].time, sent[0].message}),
-                 texts({"1701", "2031-05-07", "18:30", "жду & жду"}));
-    }
+                 texts({"1701", "2031-05-07", "18:30", "  жду & жду\n"}));
 
-    void unlistedWorkHasNoDeadline()
-    {
-        WindowBench bench;
-        QVERIFY(bench.signIn());
+        // Work that is on no list has no deadline.
         bench.orvana()->changeTask(s("17"), s("0"));
-        QVERIFY(bench.openWindow());
         QTimer::singleShot(0, bench.form.get(), [] {
             if (QWidget *dialog = QApplication::activeModalWidget()) {
                 dialog->close();
@@ -131,7 +105,7 @@ private slots:
         QVERIFY(TestClient::popups().contains(s("Для данной задачи невозможно выполнить перенос дедлайна.")));
     }
 
-    void updateCheck()
+    void about()
     {
         TestClient client;
         QCoreApplication::setApplicationVersion(s("1.1.0"));
@@ -147,27 +121,20 @@ private slots:
         check({s("1.2.0")}, "Доступно обновление 1.2.0");
         check({s("1.1.0")}, "Установлена последняя версия");
         check({}, "Установлена последняя версия");
-        QSignalSpy offline(client.orvana.get(), &Orvana::onlineChanged);
         client.server.stop();
+        QSignalSpy offline(client.orvana.get(), &Orvana::onlineChanged);
         about.update();
-        QTRY_VERIFY(offline.count() > 0);
+        QVERIFY(offline.wait());
         QCOMPARE(info->text(), s("Проверка обновления..."));
-    }
 
-    void aboutLink()
-    {
-        TestClient client;
-        UrlCatcher catcher;
-        AboutForm about(client.orvana.get(), nullptr);
+        const UrlCatcher catcher;
         about.show();
         QVERIFY(QTest::qWaitForWindowActive(&about));
         auto *link = about.findChild<QLabel *>(s("lbUrl"));
         click(link);
-        QCOMPARE(catcher.opened, QStringList{client.server.baseUrl()});
         link->setFocus();
         QTest::keyClick(link, Qt::Key_Return);
-        QCOMPARE(catcher.opened.size(), 2);
-        QVERIFY(about.isVisible());
+        QCOMPARE(catcher.opened, QStringList({client.server.baseUrl(), client.server.baseUrl()}));
         QTest::keyClick(&about, Qt::Key_Escape);
         QVERIFY(!about.isVisible());
     }

@@ -2,10 +2,6 @@
 #include "ui/loginform.h"
 #include "windowbench.h"
 
-#include <QLabel>
-#include <QLineEdit>
-#include <QPushButton>
-
 using localservice::Fault;
 
 namespace {
@@ -79,11 +75,16 @@ private slots:
         }
     }
 
-    void refusedThenAccepted()
+    void unreachableThenRefusedThenAccepted()
     {
         QSignalSpy accepted(m_form.get(), &QDialog::accepted);
         type(email(), TestClient::anna());
         type(password(), s(" %41\"ё+& "));
+        m_bench->server().stop();
+        pressEnter();
+        QVERIFY(!enter()->isEnabled());
+        QTRY_COMPARE(message(), s("Не удалось соединиться с сервером."));
+        QVERIFY(enter()->isEnabled() && m_bench->server().start());
         pressEnter();
         QTRY_COMPARE(message(), s("Неверный логин или пароль"));
         const auto request = m_bench->server().requestsTo(kLoginPath).constFirst();
@@ -100,24 +101,11 @@ private slots:
         QVERIFY(m_bench->session()->isLogged());
     }
 
-    void serviceDown()
-    {
-        m_bench->server().stop();
-        typeAccount();
-        pressEnter();
-        QVERIFY(!enter()->isEnabled());
-        QTRY_COMPARE(message(), s("Не удалось соединиться с сервером."));
-        QVERIFY(enter()->isEnabled());
-        QVERIFY(m_bench->server().start());
-        QSignalSpy accepted(m_form.get(), &QDialog::accepted);
-        pressEnter();
-        QVERIFY(accepted.wait());
-    }
-
     void onlyOneRequestUnderWay()
     {
         m_bench->server().setFault(kLoginPath, Fault::hang());
-        typeAccount();
+        type(email(), TestClient::anna());
+        type(password(), s("orvana"));
         for (int i = 0; i < 2; ++i)
             QTest::keyClick(password(), Qt::Key_Return);
         QTest::keyClick(email(), Qt::Key_Enter);
@@ -183,11 +171,6 @@ private:
         QVERIFY(QTest::qWaitForWindowExposed(m_form.get()));
         QApplication::setActiveWindow(m_form.get());
         QTRY_VERIFY(email()->hasFocus());
-    }
-    void typeAccount()
-    {
-        type(email(), TestClient::anna());
-        type(password(), s("orvana"));
     }
     int checks() { return m_bench->server().requestsTo(kLoginPath).size(); }
 

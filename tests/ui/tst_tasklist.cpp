@@ -8,9 +8,6 @@
 #include "ui/taskrowdelegate.h"
 #include "windowbench.h"
 
-#include <QLabel>
-#include <QPushButton>
-
 #include <functional>
 
 namespace {
@@ -43,10 +40,7 @@ public:
                      const QString &current = QString())
     {
         bench.server().edit([&tasks](localservice::World &world) { world.team(kTeam)->tasks = tasks; });
-        if (!bench.signIn())
-            return;
-        bench.orvana()->changeTask(kTeam, current);
-        if (!bench.openWindow())
+        if (!bench.openFor(current))
             return;
         list = bench.form->findChild<TaskListForm *>();
         view = list->findChild<TaskListView *>();

@@ -1,3 +1,5 @@
+#include "clientroom.h"
+#include "files.h"
 #include "texts.h"
 #include "urlcatcher.h"
 #include "windowbench.h"
@@ -30,8 +32,7 @@ private slots:
         standIn(s("gksudo"));
         standIn(s("ORTM-update"));
         WindowBench bench;
-        QVERIFY(bench.signIn());
-        bench.openWindow();
+        QVERIFY(bench.openFor(QString()));
         OrvanaUpdate::instance()->init(bench.orvana());
         const auto press = [&](const QStringList &versions) {
             bench.server().edit([&](localservice::World &world) { world.setVersions(versions); });
@@ -56,8 +57,7 @@ private slots:
     void forcedUpdate()
     {
         WindowBench bench;
-        QVERIFY(bench.signIn());
-        bench.openWindow();
+        QVERIFY(bench.openFor(QString()));
         OrvanaUpdate::instance()->init(bench.orvana());
         const QString state = bench.orvana()->storageDirectory().filePath(s("update.json"));
         const auto force = [&state](bool forced) {
@@ -82,24 +82,21 @@ private slots:
 
     void pendingAtStart()
     {
-        const QString storage = file(s(".orvana"));
-        QVERIFY(QDir().mkpath(storage));
-        QSettings(storage + s("/update.json"), QSettings::IniFormat).setValue(s("updateAtStartup"), true);
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(s("ORVANA_STORAGE_ROOT"), m_box->path());
-        environment.insert(s("TMPDIR"), m_box->path());
+        const ClientRoom room;
+        room.leaveUser(false);
+        QSettings(room.stored(s("update.json")), QSettings::IniFormat).setValue(s("updateAtStartup"), true);
         QProcess client;
-        client.setProcessEnvironment(environment);
+        client.setProcessEnvironment(room.environment());
         standIn(s("ORTM-update"), s("sleep 1"));
         client.start(s(ORVANA_EXECUTABLE), QStringList());
         QVERIFY(client.waitForFinished(TestClient::waitLimit));
         QCOMPARE(client.exitCode(), 0);
         QTRY_COMPARE(callsOf(s("ORTM-update")), s("--install-only"));
-        QVERIFY(!QFile::exists(storage + s("/log.log")));
+        QVERIFY(!QFile::exists(room.stored(s("log.log"))));
         // Without an updater the client starts.
         QVERIFY(QFile::remove(file(s("ORTM-update"))));
         client.start(s(ORVANA_EXECUTABLE), QStringList());
-        QTRY_VERIFY(QFile::exists(storage + s("/log.log")));
+        QTRY_VERIFY(QFile::exists(room.stored(s("log.log"))));
         client.kill();
         QVERIFY(client.waitForFinished(TestClient::waitLimit));
     }
@@ -110,17 +107,14 @@ private:
     // A program that notes its arguments, then does what the script says.
     void standIn(const QString &name, const QString &script = {})
     {
-        QFile program(file(name));
-        QVERIFY(program.open(QIODevice::WriteOnly));
-        program.write(s("#!/bin/sh\n%2\necho \"$@\" >> '%1.called'\n").arg(file(name), script).toUtf8());
-        program.close();
-        program.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        const QString text = s("#!/bin/sh\n%2\necho \"$@\" >> '%1.called'\n").arg(file(name), script);
+        QVERIFY(writeFile(file(name), text.toUtf8()));
+        QFile::setPermissions(file(name), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
 
     QString callsOf(const QString &name) const
     {
-        QFile calls(file(name) + s(".called"));
-        return calls.open(QIODevice::ReadOnly) ? QString::fromUtf8(calls.readAll()).trimmed() : QString();
+        return QString::fromUtf8(contentsOf(file(name) + s(".called"))).trimmed();
     }
 
     std::unique_ptr<QTemporaryDir> m_box;
