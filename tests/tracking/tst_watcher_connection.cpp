@@ -61,7 +61,7 @@ private slots:
         connection->disconnectFromHost();
         QTRY_COMPARE(connection->state(), QAbstractSocket::UnconnectedState);
         ++expected;
-        QCOMPARE(activity.count(), expected);
+        QTRY_COMPARE(activity.count(), expected);
         // The next start of the watch finds the socket free.
         UserActivityWatcher::instance()->stopWatch();
         watcher.close();
@@ -110,7 +110,7 @@ private slots:
         QElapsedTimer time;
         time.start();
         QVERIFY(!UserActivityWatcher::instance()->startWatch());
-        QVERIFY(time.elapsed() >= 90 && time.elapsed() < 1000);
+        QVERIFY(time.elapsed() >= 90 && time.elapsed() < 5000);
 
         // The attempt goes on, and its activity counts.
         QSignalSpy activity(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity);
