@@ -5,6 +5,7 @@
 #include "service/ovsession.h"
 #include "ui/artwork.h"
 #include "ui/mainform.h"
+#include "ui/simplemarkup.h"
 #include "ui/tooltips.h"
 #include "ui_taskform.h"
 
@@ -17,9 +18,10 @@ namespace {
 
 QString itemText(const Task &task)
 {
+    const QString title = titleLine(task.title);
     if (!task.deadline.isValid())
-        return task.title;
-    return task.title + QStringLiteral(" | Истекает: ") + serviceDateTimeText(task.deadline);
+        return title;
+    return title + QStringLiteral(" | Истекает: ") + serviceDateTimeText(task.deadline);
 }
 
 int indexOfId(const QComboBox *box, const QString &id)
@@ -34,7 +36,9 @@ int indexOfId(const QComboBox *box, const QString &id)
 } // namespace
 
 TaskForm::TaskForm(MainForm *mainForm, QWidget *parent)
-    : AbstractOrvanaForm(parent), m_ui(std::make_unique<Ui::TaskForm>()), m_mainForm(mainForm)
+    : AbstractOrvanaForm(parent)
+    , m_ui(std::make_unique<Ui::TaskForm>())
+    , m_mainForm(mainForm)
 {
     m_ui->setupUi(this);
     m_ui->pbOk->setObjectName(QStringLiteral("pbOrvana"));
@@ -95,7 +99,7 @@ void TaskForm::fillTeams(const QList<Team> &teams)
 {
     m_ui->cbTeam->clear();
     for (const Team &team : teams) {
-        m_ui->cbTeam->addItem(team.name, team.id);
+        m_ui->cbTeam->addItem(titleLine(team.name), team.id);
         m_ui->cbTeam->setItemData(m_ui->cbTeam->count() - 1, literalToolTip(team.name), Qt::ToolTipRole);
     }
     m_shownTeams = teams;
