@@ -122,6 +122,18 @@ private slots:
         QVERIFY(contents(path).startsWith(before) && contents(path).endsWith(after));
     }
 
+    // With a name as long as a name may be there is no room for a second one beside it.
+    void keepsWhatCannotBeReplaced()
+    {
+        const QString path = m_folder.filePath(s("x").repeated(252));
+        const QByteArray before = "[General]\nbefore=1\n";
+        put(path, before);
+        QSettings settings(path, QSettings::IniFormat);
+        settings.setValue(s("after"), 2);
+        QVERIFY(!syncSettings(settings));
+        QCOMPARE(contents(path), before);
+    }
+
     // Whatever is left after any damage can be read, entry by entry.
     void survivesDamage()
     {
