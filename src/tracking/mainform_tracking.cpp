@@ -121,13 +121,15 @@ void MainForm::sendActivity(bool force)
     }
     if (m_tickCount != kSlicesPerMinute && !force)
         return;
+    // On the disk before the counters tell of it: a kill in between must not leave a
+    // minute that is shown and was never reported.
+    m_orvana->sendTaskActivity(m_activeTicks);
     Orvana::Session *session = m_orvana->session();
     session->addMinuteToWorktime();
     if (m_activeTicks < 1)
         session->updateSecondsToDisplayedActiveTime();
     else
         session->addMinuteToActiveTime();
-    m_orvana->sendTaskActivity(m_activeTicks);
     m_tickCount = 0;
     m_activeTicks = 0;
     m_lastSendTime = QDateTime::currentDateTime();

@@ -8,7 +8,11 @@
 #include <QPushButton>
 #include <QScreen>
 
+#include <array>
 #include <functional>
+
+#include <sys/inotify.h>
+#include <unistd.h>
 
 namespace {
 
@@ -86,6 +90,31 @@ private slots:
             QCOMPARE(m_bench->session()->todayActiveTime(kTask), QTime(0, activeMinutes));
             QVERIFY(m_bench->settle());
         }
+    }
+
+    // A kill between the two leaves a minute that is reported and not yet shown.
+    void reportedBeforeCounted()
+    {
+        const QString user =
+            Orvana::Session::directoryOf(m_bench->orvana()->storageDirectory(), TestClient::anna());
+        const int events = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+        for (const QString &folder : {user, QString(user + s("/activity"))})
+            QVERIFY(inotify_add_watch(events, QFile::encodeName(folder).constData(), IN_MOVED_TO) >= 0);
+        press("pbPlay");
+        minute();
+        QStringList written;
+        alignas(inotify_event) std::array<char, 64 * 1024> buffer;
+        for (ssize_t size; (size = read(events, buffer.data(), buffer.size())) > 0;) {
+            for (ssize_t at = 0; at < size;) {
+                const auto *event = reinterpret_cast<const inotify_event *>(buffer.data() + at);
+                written.append(QFile::decodeName(event->name).left(4));
+                at += static_cast<ssize_t>(sizeof *event + event->len);
+            }
+        }
+        close(events);
+        QVERIFY(written.contains(s("sess")));
+        QCOMPARE(written.constFirst(), s("json"));
+        QVERIFY(m_bench->settle());
     }
 
     void unfinishedMinuteIsDropped()
