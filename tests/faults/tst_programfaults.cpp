@@ -1,14 +1,17 @@
 #include "localservice/server.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QHostAddress>
 #include <QProcess>
 #include <QSettings>
 #include <QTcpServer>
+#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <csignal>
 #include <memory>
 #include <vector>
 
@@ -25,6 +28,11 @@ const QString kStranger = QStringLiteral("12345");
 const QString kMainTitle = QStringLiteral("^Orvana$");
 const QString kBoxTitle = QStringLiteral("^Orvana Team Monitor$");
 const QString kUser = QStringLiteral("anna@orvana.example");
+const QMap<QString, QString> kFast{
+    {QStringLiteral("LD_PRELOAD"), QStringLiteral("/usr/$LIB/faketime/libfaketime.so.1")},
+    {QStringLiteral("FAKETIME"), QStringLiteral("+0 x40")},
+    // A sanitizer's library wants to be the first that is loaded.
+    {QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0:detect_leaks=0")}};
 
 QStringList windowsNamed(const QString &title)
 {
@@ -77,7 +85,10 @@ private slots:
     void displayDies();
     void allAtOnce();
     void anotherUser();
-    void nobodyReadsTheOutput();
+    void outlivesItsTerminal_data();
+    void outlivesItsTerminal();
+    void watcher_data();
+    void watcher();
 
 private:
     using Client = std::unique_ptr<QProcess>;
@@ -162,11 +173,7 @@ void TestProgramFaults::displayDies()
 {
     rememberUser(true);
     m_server->setFault(QStringLiteral("/api_active2"), Fault::answer(503));
-    QMap<QString, QString> fast{
-        {QStringLiteral("LD_PRELOAD"), QStringLiteral("/usr/$LIB/faketime/libfaketime.so.1")},
-        {QStringLiteral("FAKETIME"), QStringLiteral("+0 x40")},
-        // A sanitizer's library wants to be the first that is loaded.
-        {QStringLiteral("ASAN_OPTIONS"), QStringLiteral("verify_asan_link_order=0:detect_leaks=0")}};
+    QMap<QString, QString> fast = kFast;
     int kept = 0;
     {
         Display display;
@@ -179,6 +186,12 @@ void TestProgramFaults::displayDies()
         QVERIFY2(client->exitStatus() == QProcess::NormalExit, "it ends by itself");
         kept = waiting();
     }
+    QDirIterator written(storage(),
+                         {QStringLiteral("json*"), QStringLiteral("*.log"), QStringLiteral("tasks.ini")},
+                         QDir::Files, QDirIterator::Subdirectories);
+    while (written.hasNext())
+        QVERIFY2(!(QFile::permissions(written.next()) & 0x0077), qPrintable(written.filePath()));
+    QCOMPARE(QFile::permissions(storage()) & 0x0fff, QFile::Permissions(0x0700));
     QVERIFY(kept >= 2);
     m_server->clearFaults();
     Display another;
@@ -250,17 +263,78 @@ void TestProgramFaults::anotherUser()
     QVERIFY(!QFile::exists(storage() + QStringLiteral("/log.log")));
 }
 
-// The desktop's log may end before the client does.
-void TestProgramFaults::nobodyReadsTheOutput()
+// The desktop's log may end before the client does, stand still, or hang up.
+void TestProgramFaults::outlivesItsTerminal_data()
 {
-    rememberUser(false);
-    const QStringList shell{QStringLiteral("bash"), QStringLiteral("-c"),
-                            QStringLiteral("exec \"$0\" > >(exec true) 2>&1")};
-    const Client client = start({}, shell);
-    QTRY_COMPARE_WITH_TIMEOUT(windowsNamed(kMainTitle).size(), 1, kPatience);
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<bool>("hangsUp");
+    QTest::newRow("output closed") << QStringLiteral("exec \"$0\" > >(exec true) 2>&1") << false;
+    QTest::newRow("output never read") << QStringLiteral(
+        "exec > >(exec tail -f /dev/null --pid=$$) 2>&1; head -c 64000 /dev/zero; exec \"$0\"")
+                                       << false;
+    QTest::newRow("only errors never read") << QStringLiteral(
+        "exec 2> >(exec tail -f /dev/null --pid=$$); head -c 64000 /dev/zero >&2; exec \"$0\"")
+                                            << false;
+    QTest::newRow("hangs up") << QStringLiteral("exec nohup \"$0\"") << true;
+}
+
+void TestProgramFaults::outlivesItsTerminal()
+{
+    QFETCH(QString, command);
+    QFETCH(bool, hangsUp);
+    rememberUser(true);
+    const Client client = start(kFast, {QStringLiteral("bash"), QStringLiteral("-c"), command});
+    QTRY_VERIFY_WITH_TIMEOUT(m_server->reports().size() >= 2, kPatience);
+    if (hangsUp)
+        ::kill(static_cast<pid_t>(client->processId()), SIGHUP);
+    const int before = m_server->reports().size();
+    QTRY_VERIFY_WITH_TIMEOUT(m_server->reports().size() >= before + 2, kPatience);
     client->terminate();
     QVERIFY(ended(*client));
     QCOMPARE(client->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(client->exitCode(), 0);
+}
+
+// Without a watcher, or with a mad one, the minutes are reported all the same.
+void TestProgramFaults::watcher_data()
+{
+    QTest::addColumn<QByteArray>("says"); // again and again
+    QTest::addColumn<bool>("ends");
+    QTest::addColumn<int>("active");
+    QTest::newRow("silent") << QByteArray() << false << 0;
+    QTest::newRow("garbage") << QByteArray("\0\xff%n{\"", 6) << false << 10;
+    QTest::newRow("flood") << QByteArray(4 * 1024 * 1024, 'x') << false << 10;
+    QTest::newRow("ends") << QByteArray("x") << true << 0;
+}
+
+void TestProgramFaults::watcher()
+{
+    QFETCH(QByteArray, says);
+    QFETCH(bool, ends);
+    QFETCH(int, active);
+    rememberUser(true);
+    const Client client = start(kFast);
+    QTRY_VERIFY_WITH_TIMEOUT(m_watcher->hasPendingConnections(), kPatience);
+    QTcpSocket *peer = m_watcher->nextPendingConnection();
+    QTimer speech;
+    connect(&speech, &QTimer::timeout, peer, [peer, says] {
+        if (peer->bytesToWrite() == 0)
+            peer->write(says);
+    });
+    speech.start(20);
+    QTRY_VERIFY_WITH_TIMEOUT(m_server->reports().size() >= 2, kPatience);
+    if (ends) {
+        speech.stop();
+        peer->abort();
+        QTRY_VERIFY_WITH_TIMEOUT(m_server->reports().constLast().active == 0, kPatience);
+    }
+    const int before = m_server->reports().size();
+    QTRY_VERIFY_WITH_TIMEOUT(m_server->reports().size() >= before + 2, kPatience);
+    const int reported = m_server->reports().constLast().active;
+    QVERIFY2(active == 0 ? reported == 0 : reported > active / 2, qPrintable(QString::number(reported)));
+    QVERIFY2(!m_watcher->hasPendingConnections(), "it is asked once");
+    client->terminate();
+    QVERIFY(ended(*client));
     QCOMPARE(client->exitCode(), 0);
 }
 
