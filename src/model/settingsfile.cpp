@@ -299,6 +299,16 @@ void dropPendingWrite(QSettings &settings)
     QCoreApplication::removePostedEvents(&settings, QEvent::UpdateRequest);
 }
 
+// Of a program that ended between making its lock and signing it; Qt waits half a
+// minute for the signature.
+void removeUnsignedLock(const QByteArray &path)
+{
+    const QByteArray lock = path + ".lock";
+    struct stat info = {};
+    if (::lstat(lock.constData(), &info) == 0 && info.st_size == 0)
+        ::unlink(lock.constData());
+}
+
 // What a write that was cut short by the end of the program left behind.
 void restorePrevious(const QByteArray &path)
 {
@@ -356,6 +366,7 @@ bool syncSettings(QSettings &settings)
         dropPendingWrite(settings);
         return false;
     }
+    removeUnsignedLock(path);
     settings.sync();
     dropPendingWrite(settings);
     const Place after(path);

@@ -134,6 +134,19 @@ private slots:
         QCOMPARE(contents(path), before);
     }
 
+    void waitsForNoLockThatNobodySigned()
+    {
+        const QString path = m_folder.filePath(s("locked"));
+        put(path + s(".lock"), QByteArray());
+        QSettings settings(path, QSettings::IniFormat);
+        settings.setValue(s("a"), 1);
+        QElapsedTimer time;
+        time.start();
+        QVERIFY(syncSettings(settings));
+        QVERIFY2(time.elapsed() < 5000, qPrintable(QString::number(time.elapsed())));
+        QCOMPARE(contents(path), QByteArray("[General]\na=1\n"));
+    }
+
     // Whatever is left after any damage can be read, entry by entry.
     void survivesDamage()
     {
