@@ -188,7 +188,8 @@ private slots:
     {
         QTemporaryDir elsewhere;
         for (const bool isLink : {true, false}) {
-            QVERIFY(isLink ? QFile::link(elsewhere.path(), storage()) : QFile(storage()).open(QIODevice::WriteOnly));
+            QVERIFY(isLink ? QFile::link(elsewhere.path(), storage())
+                           : QFile(storage()).open(QIODevice::WriteOnly));
             const auto run = start();
             activate(s("^Orvana Team Monitor$"));
             press(s("Return"));
