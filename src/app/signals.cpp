@@ -4,6 +4,7 @@
 #include <QDebug>
 #include <QSocketNotifier>
 
+#include <cerrno>
 #include <csignal>
 
 #include <sys/socket.h>
@@ -15,14 +16,16 @@ volatile int s_wakeup = -1;
 
 void wake(int)
 {
+    const int before = errno;
     const char byte = 1;
     if (write(s_wakeup, &byte, sizeof byte) < 0)
-        return;
+        errno = before;
 }
 
 } // namespace
 
-TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
+TerminationSignals::TerminationSignals(QObject *parent)
+    : QObject(parent)
 {
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, m_sockets) != 0)
         return;
@@ -34,8 +37,11 @@ TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
         qDebug() << "Asked to terminate";
         QCoreApplication::quit();
     });
-    for (const int number : {SIGTERM, SIGINT, SIGHUP})
-        std::signal(number, wake);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+        // Whoever started it without heed to the end of the terminal goes on.
+        if (std::signal(number, wake) == SIG_IGN && number == SIGHUP)
+            std::signal(number, SIG_IGN);
+    }
 }
 
 TerminationSignals::~TerminationSignals()

@@ -256,12 +256,31 @@ QByteArray previousOf(const QByteArray &path)
     return path.left(name) + ".old-" + path.mid(name);
 }
 
-bool isSameFile(const QByteArray &one, const QByteArray &other)
+// Where a file is kept on the disk; invalid when there is none.
+struct Place
 {
-    struct stat first = {};
-    struct stat second = {};
-    return ::stat(one.constData(), &first) == 0 && ::stat(other.constData(), &second) == 0
-        && first.st_ino == second.st_ino && first.st_dev == second.st_dev;
+    explicit Place(const QByteArray &path)
+    {
+        struct stat info = {};
+        isValid = ::stat(path.constData(), &info) == 0;
+        inode = info.st_ino;
+        device = info.st_dev;
+    }
+
+    bool isValid;
+    ino_t inode;
+    dev_t device;
+};
+
+// Each write makes a new file.
+bool isNew(const Place &now, const Place &before)
+{
+    return now.isValid && (!before.isValid || now.inode != before.inode || now.device != before.device);
+}
+
+bool isDiskFull(int error)
+{
+    return error == ENOSPC || error == EDQUOT;
 }
 
 // A line for the section and one for each key, all of them ended.
@@ -278,6 +297,16 @@ bool isWhole(const QByteArray &path, int keys)
 void dropPendingWrite(QSettings &settings)
 {
     QCoreApplication::removePostedEvents(&settings, QEvent::UpdateRequest);
+}
+
+// Of a program that ended between making its lock and signing it; Qt waits half a
+// minute for the signature.
+void removeUnsignedLock(const QByteArray &path)
+{
+    const QByteArray lock = path + ".lock";
+    struct stat info = {};
+    if (::lstat(lock.constData(), &info) == 0 && info.st_size == 0)
+        ::unlink(lock.constData());
 }
 
 // What a write that was cut short by the end of the program left behind.
@@ -331,18 +360,23 @@ bool syncSettings(QSettings &settings)
     // Qt takes a file for written of which the last kilobytes met a full disk, and
     // puts it in the place of the whole one.
     ::unlink(previous.constData());
-    const bool hadFile = ::link(path.constData(), previous.constData()) == 0;
-    if (!hadFile && errno == ENOSPC) {
+    const Place before(path);
+    const bool isKept = before.isValid && ::link(path.constData(), previous.constData()) == 0;
+    if (before.isValid && !isKept && isDiskFull(errno)) {
         dropPendingWrite(settings);
         return false;
     }
+    removeUnsignedLock(path);
     settings.sync();
     dropPendingWrite(settings);
-    const bool written = !isSameFile(path, previous) && isWhole(path, settings.allKeys().size());
-    if (written || !hadFile)
-        ::unlink((written ? previous : path).constData());
-    else
+    const Place after(path);
+    const bool written = isNew(after, before) && isWhole(path, settings.allKeys().size());
+    if (!written && !before.isValid)
+        ::unlink(path.constData());
+    if (isKept && !written && (!after.isValid || isNew(after, before)))
         ::rename(previous.constData(), path.constData());
+    else if (isKept)
+        ::unlink(previous.constData());
     return written;
 }
 

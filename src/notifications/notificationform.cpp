@@ -28,6 +28,8 @@ const QRect kBackground(0, 0, 179, 107);
 const QString kPane = QStringLiteral(":/images/bg_notifications_withLogo.png");
 const QRect kMessage(10, 20, 161, 70);
 constexpr int kMessageHeightAboveButtons = 40;
+// More nobody waits for in so small a box, and laying out megabytes takes minutes.
+constexpr int kLongestMessage = 2000;
 
 template <std::size_t N>
 bool isOneOf(NotificationType type, const std::array<NotificationType, N> &types)
@@ -35,16 +37,27 @@ bool isOneOf(NotificationType type, const std::array<NotificationType, N> &types
     return std::find(types.begin(), types.end(), type) != types.end();
 }
 
+QString shortened(const QString &message)
+{
+    return message.size() > kLongestMessage ? QString(message.left(kLongestMessage) + QChar(0x2026))
+                                            : message;
+}
+
 } // namespace
 
 NotificationForm::NotificationForm(const QString &text, NotificationType type, const QString &taskId,
                                    NotificationHost *host, QWidget *parent)
-    : QDialog(parent), m_message(getMessage(text, type)), m_type(type), m_host(host), m_taskId(taskId)
+    : QDialog(parent)
+    , m_message(shortened(getMessage(text, type)))
+    , m_type(type)
+    , m_host(host)
+    , m_taskId(taskId)
 {
     setObjectName(QStringLiteral("NotificationForm"));
     setAttribute(Qt::WA_ShowWithoutActivating);
     setAttribute(Qt::WA_TranslucentBackground);
-    setWindowFlags((windowFlags() & Qt::Dialog) | Qt::Popup | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
+    setWindowFlags((windowFlags() & Qt::Dialog) | Qt::Popup | Qt::FramelessWindowHint
+                   | Qt::WindowStaysOnTopHint);
     setFixedSize(kBackground.size());
     m_closeTimer.setInterval(kShownFor);
     connect(&m_closeTimer, &QTimer::timeout, this, &NotificationForm::onPbLateClicked);
@@ -114,13 +127,14 @@ QString NotificationForm::getMessage(const QString &text, NotificationType type)
 bool NotificationForm::isPermanentNotification() const
 {
     return isOneOf(m_type,
-                   std::array {TeamAdded, TaskAdded, CommentAdded, UpdateAvailable, TaskBlocked, TaskUnblocked,
-                               BlockingTaskAdded});
+                   std::array{TeamAdded, TaskAdded, CommentAdded, UpdateAvailable, TaskBlocked, TaskUnblocked,
+                              BlockingTaskAdded});
 }
 
 bool NotificationForm::isTaskNotify() const
 {
-    return isOneOf(m_type, std::array {TaskAdded, CommentAdded, TaskBlocked, TaskUnblocked, BlockingTaskAdded});
+    return isOneOf(m_type,
+                   std::array{TaskAdded, CommentAdded, TaskBlocked, TaskUnblocked, BlockingTaskAdded});
 }
 
 QRect NotificationForm::availableArea() const

@@ -5,6 +5,14 @@
 
 #include <QApplication>
 
+namespace {
+
+// Lists that change altogether bring tens of thousands, which nobody reads; the memory
+// is not the service's to fill.
+constexpr int kMostWaiting = 1000;
+
+} // namespace
+
 NotificationManager::NotificationManager() = default;
 NotificationManager::~NotificationManager() = default;
 
@@ -60,6 +68,8 @@ void NotificationManager::removeUpdateForms()
 void NotificationManager::addHidedForm(NotificationForm *form)
 {
     m_hidden.append(form);
+    if (m_hidden.size() > kMostWaiting)
+        delete m_hidden.takeFirst();
     if (m_shown.isEmpty())
         tellHost();
 }

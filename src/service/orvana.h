@@ -141,10 +141,12 @@ private:
     void prefetchDone(const QString &taskId);
     void forgetPrefetch();
 
+    QString cacheOf(const QString &login) const;
     void useCacheOf(const QString &login);
     QVariantMap newReport() const;
     QFile *saveActivityData(const QVariant &url, const QVariant &body);
     void storeUnwritten();
+    bool store(const UnwrittenRecord &record);
     void keepUnwritten(const QDateTime &createdAt, const QByteArray &record, const QString &reason);
     void sendActivityFile(QFile *file);
     void removeCachedActivityFile(QFile *file);

@@ -28,6 +28,7 @@ const char kFileProperty[] = "activityFile";
 const char kPictureProperty[] = "activityPicture";
 // A day of minutes; a disk that is full for longer loses the oldest.
 constexpr int kMaxUnwritten = 1440;
+constexpr int kMostUnderWay = 100;
 
 QVariantMap parseRecord(const QString &path)
 {
@@ -46,10 +47,15 @@ quint32 ageInSeconds(const QString &timestamp)
 
 } // namespace
 
+QString Orvana::cacheOf(const QString &login) const
+{
+    return Session::directoryOf(m_storage, login) + QStringLiteral("/activity");
+}
+
 void Orvana::useCacheOf(const QString &login)
 {
     if (!login.isEmpty())
-        m_cache.setDirectory(Session::directoryOf(m_storage, login) + QLatin1String("/activity"));
+        m_cache.setDirectory(cacheOf(login));
 }
 
 QVariantMap Orvana::newReport() const
@@ -72,13 +78,12 @@ void Orvana::sendTaskActivity(int activeSlices)
         sendActivityFile(file);
 }
 
-// Null when the disk refused the record. A minute is then kept in memory; the
-// record of a picture is not, as its picture is megabytes long.
+// Null when the disk refused the record, which is then kept in memory.
 QFile *Orvana::saveActivityData(const QVariant &url, const QVariant &body)
 {
     storeUnwritten();
     const QDateTime now = QDateTime::currentDateTime();
-    const QByteArray record = QtJson::serialize(QVariantMap {{kVersionKey, kRecordVersion},
+    const QByteArray record = QtJson::serialize(QVariantMap{{kVersionKey, kRecordVersion},
                                                              {kUrlKey, url.toString()},
                                                              {kBodyKey, body},
                                                              {kTimestampKey, recordTimeText(now)}});
@@ -111,17 +116,26 @@ void Orvana::storeUnwritten()
 {
     if (m_unwritten.isEmpty() || !prepareStorage())
         return;
-    for (int i = 0; i < m_unwritten.size();) {
-        const UnwrittenRecord &record = m_unwritten.at(i);
-        if (record.login != m_session->login()) {
-            ++i;
-            continue;
+    QSet<QString> refused;
+    QVector<UnwrittenRecord> left;
+    for (const UnwrittenRecord &record : qAsConst(m_unwritten)) {
+        if (refused.contains(record.login) || !store(record)) {
+            refused.insert(record.login);
+            left.append(record);
         }
-        if (m_cache.create(record.bytes, record.createdAt).isEmpty())
-            return;
-        m_unwritten.removeAt(i);
     }
+    m_unwritten = left;
     m_toldUnwritten = m_toldUnwritten && !m_unwritten.isEmpty();
+}
+
+bool Orvana::store(const UnwrittenRecord &record)
+{
+    if (record.login == m_session->login())
+        return !m_cache.create(record.bytes, record.createdAt).isEmpty();
+    // Of somebody who has left: it is sent when he comes back.
+    ActivityCache other;
+    other.setDirectory(cacheOf(record.login));
+    return !other.create(record.bytes, record.createdAt).isEmpty();
 }
 
 ActivityCache::Backlog Orvana::backlog() const
@@ -139,6 +153,12 @@ ActivityCache::Backlog Orvana::backlog() const
 
 void Orvana::sendActivityFile(QFile *file)
 {
+    // The network takes up a few at a time; the others' pictures would wait in memory.
+    if (m_pendingActivity >= kMostUnderWay) {
+        qDebug() << "Too many reports under way, on the disk waits" << QFileInfo(*file).fileName();
+        file->deleteLater();
+        return;
+    }
     ++m_pendingActivity;
     QByteArray contents;
     if (ActivityCache::read(file->fileName(), &contents) == ActivityCache::Read::Busy) {
@@ -249,7 +269,8 @@ void Orvana::processSendActivityReply(QNetworkReply *reply)
 bool Orvana::isOwnScreenshot(const QString &path) const
 {
     const QFileInfo info(path);
-    return isStorageUsable() && info.fileName().startsWith(QLatin1String("screenshot")) && info.dir().dirName() == QLatin1String("activity")
+    return isStorageUsable() && info.fileName().startsWith(QLatin1String("screenshot"))
+        && info.dir().dirName() == QLatin1String("activity")
         && QDir::cleanPath(info.absoluteFilePath()).startsWith(m_storage.absolutePath() + QLatin1Char('/'))
         && !info.isSymLink();
 }

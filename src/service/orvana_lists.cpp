@@ -34,6 +34,7 @@ void Orvana::processCheckLoginReply(QNetworkReply *reply)
     const QString password = m_loginAttempt->password();
     qDebug() << "Login as " << login;
     if (!m_session->login().isEmpty()) {
+        storeUnwritten();
         m_session->save();
         m_session->clear();
     }

@@ -8,6 +8,21 @@
 #include <QDebug>
 #include <QFile>
 
+namespace {
+
+// Not one that waits already: the clock may have been set back, or an hour come twice.
+QString newPicturePath(const QString &folder)
+{
+    const QString path = folder + QStringLiteral("/screenshot")
+        + recordTimeText(QDateTime::currentDateTime());
+    QString suffix = QStringLiteral(".jpg");
+    for (int copy = 2; QFile::exists(path + suffix); ++copy)
+        suffix = QLatin1Char('-') + QString::number(copy) + QStringLiteral(".jpg");
+    return path + suffix;
+}
+
+} // namespace
+
 void Orvana::sendScreenshotActivity(const QImage &image)
 {
     QVariantMap body = newReport();
@@ -20,8 +35,7 @@ void Orvana::sendScreenshotActivity(const QImage &image)
             QString());
         return;
     }
-    const QString path = Session::directoryOf(m_storage, m_session->login()) + QLatin1String("/activity/screenshot")
-        + recordTimeText(QDateTime::currentDateTime()) + QLatin1String(".jpg");
+    const QString path = newPicturePath(cacheOf(m_session->login()));
     QString reason;
     if (!prepareStorage() || !ActivityCache::writeWhole(path, jpeg.data(), &reason)) {
         qWarning() << "Error! Screenshot can't be written:" << path << reason;

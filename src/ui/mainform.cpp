@@ -7,6 +7,7 @@
 #include "ui/aboutform.h"
 #include "ui/artwork.h"
 #include "ui/scrolltext.h"
+#include "ui/simplemarkup.h"
 #include "ui/taskform.h"
 #include "ui/tasklistform.h"
 #include "ui/timetexts.h"
@@ -333,7 +334,7 @@ void MainForm::updateTrayToolTip()
     const Orvana::Session *session = m_orvana->session();
     const QString state =
         session->isActive() ? QStringLiteral("Идёт запись") : QStringLiteral("Запись остановлена");
-    QString text = state + QLatin1Char('\n') + m_taskText->text() + QStringLiteral("\nСегодня: ")
+    QString text = state + QLatin1Char('\n') + titleLine(m_taskText->text()) + QStringLiteral("\nСегодня: ")
         + session->todayTime().toString(QStringLiteral("hh:mm"));
     const ActivityCache::Backlog backlog = m_orvana->backlog();
     const QString waiting = backlogText(backlog.count, backlog.oldest, QDateTime::currentDateTime());

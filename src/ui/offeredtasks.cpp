@@ -1,6 +1,7 @@
 #include "ui/offeredtasks.h"
 
 #include "service/listchanges.h"
+#include "ui/simplemarkup.h"
 #include "ui/tooltips.h"
 
 #include <algorithm>
@@ -10,9 +11,10 @@ namespace {
 
 QString itemText(const Task &task)
 {
+    const QString title = titleLine(task.title);
     if (!task.deadline.isValid())
-        return task.title;
-    return task.title + QStringLiteral(" | Истекает: ") + serviceDateTimeText(task.deadline);
+        return title;
+    return title + QStringLiteral(" | Истекает: ") + serviceDateTimeText(task.deadline);
 }
 
 } // namespace

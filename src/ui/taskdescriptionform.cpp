@@ -35,6 +35,7 @@ const QString kPageButtonStyle = QStringLiteral(
 const QString kAttachmentIcon = QStringLiteral(":/images/res/images/task_desc_dialog/attachment_icon.png");
 
 constexpr int kAddressWidth = 510;
+constexpr int kLongestAddress = 8192; // browsers take no longer ones
 constexpr float kUnitStep = 1024.0F;
 
 void logCall(const char *name)
@@ -191,11 +192,13 @@ void TaskDescriptionForm::updateTaskText(const TextTask &textTask)
     logCall("updateTaskText");
     const QString address = textTask.page.toString();
     m_ui->lbUrl->ensurePolished();
-    const QString shown =
-        m_ui->lbUrl->fontMetrics().elidedText(address, Qt::ElideMiddle, kAddressWidth).toHtmlEscaped();
+    const QString shown = m_ui->lbUrl->fontMetrics()
+                              .elidedText(titleLine(address), Qt::ElideMiddle, kAddressWidth)
+                              .toHtmlEscaped();
     const QString scheme = textTask.page.scheme();
-    const bool isLink =
-        address.isEmpty() || scheme == QLatin1String("http") || scheme == QLatin1String("https");
+    const bool isLink = address.isEmpty()
+        || (address.size() <= kLongestAddress
+            && (scheme == QLatin1String("http") || scheme == QLatin1String("https")));
     m_ui->lbUrl->setText(isLink ? QString(QStringLiteral("URL: <a href=\"") + address.toHtmlEscaped()
                                           + QStringLiteral("\" style=\"color:rgb(100,100,100)\">") + shown
                                           + QStringLiteral("</a>"))

@@ -5,6 +5,7 @@
 #include "ui/artwork.h"
 #include "ui/mainform.h"
 #include "ui/offeredtasks.h"
+#include "ui/simplemarkup.h"
 #include "ui/tooltips.h"
 #include "ui_taskform.h"
 
@@ -91,7 +92,7 @@ void TaskForm::fillTeams(const QList<Team> &teams)
 {
     m_ui->cbTeam->clear();
     for (const Team &team : teams) {
-        m_ui->cbTeam->addItem(team.name, team.id);
+        m_ui->cbTeam->addItem(titleLine(team.name), team.id);
         m_ui->cbTeam->setItemData(m_ui->cbTeam->count() - 1, literalToolTip(team.name), Qt::ToolTipRole);
     }
     m_shownTeams = teams;

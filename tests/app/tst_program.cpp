@@ -138,12 +138,16 @@ private slots:
         const QTemporaryDir elsewhere;
         const QByteArray damaged = "[General]\nlastLogin=@Variant(\n";
         const QString config = elsewhere.filePath(s("config.ini"));
-        QVERIFY(QFile::link(elsewhere.path(), m_room->path(s(".orvana"))));
+        const QString storage = m_room->path(s(".orvana"));
         QVERIFY(writeFile(config, damaged));
-        const auto run = start();
-        activate(s("^Orvana Team Monitor$"));
-        press(s("Return"));
-        QVERIFY(endedWith(*run, 1));
+        for (const bool isLink : {true, false}) {
+            QVERIFY(isLink ? QFile::link(elsewhere.path(), storage) : writeFile(storage, QByteArray()));
+            const auto run = start();
+            activate(s("^Orvana Team Monitor$"));
+            press(s("Return"));
+            QVERIFY(endedWith(*run, 1));
+            QVERIFY(QFile::remove(storage));
+        }
         QCOMPARE(contentsOf(config), damaged);
         QCOMPARE(QDir(elsewhere.path()).entryList(QDir::Files | QDir::Hidden), texts({"config.ini"}));
     }

@@ -1,5 +1,7 @@
 #include "testclient.h"
 
+#include <QImage>
+
 namespace {
 
 constexpr qint64 kHour = 3600;
@@ -24,6 +26,7 @@ class TestClock final : public QObject
 private slots:
     void moved_data();
     void moved();
+    void picturesOfOneMoment();
     void cleanup() { setZone("UTC"); }
 
 private:
@@ -98,6 +101,30 @@ void TestClock::moved()
     client.session()->save();
     client.restart();
     QCOMPARE(client.session()->worktimeDate(), QDate::currentDate());
+}
+
+// An hour that comes twice brings the same second again.
+void TestClock::picturesOfOneMoment()
+{
+    QVERIFY(setClock(s("2026-10-25 02:00:00")));
+    TestClient client;
+    QVERIFY(client.logIn());
+    client.server.stop();
+    QImage image(64, 64, QImage::Format_RGB32);
+    for (const Qt::GlobalColor colour : {Qt::red, Qt::blue, Qt::green}) {
+        image.fill(colour);
+        client.orvana->sendScreenshotActivity(image);
+    }
+    QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
+    QCOMPARE(client.pictures().size(), 3);
+    QVERIFY(client.server.start());
+    client.orvana->sendCachedActivity();
+    QTRY_COMPARE(client.server.screenshots().size(), 3);
+    QTRY_VERIFY(client.records().isEmpty() && client.pictures().isEmpty());
+    QSet<QByteArray> different;
+    for (const localservice::Screenshot &shot : client.server.screenshots())
+        different.insert(shot.jpeg);
+    QCOMPARE(different.size(), 3);
 }
 
 QTEST_MAIN(TestClock)

@@ -3,8 +3,11 @@
 #include "realinput.h"
 #include "virtualdisplay.h"
 
+#include <QDirIterator>
+#include <QTcpSocket>
 #include <QtTest>
 
+#include <csignal>
 #include <memory>
 #include <vector>
 
@@ -20,6 +23,7 @@ constexpr int kCrowd = 5;
 const QString kStranger = s("12345");
 const QString kMainTitle = s("^Orvana$");
 const QString kBoxTitle = s("^Orvana Team Monitor$");
+const QString kFast = s("+0 x40");
 
 void dismiss(const QString &window)
 {
@@ -39,7 +43,10 @@ private slots:
     void displayDies();
     void allAtOnce();
     void anotherUser();
-    void nobodyReadsTheOutput();
+    void outlivesItsTerminal_data();
+    void outlivesItsTerminal();
+    void watcher_data();
+    void watcher();
 
 private:
     using Client = std::unique_ptr<QProcess>;
@@ -81,7 +88,7 @@ void TestProgramFaults::displayDies()
 {
     m_room->leaveUser(true);
     m_room->server.setFault(s("/api_active2"), Fault::answer(503));
-    QProcessEnvironment fast = m_room->environment(s("+0 x40"));
+    QProcessEnvironment fast = m_room->environment(kFast);
     int kept = 0;
     {
         VirtualDisplay display;
@@ -93,6 +100,12 @@ void TestProgramFaults::displayDies()
         QVERIFY2(client->exitStatus() == QProcess::NormalExit, "it ends by itself");
         kept = m_room->waiting();
     }
+    const QString storage = m_room->path(s(".orvana"));
+    QDirIterator written(storage, texts({"json*", "*.log", "tasks.ini"}), QDir::Files,
+                         QDirIterator::Subdirectories);
+    while (written.hasNext())
+        QVERIFY2(!(QFile::permissions(written.next()) & 0x0077), qPrintable(written.filePath()));
+    QCOMPARE(QFile::permissions(storage) & 0x0fff, QFile::Permissions(0x0700));
     QVERIFY(kept >= 2);
     m_room->server.clearFaults();
     const VirtualDisplay another;
@@ -161,16 +174,76 @@ void TestProgramFaults::anotherUser()
     QVERIFY(!QFile::exists(m_room->stored(s("log.log"))));
 }
 
-// The desktop's log may end before the client does.
-void TestProgramFaults::nobodyReadsTheOutput()
+// The desktop's log may end before the client does, stand still, or hang up.
+void TestProgramFaults::outlivesItsTerminal_data()
 {
-    m_room->leaveUser(false);
-    const QStringList shell{s("bash"), s("-c"), s("exec \"$0\" > >(exec true) 2>&1")};
-    const Client client = start(m_room->environment(), shell);
-    QTRY_COMPARE_WITH_TIMEOUT(windowsNamed(kMainTitle).size(), 1, kPatience);
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<bool>("hangsUp");
+    QTest::newRow("output closed") << s("exec \"$0\" > >(exec true) 2>&1") << false;
+    QTest::newRow("output never read")
+        << s("exec > >(exec tail -f /dev/null --pid=$$) 2>&1; head -c 64000 /dev/zero; exec \"$0\"") << false;
+    QTest::newRow("only errors never read")
+        << s("exec 2> >(exec tail -f /dev/null --pid=$$); head -c 64000 /dev/zero >&2; exec \"$0\"") << false;
+    QTest::newRow("hangs up") << s("exec nohup \"$0\"") << true;
+}
+
+void TestProgramFaults::outlivesItsTerminal()
+{
+    QFETCH(QString, command);
+    QFETCH(bool, hangsUp);
+    m_room->leaveUser(true);
+    const Client client = start(m_room->environment(kFast), {s("bash"), s("-c"), command});
+    QTRY_VERIFY_WITH_TIMEOUT(m_room->server.reports().size() >= 2, kPatience);
+    if (hangsUp)
+        ::kill(static_cast<pid_t>(client->processId()), SIGHUP);
+    const int before = m_room->server.reports().size();
+    QTRY_VERIFY_WITH_TIMEOUT(m_room->server.reports().size() >= before + 2, kPatience);
     client->terminate();
     QVERIFY(ended(*client));
     QCOMPARE(client->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(client->exitCode(), 0);
+}
+
+// Without a watcher, or with a mad one, the minutes are reported all the same.
+void TestProgramFaults::watcher_data()
+{
+    QTest::addColumn<QByteArray>("says"); // again and again
+    QTest::addColumn<bool>("ends");
+    QTest::addColumn<int>("active");
+    QTest::newRow("silent") << QByteArray() << false << 0;
+    QTest::newRow("garbage") << QByteArray("\0\xff%n{\"", 6) << false << 10;
+    QTest::newRow("flood") << QByteArray(4 * 1024 * 1024, 'x') << false << 10;
+    QTest::newRow("ends") << QByteArray("x") << true << 0;
+}
+
+void TestProgramFaults::watcher()
+{
+    QFETCH(QByteArray, says);
+    QFETCH(bool, ends);
+    QFETCH(int, active);
+    m_room->leaveUser(true);
+    const Client client = start(m_room->environment(kFast));
+    QTRY_VERIFY_WITH_TIMEOUT(m_room->watcher.hasPendingConnections(), kPatience);
+    QTcpSocket *peer = m_room->watcher.nextPendingConnection();
+    QTimer speech;
+    connect(&speech, &QTimer::timeout, peer, [peer, says] {
+        if (peer->bytesToWrite() == 0)
+            peer->write(says);
+    });
+    speech.start(20);
+    QTRY_VERIFY_WITH_TIMEOUT(m_room->server.reports().size() >= 2, kPatience);
+    if (ends) {
+        speech.stop();
+        peer->abort();
+        QTRY_VERIFY_WITH_TIMEOUT(m_room->server.reports().constLast().active == 0, kPatience);
+    }
+    const int before = m_room->server.reports().size();
+    QTRY_VERIFY_WITH_TIMEOUT(m_room->server.reports().size() >= before + 2, kPatience);
+    const int reported = m_room->server.reports().constLast().active;
+    QVERIFY2(active == 0 ? reported == 0 : reported > active / 2, qPrintable(QString::number(reported)));
+    QVERIFY2(!m_room->watcher.hasPendingConnections(), "it is asked once");
+    client->terminate();
+    QVERIFY(ended(*client));
     QCOMPARE(client->exitCode(), 0);
 }
 

@@ -47,6 +47,7 @@ private slots:
     void minutes();
     void silence_data();
     void silence();
+    void moreThanTheNetworkTakes();
     void credentialsStayHere_data();
     void credentialsStayHere();
     void noSuchHost();
@@ -84,6 +85,19 @@ void TestServiceFaults::minutes_data()
         "AuthenticationRequiredError");
     row("proxy", status("407 Proxy\r\nProxy-Authenticate: Basic realm=\"x\""), Then::Close, offline, broken);
     row("501", status("501 Not Implemented"), Then::Close, offline, "OperationNotImplementedError");
+    row("401 and a body", status("401 Unauthorized") + accepted, Then::Close, offline, broken);
+    row("404", status("404 Not Found"), Then::Close, offline, "ContentNotFoundError");
+    row("404 and a body", status("404 Not Found") + accepted, Then::Close, offline, "ContentNotFoundError");
+    row("429", status("429 Too Many Requests\r\nRetry-After: 3600"), Then::Close, offline, broken);
+    row("429 and a body", status("429 Too Many Requests") + accepted, Then::Close, offline, broken);
+    row("500", status("500 Internal"), Then::Close, offline, "InternalServerError");
+    row("500 and a body", status("500 Internal") + accepted, Then::Close, offline, "InternalServerError");
+    row("503", status("503 Busy"), Then::Close, offline, "ServiceUnavailableError");
+    row("503 and a body", status("503 Busy") + accepted, Then::Close, offline, "ServiceUnavailableError");
+    row("empty", ScriptedServer::ok(QByteArray()), Then::Close, "", "not sended");
+    row("a page", ScriptedServer::ok("\t<!DOCTYPE html><p>"), Then::Close, "", "Error! Invalid URL!");
+    row("another page", ScriptedServer::ok("<html>{\"status\":\"ok\"}"), Then::Close, "", "not sended");
+    row("502", status("502 Bad Gateway"), Then::Close, offline, broken);
     row("502 and a page", status("502 Bad Gateway") + "<html>", Then::Close, offline, broken);
     row("ok behind a NUL", ScriptedServer::ok(QByteArray("\0{\"status\":\"ok\"}", 16)), Then::Close, "",
         "not sended");
@@ -156,6 +170,33 @@ void TestServiceFaults::silence()
     client.restart(server.url());
     client->sendTaskActivity(4);
     QTRY_COMPARE_WITH_TIMEOUT(client.records(), 0, kLimit);
+}
+
+// With nothing answered for hours what is sent must not pile up in memory, nor be
+// forgotten when the answers come.
+void TestServiceFaults::moreThanTheNetworkTakes()
+{
+    constexpr int minutes = 150;
+    OfflineClient client;
+    client.login(kUser);
+    const QDir cache(client.path(s("user/activity")));
+    const auto records = [&] { return cache.entryList({s("json*")}, QDir::Files).size(); };
+    for (int i = 0; i < minutes; ++i)
+        client->sendTaskActivity(i);
+    QCOMPARE(records(), minutes);
+    const auto underWay = client.takeRequests();
+    QVERIFY2(underWay.size() <= 100, qPrintable(QString::number(underWay.size())));
+    for (const auto &request : underWay)
+        client.answer(request, R"({"status":"ok"})");
+    for (int i = 0; i < minutes && records() > 0; ++i) {
+        // The next one is taken up from the event loop.
+        QCoreApplication::sendPostedEvents(client.get(), QEvent::MetaCall);
+        const auto requests = client.takeRequests();
+        for (const auto &request : requests)
+            client.answer(request, R"({"status":"ok"})");
+    }
+    QCOMPARE(records(), 0);
+    QCOMPARE(client->pendingActivityRequests(), 0);
 }
 
 // A redirection may lead anywhere; login and password do not go along.

@@ -4,13 +4,22 @@
 
 #include "update/orvanaupdate.h"
 
+#include <QProcess>
 #include <QtTest>
+
+#include <sys/resource.h>
 
 namespace {
 
 constexpr int kStep = 64; // bytes
 constexpr int kNoFile = -2;
 const QString kUser = s("user@host");
+QStringList s_log;
+
+void keepLog(QtMsgType, const QMessageLogContext &, const QString &message)
+{
+    s_log.append(message);
+}
 
 QByteArray listsOf(const char *title)
 {
@@ -29,6 +38,10 @@ class TestStoredFaults final : public QObject
 private slots:
     void damagedFile_data();
     void damagedFile();
+    void waitingRecord_data();
+    void waitingRecord();
+    void noDescriptorsLeft();
+    void somebodyWhoLeft();
     void cutShortWhileReplaced_data();
     void cutShortWhileReplaced();
     void zonelessMoments();
@@ -114,6 +127,156 @@ void TestStoredFaults::damagedFile()
         OrvanaUpdate::instance()->availableUpdateVersion();
         verifyUsable(client);
     }
+}
+
+// What lies where the reports wait, whoever put it there.
+void TestStoredFaults::waitingRecord_data()
+{
+    QTest::addColumn<QByteArray>("made"); // by a shell in that folder
+    QTest::addColumn<bool>("isSent");
+    QTest::addColumn<QString>("logged");
+    QTest::addColumn<QString>("kept"); // of what lies there and beside, when it was accepted
+    const auto row = [](const char *name, const QByteArray &made, bool isSent, const char *logged,
+                        const char *kept) { QTest::newRow(name) << made << isSent << s(logged) << s(kept); };
+    const char *damaged = "Error!  Invalid activity file!";
+    const char *noPicture = "Error! Screenshot can't be opened:";
+    row("whole", "cp whole json1", true, "file prepared", "");
+    row("empty", ": >json1", false, damaged, "");
+    row("zeros", "head -c 300 /dev/zero >json1", false, damaged, "");
+    row("no record", "echo '[{\"api-url\":1}]' >json1", false, damaged, "");
+    row("from another version", "sed 's/\"0.1\"/\"9\"/' whole >json1", true, "file prepared", "");
+    row("of an old version", "sed 's/,\"version\":\"0.1\"//' whole >json1", true, "file prepared", "");
+    row("huge", "{ cat whole; head -c 1100000 /dev/zero; } >json1", false, damaged, "");
+    row("a folder", "mkdir json1; cp whole json1", false, "", "json1");
+    row("a link", "ln -s \"$PWD/whole\" json1", false, "", "json1");
+    row("a link to nothing", "ln -s nothing json1", false, "", "json1");
+    row("a pipe", "mkfifo json1", false, "", "json1");
+    row("picture", "cp picture json1; echo JPEG >screenshot1.jpg", true, "file prepared", "");
+    row("picture missing", "cp picture json1", true, noPicture, "");
+    row("picture a folder", "cp picture json1; mkdir screenshot1.jpg", true, noPicture, "screenshot1.jpg");
+    row("picture a link", "cp picture json1; ln -s \"$PWD/whole\" screenshot1.jpg", true, noPicture,
+        "screenshot1.jpg");
+    row("picture elsewhere", "sed 's/screenshot1.jpg/whole/' picture >json1", true, noPicture, "");
+    row("picture above", "sed 's/screenshot1.jpg/..\\/session.ini/' picture >json1", true, noPicture, "");
+}
+
+void TestStoredFaults::waitingRecord()
+{
+    QFETCH(QByteArray, made);
+    QFETCH(bool, isSent);
+    QFETCH(QString, logged);
+    QFETCH(QString, kept);
+    OfflineClient client;
+    client.login(kUser);
+    client.stop();
+    const QDir folder(client.path(kUser + s("/activity")));
+    const QByteArray record = R"({"api-url":"https://service.invalid/api_active2","body":{"active":"5"%1},)"
+                              R"("timestamp":"21-11-2026-10-10-54","version":"0.1"})";
+    const QByteArray fileName =
+        R"(,"fileName":")" + QFile::encodeName(folder.path()) + R"(/screenshot1.jpg")";
+    QVERIFY(writeFile(folder.filePath(s("whole")), QByteArray(record).replace("%1", "")));
+    QVERIFY(writeFile(folder.filePath(s("picture")), QByteArray(record).replace("%1", fileName)));
+    const auto names = [&folder] {
+        return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    };
+    QProcess shell;
+    shell.setWorkingDirectory(folder.path());
+    shell.start(s("sh"), {s("-ec"), QString::fromUtf8(made)});
+    QVERIFY(shell.waitForFinished() && shell.exitCode() == 0);
+    client.restart();
+
+    s_log.clear();
+    const QtMessageHandler before = qInstallMessageHandler(keepLog);
+    client->sendCachedActivity();
+    QCoreApplication::sendPostedEvents(client.get(), QEvent::MetaCall);
+    qInstallMessageHandler(before);
+    const auto requests = client.takeRequests();
+    QCOMPARE(requests.size(), isSent ? 1 : 0);
+    if (isSent)
+        client.answer(requests.first(), R"({"status":"ok"})");
+    QVERIFY2(logged.isEmpty() || !s_log.filter(logged).isEmpty(), qPrintable(s_log.join(QLatin1Char('\n'))));
+    QStringList expected{s("picture"), s("whole")};
+    if (!kept.isEmpty())
+        expected.prepend(kept);
+    expected.sort();
+    QCOMPARE(names(), expected);
+    QVERIFY(contentsOf(folder.filePath(s("whole"))).contains("api-url"));
+    QVERIFY(QFile::exists(folder.filePath(s("../session.ini"))));
+
+    client->sendTaskActivity(1);
+    const auto next = client.takeRequests();
+    QCOMPARE(next.size(), 1);
+    client.answer(next.first(), R"({"status":"ok"})");
+    QCOMPARE(names(), expected);
+    QCOMPARE(client->pendingActivityRequests(), 0);
+}
+
+// Another program of this user's, or the client itself, has taken them all.
+void TestStoredFaults::noDescriptorsLeft()
+{
+    OfflineClient client;
+    client.login(kUser);
+    const auto records = [&] {
+        return QDir(client.path(kUser + s("/activity"))).entryList({s("json*")}, QDir::Files).size();
+    };
+    client.session()->incrementTodayTime();
+    client->sendTaskActivity(1);
+    client.answer(client.takeRequests().last(), "", QNetworkReply::TimeoutError);
+    client.popups().take();
+    rlimit limit = {};
+    // What a popup needs of fonts is there before.
+    NotificationManager::instance()->addNotification(kUser, Plain, QString());
+    QCOMPARE(client.popups().take(), QStringList{kUser});
+    QCOMPARE(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none = {0, limit.rlim_max};
+    QCOMPARE(setrlimit(RLIMIT_NOFILE, &none), 0);
+    client->sendTaskActivity(2);
+    client->sendCachedActivity();
+    client.session()->addMinuteToWorktime();
+    setrlimit(RLIMIT_NOFILE, &limit);
+    QCOMPARE(records(), 1);
+    QVERIFY(client.takeRequests().isEmpty());
+    QCOMPARE(client.popups().take(),
+             texts({"Не удалось сохранить отчёт об активности на диск. Проверьте свободное место."}));
+    client->sendTaskActivity(3);
+    QCOMPARE(records(), 3);
+    for (int left = 3; left > 0; --left) {
+        QCoreApplication::sendPostedEvents(client.get(), QEvent::MetaCall);
+        const auto requests = client.takeRequests();
+        QCOMPARE(requests.size(), 1);
+        client.answer(requests.first(), R"({"status":"ok"})");
+    }
+    QCOMPARE(records(), 0);
+    client.session()->addMinuteToWorktime();
+    client.restart();
+    QCOMPARE(client.session()->todayTime(), QTime(0, 2));
+}
+
+// His minutes that the disk had refused go where he left the others.
+void TestStoredFaults::somebodyWhoLeft()
+{
+    OfflineClient client;
+    client.login(s("first"));
+    const QString folder = client.path(s("first/activity"));
+    const auto records = [](const QString &path) {
+        return QDir(path).entryList({s("json*")}, QDir::Files).size();
+    };
+    QVERIFY(QDir(folder).removeRecursively() && writeFile(folder, "in the way"));
+    for (int i = 0; i < 3; ++i)
+        client->sendTaskActivity(i);
+    QCOMPARE(client.popups().take().size(), 1);
+    client.login(s("second"));
+    QVERIFY(QFile::remove(folder));
+    client->sendTaskActivity(3);
+    QCOMPARE(records(folder), 3);
+    QCOMPARE(records(client.path(s("second/activity"))), 1);
+    // Or the disk has room again before he leaves.
+    QVERIFY(QDir(folder).removeRecursively() && writeFile(folder, "in the way"));
+    client.login(s("first"));
+    client->sendTaskActivity(4);
+    QVERIFY(QFile::remove(folder));
+    client.login(s("second"));
+    QCOMPARE(records(folder), 1);
 }
 
 // The program ended between writing a file and seeing that it is whole.

@@ -122,6 +122,31 @@ private slots:
         QVERIFY(contentsOf(path).startsWith(before) && contentsOf(path).endsWith(after));
     }
 
+    // With a name as long as a name may be there is no room for a second one beside it.
+    void keepsWhatCannotBeReplaced()
+    {
+        const QString path = m_folder.filePath(s("x").repeated(252));
+        const QByteArray before = "[General]\nbefore=1\n";
+        QVERIFY(writeFile(path, before));
+        QSettings settings(path, QSettings::IniFormat);
+        settings.setValue(s("after"), 2);
+        QVERIFY(!syncSettings(settings));
+        QCOMPARE(contentsOf(path), before);
+    }
+
+    void waitsForNoLockThatNobodySigned()
+    {
+        const QString path = m_folder.filePath(s("locked"));
+        QVERIFY(writeFile(path + s(".lock"), QByteArray()));
+        QSettings settings(path, QSettings::IniFormat);
+        settings.setValue(s("a"), 1);
+        QElapsedTimer time;
+        time.start();
+        QVERIFY(syncSettings(settings));
+        QVERIFY2(time.elapsed() < 5000, qPrintable(QString::number(time.elapsed())));
+        QCOMPARE(contentsOf(path), QByteArray("[General]\na=1\n"));
+    }
+
     // Whatever is left after any damage can be read, entry by entry.
     void survivesDamage()
     {

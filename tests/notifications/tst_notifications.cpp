@@ -301,6 +301,24 @@ private slots:
         QCOMPARE(shown().size(), 4);
     }
 
+    // As many as the service likes to raise; those that were seen and the latest stay.
+    void floodIsBounded()
+    {
+        for (int i = 0; i < 20000; ++i)
+            add(QString::number(i), TaskAdded, QString::number(i));
+        QCOMPARE(shown(),
+                 texts({"Добавлена новая задача \"0\"", "Добавлена новая задача \"1\"",
+                        "Добавлена новая задача \"2\"", "Добавлена новая задача \"3\""}));
+        QVERIFY2(popupForms().size() < 2000, qPrintable(QString::number(popupForms().size())));
+        const QList<NotificationForm *> before = popupForms();
+        add(s("one more"));
+        const QList<NotificationForm *> after = popupForms();
+        QCOMPARE(after.size(), before.size());
+        QCOMPARE(std::count_if(after.cbegin(), after.cend(),
+                               [&](NotificationForm *form) { return !before.contains(form); }),
+                 1);
+    }
+
 private:
     static NotificationManager *manager() { return NotificationManager::instance(); }
 

@@ -2,6 +2,9 @@
 #include "tracking/x11_useractivitywatcher.h"
 #include "windowbench.h"
 
+#include <QScreen>
+
+#include <array>
 #include <functional>
 
 namespace {

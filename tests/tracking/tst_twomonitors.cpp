@@ -1,5 +1,6 @@
 #include "texts.h"
 #include "tracking/screengrab.h"
+#include "windowbench.h"
 
 #include <QGuiApplication>
 #include <QPainter>
@@ -48,6 +49,32 @@ private slots:
         QCOMPARE(QProcess::execute(s("xrandr"), texts({"--output", "DUMMY1", "--off"})), 0);
         QTRY_COMPARE(grabDesktop().size(), QSize(800, 600));
         QTRY_COMPARE(grabDesktop().pixelColor(400, 300), QColor(Qt::red));
+    }
+
+    // The one with the window on it is unplugged while time is counted.
+    void windowComesToTheMonitorThatIsLeft()
+    {
+        QCOMPARE(QProcess::execute(s("xrandr"),
+                                   texts({"--output", "DUMMY1", "--mode", "monitor", "--pos", "800x0"})),
+                 0);
+        QTRY_COMPARE(QGuiApplication::screens().size(), 2);
+        WindowBench bench;
+        QVERIFY(bench.signIn());
+        bench.orvana()->changeTask(s("17"), s("1704"));
+        QVERIFY(bench.openWindow());
+        bench.form->move(1200, 100);
+        bench.form->startTracking();
+        QCOMPARE(QProcess::execute(s("xrandr"), texts({"--output", "DUMMY1", "--off"})), 0);
+        QTRY_COMPARE(QGuiApplication::screens().size(), 1);
+        QTRY_VERIFY(QRect(0, 0, 800, 600).contains(bench.form->frameGeometry()));
+        QVERIFY(bench.form->isVisible());
+        bench.form->sendActivity(true);
+        QTRY_COMPARE(bench.server().screenshots().size(), 1);
+        QCOMPARE(QImage::fromData(bench.server().screenshots().constFirst().jpeg, "JPG").size(),
+                 QSize(800, 600));
+        QCOMPARE(bench.server().reports().size(), 1);
+        QVERIFY(bench.session()->isActive());
+        QVERIFY(bench.settle());
     }
 };
 
