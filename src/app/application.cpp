@@ -8,7 +8,8 @@ void registerResources()
     Q_INIT_RESOURCE(orvana);
 }
 
-Application::Application(int &argc, char **argv) : QApplication(argc, argv)
+Application::Application(int &argc, char **argv)
+    : QApplication(argc, argv)
 {
     registerResources();
 }

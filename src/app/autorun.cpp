@@ -2,7 +2,9 @@
 
 #include <QDebug>
 
-AutoRun::AutoRun(QObject *parent) : QObject(parent) {}
+AutoRun::AutoRun(QObject *parent)
+    : QObject(parent)
+{ }
 
 bool AutoRun::enable(bool on)
 {

@@ -186,8 +186,8 @@ int main(int argc, char *argv[])
         application.setMainWindow(&mainForm);
         mainForm.show();
         if (orvana.session()->isActive())
-            NotificationManager::instance()->addNotification(QStringLiteral("Запись активности включена"), Plain,
-                                                             QString());
+            NotificationManager::instance()->addNotification(QStringLiteral("Запись активности включена"),
+                                                             Plain, QString());
         exitCode = QApplication::exec();
         application.setMainWindow(nullptr);
     }

@@ -28,7 +28,8 @@ BuilderJsonObject::BuilderJsonObject()
     deleteCreated(created_list);
 }
 
-BuilderJsonObject::BuilderJsonObject(QVariantMap &json) : m_map(json)
+BuilderJsonObject::BuilderJsonObject(QVariantMap &json)
+    : m_map(json)
 {
     deleteCreated(created_list);
 }
@@ -64,7 +65,8 @@ BuilderJsonArray::BuilderJsonArray()
     deleteCreated(created_list);
 }
 
-BuilderJsonArray::BuilderJsonArray(QVariantList &json) : m_list(json)
+BuilderJsonArray::BuilderJsonArray(QVariantList &json)
+    : m_list(json)
 {
     deleteCreated(created_list);
 }

@@ -14,7 +14,10 @@ namespace QtJson {
 class Reader final
 {
 public:
-    explicit Reader(const QString &text) : m_text(text.utf16()), m_size(text.size()) {}
+    explicit Reader(const QString &text)
+        : m_text(text.utf16())
+        , m_size(text.size())
+    { }
     Q_DISABLE_COPY_MOVE(Reader)
 
     bool isOk() const { return m_ok; }
@@ -104,7 +107,8 @@ private:
     class Nesting
     {
     public:
-        explicit Nesting(Reader &reader) : m_reader(reader)
+        explicit Nesting(Reader &reader)
+            : m_reader(reader)
         {
             if (++m_reader.m_depth > maxDepth)
                 m_reader.m_ok = false;

@@ -22,8 +22,8 @@ class NotificationForm final : public QDialog
     Q_DISABLE_COPY_MOVE(NotificationForm)
 
 public:
-    NotificationForm(const QString &text, NotificationType type, const QString &taskId, NotificationHost *host,
-                     QWidget *parent = nullptr);
+    NotificationForm(const QString &text, NotificationType type, const QString &taskId,
+                     NotificationHost *host, QWidget *parent = nullptr);
     ~NotificationForm() override;
 
     static QString getMessage(const QString &text, NotificationType type);

@@ -103,7 +103,10 @@ bool moveIntoPlace(const QString &from, const QString &to, QString *errorText)
 class ActivityCache::Cursor
 {
 public:
-    explicit Cursor(const QByteArray &path) : m_path(path), m_dir(opendir(path.constData())) {}
+    explicit Cursor(const QByteArray &path)
+        : m_path(path)
+        , m_dir(opendir(path.constData()))
+    { }
     ~Cursor()
     {
         if (m_dir)
@@ -140,8 +143,8 @@ void ActivityCache::setDirectory(const QString &path)
     m_cursor.reset();
     m_spent.clear();
     QDir folder(path);
-    const QStringList unfinished
-        = folder.entryList({QString::fromLatin1(kUnfinishedPrefix) + QLatin1Char('*')}, QDir::Files | QDir::Hidden);
+    const QStringList unfinished = folder.entryList(
+        {QString::fromLatin1(kUnfinishedPrefix) + QLatin1Char('*')}, QDir::Files | QDir::Hidden);
     for (const QString &name : unfinished)
         folder.remove(name);
     countRecords();
@@ -192,8 +195,7 @@ QString ActivityCache::create(const QByteArray &record, const QDateTime &now, QS
         makeFolder(m_directory);
         m_cursor.reset();
     }
-    const QString name
-        = QLatin1String(kRecordPrefix) + recordTimeText(now) + QLatin1String(".XXXXXX");
+    const QString name = QLatin1String(kRecordPrefix) + recordTimeText(now) + QLatin1String(".XXXXXX");
     const QString prefix = m_directory + QLatin1Char('/') + QLatin1String(kUnfinishedPrefix);
     // Twice: a second copy of the program that is just being started clears away
     // what is half-written.
@@ -213,15 +215,17 @@ QString ActivityCache::create(const QByteArray &record, const QDateTime &now, QS
 bool ActivityCache::writeWhole(const QString &path, const QByteArray &bytes, QString *errorText)
 {
     const QString folder = QFileInfo(path).path();
-    const QString unfinished = writeUnfinished(
-        folder + QLatin1Char('/') + QLatin1String(kUnfinishedPrefix) + QLatin1String("XXXXXX"), bytes, errorText);
+    const QString unfinished = writeUnfinished(folder + QLatin1Char('/') + QLatin1String(kUnfinishedPrefix)
+                                                   + QLatin1String("XXXXXX"),
+                                               bytes, errorText);
     return !unfinished.isEmpty() && moveIntoPlace(unfinished, path, errorText);
 }
 
 ActivityCache::Read ActivityCache::read(const QString &path, QByteArray *bytes)
 {
     bytes->clear();
-    const int handle = open(QFile::encodeName(path).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    const int handle =
+        open(QFile::encodeName(path).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (handle < 0) {
         if (errno == ENOENT || errno == ENOTDIR)
             return Read::Gone;

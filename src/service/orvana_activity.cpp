@@ -84,9 +84,9 @@ QFile *Orvana::saveActivityData(const QVariant &url, const QVariant &body)
     storeUnwritten();
     const QDateTime now = QDateTime::currentDateTime();
     const QByteArray record = QtJson::serialize(QVariantMap{{kVersionKey, kRecordVersion},
-                                                             {kUrlKey, url.toString()},
-                                                             {kBodyKey, body},
-                                                             {kTimestampKey, recordTimeText(now)}});
+                                                            {kUrlKey, url.toString()},
+                                                            {kBodyKey, body},
+                                                            {kTimestampKey, recordTimeText(now)}});
     QString reason = QStringLiteral("the folder is not ours");
     const QString path = prepareStorage() ? m_cache.create(record, now, &reason) : QString();
     if (!path.isEmpty())

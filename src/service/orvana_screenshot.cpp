@@ -13,8 +13,8 @@ namespace {
 // Not one that waits already: the clock may have been set back, or an hour come twice.
 QString newPicturePath(const QString &folder)
 {
-    const QString path = folder + QStringLiteral("/screenshot")
-        + recordTimeText(QDateTime::currentDateTime());
+    const QString path =
+        folder + QStringLiteral("/screenshot") + recordTimeText(QDateTime::currentDateTime());
     QString suffix = QStringLiteral(".jpg");
     for (int copy = 2; QFile::exists(path + suffix); ++copy)
         suffix = QLatin1Char('-') + QString::number(copy) + QStringLiteral(".jpg");

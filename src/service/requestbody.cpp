@@ -52,7 +52,7 @@ QByteArray encodeFields(const RequestFields &fields)
 
 QByteArray activityPayload(const QVariantMap &body)
 {
-    const QByteArray json = QtJson::serialize(QVariantList {body});
+    const QByteArray json = QtJson::serialize(QVariantList{body});
     QByteArray payload;
     payload.reserve(json.size() + json.size() / 8 + 64);
     payload += "data=";
@@ -60,7 +60,9 @@ QByteArray activityPayload(const QVariantMap &body)
     return payload;
 }
 
-OneShotBody::OneShotBody(const QByteArray &bytes, QObject *parent) : QIODevice(parent), m_bytes(bytes)
+OneShotBody::OneShotBody(const QByteArray &bytes, QObject *parent)
+    : QIODevice(parent)
+    , m_bytes(bytes)
 {
     open(QIODevice::ReadOnly | QIODevice::Unbuffered);
 }

@@ -5,7 +5,8 @@
 #include <QMouseEvent>
 #include <QPainter>
 
-AbstractOrvanaForm::AbstractOrvanaForm(QWidget *parent) : QDialog(parent)
+AbstractOrvanaForm::AbstractOrvanaForm(QWidget *parent)
+    : QDialog(parent)
 {
     setAttribute(Qt::WA_TranslucentBackground);
     setWindowFlags(Qt::Dialog | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);

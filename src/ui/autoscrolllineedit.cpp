@@ -14,7 +14,8 @@ constexpr int kStep = 60; // ms for a pixel
 
 } // namespace
 
-AutoScrollLineEdit::AutoScrollLineEdit(QWidget *parent) : QTextEdit(parent)
+AutoScrollLineEdit::AutoScrollLineEdit(QWidget *parent)
+    : QTextEdit(parent)
 {
     setReadOnly(true);
     setFrameShape(QFrame::NoFrame);

@@ -17,13 +17,16 @@ constexpr int kNoConnection = 1;
 } // namespace
 
 LoginForm::LoginForm(Orvana *orvana, QWidget *parent)
-    : QDialog(parent), m_ui(std::make_unique<Ui::LoginForm>()), m_orvana(orvana)
+    : QDialog(parent)
+    , m_ui(std::make_unique<Ui::LoginForm>())
+    , m_orvana(orvana)
 {
     m_ui->setupUi(this);
     m_ui->pbEnter->setObjectName(QStringLiteral("pbOrvana"));
     setAttribute(Qt::WA_TranslucentBackground);
     m_ui->wTop->setAttribute(Qt::WA_StyledBackground);
-    setWindowFlags((windowFlags() & Qt::Dialog) | Qt::Popup | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
+    setWindowFlags((windowFlags() & Qt::Dialog) | Qt::Popup | Qt::FramelessWindowHint
+                   | Qt::WindowStaysOnTopHint);
     m_ui->wTop->installEventFilter(this);
     m_ui->wLoginPane->installEventFilter(this);
     m_topBar = Artwork::load(QStringLiteral(":/images/wlogin-top.png"));

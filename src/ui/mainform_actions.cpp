@@ -211,6 +211,7 @@ void MainForm::onRequestDeadlineAccepted()
     auto *calendar = qobject_cast<CalendarForm *>(sender());
     if (!calendar)
         return;
-    m_orvana->requestDeadlineChange(calendar->selectedDate(), calendar->getReason(), calendar->selectedTime());
+    m_orvana->requestDeadlineChange(calendar->selectedDate(), calendar->getReason(),
+                                    calendar->selectedTime());
     calendar->deleteLater();
 }

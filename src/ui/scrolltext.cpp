@@ -18,7 +18,9 @@ constexpr int kLongestLine = 500;
 
 } // namespace
 
-ScrollText::ScrollText(bool alwaysMoves, QWidget *parent) : QWidget(parent), m_alwaysMoves(alwaysMoves)
+ScrollText::ScrollText(bool alwaysMoves, QWidget *parent)
+    : QWidget(parent)
+    , m_alwaysMoves(alwaysMoves)
 {
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
 }

@@ -54,6 +54,7 @@ QString backlogText(int count, const QDateTime &oldest, const QDateTime &now)
     const QString since = oldest.toString(oldest.date() == now.date() ? QStringLiteral("hh:mm")
                                                                       : QStringLiteral("dd.MM hh:mm"));
     return QString::number(count) + QLatin1Char(' ')
-        + counted(count, QStringLiteral("отчёт ждёт"), QStringLiteral("отчёта ждут"), QStringLiteral("отчётов ждут"))
+        + counted(count, QStringLiteral("отчёт ждёт"), QStringLiteral("отчёта ждут"),
+                  QStringLiteral("отчётов ждут"))
         + QStringLiteral(" отправки с ") + since;
 }

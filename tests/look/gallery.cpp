@@ -14,7 +14,8 @@ QRect boundsOf(const QWidgetList &windows)
 {
     QRect bounds;
     for (const QWidget *window : windows)
-        bounds |= window->geometry().adjusted(0, window->windowFlags() & Qt::FramelessWindowHint ? 0 : -kTitleBar, 0, 0);
+        bounds |= window->geometry().adjusted(
+            0, window->windowFlags() & Qt::FramelessWindowHint ? 0 : -kTitleBar, 0, 0);
     return bounds.adjusted(-kMargin, -kMargin, kMargin, kMargin);
 }
 
