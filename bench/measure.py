@@ -145,19 +145,23 @@ def pss(process):
 
 def main_window(process):
     """Its tray icon, a visible window of the same name, is none of the window manager's."""
-    search = ["xdotool", "search", "--onlyvisible", "--pid", str(process.pid), "--name", "^Orvana$"]
+    search = ["xdotool", "search", "--all", "--onlyvisible", "--pid", str(process.pid), "--name", "^Orvana$"]
     found = {int(number) for number in subprocess.run(search, capture_output=True, text=True, timeout=20).stdout.split()}
     managed = subprocess.run(["xprop", "-root", "_NET_CLIENT_LIST"], capture_output=True, text=True, timeout=20).stdout
     return next((str(int(number, 16)) for number in re.findall("0x[0-9a-f]+", managed) if int(number, 16) in found), None)
 
 
 def hide(process):
-    """As a user does: only the active window takes the key."""
+    """As a user does: only the active window takes the key, and one too many would go to the next window."""
     deadline = time.monotonic() + 20
-    while window := main_window(process):
+    window = main_window(process)
+    while main_window(process):
         if time.monotonic() > deadline:
             raise SystemExit("the window to be hidden stays")
-        subprocess.run(["xdotool", "windowactivate", "--sync", window, "key", "Escape"], timeout=20)
+        active = subprocess.run(["xdotool", "getactivewindow"], capture_output=True, text=True, timeout=20).stdout.strip()
+        action = ["key", "Escape"] if active == window else ["windowactivate", window]
+        subprocess.run(["xdotool", *action], timeout=20)
+        time.sleep(0.5)
 
 
 def idle(build, out, table, minutes):
@@ -175,6 +179,8 @@ def idle(build, out, table, minutes):
     try:
         time.sleep(SETTLING)
         hide(running["hidden"])
+        if not main_window(running["visible"]):
+            raise SystemExit("the window to be seen is not there")
         before = {name: cpu_seconds(process) for name, process in running.items()}
         time.sleep(minutes * 60)
         cpu = {name: (cpu_seconds(process) - before[name]) * 1000 / minutes for name, process in running.items()}
