@@ -17,8 +17,6 @@ namespace {
 
 const ListShape kTwoTeams{2, 5000};
 
-void swallow(QtMsgType, const QMessageLogContext &, const QString &) { }
-
 // Until the window system has asked for everything to be drawn, and that was done.
 void showPainted(QWidget *window)
 {
@@ -80,12 +78,3 @@ BENCHMARK(openChooser)->Unit(benchmark::kMillisecond);
 BENCHMARK(fillPlainBox)->Unit(benchmark::kMillisecond);
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    const QApplication application(argc, argv);
-    qInstallMessageHandler(swallow);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
-}

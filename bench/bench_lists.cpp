@@ -166,16 +166,4 @@ BENCHMARK(saveOneSmallFile)->Unit(benchmark::kMillisecond);
 BENCHMARK(saveOneTeamChanged)->Unit(benchmark::kMillisecond);
 BENCHMARK(writeTaskFileOnce)->Unit(benchmark::kMillisecond);
 
-// The log goes where the program's own goes, without a terminal behind it.
-void swallow(QtMsgType, const QMessageLogContext &, const QString &) { }
-
 } // namespace
-
-int main(int argc, char **argv)
-{
-    const QApplication application(argc, argv);
-    qInstallMessageHandler(swallow);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
-}

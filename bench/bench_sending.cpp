@@ -25,8 +25,6 @@ constexpr int kMinutes = 10000;
 constexpr int kWarmUp = 1000; // minutes, after which memory should stay
 constexpr int kDrained = 10; // seconds between two looks
 
-void swallow(QtMsgType, const QMessageLogContext &, const QString &) { }
-
 localservice::Server &service()
 {
     static localservice::Server server([] {
@@ -228,12 +226,3 @@ BENCHMARK(screenshotOurs)->Unit(benchmark::kMillisecond);
 BENCHMARK(screenshotBare)->Unit(benchmark::kMillisecond);
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    const QApplication application(argc, argv);
-    qInstallMessageHandler(swallow);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
-}
