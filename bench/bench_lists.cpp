@@ -26,7 +26,7 @@ public:
         m_orvana = std::make_unique<Orvana>();
         session()->init(QStringLiteral("user@orvana.example"), QStringLiteral("secret"));
         for (int id = 1; id <= details; ++id) {
-            const TaskInfo info = parseTaskInfo(parseObject(taskInfoBody(id)));
+            const TaskInfo info = parseTaskAnswer("{\"message\":" + taskInfoBody(id) + '}').task;
             session()->addTaskInfoData(info.id, info);
         }
         feed(body);

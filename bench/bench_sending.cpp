@@ -123,7 +123,7 @@ void drainOurs(benchmark::State &state)
         orvana->requestCheckLogin(QStringLiteral("anna@orvana.example"), QStringLiteral("orvana"));
         waitUntil([&] { return loggedIn; });
         const QString folder =
-            Orvana::Session::directoryOf(orvana->storageDirectory(), orvana->session()->login())
+            StorageFolder::ofUser(orvana->storageDirectory(), orvana->session()->login())
             + QStringLiteral("/activity/json");
         const QString url = service().baseUrl() + QStringLiteral("/api_active2");
         for (int i = 0; i < kMinutes; ++i) {

@@ -91,7 +91,7 @@ FuzzClient::~FuzzClient()
 
 QString FuzzClient::userFolder() const
 {
-    return Orvana::Session::directoryOf(m_orvana->storageDirectory(), user());
+    return StorageFolder::ofUser(m_orvana->storageDirectory(), user());
 }
 
 void FuzzClient::put(const QString &path, const QByteArray &bytes) const

@@ -28,9 +28,12 @@ install_packages() {
         as_root apt-get -qq update
         as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -y --no-install-recommends install "${missing[@]}" >/dev/null
     fi
-    if ! locale -a 2>/dev/null | grep -qi '^ru_RU\.utf-\?8$'; then
-        as_root localedef -i ru_RU -f UTF-8 ru_RU.UTF-8
-    fi
+    # The second one has digits of its own.
+    for name in ru_RU fa_IR; do
+        if ! locale -a 2>/dev/null | grep -qi "^$name\.utf-\?8$"; then
+            as_root localedef -i "$name" -f UTF-8 "$name.UTF-8"
+        fi
+    done
 }
 
 # build_preset NAME: configures and builds what has changed, in build/NAME.

@@ -73,10 +73,11 @@ void setIdentity()
     QCoreApplication::setApplicationVersion(QStringLiteral(ORVANA_VERSION));
 }
 
-// Texts of Qt's own dialogs and menus.
+// Texts and figures of Qt's own dialogs, menus and input fields.
 void loadQtTranslation(QApplication &application)
 {
     auto *translator = new QTranslator(&application);
+    QLocale::setDefault(QLocale(QLocale::Russian, QLocale::Russia));
     if (translator->load(QStringLiteral("qtbase_ru"), QLibraryInfo::location(QLibraryInfo::TranslationsPath)))
         QCoreApplication::installTranslator(translator);
 }
@@ -140,8 +141,14 @@ int main(int argc, char *argv[])
     const TerminationSignals terminationSignals;
 
     Orvana orvana;
-    if (!orvana.isStorageUsable()) {
-        tellNoStorage(orvana.unusableStorageText());
+    const bool isCleanUp = QCoreApplication::arguments().value(1) == QLatin1String("--clean");
+    if (orvana.storage().isTaken() && !isCleanUp) {
+        orvana.setCleanMode(true);
+        tellAlreadyRunning();
+        return kAlreadyRunning;
+    }
+    if (!orvana.storage().isUsable() && !orvana.storage().isTaken()) {
+        tellNoStorage(orvana.storage().unusableText());
         return kNoStorage;
     }
     OrvanaUpdate::instance()->init(&orvana);
@@ -157,8 +164,7 @@ int main(int argc, char *argv[])
             + buildStamp();
     applyStyleSheet(application);
 
-    const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.size() > 1 && arguments.at(1) == QLatin1String("--clean")) {
+    if (isCleanUp) {
         closeLogFile();
         Orvana::removeDir(orvana.storageDirectory().absolutePath());
         orvana.setCleanMode(true);

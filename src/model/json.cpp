@@ -4,6 +4,7 @@
 
 #include <QDate>
 #include <QDateTime>
+#include <QLocale>
 
 namespace QtJson {
 
@@ -145,14 +146,14 @@ private:
         if (data.userType() == QMetaType::QDateTime) {
             const QDateTime value = data.toDateTime();
             writeString(s_dateTimeFormat.isEmpty() ? value.toString(Qt::TextDate)
-                                                   : value.toString(s_dateTimeFormat));
+                                                   : QLocale::c().toString(value, s_dateTimeFormat));
             return true;
         }
         if (data.userType() == QMetaType::QDate) {
             // It is the date-time format that switches the date format on.
             const QDate value = data.toDate();
             writeString(s_dateTimeFormat.isEmpty() ? value.toString(Qt::TextDate)
-                                                   : value.toString(s_dateFormat));
+                                                   : QLocale::c().toString(value, s_dateFormat));
             return true;
         }
         if (data.canConvert<QString>()) {

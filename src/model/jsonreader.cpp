@@ -60,10 +60,44 @@ QVariant Reader::readValue()
     return {};
 }
 
+void Reader::skipValue()
+{
+    if (!m_ok)
+        return;
+    switch (peekToken()) {
+    case Token::String:
+        skipString();
+        break;
+    case Token::ObjectOpen:
+        readObject([this](QStringView) { skipValue(); });
+        break;
+    case Token::ArrayOpen:
+        readArray([this] { skipValue(); });
+        break;
+    default:
+        readValue();
+    }
+}
+
+void Reader::skipString()
+{
+    constexpr int hexDigits = 4;
+    for (++m_index; m_index < m_size; ++m_index) {
+        if (m_text[m_index] == '"') {
+            ++m_index;
+            return;
+        }
+        if (m_text[m_index] == '\\' && ++m_index < m_size && m_text[m_index] == 'u')
+            m_index += hexDigits;
+    }
+    m_index = m_size;
+    m_ok = false;
+}
+
 QString Reader::readText(const QString &likely)
 {
     if (!m_ok || peekToken() != Token::String)
-        return readValue().toString();
+        return readScalar().toString();
     // A null text is stored in another form than an empty one.
     if (!likely.isNull() && skipString(likely))
         return likely;
@@ -76,7 +110,7 @@ QStringView Reader::readTextView(QString &storage)
 {
     if (m_ok && peekToken() == Token::String)
         return readString(storage);
-    storage = readValue().toString();
+    storage = readScalar().toString();
     return storage;
 }
 
@@ -234,6 +268,15 @@ QStringView Reader::readString(QString &storage)
             break;
     }
     m_ok = false;
+    return {};
+}
+
+// What is no scalar has neither a text nor a number.
+QVariant Reader::readScalar()
+{
+    if (!isAtObject() && !isAtArray())
+        return readValue();
+    skipValue();
     return {};
 }
 

@@ -24,8 +24,12 @@ public:
     bool isAtArray() { return m_ok && peekToken() == Token::ArrayOpen; }
     bool isAtObject() { return m_ok && peekToken() == Token::ObjectOpen; }
 
-    // Each of these takes up exactly one value.
+    // Each of these reads exactly one value.
     QVariant readValue();
+    // Builds nothing, however long the value is.
+    void skipValue();
+    // An invalid variant for an object or an array.
+    QVariant readScalar();
     // The value as QVariant::toString() has it. When it is the likely text, that one is
     // handed out again, and nothing is built.
     QString readText(const QString &likely = QString());
@@ -129,6 +133,7 @@ private:
     QVariant readNumber();
     QStringView readString(QString &storage);
     bool skipString(const QString &likely);
+    void skipString();
     bool appendEscape(QString &result);
     QString shared(QStringView key);
     QStringView view(int from, int to) const

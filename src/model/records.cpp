@@ -1,6 +1,7 @@
 #include "model/records.h"
 
 #include <QDataStream>
+#include <QLocale>
 #include <QTimeZone>
 
 namespace {
@@ -218,5 +219,5 @@ QDateTime parseServiceDateTime(QStringView text, const QDateTime &likely)
 
 QString serviceDateTimeText(const QDateTime &dateTime)
 {
-    return dateTime.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+    return QLocale::c().toString(dateTime, QStringLiteral("yyyy-MM-dd HH:mm:ss"));
 }

@@ -1,5 +1,6 @@
 #include "service/activitycache.h"
 
+#include "service/cacherecord.h"
 #include "service/crashpoint.h"
 #include "service/recordtime.h"
 
@@ -9,6 +10,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -20,8 +22,9 @@ namespace {
 const char kRecordPrefix[] = "json";
 constexpr int kTimeLength = 19;
 const char kUnfinishedPrefix[] = ".new-";
-// Records are a few hundred bytes; pictures lie in files of their own.
-constexpr qint64 kMaxRecordSize = 1024 * 1024;
+const char kPicturePrefix[] = "screenshot";
+// Far beyond the largest reply with ids and the largest picture inside a record.
+constexpr qint64 kMaxRecordSize = 256 * 1024 * 1024;
 
 // When the record was made, as its name has it; of a foreign name the epoch.
 QDateTime creationTime(const QString &path)
@@ -103,9 +106,9 @@ bool moveIntoPlace(const QString &from, const QString &to, QString *errorText)
 class ActivityCache::Cursor
 {
 public:
-    explicit Cursor(const QByteArray &path)
-        : m_path(path)
-        , m_dir(opendir(path.constData()))
+    explicit Cursor(const QString &path)
+        : m_path(QFile::encodeName(path))
+        , m_dir(opendir(m_path.constData()))
     { }
     ~Cursor()
     {
@@ -117,14 +120,15 @@ public:
     bool isOpen() const { return m_dir != nullptr; }
     void rewind() { rewinddir(m_dir); }
 
-    QByteArray next()
+    // The path of the next file whose name starts with the prefix; empty at the end.
+    QString next(const char *prefix = kRecordPrefix)
     {
         while (const dirent *entry = readdir(m_dir)) {
-            if (qstrncmp(entry->d_name, kRecordPrefix, sizeof kRecordPrefix - 1) != 0)
+            if (qstrncmp(entry->d_name, prefix, qstrlen(prefix)) != 0)
                 continue;
-            QByteArray path = m_path + '/' + entry->d_name;
+            const QByteArray path = m_path + '/' + entry->d_name;
             if (isRegularFile(path))
-                return path;
+                return QFile::decodeName(path);
         }
         return {};
     }
@@ -141,26 +145,64 @@ void ActivityCache::setDirectory(const QString &path)
 {
     m_directory = path;
     m_cursor.reset();
-    m_spent.clear();
+    m_sweep.reset();
+    m_setAside.clear();
+    m_waiting.clear();
+    m_waitingCount = 0;
+    m_unclaimedPictures.clear();
+    if (path.isEmpty())
+        return;
     QDir folder(path);
     const QStringList unfinished = folder.entryList(
         {QString::fromLatin1(kUnfinishedPrefix) + QLatin1Char('*')}, QDir::Files | QDir::Hidden);
     for (const QString &name : unfinished)
         folder.remove(name);
-    countRecords();
+    readFolder();
 }
 
-void ActivityCache::countRecords()
+void ActivityCache::readFolder()
 {
-    m_waiting.clear();
-    m_waitingCount = 0;
-    Cursor cursor(QFile::encodeName(m_directory));
-    while (cursor.isOpen()) {
-        const QByteArray path = cursor.next();
-        if (path.isEmpty())
-            break;
-        count(QFile::decodeName(path));
+    Cursor cursor(m_directory);
+    if (!cursor.isOpen())
+        return;
+    for (QString path = cursor.next(""); !path.isEmpty(); path = cursor.next("")) {
+        const QString name = path.mid(m_directory.size() + 1);
+        if (name.startsWith(QLatin1String(kRecordPrefix)) && !isPassedOver(path))
+            count(path);
+        else if (name.startsWith(QLatin1String(kPicturePrefix)))
+            m_unclaimedPictures.insert(name);
     }
+}
+
+bool ActivityCache::sweepPictures(int recordsToRead)
+{
+    if (m_unclaimedPictures.isEmpty())
+        return false;
+    if (!m_sweep)
+        m_sweep = std::make_unique<Cursor>(m_directory);
+    for (int i = 0; i < recordsToRead && m_sweep->isOpen() && !m_unclaimedPictures.isEmpty(); ++i) {
+        const QString path = m_sweep->next();
+        if (path.isEmpty()) {
+            for (const QString &name : qAsConst(m_unclaimedPictures))
+                QFile::remove(m_directory + QLatin1Char('/') + name);
+            m_unclaimedPictures.clear();
+            break;
+        }
+        QByteArray bytes;
+        const Read result = read(path, &bytes);
+        if (result == Read::Gone)
+            continue;
+        // A record that cannot be read may name any of them.
+        if (result != Read::Ok)
+            m_unclaimedPictures.clear();
+        else
+            m_unclaimedPictures.remove(QFileInfo(CacheRecord::pictureOf(CacheRecord::parse(bytes))).fileName());
+    }
+    if (m_sweep->isOpen() && !m_unclaimedPictures.isEmpty())
+        return true;
+    m_sweep.reset();
+    m_unclaimedPictures.clear();
+    return false;
 }
 
 void ActivityCache::count(const QString &path)
@@ -171,6 +213,9 @@ void ActivityCache::count(const QString &path)
 
 void ActivityCache::forget(const QString &path)
 {
+    // An answer may come after a change of user.
+    if (!path.startsWith(m_directory + QLatin1Char('/')) || isPassedOver(path))
+        return;
     const auto found = m_waiting.find(creationTime(path));
     if (found == m_waiting.end())
         return;
@@ -186,6 +231,7 @@ ActivityCache::Backlog ActivityCache::backlog() const
 
 QString ActivityCache::create(const QByteArray &record, const QDateTime &now, QString *errorText)
 {
+    removeSpent();
     if (m_directory.isEmpty()) {
         if (errorText)
             *errorText = QStringLiteral("no user");
@@ -197,19 +243,14 @@ QString ActivityCache::create(const QByteArray &record, const QDateTime &now, QS
     }
     const QString name = QLatin1String(kRecordPrefix) + recordTimeText(now) + QLatin1String(".XXXXXX");
     const QString prefix = m_directory + QLatin1Char('/') + QLatin1String(kUnfinishedPrefix);
-    // Twice: a second copy of the program that is just being started clears away
-    // what is half-written.
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        const QString unfinished = writeUnfinished(prefix + name, record, errorText);
-        if (unfinished.isEmpty())
-            return {};
-        const QString path = m_directory + QLatin1Char('/') + unfinished.mid(prefix.size());
-        if (moveIntoPlace(unfinished, path, errorText)) {
-            count(path);
-            return path;
-        }
-    }
-    return {};
+    const QString unfinished = writeUnfinished(prefix + name, record, errorText);
+    if (unfinished.isEmpty())
+        return {};
+    const QString path = m_directory + QLatin1Char('/') + unfinished.mid(prefix.size());
+    if (!moveIntoPlace(unfinished, path, errorText))
+        return {};
+    count(path);
+    return path;
 }
 
 bool ActivityCache::writeWhole(const QString &path, const QByteArray &bytes, QString *errorText)
@@ -229,7 +270,8 @@ ActivityCache::Read ActivityCache::read(const QString &path, QByteArray *bytes)
     if (handle < 0) {
         if (errno == ENOENT || errno == ENOTDIR)
             return Read::Gone;
-        return errno == EACCES || errno == ELOOP || errno == ENXIO ? Read::Unreadable : Read::Busy;
+        return errno == EACCES || errno == EPERM || errno == ELOOP || errno == ENXIO ? Read::Denied
+                                                                                     : Read::Busy;
     }
     QFile file;
     if (!file.open(handle, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
@@ -237,19 +279,45 @@ ActivityCache::Read ActivityCache::read(const QString &path, QByteArray *bytes)
         return Read::Busy;
     }
     if (file.size() > kMaxRecordSize)
-        return Read::Unreadable;
+        return Read::Denied;
     *bytes = file.readAll();
     return file.error() == QFileDevice::NoError ? Read::Ok : Read::Busy;
 }
 
-bool ActivityCache::remove(const QString &path)
+void ActivityCache::setAccepted(const QString &path)
 {
-    if (!m_spent.contains(path))
-        forget(path);
-    if (QFile::remove(path) || !QFile::exists(path))
-        return true;
+    forget(path);
     m_spent.insert(path);
-    return false;
+}
+
+void ActivityCache::remove(const QString &path)
+{
+    setAccepted(path);
+    if (QFile::remove(path) || !QFile::exists(path)) {
+        m_spent.remove(path);
+        return;
+    }
+    // Empty it is not sent by the next run either.
+    const int handle = open(QFile::encodeName(path).constData(), O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC);
+    if (handle >= 0)
+        close(handle);
+}
+
+void ActivityCache::setAside(const QString &path)
+{
+    forget(path);
+    m_setAside.insert(path);
+}
+
+bool ActivityCache::isPassedOver(const QString &path) const
+{
+    return m_spent.contains(path) || m_setAside.contains(path);
+}
+
+void ActivityCache::removeSpent()
+{
+    for (auto it = m_spent.begin(); it != m_spent.end();)
+        it = QFile::remove(*it) || !QFile::exists(*it) ? m_spent.erase(it) : std::next(it);
 }
 
 QString ActivityCache::next()
@@ -257,16 +325,15 @@ QString ActivityCache::next()
     if (m_directory.isEmpty())
         return {};
     if (!m_cursor)
-        m_cursor = std::make_unique<Cursor>(QFile::encodeName(m_directory));
+        m_cursor = std::make_unique<Cursor>(m_directory);
     if (!m_cursor->isOpen()) {
         m_cursor.reset();
         return {};
     }
     for (int pass = 0; pass < 2; ++pass) {
-        for (QByteArray path = m_cursor->next(); !path.isEmpty(); path = m_cursor->next()) {
-            const QString name = QFile::decodeName(path);
-            if (!m_spent.contains(name))
-                return name;
+        for (QString path = m_cursor->next(); !path.isEmpty(); path = m_cursor->next()) {
+            if (!isPassedOver(path))
+                return path;
         }
         m_cursor->rewind();
     }

@@ -17,7 +17,7 @@ public:
     enum class Read {
         Ok,
         Gone, // there is no such file
-        Unreadable, // a file that can never be read
+        Denied, // not for this process to read; it stays, and is passed over in this run
         Busy // the system lacks something just now; the record must stay
     };
 
@@ -31,8 +31,14 @@ public:
     ~ActivityCache();
     Q_DISABLE_COPY_MOVE(ActivityCache)
 
-    // Changes to another user's folder and removes half-written records from it.
+    // Changes to another user's folder and removes half-written records from it. Without
+    // a path nothing can be written.
     void setDirectory(const QString &path);
+    QString directory() const { return m_directory; }
+
+    // Pictures of which the record was never written, or was deleted without them, are
+    // removed in steps. Returns false when there is nothing left to do.
+    bool sweepPictures(int recordsToRead);
 
     // The path of the new record; empty when it could not be written (errorText
     // says why) or no directory is set.
@@ -43,10 +49,12 @@ public:
 
     static Read read(const QString &path, QByteArray *bytes);
 
-    // A record that cannot be deleted is not taken up again in this run: it has
-    // been accepted once.
-    bool remove(const QString &path);
-    void setAside(const QString &path) { m_spent.insert(path); }
+    // An accepted record is never returned again, and deleted with the next create().
+    void setAccepted(const QString &path);
+    // Deletes an accepted record at once. One that cannot be deleted is emptied.
+    void remove(const QString &path);
+    // Passes over a record until the user is loaded again.
+    void setAside(const QString &path);
 
     // The next record in the file system's order, going on behind the one before
     // and starting over at the end; empty when there is none. Never reads the
@@ -60,13 +68,19 @@ public:
 private:
     class Cursor;
 
-    void countRecords();
+    void readFolder();
     void count(const QString &path);
     void forget(const QString &path);
+    bool isPassedOver(const QString &path) const;
+    void removeSpent();
 
     QString m_directory;
     std::unique_ptr<Cursor> m_cursor;
-    QSet<QString> m_spent;
+    QSet<QString> m_spent; // accepted, of every user of this run
+    QSet<QString> m_setAside;
+    // File names of pictures that an earlier run left and no record has named yet.
+    QSet<QString> m_unclaimedPictures;
+    std::unique_ptr<Cursor> m_sweep;
     std::map<QDateTime, int> m_waiting; // how many of each second
     int m_waitingCount = 0;
 };

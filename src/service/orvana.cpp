@@ -14,18 +14,18 @@
 #include <QTextCodec>
 
 #include <algorithm>
-
-#include <sys/stat.h>
-#include <unistd.h>
+#include <chrono>
 
 namespace {
 
+constexpr std::chrono::milliseconds kSweepPause(100);
 constexpr int kUnreachable = 1;
 constexpr int kSiteDown = 2;
 constexpr int kOtherFailure = 3;
 constexpr int kReachable = 7;
 // What is longer would fill the memory or hold up the window.
-constexpr qint64 kMaxReplySize = 32 * 1024 * 1024;
+constexpr qint64 kLongestList = 32 * 1024 * 1024;
+constexpr qint64 kLongestAnswer = 1024 * 1024;
 
 const char kInvalidCredentialsBody[] = "{\"status\":-1,\"err_msg\":\"Invalid email|pswd|client\"}";
 const char kUserProperty[] = "user";
@@ -64,12 +64,16 @@ bool isDatabaseError(const QByteArray &body)
     return body == expected;
 }
 
-// Ours alone: a folder, no link, made or owned by this user.
-bool isPrivateFolder(const QString &path)
+// Nothing of one reply goes into a later request, and what leads elsewhere is refused:
+// that is no answer of the service.
+QNetworkRequest newRequest(const QUrl &url)
 {
-    struct stat info = {};
-    return lstat(QFile::encodeName(path).constData(), &info) == 0 && S_ISDIR(info.st_mode)
-        && info.st_uid == geteuid();
+    QNetworkRequest request(url);
+    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::UserVerifiedRedirectPolicy);
+    return request;
 }
 
 QString upToFirstNul(const QString &text)
@@ -81,23 +85,24 @@ QString upToFirstNul(const QString &text)
 
 Orvana::Orvana(QObject *parent)
     : QObject(parent)
+    , m_storage(QDir(Deployment::storageRoot()).absoluteFilePath(kStorageFolder))
     , m_serviceUrl(Deployment::serviceUrl())
     , m_verifyCertificates(Deployment::verifyCertificates())
 {
     registerRecordTypes();
-    m_storage.setPath(QDir(Deployment::storageRoot()).absoluteFilePath(kStorageFolder));
+    m_sweepTimer.setInterval(kSweepPause);
+    connect(&m_sweepTimer, &QTimer::timeout, this, &Orvana::sweepPictures);
     QDir().mkpath(Deployment::storageRoot());
-    const bool usable = prepareStorage();
+    const bool usable = m_storage.prepare();
     m_session = new Session(this, this);
     if (usable) {
         m_session->initLastLogin();
-        useCacheOf(m_session->login());
+        prepareCache();
     } else {
-        qWarning() << "Storage directory can't be used:" << m_storage.path();
+        qWarning() << "Storage directory can't be used:" << storageDirectory().path();
     }
     m_loginAttempt = new Session(this, this);
-    if (usable)
-        removeDeprecatedFiles();
+    removeDeprecatedFiles();
 }
 
 Orvana::~Orvana()
@@ -109,57 +114,20 @@ Orvana::~Orvana()
     qDebug() << "Exit Orvana Team Monitor OK";
 }
 
-bool Orvana::isStorageUsable() const
-{
-    return isPrivateFolder(m_storage.path());
-}
-
-bool Orvana::prepareStorage() const
-{
-    const QByteArray path = QFile::encodeName(m_storage.path());
-    mkdir(path.constData(), S_IRWXU);
-    if (!isStorageUsable())
-        return false;
-    // Everything below it is then out of reach for others, whatever its mode.
-    chmod(path.constData(), S_IRWXU);
-    return true;
-}
-
-QString Orvana::unusableStorageText() const
-{
-    return QStringLiteral("Папка программы \"") + m_storage.path()
-        + QStringLiteral("\" недоступна или принадлежит другому пользователю. "
-                         "Обратитесь к системному администратору.");
-}
-
-void Orvana::removeDir(const QString &path)
-{
-    QDir folder(path);
-    if (!folder.exists())
-        return;
-    const QFileInfoList entries = folder.entryInfoList(
-        QDir::NoDotAndDotDot | QDir::System | QDir::Hidden | QDir::AllDirs | QDir::Files, QDir::DirsFirst);
-    for (const QFileInfo &entry : entries) {
-        // A link to a folder is a file here: what it points to is not ours.
-        if (entry.isDir() && !entry.isSymLink())
-            removeDir(entry.absoluteFilePath());
-        else
-            QFile::remove(entry.absoluteFilePath());
-    }
-    folder.rmdir(folder.absolutePath());
-}
-
 void Orvana::removeDeprecatedFiles()
 {
-    const QStringList records = m_storage.entryList({QStringLiteral("json*")}, QDir::Files, QDir::Unsorted);
+    if (!m_storage.isUsable())
+        return;
+    QDir storage = m_storage.dir();
+    const QStringList records = storage.entryList({QStringLiteral("json*")}, QDir::Files, QDir::Unsorted);
     for (const QString &name : records)
-        m_storage.remove(name);
+        storage.remove(name);
     for (const char *name : {".orvana.db", "comments.data", "session.json"})
-        m_storage.remove(QString::fromLatin1(name));
+        storage.remove(QString::fromLatin1(name));
 
     if (!m_session || m_session->login().isEmpty())
         return;
-    const QDir user(Session::directoryOf(m_storage, m_session->login()));
+    const QDir user(m_storage.ofUser(m_session->login()));
     for (const char *name : {"session.json", "tasks.json", "teams.json"})
         QFile::remove(user.filePath(QString::fromLatin1(name)));
     const QList<Team> teams = m_session->teams();
@@ -197,6 +165,8 @@ void Orvana::changeTask(const QString &teamId, const QString &taskId)
         emit teamChanged(teamId);
     }
     m_session->setCurrentTaskID(taskId);
+    // Two teams may list the same task.
+    m_session->saveChoice();
 }
 
 RequestFields Orvana::credentials(const Session &session) const
@@ -222,16 +192,16 @@ QNetworkReply *Orvana::get(Stage stage, const QString &path, const RequestFields
     QUrl url(m_serviceUrl + path);
     if (!fields.isEmpty())
         url.setQuery(QString::fromLatin1(encodeFields(fields)), QUrl::StrictMode);
-    QNetworkReply *reply = network()->get(QNetworkRequest(url));
+    QNetworkReply *reply = network()->get(newRequest(url));
     reply->setProperty("stage", static_cast<int>(stage));
     reply->setProperty(kUserProperty, m_session->login());
-    limitLength(reply);
+    limitReply(reply);
     return reply;
 }
 
 QNetworkReply *Orvana::post(Stage stage, const QUrl &url, const QByteArray &body)
 {
-    QNetworkRequest request(url);
+    QNetworkRequest request = newRequest(url);
     request.setHeader(QNetworkRequest::ContentTypeHeader,
                       QStringLiteral("application/x-www-form-urlencoded"));
     request.setHeader(QNetworkRequest::ContentLengthHeader, body.size());
@@ -239,14 +209,20 @@ QNetworkReply *Orvana::post(Stage stage, const QUrl &url, const QByteArray &body
     QNetworkReply *reply = network()->post(request, device);
     device->setParent(reply);
     reply->setProperty("stage", static_cast<int>(stage));
-    limitLength(reply);
+    limitReply(reply);
     return reply;
 }
 
-void Orvana::limitLength(QNetworkReply *reply)
+void Orvana::limitReply(QNetworkReply *reply)
 {
-    connect(reply, &QNetworkReply::readyRead, this, [reply] {
-        if (reply->bytesAvailable() <= kMaxReplySize)
+    connect(reply, &QNetworkReply::redirected, this, [reply](const QUrl &target) {
+        qWarning() << "Error! Redirect refused:" << reply->url().path() << "to" << target.host();
+        reply->abort();
+    });
+    const int stage = reply->property("stage").toInt();
+    const bool isList = stage == CheckLogin || stage == TeamsAndTasks || stage == TaskDetails;
+    connect(reply, &QNetworkReply::readyRead, this, [reply, longest = isList ? kLongestList : kLongestAnswer] {
+        if (reply->bytesAvailable() <= longest)
             return;
         qWarning() << "Error! Reply is too long:" << reply->url().path();
         reply->abort();

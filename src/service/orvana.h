@@ -2,6 +2,7 @@
 
 #include "model/records.h"
 #include "service/activitycache.h"
+#include "storage/storagefolder.h"
 
 #include <QDate>
 #include <QDir>
@@ -14,6 +15,7 @@
 #include <QSet>
 #include <QSslError>
 #include <QTime>
+#include <QTimer>
 #include <QVariantMap>
 #include <QVector>
 
@@ -49,18 +51,12 @@ public:
     // Saves the session unless clean mode is on.
     ~Orvana() override;
 
-    // False when the storage directory cannot be used safely: it is missing or not
-    // ours. Nothing is read from it or written to it then. Looks anew each time:
-    // where everybody may write, it may be taken away and replaced.
-    bool isStorageUsable() const;
-    // Makes it when it is missing; false when it cannot be used all the same.
-    bool prepareStorage() const;
-    QString unusableStorageText() const;
-    QDir storageDirectory() const { return m_storage; }
+    StorageFolder &storage() { return m_storage; }
+    QDir storageDirectory() const { return m_storage.dir(); }
     Session *session() const { return m_session; }
     // Clean mode: the session is not written back at the end.
     void setCleanMode(bool clean) { m_cleanMode = clean; }
-    static void removeDir(const QString &path);
+    static void removeDir(const QString &path) { StorageFolder::removeDir(path); }
     // Deletes what older versions left in the storage directory.
     void removeDeprecatedFiles();
 
@@ -124,7 +120,7 @@ private:
     QNetworkReply *post(Stage stage, const QUrl &url, const QByteArray &body);
     QNetworkAccessManager *network();
     RequestFields credentials(const Session &session) const;
-    void limitLength(QNetworkReply *reply);
+    void limitReply(QNetworkReply *reply);
     void forgetBrokenConnections();
 
     void processCheckLoginReply(QNetworkReply *reply);
@@ -142,7 +138,7 @@ private:
     void forgetPrefetch();
 
     QString cacheOf(const QString &login) const;
-    void useCacheOf(const QString &login);
+    bool prepareCache();
     QVariantMap newReport() const;
     QFile *saveActivityData(const QVariant &url, const QVariant &body);
     void storeUnwritten();
@@ -151,13 +147,15 @@ private:
     void sendActivityFile(QFile *file);
     void removeCachedActivityFile(QFile *file);
     void removeRecord(const QString &path, const QString &picture);
+    void continueSending();
+    void sweepPictures();
     void activityNotSent(const QByteArray &body);
     bool isOwnScreenshot(const QString &path) const;
     QVariantMap actualizeActivityTimestamp(const QVariantMap &record) const;
     QVariantMap prepareDataForExport(const QVariantMap &record) const;
     bool isForCurrentUser(int stage, const QNetworkReply *reply) const;
 
-    QDir m_storage;
+    StorageFolder m_storage;
     Session *m_session = nullptr;
     Session *m_loginAttempt = nullptr;
     // Made for the first request: it takes longer than all the rest of the client.
@@ -168,6 +166,7 @@ private:
     QString m_serviceUrl;
     bool m_verifyCertificates = false;
     ActivityCache m_cache;
+    QTimer m_sweepTimer;
     // Reports that the disk refused; written as soon as it takes them.
     QVector<UnwrittenRecord> m_unwritten;
     bool m_toldUnwritten = false;

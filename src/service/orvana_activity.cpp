@@ -2,6 +2,7 @@
 
 #include "model/json.h"
 #include "notifications/notificationmanager.h"
+#include "service/cacherecord.h"
 #include "service/crashpoint.h"
 #include "service/ovsession.h"
 #include "service/recordtime.h"
@@ -15,13 +16,6 @@
 
 namespace {
 
-const QString kVersionKey = QStringLiteral("version");
-const QString kUrlKey = QStringLiteral("api-url");
-const QString kBodyKey = QStringLiteral("body");
-const QString kTimestampKey = QStringLiteral("timestamp");
-const QString kPastKey = QStringLiteral("past");
-const QString kFileKey = QStringLiteral("file");
-const QString kFileNameKey = QStringLiteral("fileName");
 const QString kRecordVersion = QStringLiteral("0.1");
 const QString kActivityPath = QStringLiteral("/api_active2");
 const char kFileProperty[] = "activityFile";
@@ -29,12 +23,14 @@ const char kPictureProperty[] = "activityPicture";
 // A day of minutes; a disk that is full for longer loses the oldest.
 constexpr int kMaxUnwritten = 1440;
 constexpr int kMostUnderWay = 100;
+constexpr int kLongestLoggedValue = 1000;
+constexpr int kSweepStep = 100; // records a turn
 
-QVariantMap parseRecord(const QString &path)
+// An id of a megabyte would fill the log.
+QString shortened(const QString &value)
 {
-    QByteArray bytes;
-    ActivityCache::read(path, &bytes);
-    return parseObject(bytes);
+    return value.size() > kLongestLoggedValue ? QString(value.left(kLongestLoggedValue) + QChar(0x2026))
+                                              : value;
 }
 
 // In unsigned 32-bit seconds, as every client before this one counted.
@@ -49,22 +45,36 @@ quint32 ageInSeconds(const QString &timestamp)
 
 QString Orvana::cacheOf(const QString &login) const
 {
-    return Session::directoryOf(m_storage, login) + QStringLiteral("/activity");
+    return m_storage.ofUser(login) + QStringLiteral("/activity");
 }
 
-void Orvana::useCacheOf(const QString &login)
+// The storage folder may come to be usable only after the user has signed in.
+bool Orvana::prepareCache()
 {
-    if (!login.isEmpty())
-        m_cache.setDirectory(cacheOf(login));
+    const bool usable = m_storage.prepare();
+    const QString login = m_session->login();
+    const QString directory = usable && !login.isEmpty() ? cacheOf(login) : QString();
+    if (usable && directory != m_cache.directory()) {
+        m_cache.setDirectory(directory);
+        m_sweepTimer.start();
+    }
+    return usable;
+}
+
+void Orvana::sweepPictures()
+{
+    // The record of a picture may still wait for the disk.
+    if (!m_unwritten.isEmpty() || !m_storage.isUsable() || !m_cache.sweepPictures(kSweepStep))
+        m_sweepTimer.stop();
 }
 
 QVariantMap Orvana::newReport() const
 {
     return {{QStringLiteral("email"), m_session->login()},
             {QStringLiteral("task_id"), m_session->currentTaskID()},
-            {kPastKey, QStringLiteral("0")},
+            {CacheRecord::kPast, QStringLiteral("0")},
             {QStringLiteral("team_id"), m_session->currentTeamID()},
-            {kVersionKey, QCoreApplication::applicationVersion()}};
+            {CacheRecord::kVersion, QCoreApplication::applicationVersion()}};
 }
 
 void Orvana::sendTaskActivity(int activeSlices)
@@ -73,7 +83,10 @@ void Orvana::sendTaskActivity(int activeSlices)
     QVariantMap body = newReport();
     body.insert(QStringLiteral("active"), QString::number(activeSlices));
     const QString url = m_serviceUrl + kActivityPath;
-    qDebug() << "Activity data prepared" << url << body.values();
+    QStringList values;
+    for (const QVariant &value : qAsConst(body))
+        values.append(shortened(value.toString()));
+    qDebug() << "Activity data prepared" << url << values;
     if (QFile *file = saveActivityData(url, body))
         sendActivityFile(file);
 }
@@ -83,12 +96,12 @@ QFile *Orvana::saveActivityData(const QVariant &url, const QVariant &body)
 {
     storeUnwritten();
     const QDateTime now = QDateTime::currentDateTime();
-    const QByteArray record = QtJson::serialize(QVariantMap{{kVersionKey, kRecordVersion},
-                                                            {kUrlKey, url.toString()},
-                                                            {kBodyKey, body},
-                                                            {kTimestampKey, recordTimeText(now)}});
+    const QByteArray record = QtJson::serialize(QVariantMap{{CacheRecord::kVersion, kRecordVersion},
+                                                            {CacheRecord::kUrl, url.toString()},
+                                                            {CacheRecord::kBody, body},
+                                                            {CacheRecord::kTimestamp, recordTimeText(now)}});
     QString reason = QStringLiteral("the folder is not ours");
-    const QString path = prepareStorage() ? m_cache.create(record, now, &reason) : QString();
+    const QString path = prepareCache() ? m_cache.create(record, now, &reason) : QString();
     if (!path.isEmpty())
         return new QFile(path, this);
     keepUnwritten(now, record, reason);
@@ -105,16 +118,16 @@ void Orvana::keepUnwritten(const QDateTime &createdAt, const QByteArray &record,
         return;
     m_toldUnwritten = true;
     NotificationManager::instance()->addNotification(
-        isStorageUsable()
+        m_storage.isUsable()
             ? QStringLiteral("Не удалось сохранить отчёт об активности на диск. Проверьте свободное место.")
-            : unusableStorageText(),
+            : m_storage.unusableText(),
         Plain, QString());
 }
 
 // What the disk takes now waits in the cache like any unsent report.
 void Orvana::storeUnwritten()
 {
-    if (m_unwritten.isEmpty() || !prepareStorage())
+    if (m_unwritten.isEmpty() || !prepareCache())
         return;
     QSet<QString> refused;
     QVector<UnwrittenRecord> left;
@@ -161,29 +174,34 @@ void Orvana::sendActivityFile(QFile *file)
     }
     ++m_pendingActivity;
     QByteArray contents;
-    if (ActivityCache::read(file->fileName(), &contents) == ActivityCache::Read::Busy) {
+    const ActivityCache::Read result = ActivityCache::read(file->fileName(), &contents);
+    if (result == ActivityCache::Read::Busy || result == ActivityCache::Read::Denied) {
         qWarning() << "Error! Activity file can't be read just now:" << file->fileName();
+        if (result == ActivityCache::Read::Denied)
+            m_cache.setAside(file->fileName());
         --m_pendingActivity;
+        if (result == ActivityCache::Read::Denied)
+            continueSending();
         file->deleteLater();
         return;
     }
-    QVariantMap record = parseObject(contents);
-    const QString url = record.value(kUrlKey).toString();
+    QVariantMap record = CacheRecord::parse(contents);
+    const QString url = record.value(CacheRecord::kUrl).toString();
     if (url.isEmpty()) {
         qDebug().noquote() << "Error!  Invalid activity file!" << bodyForLog(contents);
         removeCachedActivityFile(file);
         return;
     }
     // Records of an older client carry no version, and no picture either.
-    record = record.contains(kVersionKey) ? prepareDataForExport(record) : actualizeActivityTimestamp(record);
+    record = record.contains(CacheRecord::kVersion) ? prepareDataForExport(record) : actualizeActivityTimestamp(record);
 
-    const QVariantMap body = record.value(kBodyKey).toMap();
+    const QVariantMap body = record.value(CacheRecord::kBody).toMap();
     qDebug() << url;
     for (auto it = body.cbegin(); it != body.cend(); ++it) {
-        if (it.key() != kFileKey)
-            qDebug().noquote() << it.key() + QStringLiteral(": ") + it.value().toString();
+        if (it.key() != CacheRecord::kFile)
+            qDebug().noquote() << it.key() + QStringLiteral(": ") + shortened(it.value().toString());
     }
-    if (body.contains(kFileNameKey) && body.value(kFileNameKey).toString().isEmpty()) {
+    if (body.contains(CacheRecord::kFileName) && body.value(CacheRecord::kFileName).toString().isEmpty()) {
         qDebug() << "Error! Screenshot is missed!";
         NotificationManager::instance()->addNotification(
             QStringLiteral("Сделать снимок экрана не удалось. Свяжитесь с техподдержкой."), Plain, QString());
@@ -196,7 +214,7 @@ void Orvana::sendActivityFile(QFile *file)
 
     QNetworkReply *reply = post(SendActivity, QUrl(url), activityPayload(body));
     reply->setProperty(kFileProperty, file->fileName());
-    reply->setProperty(kPictureProperty, body.value(kFileNameKey).toString());
+    reply->setProperty(kPictureProperty, body.value(CacheRecord::kFileName).toString());
     crashPoint("request-posted");
     file->deleteLater();
 }
@@ -205,28 +223,28 @@ void Orvana::sendActivityFile(QFile *file)
 // is never rewritten.
 QVariantMap Orvana::actualizeActivityTimestamp(const QVariantMap &record) const
 {
-    QVariantMap body = record.value(kBodyKey).toMap();
-    const QVariant timestamp = record.value(kTimestampKey);
+    QVariantMap body = record.value(CacheRecord::kBody).toMap();
+    const QVariant timestamp = record.value(CacheRecord::kTimestamp);
     // Without a sign: a damaged record may hold any number.
-    const auto past = static_cast<quint64>(body.value(kPastKey).toString().toLongLong());
-    body.insert(kPastKey, QString::number(static_cast<qint64>(past + ageInSeconds(timestamp.toString()))));
-    return {{kUrlKey, record.value(kUrlKey)}, {kTimestampKey, timestamp}, {kBodyKey, body}};
+    const auto past = static_cast<quint64>(body.value(CacheRecord::kPast).toString().toLongLong());
+    body.insert(CacheRecord::kPast, QString::number(static_cast<qint64>(past + ageInSeconds(timestamp.toString()))));
+    return {{CacheRecord::kUrl, record.value(CacheRecord::kUrl)}, {CacheRecord::kTimestamp, timestamp}, {CacheRecord::kBody, body}};
 }
 
 QVariantMap Orvana::prepareDataForExport(const QVariantMap &record) const
 {
     QVariantMap prepared = actualizeActivityTimestamp(record);
-    QVariantMap body = prepared.value(kBodyKey).toMap();
-    if (!body.contains(kFileNameKey))
+    QVariantMap body = prepared.value(CacheRecord::kBody).toMap();
+    if (!body.contains(CacheRecord::kFileName))
         return prepared;
-    const QString name = body.value(kFileNameKey).toString();
+    const QString name = body.value(CacheRecord::kFileName).toString();
     QFile picture(name);
     if (!isOwnScreenshot(name) || !picture.open(QIODevice::ReadOnly)) {
         qWarning() << "Error! Screenshot can't be opened:" << name;
         return prepared;
     }
-    body.insert(kFileKey, picture.readAll().toBase64());
-    prepared.insert(kBodyKey, body);
+    body.insert(CacheRecord::kFile, picture.readAll().toBase64());
+    prepared.insert(CacheRecord::kBody, body);
     return prepared;
 }
 
@@ -245,9 +263,8 @@ void Orvana::processSendActivityReply(QNetworkReply *reply)
         activityNotSent(body);
         return;
     }
-    // In a URL's own spelling, which knows no capitals in a host's name.
-    const QString activityEndpoint = QUrl(m_serviceUrl + kActivityPath).toString(QUrl::RemoveScheme);
-    if (!reply->url().toString().contains(activityEndpoint)) {
+    // The record's own address decides: the base URL may have changed since it was made.
+    if (!reply->url().path().endsWith(kActivityPath)) {
         if (body != "ok") {
             activityNotSent(body);
             return;
@@ -269,16 +286,17 @@ void Orvana::processSendActivityReply(QNetworkReply *reply)
 bool Orvana::isOwnScreenshot(const QString &path) const
 {
     const QFileInfo info(path);
-    return isStorageUsable() && info.fileName().startsWith(QLatin1String("screenshot"))
+    return m_storage.isUsable() && info.fileName().startsWith(QLatin1String("screenshot"))
         && info.dir().dirName() == QLatin1String("activity")
-        && QDir::cleanPath(info.absoluteFilePath()).startsWith(m_storage.absolutePath() + QLatin1Char('/'))
+        && QDir::cleanPath(info.absoluteFilePath()).startsWith(storageDirectory().absolutePath() + QLatin1Char('/'))
         && !info.isSymLink();
 }
 
 void Orvana::removeCachedActivityFile(QFile *file)
 {
-    const QVariantMap body = parseRecord(file->fileName()).value(kBodyKey).toMap();
-    removeRecord(file->fileName(), body.value(kFileNameKey).toString());
+    QByteArray contents;
+    ActivityCache::read(file->fileName(), &contents);
+    removeRecord(file->fileName(), CacheRecord::pictureOf(CacheRecord::parse(contents)));
     file->deleteLater();
 }
 
@@ -286,14 +304,20 @@ void Orvana::removeRecord(const QString &path, const QString &picture)
 {
     crashPoint("before-removal");
     // The record goes first: a record without its picture would be sent again.
-    if (isStorageUsable())
+    if (m_storage.isUsable())
         m_cache.remove(path);
     else
-        m_cache.setAside(path);
+        m_cache.setAccepted(path);
     crashPoint("record-removed");
     if (!picture.isEmpty() && isOwnScreenshot(picture))
         QFile::remove(picture);
-    if (--m_pendingActivity != 0)
+    --m_pendingActivity;
+    continueSending();
+}
+
+void Orvana::continueSending()
+{
+    if (m_pendingActivity != 0)
         return;
     // From the event loop: a folder full of unreadable records must not become a
     // stack of calls.
@@ -308,7 +332,7 @@ void Orvana::removeRecord(const QString &path, const QString &picture)
 
 void Orvana::sendCachedActivity()
 {
-    const QString path = isStorageUsable() ? m_cache.next() : QString();
+    const QString path = prepareCache() ? m_cache.next() : QString();
     if (path.isEmpty())
         return;
     qDebug() << "file prepared:" << QFileInfo(path).fileName();

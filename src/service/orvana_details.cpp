@@ -6,6 +6,7 @@
 #include "service/requestbody.h"
 
 #include <QDebug>
+#include <QLocale>
 
 namespace {
 
@@ -40,17 +41,18 @@ void Orvana::processRequestTaskInfo(QNetworkReply *reply)
         return;
     }
     qDebug().noquote() << "TaskInfo for" << reply->property("task_id").toString() << ":" << bodyForLog(body);
-    const QVariantMap answer = parseObject(body);
-    if (answer.value(kStatusKey).toString() != kOk) {
+    const TaskAnswer answer = parseTaskAnswer(body);
+    if (answer.leftOut > 0)
+        qWarning() << "Error! Too many parts of a task, left out:" << answer.leftOut;
+    if (answer.status != kOk) {
         qDebug() << reply->url();
         // The same words as for a refused deadline: log readers look for them.
         qDebug().noquote() << "Request for deadline change: " << bodyForLog(body);
-        notify(QStringLiteral("Ошибка получения данных по задаче: ") + answer.value(kMessageKey).toString());
+        notify(QStringLiteral("Ошибка получения данных по задаче: ") + answer.message);
         return;
     }
-    const TaskInfo info = parseTaskInfo(answer.value(kMessageKey).toMap());
-    m_session->addTaskInfoData(info.id, info);
-    emit taskInfoUpdated(info);
+    m_session->addTaskInfoData(answer.task.id, answer.task);
+    emit taskInfoUpdated(answer.task);
 }
 
 void Orvana::requestTimeSync(const QString &taskId)
@@ -89,9 +91,9 @@ void Orvana::requestDeadlineChange(const QDate &date, const QString &message, co
 {
     RequestFields fields = credentials(*m_session);
     fields.append({QStringLiteral("task_id"), m_session->currentTaskID()});
-    fields.append({QStringLiteral("dl_date"), date.toString(QStringLiteral("yyyy-MM-dd"))});
+    fields.append({QStringLiteral("dl_date"), QLocale::c().toString(date, QStringLiteral("yyyy-MM-dd"))});
     if (time != kEndOfDay)
-        fields.append({QStringLiteral("dl_time"), time.toString(QStringLiteral("HH:mm"))});
+        fields.append({QStringLiteral("dl_time"), QLocale::c().toString(time, QStringLiteral("HH:mm"))});
     fields.append({QStringLiteral("message"), message});
     post(DeadlineChange, QUrl(m_serviceUrl + QStringLiteral("/api_task_deadline_request")),
          encodeFields(fields));

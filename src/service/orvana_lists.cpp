@@ -12,6 +12,8 @@ const char kAttemptProperty[] = "login_attempt";
 // A first load may ask for the details of thousands of tasks; so many are under
 // way at once.
 constexpr int kMaxPrefetching = 4;
+// The next list brings the others.
+constexpr int kMostPrefetches = 1000;
 
 } // namespace
 
@@ -40,8 +42,10 @@ void Orvana::processCheckLoginReply(QNetworkReply *reply)
     }
     forgetPrefetch();
     m_session->init(login, password);
-    useCacheOf(login);
+    m_cache.setDirectory(QString());
+    prepareCache();
     m_session->setLogged(true);
+    m_session->save();
     m_loginAttempt->clear();
     emit loginOk();
 }
@@ -63,13 +67,17 @@ void Orvana::processTeamsAndTasksReply(QNetworkReply *reply)
 void Orvana::parseTeamsAndTasksReply(const QByteArray &body)
 {
     QList<Team> teams;
+    int leftOut = 0;
     const QList<TeamTasks> all =
-        parseTeamsAndTasks(body, [this](const QString &teamId) { return m_session->tasks(teamId); });
+        parseTeamsAndTasks(body, [this](const QString &teamId) { return m_session->tasks(teamId); }, &leftOut);
+    if (leftOut > 0)
+        qWarning() << "Error! Too many teams or tasks, left out:" << leftOut;
     teams.reserve(all.size());
     for (const TeamTasks &entry : all) {
         teams.append(entry.team);
         m_session->addTasksData(entry.tasks, entry.team.id);
-        const QStringList unknown = m_session->tasksWithoutDetails(entry.team.id);
+        const QStringList unknown =
+            m_session->tasksWithoutDetails(entry.team.id, kMostPrefetches - m_prefetchOrder.size());
         if (isExemptTeam(entry.team.id))
             continue;
         for (const QString &taskId : unknown)

@@ -37,7 +37,7 @@ void Orvana::sendScreenshotActivity(const QImage &image)
     }
     const QString path = newPicturePath(cacheOf(m_session->login()));
     QString reason;
-    if (!prepareStorage() || !ActivityCache::writeWhole(path, jpeg.data(), &reason)) {
+    if (!m_storage.prepare() || !ActivityCache::writeWhole(path, jpeg.data(), &reason)) {
         qWarning() << "Error! Screenshot can't be written:" << path << reason;
         NotificationManager::instance()->addNotification(
             QStringLiteral("Сделать снимок экрана не удалось. Свяжитесь с техподдержкой."), Plain, QString());

@@ -31,7 +31,7 @@ Orvana::Session::Session(Orvana *owner, QObject *parent)
     , m_todayActivetimeDisplayed(kMidnight)
 {
     const QString path = owner->storageDirectory().filePath(QStringLiteral("config.ini"));
-    m_configStore = owner->isStorageUsable() ? openSettings(path) : emptySettings(path);
+    m_configStore = owner->storage().isUsable() ? openSettings(path) : emptySettings(path);
 }
 
 Orvana::Session::~Session() = default;
@@ -48,14 +48,14 @@ void Orvana::Session::clear()
     m_worktimeDate = QDate::currentDate();
     resetCounters();
     m_taskInfos.clear();
-    m_tasksByTeam.clear();
-    m_taskIndex.clear();
+    m_lists.clear();
     m_detailedTeams.clear();
     m_teams.clear();
     m_teamsChanged = false;
-    m_changedTaskLists.clear();
+    m_savedChoice.clear();
     m_changedTaskInfos.clear();
     m_clearedAt = QDateTime::currentDateTime();
+    m_hasStores = false;
     m_sessionStore.reset();
     m_tasksStore.reset();
     m_taskInfoStore.reset();
@@ -73,6 +73,7 @@ void Orvana::Session::resetCounters()
 
 void Orvana::Session::addTeamsData(const QList<Team> &teams)
 {
+    m_triedFirstSave = false;
     announceTeamChanges(teams);
     const bool same = teams.size() == m_teams.size()
         && std::equal(teams.cbegin(), teams.cend(), m_teams.cbegin(),
@@ -96,14 +97,15 @@ void Orvana::Session::announceTeamChanges(const QList<Team> &teams)
 
 void Orvana::Session::addTasksData(const QList<Task> &tasks, const QString &teamId)
 {
-    const auto known = m_tasksByTeam.constFind(teamId);
-    if (known == m_tasksByTeam.constEnd() || !haveSameContents(*known, tasks)) {
+    if (!m_lists.contains(teamId) || !haveSameContents(m_lists.ofTeam(teamId), tasks)) {
         announceTaskChanges(tasks, teamId);
         setTasks(teamId, tasks);
-        m_changedTaskLists.insert(teamId);
     }
-    if (m_tasksByTeam.size() == m_teams.size() && !hasFile(m_tasksStore))
-        save();
+    if (!m_triedFirstSave && m_lists.teamCount() == m_teams.size()) {
+        m_triedFirstSave = true;
+        if (!hasFile(m_tasksStore))
+            save();
+    }
     emit tasksUpdated(teamId);
 }
 
@@ -112,14 +114,11 @@ void Orvana::Session::announceTaskChanges(const QList<Task> &tasks, const QStrin
     if (!hasFile(m_tasksStore))
         return;
     const QVector<TaskChange> changes =
-        taskChanges(m_tasksByTeam.value(teamId), tasks, !isExemptTeam(teamId));
-    // All at once: each removal walks through whole lists.
-    QSet<QString> gone;
+        taskChanges(m_lists.ofTeam(teamId), tasks, !isExemptTeam(teamId));
     for (const TaskChange &change : changes) {
         if (change.type == TaskGone)
-            gone.insert(change.oldTask.id);
+            m_lists.remove(change.oldTask.id);
     }
-    removeTasks(gone);
     for (const TaskChange &change : changes) {
         switch (change.type) {
         case TaskGone:
@@ -127,7 +126,7 @@ void Orvana::Session::announceTaskChanges(const QList<Task> &tasks, const QStrin
             emit taskClosed(change.oldTask.id);
             break;
         case DeadlineChanged:
-            updateDeadlinesTo(teamId, change.newTask);
+            m_lists.moveDeadline(teamId, change.newTask);
             notify(change.oldTask.title, DeadlineChanged);
             if (change.oldTask.id == m_currentTaskId)
                 emit overdueTimeChanged();
@@ -149,55 +148,32 @@ void Orvana::Session::announceTaskChanges(const QList<Task> &tasks, const QStrin
 void Orvana::Session::addTaskInfoData(const QString &taskId, const TaskInfo &info)
 {
     m_taskInfos.insert(taskId, info);
-    m_changedTaskInfos.insert(taskId);
+    setInfoChanged(taskId);
     if (info.id.isEmpty())
         m_detailedTeams.clear();
+}
+
+// Settings have no entry without a name.
+void Orvana::Session::setInfoChanged(const QString &taskId)
+{
+    if (!taskId.isEmpty())
+        m_changedTaskInfos.insert(taskId);
 }
 
 void Orvana::Session::setTasks(const QString &teamId, const QList<Task> &tasks)
 {
     m_detailedTeams.remove(teamId);
-    QList<Task> &list = m_tasksByTeam[teamId];
-    m_taskIndex.replace(teamId, list, tasks);
-    list = tasks;
+    m_lists.replace(teamId, tasks);
 }
 
 void Orvana::Session::removeAllSavedTasks(const Task &task)
 {
-    removeTasks({task.id});
-}
-
-void Orvana::Session::removeTasks(const QSet<QString> &ids)
-{
-    QSet<QString> teams;
-    for (const QString &id : ids) {
-        const QStringList ofTask = m_taskIndex.teamsOf(id);
-        teams.unite(QSet<QString>(ofTask.cbegin(), ofTask.cend()));
-    }
-    for (const QString &teamId : qAsConst(teams)) {
-        const QList<Task> tasks = m_tasksByTeam.value(teamId);
-        QList<Task> kept;
-        for (const Task &task : tasks) {
-            if (!ids.contains(task.id))
-                kept.append(task);
-        }
-        setTasks(teamId, kept);
-        m_changedTaskLists.insert(teamId);
-    }
+    m_lists.remove(task.id);
 }
 
 void Orvana::Session::updateDeadlinesTo(const QString &teamId, const Task &task)
 {
-    const QStringList teams = m_taskIndex.teamsOf(task.id);
-    for (const QString &otherId : teams) {
-        if (otherId == teamId)
-            continue;
-        for (Task &other : m_tasksByTeam[otherId]) {
-            if (other == task)
-                other.deadline = task.deadline;
-        }
-        m_changedTaskLists.insert(otherId);
-    }
+    m_lists.moveDeadline(teamId, task);
 }
 
 Team Orvana::Session::team(const QString &id) const
@@ -211,28 +187,18 @@ Team Orvana::Session::team(const QString &id) const
 
 QList<Task> Orvana::Session::tasks(const QString &teamId) const
 {
-    return m_tasksByTeam.value(teamId);
+    return m_lists.ofTeam(teamId);
 }
 
 QList<Task> Orvana::Session::tasks() const
 {
-    QList<Task> all;
-    QSet<QString> seen;
-    for (const QList<Task> &tasks : m_tasksByTeam) {
-        for (const Task &task : tasks) {
-            if (!seen.contains(task.id)) {
-                seen.insert(task.id);
-                all.append(task);
-            }
-        }
-    }
-    return all;
+    return m_lists.all();
 }
 
 QList<Task> Orvana::Session::blockedTasks(const QString &teamId) const
 {
     QList<Task> blocking;
-    const QList<Task> all = m_tasksByTeam.value(teamId);
+    const QList<Task> all = m_lists.ofTeam(teamId);
     for (const Task &task : all) {
         if (task.isBlocking())
             blocking.append(task);
@@ -244,7 +210,7 @@ Task Orvana::Session::task(const QString &teamId, const QString &taskId) const
 {
     if (teamId.isEmpty() || taskId.isEmpty())
         return {};
-    const QList<Task> all = m_tasksByTeam.value(teamId);
+    const QList<Task> all = m_lists.ofTeam(teamId);
     for (const Task &task : all) {
         if (task.id == taskId)
             return task;
@@ -258,23 +224,31 @@ TaskInfo Orvana::Session::taskInfo(const QString &taskId)
     if (found != m_taskInfos.constEnd())
         return *found;
     m_taskInfos.insert(taskId, TaskInfo());
-    m_changedTaskInfos.insert(taskId);
+    setInfoChanged(taskId);
     return {};
 }
 
-QStringList Orvana::Session::tasksWithoutDetails(const QString &teamId)
+QStringList Orvana::Session::tasksWithoutDetails(const QString &teamId, int most)
 {
     QStringList ids;
-    if (m_detailedTeams.contains(teamId))
+    if (most <= 0 || m_detailedTeams.contains(teamId))
         return ids;
-    const QList<Task> all = m_tasksByTeam.value(teamId);
+    const QList<Task> all = m_lists.ofTeam(teamId);
     for (const Task &task : all) {
         if (taskInfo(task.id).id.isEmpty() && !task.isCatchAll())
             ids.append(task.id);
+        if (ids.size() == most)
+            return ids;
     }
     if (ids.isEmpty())
         m_detailedTeams.insert(teamId);
     return ids;
+}
+
+void Orvana::Session::setActive(bool active)
+{
+    m_active = active;
+    saveChoice();
 }
 
 void Orvana::Session::setCurrentTaskID(const QString &id)
@@ -282,5 +256,6 @@ void Orvana::Session::setCurrentTaskID(const QString &id)
     if (id == m_currentTaskId)
         return;
     m_currentTaskId = id;
+    saveChoice();
     emit taskChanged(id);
 }

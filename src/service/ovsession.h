@@ -3,11 +3,10 @@
 #include "service/orvana.h"
 
 #include "model/records.h"
-#include "service/taskindex.h"
+#include "service/tasklists.h"
 
 #include <QDate>
 #include <QHash>
-#include <QMap>
 #include <QObject>
 #include <QSet>
 #include <QTime>
@@ -35,6 +34,9 @@ public:
     void init(const QString &login, const QString &password);
     // Writes what changed since the last save, and what is missing on the disk.
     void save();
+    // Writes what the user has decided (credentials, choice, timer) if the file does not
+    // hold it yet.
+    void saveChoice();
     // Forgets the user; the files stay.
     void clear();
 
@@ -54,9 +56,9 @@ public:
     Task task(const QString &teamId, const QString &taskId) const;
     // An unknown id is remembered with empty details.
     TaskInfo taskInfo(const QString &taskId);
-    // In the order of the team's list; remembers all of them as taskInfo() does. The
-    // catch-all task has no details.
-    QStringList tasksWithoutDetails(const QString &teamId);
+    // The first ones, at most that many, in the order of the team's list; remembers them
+    // as taskInfo() does. The catch-all task has no details.
+    QStringList tasksWithoutDetails(const QString &teamId, int most);
 
     QString login() const { return m_login; }
     void setLogin(const QString &login) { m_login = login; }
@@ -65,7 +67,8 @@ public:
     bool isLogged() const { return m_logged; }
     void setLogged(bool logged) { m_logged = logged; }
     bool isActive() const { return m_active; }
-    void setActive(bool active) { m_active = active; }
+    // This choice and that of the task are on the disk before the call returns.
+    void setActive(bool active);
     bool isOnline() const { return m_online; }
     void setOnline(bool online) { m_online = online; }
     QString currentTeamID() const { return m_currentTeamId; }
@@ -95,9 +98,6 @@ public:
     // Invalid when the current task has none; now for the catch-all task.
     QDateTime currentDeadline() const;
 
-    // Absolute path of the folder that holds one user's files.
-    static QString directoryOf(const QDir &storage, const QString &login);
-
 signals:
     void teamsUpdated();
     void tasksUpdated(const QString &teamId);
@@ -110,8 +110,11 @@ private:
     void announceTeamChanges(const QList<Team> &teams);
     void announceTaskChanges(const QList<Task> &tasks, const QString &teamId);
     void setTasks(const QString &teamId, const QList<Task> &tasks);
-    void removeTasks(const QSet<QString> &ids);
+    void setInfoChanged(const QString &taskId);
+    QVariantList choice() const;
     void resetCounters();
+    void openStores();
+    void reopenStores();
     void restoreSession(bool readPassword);
     void restoreLists();
     void saveSessionValues();
@@ -138,8 +141,7 @@ private:
     std::unique_ptr<QSettings> m_teamsStore;
     std::unique_ptr<QSettings> m_tasksStore;
     std::unique_ptr<QSettings> m_taskInfoStore;
-    QMap<QString, QList<Task>> m_tasksByTeam;
-    TaskIndex m_taskIndex;
+    TaskLists m_lists;
     QHash<QString, TaskInfo> m_taskInfos;
     // Teams all of whose tasks have details: nothing to look up until the list changes.
     QSet<QString> m_detailedTeams;
@@ -148,8 +150,10 @@ private:
 
     // What the files do not hold yet; rewriting tens of thousands of unchanged
     // entries every minute would hold up the window.
+    bool m_hasStores = false; // false, too, when they are stand-ins
+    QVariantList m_savedChoice;
     bool m_userChanged = false;
     bool m_teamsChanged = false;
-    QSet<QString> m_changedTaskLists;
+    bool m_triedFirstSave = false; // since the last list of teams
     QSet<QString> m_changedTaskInfos;
 };

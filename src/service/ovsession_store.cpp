@@ -55,16 +55,6 @@ void makePrivateFolder(const QString &path)
 
 } // namespace
 
-QString Orvana::Session::directoryOf(const QDir &storage, const QString &login)
-{
-    // The login is the folder's name as typed, unless that would lead elsewhere.
-    QString name = login;
-    name.remove(QChar(0));
-    if (name == QLatin1String(".") || name == QLatin1String("..") || name.contains(QLatin1Char('/')))
-        name = QString::fromLatin1(QUrl::toPercentEncoding(name, QByteArray(), QByteArrayLiteral(".")));
-    return storage.absoluteFilePath(name);
-}
-
 void Orvana::Session::initLastLogin()
 {
     const QString lastLogin = m_configStore->value(key("lastLogin")).toString();
@@ -78,26 +68,39 @@ void Orvana::Session::init(const QString &login, const QString &password)
     if (!password.isEmpty())
         m_password = password;
 
-    const QString directory = directoryOf(m_owner->storageDirectory(), login);
-    const bool usable = m_owner->prepareStorage();
-    if (usable) {
+    openStores();
+    if (hasFile(m_sessionStore))
+        restoreSession(password.isEmpty());
+    restoreLists();
+    m_owner->removeDeprecatedFiles();
+}
+
+void Orvana::Session::openStores()
+{
+    const QString directory = m_owner->storage().ofUser(m_login);
+    m_hasStores = m_owner->storage().prepare();
+    if (m_hasStores) {
         makePrivateFolder(directory);
         makePrivateFolder(directory + QLatin1String("/activity"));
     }
-    const auto openStore = [&directory, usable](const char *name) {
+    const auto openStore = [this, &directory](const char *name) {
         const QString path = QDir(directory).filePath(QString::fromLatin1(name));
-        return usable ? openSettings(path) : emptySettings(path);
+        return m_hasStores ? openSettings(path) : emptySettings(path);
     };
-
     m_sessionStore = openStore("session.ini");
-    if (hasFile(m_sessionStore))
-        restoreSession(password.isEmpty());
-
     m_teamsStore = openStore("teams.ini");
     m_tasksStore = openStore("tasks.ini");
     m_taskInfoStore = openStore("taskInfo.ini");
-    restoreLists();
-    m_owner->removeDeprecatedFiles();
+}
+
+// The storage folder was not usable when the user signed in, and is now.
+void Orvana::Session::reopenStores()
+{
+    openStores();
+    m_teamsChanged = true;
+    m_lists.setAllChanged();
+    for (auto it = m_taskInfos.cbegin(); it != m_taskInfos.cend(); ++it)
+        setInfoChanged(it.key());
 }
 
 void Orvana::Session::restoreSession(bool readPassword)
@@ -111,6 +114,8 @@ void Orvana::Session::restoreSession(bool readPassword)
     m_currentTaskId = store.value(key("taskID")).toString();
     m_online = store.value(key("isOnline"), true).toBool();
     m_worktimeDate = dateFromText(store.value(key("worktimeDate")).toString());
+    if (readPassword)
+        m_savedChoice = choice();
 
     const QDate today = QDate::currentDate();
     if (m_worktimeDate != today) {
@@ -138,6 +143,7 @@ void Orvana::Session::restoreLists()
     const QStringList listKeys = m_tasksStore->allKeys();
     for (const QString &listKey : listKeys)
         setTasks(idOfKey(listKey), m_tasksStore->value(listKey).value<QList<Task>>());
+    m_lists.setSaved();
 
     const QStringList infoKeys = m_taskInfoStore->allKeys();
     for (const QString &infoKey : infoKeys)
@@ -159,8 +165,10 @@ bool Orvana::Session::write(QSettings &store) const
 
 void Orvana::Session::save()
 {
-    if (!m_owner->prepareStorage())
+    if (!m_owner->storage().prepare())
         return;
+    if (m_sessionStore && !m_hasStores)
+        reopenStores();
     if (m_userChanged || m_configStore->value(key("lastLogin")).toString() != m_login
         || !hasFile(m_configStore)) {
         m_configStore->setValue(key("lastLogin"), m_login);
@@ -171,8 +179,24 @@ void Orvana::Session::save()
     saveLists();
 }
 
+void Orvana::Session::saveChoice()
+{
+    if (!m_sessionStore || m_login.isEmpty() || (choice() == m_savedChoice && hasFile(m_sessionStore)))
+        return;
+    if (!m_hasStores)
+        save();
+    else if (m_owner->storage().prepare())
+        saveSessionValues();
+}
+
+QVariantList Orvana::Session::choice() const
+{
+    return {m_password, m_logged, m_active, m_currentTeamId, m_currentTaskId};
+}
+
 void Orvana::Session::saveSessionValues()
 {
+    m_savedChoice.clear();
     QSettings &store = *m_sessionStore;
     store.setValue(key("password"), m_password);
     store.setValue(key("logged"), m_logged);
@@ -181,10 +205,11 @@ void Orvana::Session::saveSessionValues()
     store.setValue(key("taskID"), m_currentTaskId);
     store.setValue(key("isOnline"), m_online);
     store.setValue(key("worktimeDate"), dateText(m_worktimeDate));
-    store.setValue(key("todayWorktime"), m_todayWorktime.toString(kTimeFormat));
-    store.setValue(key("todayActivetime"), m_todayActivetime.toString(kTimeFormat));
+    store.setValue(key("todayWorktime"), QLocale::c().toString(m_todayWorktime, kTimeFormat));
+    store.setValue(key("todayActivetime"), QLocale::c().toString(m_todayActivetime, kTimeFormat));
     store.setValue(key("task2activeTimeMap"), m_task2activeTimeMap);
-    write(store);
+    if (write(store))
+        m_savedChoice = choice();
 }
 
 // Each store is flushed once: a flush rewrites the whole file. Entries of teams
@@ -200,23 +225,20 @@ void Orvana::Session::saveLists()
     }
     if (m_tasksStore) {
         if (!hasFile(m_tasksStore))
-            m_changedTaskLists = QSet<QString>(m_tasksByTeam.keyBegin(), m_tasksByTeam.keyEnd());
-        for (const QString &teamId : qAsConst(m_changedTaskLists)) {
-            const auto list = m_tasksByTeam.constFind(teamId);
-            if (list != m_tasksByTeam.constEnd() && !teamId.isEmpty())
-                m_tasksStore->setValue(keyOfId(teamId), QVariant::fromValue(*list));
-        }
-        if (!m_changedTaskLists.isEmpty() && write(*m_tasksStore))
-            m_changedTaskLists.clear();
+            m_lists.setAllChanged();
+        const QSet<QString> changed = m_lists.changedTeams();
+        for (const QString &teamId : changed)
+            m_tasksStore->setValue(keyOfId(teamId), QVariant::fromValue(m_lists.ofTeam(teamId)));
+        if (!changed.isEmpty() && write(*m_tasksStore))
+            m_lists.setSaved();
     }
     if (m_taskInfoStore) {
-        if (!hasFile(m_taskInfoStore))
+        if (!hasFile(m_taskInfoStore)) {
             m_changedTaskInfos = QSet<QString>(m_taskInfos.keyBegin(), m_taskInfos.keyEnd());
-        for (const QString &taskId : qAsConst(m_changedTaskInfos)) {
-            const auto info = m_taskInfos.constFind(taskId);
-            if (info != m_taskInfos.constEnd() && !taskId.isEmpty())
-                m_taskInfoStore->setValue(keyOfId(taskId), QVariant::fromValue(*info));
+            m_changedTaskInfos.remove(QString());
         }
+        for (const QString &taskId : qAsConst(m_changedTaskInfos))
+            m_taskInfoStore->setValue(keyOfId(taskId), QVariant::fromValue(m_taskInfos.value(taskId)));
         if (!m_changedTaskInfos.isEmpty() && write(*m_taskInfoStore))
             m_changedTaskInfos.clear();
     }

@@ -8,6 +8,11 @@
 namespace {
 
 constexpr int kMaxLoggedBody = 64 * 1024;
+constexpr int kMostTeams = 50'000;
+constexpr int kMostTasks = 500'000; // of all teams
+constexpr int kMostFiles = 10'000;
+constexpr int kMostTexts = 10'000;
+constexpr int kMostPhrases = 100'000; // of all texts
 constexpr qint64 kMinutesPerDay = 24 * 60;
 
 QVariant parseBody(const QByteArray &body)
@@ -15,9 +20,54 @@ QVariant parseBody(const QByteArray &body)
     return QtJson::parse(textOfBody(body));
 }
 
-QString text(const QVariantMap &object, const QString &key)
+// Room for a limited number of list elements.
+class Allowance
 {
-    return object.value(key).toString();
+public:
+    explicit Allowance(int most)
+        : m_left(most)
+    { }
+
+    bool take()
+    {
+        if (m_left > 0) {
+            --m_left;
+            return true;
+        }
+        ++m_refused;
+        return false;
+    }
+    int refused() const { return m_refused; }
+
+private:
+    int m_left;
+    int m_refused = 0;
+};
+
+// Calls onElement() for each element for which there is room; anything but an array has none.
+template <typename OnElement>
+void readList(QtJson::Reader &reader, Allowance &room, OnElement onElement)
+{
+    if (!reader.isAtArray()) {
+        reader.skipValue();
+        return;
+    }
+    reader.readArray([&] {
+        if (room.take())
+            onElement();
+        else
+            reader.skipValue();
+    });
+}
+
+// Calls onMember(key) for each member; anything but an object has none.
+template <typename OnMember>
+void readMembers(QtJson::Reader &reader, OnMember onMember)
+{
+    if (reader.isAtObject())
+        reader.readObject(onMember);
+    else
+        reader.skipValue();
 }
 
 // The tasks that are known of a team, in the order in which a reply is likely to name
@@ -70,12 +120,8 @@ QDateTime readDateTime(QtJson::Reader &reader, const QDateTime &likely)
 Task readTask(QtJson::Reader &reader, KnownList &known)
 {
     Task task;
-    if (!reader.isAtObject()) {
-        reader.readValue();
-        return task;
-    }
     const Task *likely = &known.next();
-    reader.readObject([&](QStringView key) {
+    readMembers(reader, [&](QStringView key) {
         if (key == u"id") {
             task.id = reader.readText(likely->id);
             if (task.id != likely->id)
@@ -89,23 +135,23 @@ Task readTask(QtJson::Reader &reader, KnownList &known)
         } else if (key == u"last_comment") {
             task.lastComment = readDateTime(reader, likely->lastComment);
         } else if (key == u"importance") {
-            task.importance = reader.readValue().toInt();
+            task.importance = reader.readScalar().toInt();
         } else {
-            reader.readValue();
+            reader.skipValue();
         }
     });
     return task;
 }
 
 // Ends with the catch-all entry. An unchanged list is the known one itself.
-QList<Task> readTasks(QtJson::Reader &reader, const QList<Task> &knownTasks)
+QList<Task> readTasks(QtJson::Reader &reader, const QList<Task> &knownTasks, Allowance &room)
 {
     QList<Task> tasks;
     KnownList known(knownTasks);
     int unchanged = 0;
     const auto startList = [&] { tasks = knownTasks.mid(0, unchanged); };
     bool isSame = true;
-    const auto onElement = [&] {
+    readList(reader, room, [&] {
         const Task task = readTask(reader, known);
         const bool isKnown = known.hasNext() && task.id == known.next().id;
         if (isSame && isKnown && known.position() == unchanged && task.hasSameContents(known.next())) {
@@ -118,11 +164,7 @@ QList<Task> readTasks(QtJson::Reader &reader, const QList<Task> &knownTasks)
         }
         if (isKnown)
             known.goOn();
-    };
-    if (reader.isAtArray())
-        reader.readArray(onElement);
-    else
-        reader.readValue();
+    });
     const bool isComplete =
         unchanged + 1 == knownTasks.size() && knownTasks.constLast().hasSameContents(Task::catchAll());
     if (isSame && isComplete)
@@ -133,25 +175,21 @@ QList<Task> readTasks(QtJson::Reader &reader, const QList<Task> &knownTasks)
     return tasks;
 }
 
-TeamTasks readTeam(QtJson::Reader &reader, const KnownTasks &known)
+TeamTasks readTeam(QtJson::Reader &reader, const KnownTasks &known, Allowance &roomForTasks)
 {
     TeamTasks entry;
-    if (!reader.isAtObject()) {
-        reader.readValue();
-        return entry;
-    }
     bool hasTasks = false;
     // The last of members with the same name counts, here and above.
-    reader.readObject([&](QStringView key) {
+    readMembers(reader, [&](QStringView key) {
         if (key == u"id") {
             entry.team.id = reader.readText();
         } else if (key == u"name") {
             entry.team.name = reader.readText();
         } else if (key == u"tasks") {
-            entry.tasks = readTasks(reader, known ? known(entry.team.id) : QList<Task>());
+            entry.tasks = readTasks(reader, known ? known(entry.team.id) : QList<Task>(), roomForTasks);
             hasTasks = true;
         } else {
-            reader.readValue();
+            reader.skipValue();
         }
     });
     if (!hasTasks)
@@ -159,31 +197,101 @@ TeamTasks readTeam(QtJson::Reader &reader, const KnownTasks &known)
     return entry;
 }
 
-Keyword parseKeyword(const QVariantMap &object)
+Keyword readKeyword(QtJson::Reader &reader)
 {
-    return {text(object, QStringLiteral("id")), text(object, QStringLiteral("keyword")),
-            text(object, QStringLiteral("count")), text(object, QStringLiteral("count2"))};
+    Keyword keyword;
+    readMembers(reader, [&](QStringView key) {
+        if (key == u"id")
+            keyword.id = reader.readText();
+        else if (key == u"keyword")
+            keyword.keyword = reader.readText();
+        else if (key == u"count")
+            keyword.count = reader.readText();
+        else if (key == u"count2")
+            keyword.count2 = reader.readText();
+        else
+            reader.skipValue();
+    });
+    return keyword;
 }
 
-Attachment parseAttachment(const QVariantMap &object)
+Attachment readAttachment(QtJson::Reader &reader)
 {
-    return {text(object, QStringLiteral("id")), text(object, QStringLiteral("filename")),
-            text(object, QStringLiteral("filename_orig")), text(object, QStringLiteral("size"))};
+    Attachment file;
+    readMembers(reader, [&](QStringView key) {
+        if (key == u"id")
+            file.id = reader.readText();
+        else if (key == u"filename")
+            file.filename = reader.readText();
+        else if (key == u"filename_orig")
+            file.filenameOrig = reader.readText();
+        else if (key == u"size")
+            file.size = reader.readText();
+        else
+            reader.skipValue();
+    });
+    return file;
 }
 
-TextTask parseTextTask(const QVariantMap &object)
+TextTask readTextTask(QtJson::Reader &reader, Allowance &roomForPhrases)
 {
     TextTask textTask;
-    textTask.id = text(object, QStringLiteral("id"));
-    textTask.text = text(object, QStringLiteral("text"));
-    textTask.title = text(object, QStringLiteral("title"));
-    textTask.minCount = text(object, QStringLiteral("min_count"));
-    textTask.page = QUrl(text(object, QStringLiteral("page")), QUrl::TolerantMode);
-    textTask.task = text(object, QStringLiteral("task"));
-    const QVariantList keywords = object.value(QStringLiteral("keywords")).toList();
-    for (const QVariant &keyword : keywords)
-        textTask.keywords.append(parseKeyword(keyword.toMap()));
+    readMembers(reader, [&](QStringView key) {
+        if (key == u"id") {
+            textTask.id = reader.readText();
+        } else if (key == u"text") {
+            textTask.text = reader.readText();
+        } else if (key == u"title") {
+            textTask.title = reader.readText();
+        } else if (key == u"min_count") {
+            textTask.minCount = reader.readText();
+        } else if (key == u"page") {
+            textTask.page = QUrl(reader.readText(), QUrl::TolerantMode);
+        } else if (key == u"task") {
+            textTask.task = reader.readText();
+        } else if (key == u"keywords") {
+            textTask.keywords.clear();
+            readList(reader, roomForPhrases, [&] { textTask.keywords.append(readKeyword(reader)); });
+        } else {
+            reader.skipValue();
+        }
+    });
     return textTask;
+}
+
+TaskInfo readTaskInfo(QtJson::Reader &reader, int *leftOut)
+{
+    Allowance files(kMostFiles);
+    Allowance texts(kMostTexts);
+    Allowance phrases(kMostPhrases);
+    TaskInfo info;
+    reader.readObject([&](QStringView key) {
+        if (key == u"id") {
+            info.id = reader.readText();
+        } else if (key == u"title") {
+            info.title = reader.readText();
+        } else if (key == u"deadline") {
+            info.deadline = readDateTime(reader, QDateTime());
+        } else if (key == u"text") {
+            info.text = reader.readText();
+        } else if (key == u"executor_name") {
+            info.executorName = reader.readText();
+        } else if (key == u"creator_name") {
+            info.creatorName = reader.readText();
+        } else if (key == u"auditor_name") {
+            info.auditorName = reader.readText();
+        } else if (key == u"files") {
+            info.files.clear();
+            readList(reader, files, [&] { info.files.append(readAttachment(reader)); });
+        } else if (key == u"texts") {
+            info.texts.clear();
+            readList(reader, texts, [&] { info.texts.append(readTextTask(reader, phrases)); });
+        } else {
+            reader.skipValue();
+        }
+    });
+    *leftOut = files.refused() + texts.refused() + phrases.refused();
+    return info;
 }
 
 QTime parseMinutes(const QVariant &value)
@@ -206,43 +314,48 @@ QString textOfBody(const QByteArray &body)
 
 // Straight from the text: a tree of variants for tens of thousands of tasks
 // would take longer to build than all that follows.
-QList<TeamTasks> parseTeamsAndTasks(const QByteArray &body, const KnownTasks &known)
+QList<TeamTasks> parseTeamsAndTasks(const QByteArray &body, const KnownTasks &known, int *leftOut)
 {
     QList<TeamTasks> all;
+    Allowance teams(kMostTeams);
+    Allowance tasks(kMostTasks);
     const QString text = textOfBody(body);
     QtJson::Reader reader(text);
-    if (!reader.isAtArray())
-        return all;
-    reader.readArray([&] {
-        const TeamTasks entry = readTeam(reader, known);
+    readList(reader, teams, [&] {
+        const TeamTasks entry = readTeam(reader, known, tasks);
         if (!entry.team.id.isEmpty())
             all.append(entry);
     });
+    if (leftOut)
+        *leftOut = teams.refused() + tasks.refused();
     return reader.isOk() ? all : QList<TeamTasks>();
+}
+
+TaskAnswer parseTaskAnswer(const QByteArray &body)
+{
+    TaskAnswer answer;
+    const QString text = textOfBody(body);
+    QtJson::Reader reader(text);
+    readMembers(reader, [&](QStringView key) {
+        if (key == u"status") {
+            answer.status = reader.readText();
+        } else if (key == u"message") {
+            answer.message.clear();
+            answer.task = TaskInfo();
+            if (reader.isAtObject())
+                answer.task = readTaskInfo(reader, &answer.leftOut);
+            else
+                answer.message = reader.readText();
+        } else {
+            reader.skipValue();
+        }
+    });
+    return reader.isOk() ? answer : TaskAnswer();
 }
 
 QVariantMap parseObject(const QByteArray &body)
 {
     return parseBody(body).toMap();
-}
-
-TaskInfo parseTaskInfo(const QVariantMap &message)
-{
-    TaskInfo info;
-    info.id = text(message, QStringLiteral("id"));
-    info.title = text(message, QStringLiteral("title"));
-    info.deadline = parseServiceDateTime(text(message, QStringLiteral("deadline")));
-    info.text = text(message, QStringLiteral("text"));
-    info.executorName = text(message, QStringLiteral("executor_name"));
-    info.creatorName = text(message, QStringLiteral("creator_name"));
-    info.auditorName = text(message, QStringLiteral("auditor_name"));
-    const QVariantList files = message.value(QStringLiteral("files")).toList();
-    for (const QVariant &file : files)
-        info.files.append(parseAttachment(file.toMap()));
-    const QVariantList texts = message.value(QStringLiteral("texts")).toList();
-    for (const QVariant &textTask : texts)
-        info.texts.append(parseTextTask(textTask.toMap()));
-    return info;
 }
 
 DayTotals parseDayTotals(const QVariantMap &totals)

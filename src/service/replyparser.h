@@ -11,11 +11,21 @@
 
 // From the bodies of replies to records. A body is read up to its first NUL
 // byte; what is missing or of another type comes out empty, never as an error.
+// Lists are cut at lengths that no real service reaches, so that a reply cannot fill the
+// memory: leftOut counts what was cut off.
 
 struct TeamTasks
 {
     Team team;
     QList<Task> tasks; // the catch-all entry is the last
+};
+
+struct TaskAnswer
+{
+    QString status;
+    QString message; // in place of the task when that was refused
+    TaskInfo task;
+    int leftOut = 0;
 };
 
 struct DayTotals
@@ -31,13 +41,14 @@ QString textOfBody(const QByteArray &body);
 // The list that is known of a team; what has not changed is shared with it.
 using KnownTasks = std::function<QList<Task>(const QString &teamId)>;
 
-// Teams without an id are left out. Anything but a list gives no teams.
-QList<TeamTasks> parseTeamsAndTasks(const QByteArray &body, const KnownTasks &known = {});
+// Teams without an id are skipped. Anything but a list gives no teams.
+QList<TeamTasks> parseTeamsAndTasks(const QByteArray &body, const KnownTasks &known = {},
+                                    int *leftOut = nullptr);
+
+TaskAnswer parseTaskAnswer(const QByteArray &body);
 
 // The top-level object; empty when the body is anything else.
 QVariantMap parseObject(const QByteArray &body);
-
-TaskInfo parseTaskInfo(const QVariantMap &message);
 
 // Minutes become times of day and wrap at 24 hours; what is no whole number
 // counts as none.

@@ -165,6 +165,8 @@ void MainForm::syncTime()
 
 void MainForm::updateComments()
 {
+    // In case the disk refused it.
+    m_orvana->session()->saveChoice();
     m_orvana->requestTeamsAndTasks();
     updateTrayToolTip();
 }

@@ -17,6 +17,7 @@
 #include <QDebug>
 #include <QGuiApplication>
 #include <QKeyEvent>
+#include <QLocale>
 #include <QMenu>
 #include <QPainter>
 #include <QScreen>
@@ -252,7 +253,7 @@ void MainForm::onTaskChange()
     m_ui->pbComment->setProperty("task_id", taskId);
     m_ui->pbComment->setEnabled(hasTask && !task.isCatchAll());
     m_ui->pbTimeExtend->setEnabled(hasTask);
-    m_ui->lbComment->setText(task.lastComment.toString(QStringLiteral("dd.MM hh:mm")));
+    m_ui->lbComment->setText(QLocale::c().toString(task.lastComment, QStringLiteral("dd.MM hh:mm")));
     updatePlayBtn();
     updateTrayToolTip();
 }
@@ -295,7 +296,7 @@ void MainForm::updateTimerLbl()
 {
     const Orvana::Session *session = m_orvana->session();
     const QTime time = m_showsActiveTime ? session->todayActiveTimeDisplayed() : session->todayTime();
-    m_ui->lbClock->setText(time.toString(QStringLiteral("hh:mm:ss")));
+    m_ui->lbClock->setText(QLocale::c().toString(time, QStringLiteral("hh:mm:ss")));
 }
 
 void MainForm::updateOverdueTime()
@@ -335,7 +336,7 @@ void MainForm::updateTrayToolTip()
     const QString state =
         session->isActive() ? QStringLiteral("Идёт запись") : QStringLiteral("Запись остановлена");
     QString text = state + QLatin1Char('\n') + titleLine(m_taskText->text()) + QStringLiteral("\nСегодня: ")
-        + session->todayTime().toString(QStringLiteral("hh:mm"));
+        + QLocale::c().toString(session->todayTime(), QStringLiteral("hh:mm"));
     const ActivityCache::Backlog backlog = m_orvana->backlog();
     const QString waiting = backlogText(backlog.count, backlog.oldest, QDateTime::currentDateTime());
     if (!waiting.isEmpty())

@@ -1,5 +1,7 @@
 #include "ui/timetexts.h"
 
+#include <QLocale>
+
 namespace {
 
 constexpr int kSecondsPerDay = 24 * 60 * 60;
@@ -41,18 +43,18 @@ QString overdueText(const QDateTime &deadline, const QDateTime &now)
 
 QString durationWords(const QTime &duration)
 {
-    const QString minutes = duration.toString(QStringLiteral("m")) + QStringLiteral("мин");
+    const QString minutes = QString::number(duration.minute()) + QStringLiteral("мин");
     if (duration.hour() == 0)
         return minutes;
-    return duration.toString(QStringLiteral("h")) + QStringLiteral("ч. ") + minutes;
+    return QString::number(duration.hour()) + QStringLiteral("ч. ") + minutes;
 }
 
 QString backlogText(int count, const QDateTime &oldest, const QDateTime &now)
 {
     if (count == 0 || (count == 1 && qAbs(oldest.secsTo(now)) < kOnItsWay))
         return QString();
-    const QString since = oldest.toString(oldest.date() == now.date() ? QStringLiteral("hh:mm")
-                                                                      : QStringLiteral("dd.MM hh:mm"));
+    const QString since = QLocale::c().toString(
+        oldest, oldest.date() == now.date() ? QStringLiteral("hh:mm") : QStringLiteral("dd.MM hh:mm"));
     return QString::number(count) + QLatin1Char(' ')
         + counted(count, QStringLiteral("отчёт ждёт"), QStringLiteral("отчёта ждут"),
                   QStringLiteral("отчётов ждут"))

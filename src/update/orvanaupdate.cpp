@@ -44,13 +44,13 @@ void OrvanaUpdate::init(Orvana *client)
     m_settings.reset();
     m_seen = {};
     m_forceUpdate = false;
-    if (client->isStorageUsable())
+    if (client->storage().isUsable())
         m_settings = openSettings(client->storageDirectory().filePath(QStringLiteral("update.json")));
 }
 
 bool OrvanaUpdate::isUsable() const
 {
-    return m_settings && m_client && m_client->isStorageUsable();
+    return m_settings && m_client && m_client->storage().isUsable();
 }
 
 void OrvanaUpdate::addUpdateInfo(const QByteArray &body)
@@ -134,7 +134,7 @@ void OrvanaUpdate::setForceUpdate(bool force)
 
 void OrvanaUpdate::updateOrvanaUpdateModule()
 {
-    if (!m_client || !m_client->isStorageUsable())
+    if (!m_client || !m_client->storage().isUsable())
         return;
     const QString source = m_client->storageDirectory().filePath(QStringLiteral("update/") + kUpdaterName);
     if (!QFile::exists(source))

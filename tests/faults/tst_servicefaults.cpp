@@ -48,6 +48,8 @@ private slots:
     void silence_data();
     void silence();
     void moreThanTheNetworkTakes();
+    void nothingIsKeptBetweenRequests();
+    void failedDetailsLeaveNothingToWrite();
     void credentialsStayHere_data();
     void credentialsStayHere();
     void noSuchHost();
@@ -77,8 +79,10 @@ void TestServiceFaults::minutes_data()
     row("closed in the head", "HTTP/1.1 200 OK\r\nContent-", Then::Close, offline, broken);
     row("false gzip", ScriptedServer::ok(accepted, "Content-Encoding: gzip\r\n"), Then::Close, offline,
         broken);
-    row("redirect for good", status("301 Moved\r\nLocation: http://127.0.0.1:9/"), Then::Close, "",
-        "not sended");
+    row("redirect for good", status("301 Moved\r\nLocation: https://127.0.0.1:9/"), Then::Close, offline,
+        "Redirect refused");
+    row("redirect to no encryption", status("301 Moved\r\nLocation: http://127.0.0.1:9/"), Then::Close,
+        offline, broken);
     row("redirect", status("307 Temporary\r\nLocation: /elsewhere"), Then::Close, offline, broken);
     row("nothing", status("204 No Content"), Then::Close, "", "not sended");
     row("who is it", status("401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"x\""), Then::Close, offline,
@@ -197,6 +201,33 @@ void TestServiceFaults::moreThanTheNetworkTakes()
     }
     QCOMPARE(records(), 0);
     QCOMPARE(client->pendingActivityRequests(), 0);
+}
+
+void TestServiceFaults::nothingIsKeptBetweenRequests()
+{
+    OfflineClient client(kUser);
+    ScriptedServer server;
+    client.restart(server.url());
+    server.set(ScriptedServer::ok("[]", "Set-Cookie: a=" + QByteArray(2000, 'x') + "\r\n"));
+    for (int i = 1; i <= 2; ++i) {
+        client->requestTeamsAndTasks();
+        QTRY_COMPARE_WITH_TIMEOUT(server.requests.size(), i, kLimit);
+    }
+    QVERIFY(!server.requests.last().contains("Cookie"));
+}
+
+void TestServiceFaults::failedDetailsLeaveNothingToWrite()
+{
+    OfflineClient client(kUser);
+    client.load(QStringList(s("1:7")));
+    client.session()->save();
+    client->requestTaskInfo(s("7"));
+    client.answer(client.takeRequests().last(), "", QNetworkReply::TimeoutError);
+    s_log.clear();
+    const QtMessageHandler before = qInstallMessageHandler(keepLog);
+    client.session()->save();
+    qInstallMessageHandler(before);
+    QVERIFY2(s_log.filter(s("can't be written")).isEmpty(), qPrintable(s_log.join(QLatin1Char('\n'))));
 }
 
 // A redirection may lead anywhere; login and password do not go along.

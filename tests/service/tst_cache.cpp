@@ -5,6 +5,8 @@
 #include "model/json.h"
 #include "service/activitycache.h"
 
+using localservice::Fault;
+
 // Minutes wait on the disk until the service has accepted them.
 class TestCache final : public QObject
 {
@@ -45,10 +47,35 @@ private slots:
         QCOMPARE(seen, expected);
         QVERIFY2(expected.contains(cache.next()), "a record that stayed comes up again");
         for (const QString &path : qAsConst(expected))
-            QVERIFY(cache.remove(path));
+            cache.remove(path);
         QVERIFY(cache.next().isEmpty());
         const QString late = cache.create("{}", QDateTime::currentDateTime());
         QCOMPARE(cache.next(), late);
+    }
+
+    void readsWhateverItWrote()
+    {
+        QString everyUnit;
+        for (int unit = 0; unit <= 0xFFFF; ++unit)
+            everyUnit.append(QChar(unit));
+        const QString nul = s("7") + QChar(0) + s("8");
+        for (const QString &id : {nul, QString(QChar(0)), everyUnit, QString(1500000, QLatin1Char('7'))}) {
+            TestClient client;
+            QVERIFY(client.logIn());
+            client.session()->setCurrentTeamID(s("17"));
+            client.session()->setCurrentTaskID(id);
+            client.server.setFault(s("/api_active2"), Fault::answer(500), 1);
+            client.orvana->sendTaskActivity(3);
+            QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
+            QCOMPARE(client.records().size(), 1);
+            client.orvana->sendCachedActivity();
+            QTRY_COMPARE(client.server.requestsTo(s("/api_active2")).size(), 2);
+            QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
+            QList<QByteArray> sent;
+            for (const auto &request : client.server.requestsTo(s("/api_active2")))
+                sent.append(request.body.mid(request.body.indexOf("task_id")));
+            QVERIFY(sent.first().size() > id.size() && sent.first() == sent.last());
+        }
     }
 
     void ageGrows()
@@ -141,7 +168,7 @@ private:
 
     static QString stamp(int secondsAgo)
     {
-        return QDateTime::currentDateTime().addSecs(-secondsAgo).toString(s("dd-MM-yyyy-hh-mm-ss"));
+        return figures(QDateTime::currentDateTime().addSecs(-secondsAgo), "dd-MM-yyyy-hh-mm-ss");
     }
 
     static void plant(const TestClient &client, const QString &name, const QByteArray &bytes)

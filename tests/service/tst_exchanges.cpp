@@ -16,20 +16,8 @@ private slots:
             {"HTTPS://Service.INVALID:443/Team Work/ж", false, R"({"status":"ok"})", true},
             {"https://задачи.рф", true, "ok", true}};
         for (const auto &[service, isPicture, body, isAccepted] : rows) {
-            OfflineClient client;
-            client.restart(service);
-            client.login(s("user"));
-            if (isPicture)
-                client->sendScreenshotActivity(QImage(8, 8, QImage::Format_RGB32));
-            else
-                client->sendTaskActivity(3);
-            const QDir cache(client.path(s("user/activity")));
-            const auto files = [&cache] { return cache.entryList(QDir::Files | QDir::Hidden).size(); };
-            const int before = isPicture ? 2 : 1;
-            QCOMPARE(files(), before);
-            client.answer(client.takeRequests().last(), body);
-            QVERIFY2(files() == (isAccepted ? 0 : before), service);
-            QCOMPARE(client->pendingActivityRequests(), 0);
+            upload(service, service, isPicture, body, isAccepted);
+            upload(service, "https://another.invalid/x", isPicture, body, isAccepted);
         }
     }
 
@@ -69,6 +57,31 @@ private slots:
         // Tasks without details are remembered as such, those of the exempt team too.
         client.session()->save();
         QVERIFY(client.storedKeys(s("user/taskInfo.ini")).contains(s("90")));
+    }
+
+private:
+    // Answered after a restart with another base URL when that differs.
+    static void upload(const char *service, const char *later, bool isPicture, const char *body, bool isAccepted)
+    {
+        OfflineClient client;
+        client.restart(service);
+        client.login(s("user"));
+        if (isPicture)
+            client->sendScreenshotActivity(QImage(8, 8, QImage::Format_RGB32));
+        else
+            client->sendTaskActivity(3);
+        const QDir cache(client.path(s("user/activity")));
+        const auto files = [&cache] { return cache.entryList(QDir::Files | QDir::Hidden).size(); };
+        const int before = isPicture ? 2 : 1;
+        QCOMPARE(files(), before);
+        if (qstrcmp(service, later) != 0) {
+            client.answer(client.takeRequests().last(), QByteArray(), QNetworkReply::TimeoutError);
+            client.restart(later);
+            client->sendCachedActivity();
+        }
+        client.answer(client.takeRequests().last(), body);
+        QVERIFY2(files() == (isAccepted ? 0 : before), service);
+        QCOMPARE(client->pendingActivityRequests(), 0);
     }
 };
 

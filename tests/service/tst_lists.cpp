@@ -110,7 +110,7 @@ private slots:
     void readsDetails()
     {
         QFETCH(QString, input);
-        QTEST(show(parseTaskInfo(parseObject(input.toUtf8()))), "result");
+        QTEST(show(parseTaskAnswer("{\"message\":" + input.toUtf8() + '}').task), "result");
     }
 
     void readsDayTotals()
@@ -126,9 +126,9 @@ private slots:
                     parseDayTotals(parseObject(QByteArray("{\"") + key + "\":" + input + '}'));
                 QStringList expected = texts({"00:00", "00:00", "00:00"});
                 expected[place++] = s(result);
-                const QString format = s("HH:mm");
-                QCOMPARE(show({all.active.toString(format), all.total.toString(format),
-                               all.task.toString(format)}),
+                const char *format = "HH:mm";
+                QCOMPARE(show({figures(all.active, format), figures(all.total, format),
+                               figures(all.task, format)}),
                          show(expected));
             }
         }

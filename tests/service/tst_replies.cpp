@@ -97,11 +97,11 @@ public:
                 s("records %1").arg(client.records()),
                 s("pending %1").arg(client->pendingActivityRequests()),
                 s("title ") + session->taskInfo(s("7")).title,
-                s("time ") + session->todayTime().toString(s("HH:mm/"))
-                    + session->todayActiveTime().toString(s("HH:mm")),
+                s("time ") + figures(session->todayTime(), "HH:mm/")
+                    + figures(session->todayActiveTime(), "HH:mm"),
                 s("task %1, none %2")
-                    .arg(session->todayActiveTime(s("7")).toString(s("HH:mm")),
-                         session->todayActiveTime(QString()).toString(s("HH:mm")))};
+                    .arg(figures(session->todayActiveTime(s("7")), "HH:mm"),
+                         figures(session->todayActiveTime(QString()), "HH:mm"))};
     }
 
     OfflineClient client;

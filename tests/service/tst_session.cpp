@@ -141,6 +141,30 @@ private slots:
         }
     }
 
+    // A program that ends in any way afterwards begins with what was said last.
+    void keepsEachDecisionAtOnce()
+    {
+        OfflineClient client(kUser);
+        client.load(texts({"1:7 8", "2:7"}));
+        const auto stored = [&client](const QString &user) -> QString {
+            const QVariantMap session = client.stored(user + s("/session.ini"));
+            QStringList values;
+            for (const char *key : {"logged", "active", "teamID", "taskID"})
+                values.append(session.value(s(key)).toString());
+            return client.stored(s("config.ini"), s("lastLogin")).toString() + s(": ") + values.join(QLatin1Char(' '));
+        };
+        client->changeTask(s("1"), s("7"));
+        QCOMPARE(stored(kUser), kUser + s(": true false 1 7"));
+        client.session()->setActive(true);
+        QCOMPARE(stored(kUser), kUser + s(": true true 1 7"));
+        client->changeTask(s("2"), s("7"));
+        QCOMPARE(stored(kUser), kUser + s(": true true 2 7"));
+        client.session()->setActive(false);
+        QCOMPARE(stored(kUser), kUser + s(": true false 2 7"));
+        client.login(s("other"));
+        QCOMPARE(stored(s("other")), s("other: true false  "));
+    }
+
     void keepsUsersApart()
     {
         OfflineClient client(kUser, s("first"));
@@ -162,21 +186,44 @@ private slots:
 
     void staysInItsFolder()
     {
-        const QStringList logins = texts({"..", ".", "../x", "/etc", "%2E%2E", " ", "a b+c%", "Иван"})
+        const QStringList logins =
+            texts({"..", ".", "../x", "/etc", "%2E%2E", " ", "a b+c%", "Иван", "cached", "update", "log.log", "lock"})
             << QLatin1String("a") + QChar(0) + QLatin1String("/../..") << QString(5000, QLatin1Char('x'));
         for (const QString &login : logins) {
             OfflineClient client(login);
             client.stop();
             const QDir storage(client.path(QString()));
-            const QDir folder(Orvana::Session::directoryOf(storage, login));
+            const QDir folder(StorageFolder::ofUser(storage, login));
             QCOMPARE(QFileInfo(folder.path()).path(), storage.absolutePath());
             const QDir above(storage.filePath(s("..")));
             QCOMPARE(above.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
                      texts({".orvana"}));
+            // As each start of the program does.
+            StorageFolder::removeDir(storage.filePath(s("cached")));
             client.restart();
             QCOMPARE(client.session()->login(), login);
-            QCOMPARE(client.session()->password(), folder.exists() ? s("pw") : QString());
+            QCOMPARE(client.session()->password(), s("pw"));
+            QVERIFY(!QFileInfo(client.path(s("update"))).exists() && !QFileInfo(client.path(s("log.log"))).exists());
         }
+    }
+
+    void servesOneClientAtATime()
+    {
+        const QTemporaryDir root;
+        const QString path = root.filePath(s("storage"));
+        auto first = std::make_unique<StorageFolder>(path);
+        StorageFolder second(path);
+        QVERIFY(first->prepare());
+        QVERIFY(!second.prepare() && second.isTaken() && !second.isUsable());
+        // Removed, and made again by the other one.
+        StorageFolder::removeDir(path);
+        QVERIFY(second.prepare() && second.isUsable());
+        QVERIFY(!first->prepare() && first->isTaken());
+        StorageFolder::removeDir(path);
+        QVERIFY(first->prepare());
+        QVERIFY(!second.prepare());
+        first.reset();
+        QVERIFY(second.prepare());
     }
 
     void keepsWhatIsGone()

@@ -167,7 +167,7 @@ private:
         QCOMPARE(QString::fromLatin1(client.server.requestsTo(s("/api_teams")).constFirst().query),
                  credentials);
         const QString sentTime =
-            time == QTime(23, 59) ? QString() : s("&dl_time=") + encoded(time.toString(s("HH:mm")));
+            time == QTime(23, 59) ? QString() : s("&dl_time=") + encoded(figures(time, "HH:mm"));
         const auto request = client.server.requestsTo(s("/api_task_deadline_request")).constFirst();
         QCOMPARE(request.contentType, QByteArray("application/x-www-form-urlencoded"));
         QCOMPARE(QString::fromLatin1(request.body),

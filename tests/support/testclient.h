@@ -53,7 +53,7 @@ public:
 
     QDir cacheFolder() const
     {
-        return QDir(Orvana::Session::directoryOf(orvana->storageDirectory(), session()->login())
+        return QDir(StorageFolder::ofUser(orvana->storageDirectory(), session()->login())
                     + s("/activity"));
     }
     QStringList records() const { return cacheFolder().entryList({s("json*")}, QDir::Files, QDir::Name); }

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QVariantMap>
+
+// Keys of a cache record and of the body in it.
+namespace CacheRecord {
+
+const QString kVersion = QStringLiteral("version");
+const QString kUrl = QStringLiteral("api-url");
+const QString kBody = QStringLiteral("body");
+const QString kTimestamp = QStringLiteral("timestamp");
+const QString kPast = QStringLiteral("past");
+const QString kFile = QStringLiteral("file");
+const QString kFileName = QStringLiteral("fileName");
+
+// Empty when the bytes are no record. Unlike a reply it is read to the end: ids may hold
+// a NUL.
+QVariantMap parse(const QByteArray &bytes);
+
+// Path of the picture that belongs to the record; empty when it has none.
+QString pictureOf(const QVariantMap &record);
+
+} // namespace CacheRecord

@@ -1,0 +1,145 @@
+#include "storage/storagefolder.h"
+
+#include <QCryptographicHash>
+#include <QDebug>
+#include <QFile>
+#include <QUrl>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+const QString kLockName = QStringLiteral("lock");
+constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
+
+// Names in the storage folder that mean something else there.
+bool isReserved(const QString &name)
+{
+    for (const char *reserved : {".", "..", "cached", "update", "lock", "log.log", "config.ini",
+                                 "config.ini.lock", "update.json", "update.json.lock", ".orvana.db",
+                                 "comments.data", "session.json"}) {
+        if (name == QLatin1String(reserved))
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+StorageFolder::StorageFolder(const QString &path)
+    : m_path(path)
+{ }
+
+StorageFolder::~StorageFolder()
+{
+    if (m_lock >= 0)
+        close(m_lock);
+}
+
+// A folder, no link, made or owned by this user.
+bool StorageFolder::isOurs() const
+{
+    struct stat info = {};
+    return lstat(QFile::encodeName(m_path).constData(), &info) == 0 && S_ISDIR(info.st_mode)
+        && info.st_uid == geteuid();
+}
+
+bool StorageFolder::isUsable() const
+{
+    return !m_isTaken && isOurs();
+}
+
+bool StorageFolder::prepare()
+{
+    const QByteArray path = QFile::encodeName(m_path);
+    mkdir(path.constData(), S_IRWXU);
+    if (!isOurs())
+        return false;
+    // Everything below it is then out of reach for others, whatever its mode.
+    chmod(path.constData(), S_IRWXU);
+    if (!holdsLock())
+        lock();
+    return !m_isTaken;
+}
+
+// False, too, when the folder was removed and made again since.
+bool StorageFolder::holdsLock() const
+{
+    struct stat held = {};
+    struct stat onDisk = {};
+    const QByteArray path = QFile::encodeName(dir().filePath(kLockName));
+    return m_lock >= 0 && fstat(m_lock, &held) == 0 && lstat(path.constData(), &onDisk) == 0
+        && held.st_ino == onDisk.st_ino && held.st_dev == onDisk.st_dev;
+}
+
+void StorageFolder::lock()
+{
+    if (m_lock >= 0)
+        close(m_lock);
+    const QByteArray path = QFile::encodeName(dir().filePath(kLockName));
+    m_isTaken = false;
+    // Only a network file system wants a file to be writable for that.
+    for (const int access : {O_RDONLY, O_RDWR}) {
+        m_lock = open(path.constData(), access | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kOwnerOnly);
+        if (m_lock >= 0 && flock(m_lock, LOCK_EX | LOCK_NB) == 0)
+            return;
+        if (m_lock < 0 || errno != EBADF)
+            break;
+        close(m_lock);
+    }
+    m_isTaken = m_lock >= 0 && errno == EWOULDBLOCK;
+    // A full disk or a file system without locks must not stop the work.
+    if (!m_hasWarned)
+        qWarning() << "Storage directory can't be locked:" << std::strerror(errno);
+    m_hasWarned = true;
+    if (m_lock >= 0)
+        close(m_lock);
+    m_lock = -1;
+}
+
+QString StorageFolder::unusableText() const
+{
+    return QStringLiteral("Папка программы \"") + m_path
+        + QStringLiteral("\" недоступна или принадлежит другому пользователю. "
+                         "Обратитесь к системному администратору.");
+}
+
+QString StorageFolder::ofUser(const QDir &storage, const QString &login)
+{
+    // The login is the folder's name as typed, unless that would lead elsewhere.
+    QString name = login;
+    name.remove(QChar(0));
+    if (name.contains(QLatin1Char('/')))
+        name = QString::fromLatin1(QUrl::toPercentEncoding(name, QByteArray(), QByteArrayLiteral(".")));
+    else if (isReserved(name))
+        name = QString::fromLatin1(QUrl::toPercentEncoding(name, QByteArray(), name.left(1).toLatin1()));
+    const QByteArray encoded = QFile::encodeName(name);
+    if (encoded.size() > NAME_MAX)
+        name = QLatin1Char('%')
+            + QString::fromLatin1(QCryptographicHash::hash(encoded, QCryptographicHash::Sha1).toHex());
+    return storage.absoluteFilePath(name);
+}
+
+void StorageFolder::removeDir(const QString &path)
+{
+    QDir folder(path);
+    if (!folder.exists())
+        return;
+    const QFileInfoList entries = folder.entryInfoList(
+        QDir::NoDotAndDotDot | QDir::System | QDir::Hidden | QDir::AllDirs | QDir::Files, QDir::DirsFirst);
+    for (const QFileInfo &entry : entries) {
+        // A link to a folder is a file here: what it points to is not ours.
+        if (entry.isDir() && !entry.isSymLink())
+            removeDir(entry.absoluteFilePath());
+        else
+            QFile::remove(entry.absoluteFilePath());
+    }
+    folder.rmdir(folder.absolutePath());
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QDir>
+#include <QString>
+
+// The folder that holds everything the client keeps on the disk. One running client at a
+// time uses it; the lock ends with the process, however that ends.
+class StorageFolder final
+{
+public:
+    explicit StorageFolder(const QString &path);
+    ~StorageFolder();
+    Q_DISABLE_COPY_MOVE(StorageFolder)
+
+    QDir dir() const { return QDir(m_path); }
+
+    // A folder of this user's own that no other client has locked. Nothing may be read
+    // from it or written to it otherwise. Checked on the disk each time: where everybody
+    // may write, it may be taken away and replaced.
+    bool isUsable() const;
+    // Makes and locks it when it is missing or was replaced; returns isUsable().
+    bool prepare();
+    // Another running client has it, as of the last prepare().
+    bool isTaken() const { return m_isTaken; }
+    // What the user is to know about a folder that cannot be used.
+    QString unusableText() const;
+
+    // Absolute path of the folder with one user's files, which need not exist.
+    QString ofUser(const QString &login) const { return ofUser(dir(), login); }
+    static QString ofUser(const QDir &storage, const QString &login);
+
+    // Deletes a folder with everything in it; follows no links.
+    static void removeDir(const QString &path);
+
+private:
+    bool isOurs() const;
+    bool holdsLock() const;
+    void lock();
+
+    QString m_path;
+    int m_lock = -1;
+    bool m_isTaken = false;
+    bool m_hasWarned = false;
+};
