@@ -179,7 +179,7 @@ void Server::handleClient(Exchange &exchange, RecordedRequest request)
     const std::optional<Fault> &fault = plan.fault;
     const bool refused = fault && fault->kind == Kind::Refuse;
     const bool complete = !refused && exchange.readBody(&request.body);
-    if (request.contentType.startsWith("application/x-www-form-urlencoded")) {
+    if (complete && request.contentType.startsWith("application/x-www-form-urlencoded")) {
         request.formPairs = decodePairs(request.body);
     }
     const std::optional<qint64> serial = record(request);
