@@ -161,6 +161,9 @@ void TlsServer::makeRoom()
         return;
     }
     const std::lock_guard lock(m_mutex);
+    if (m_open.size() < workers) {
+        return; // one of them is about to begin
+    }
     const auto ending = std::count_if(m_open.begin(), m_open.end(), [](const Connection &each) {
         return each.second == Clock::time_point::max();
     });
@@ -176,14 +179,17 @@ void TlsServer::makeRoom()
     }
 }
 
-// One that is being closed stays so.
-void TlsServer::grant(socket_t socket, Clock::duration time)
+// False when the connection is being closed. What it has received can still be read then, but
+// must not have its effect: there would be no reply, and the client would send it again.
+bool TlsServer::grant(socket_t socket, Clock::duration time)
 {
     const std::lock_guard lock(m_mutex);
     Clock::time_point &until = m_open[socket];
-    if (until != Clock::time_point::max()) {
-        until = Clock::now() + time;
+    if (until == Clock::time_point::max()) {
+        return false;
     }
+    until = Clock::now() + time;
+    return true;
 }
 
 void TlsServer::closeConnections()
@@ -229,12 +235,7 @@ void TlsServer::serve(socket_t socket)
     }
     TlsStream stream(ssl.get(), socket);
     bool last = false;
-    while (!last) {
-        grant(socket, idleGrant);
-        if (!stream.waitReadable(keepAlive)) {
-            break;
-        }
-        grant(socket, busyGrant);
+    while (!last && grant(socket, idleGrant) && stream.waitReadable(keepAlive) && grant(socket, busyGrant)) {
         stream.beginHead();
         if (!process_request(stream, false, last, [&ssl, &stream](httplib::Request &request) {
                 stream.endHead();

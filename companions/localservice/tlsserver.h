@@ -31,7 +31,7 @@ private:
     void serve(socket_t socket);
     bool enter(socket_t socket);
     void leave(socket_t socket);
-    void grant(socket_t socket, Clock::duration time);
+    bool grant(socket_t socket, Clock::duration time);
     void makeRoom();
 
     std::atomic<int> m_waiting{0}; // connections that have no worker yet

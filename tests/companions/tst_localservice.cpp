@@ -294,6 +294,8 @@ private slots:
         for (int i = 0; i < 48; ++i)
             sockets.push_back(connected());
         QCOMPARE(m_calls->get(s("/api_teams"), asAnna()).status, 200);
+        const auto isOpen = [](const auto &socket) { return socket->state() == QSslSocket::ConnectedState; };
+        QTRY_COMPARE(std::count_if(sockets.begin(), sockets.end(), isOpen), 47);
     }
 
     void outageSparesThePage()
