@@ -48,6 +48,19 @@ Reply failReply(const QString &message)
     return refused(QStringLiteral("fail"), message);
 }
 
+// A full store refuses one upload after another; the operator reads it once.
+Reply notKept(const Call &call, Journal::Outcome outcome, const QString &status)
+{
+    const bool isFull = outcome == Journal::Outcome::Full;
+    const QString problem =
+        isFull ? QStringLiteral("Место для данных исчерпано") : QStringLiteral("Не удалось сохранить");
+    Reply reply = refused(status, problem);
+    if (!isFull || call.journal.takeFullNotice()) {
+        reply.note = QStringLiteral("отклонено: ") % problem;
+    }
+    return reply;
+}
+
 Reply jsonReply(const QJsonDocument &document)
 {
     return {200, document.toJson(QJsonDocument::Compact)};
@@ -105,8 +118,9 @@ Reply answerDeadlineRequest(const Call &call)
         || (timeGiven && !QTime::fromString(request.time, QStringLiteral("HH:mm")).isValid())) {
         return failReply(QStringLiteral("Неверная дата или время"));
     }
-    if (!call.journal.add(request)) {
-        return failReply(QStringLiteral("Запрос не сохранён"));
+    const Journal::Outcome outcome = call.journal.add(request);
+    if (outcome != Journal::Outcome::Kept) {
+        return notKept(call, outcome, QStringLiteral("fail"));
     }
     Reply reply{200, QByteArrayLiteral("{\"status\":\"ok\"}")};
     reply.note = QStringLiteral("перенос дедлайна: %1, задача %2, %3 %4: %5")
@@ -138,22 +152,23 @@ bool readIdentity(const Call &call, const QJsonObject &object, Record *record)
     record->version = text(object, QStringLiteral("version"));
     bool isNumber = false;
     record->pastSeconds = text(object, QStringLiteral("past")).toLongLong(&isNumber);
-    return isNumber && record->pastSeconds >= 0 && call.world.user(record->email);
+    return isNumber && record->pastSeconds >= 0 && record->pastSeconds <= ActivityReport::largestPast
+        && call.world.user(record->email);
 }
 
 Reply answerReport(const Call &call)
 {
-    constexpr int slicesOfMinute = 10;
     const QJsonObject object = uploadedObject(call.request);
     ActivityReport report;
     bool isNumber = false;
     report.active = text(object, QStringLiteral("active")).toInt(&isNumber);
     if (!readIdentity(call, object, &report) || !isNumber || report.active < 0
-        || report.active > slicesOfMinute) {
+        || report.active > ActivityReport::slicesOfMinute) {
         return errorReply(QStringLiteral("Неверный отчёт об активности"));
     }
-    if (!call.journal.add(report)) {
-        return errorReply(QStringLiteral("Отчёт не сохранён"));
+    const Journal::Outcome outcome = call.journal.add(report);
+    if (outcome != Journal::Outcome::Kept) {
+        return notKept(call, outcome, QStringLiteral("error"));
     }
     Reply reply{200, QByteArrayLiteral("{\"status\":\"ok\"}")};
     reply.note = QStringLiteral("отчёт: %1, команда %2, задача %3, активность %4, возраст %5 с, версия %6")
@@ -179,8 +194,9 @@ Reply answerScreenshot(const Call &call)
             return errorReply(QStringLiteral("Снимок экрана не в формате JPEG"));
         }
     }
-    if (!call.journal.add(shot)) {
-        return errorReply(QStringLiteral("Снимок экрана не сохранён"));
+    const Journal::Outcome outcome = call.journal.add(shot);
+    if (outcome != Journal::Outcome::Kept) {
+        return notKept(call, outcome, QStringLiteral("error"));
     }
     Reply reply{200, QByteArrayLiteral("ok"), QByteArrayLiteral("text/plain; charset=utf-8")};
     reply.note = QStringLiteral("снимок экрана: %1, команда %2, задача %3, %4 байт")

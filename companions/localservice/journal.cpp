@@ -1,9 +1,13 @@
 #include "localservice/journal.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+
+#include <initializer_list>
+#include <utility>
 
 namespace localservice {
 
@@ -41,8 +45,9 @@ ActivityReport reportOf(const QJsonObject &record)
     report.teamId = record.value(QStringLiteral("team_id")).toString();
     report.taskId = record.value(QStringLiteral("task_id")).toString();
     report.version = record.value(QStringLiteral("version")).toString();
-    report.active = record.value(QStringLiteral("active")).toInt();
-    report.pastSeconds = static_cast<qint64>(record.value(QStringLiteral("past")).toDouble());
+    report.active = qBound(0, record.value(QStringLiteral("active")).toInt(), ActivityReport::slicesOfMinute);
+    report.pastSeconds = static_cast<qint64>(
+        qBound(0.0, record.value(QStringLiteral("past")).toDouble(), double(ActivityReport::largestPast)));
     return report;
 }
 
@@ -65,11 +70,50 @@ QJsonObject recordOf(const DeadlineRequest &request)
         {QStringLiteral("dl_time"), request.time},           {QStringLiteral("message"), request.message}};
 }
 
+// Roughly what a record with these texts takes in memory.
+qint64 sizeWith(std::initializer_list<QString> texts)
+{
+    constexpr qint64 record = 400;
+    constexpr qint64 header = 32;
+    qint64 size = record;
+    for (const QString &text : texts) {
+        size += header + text.size() * qint64{sizeof(QChar)};
+    }
+    return size;
+}
+
+qint64 sizeOf(const ActivityReport &report)
+{
+    return sizeWith({report.email, report.teamId, report.taskId, report.version});
+}
+
+qint64 sizeOf(const Screenshot &shot)
+{
+    return shot.jpeg.size()
+        + sizeWith({shot.email, shot.teamId, shot.taskId, shot.version, shot.fileName, shot.path});
+}
+
+qint64 sizeOf(const DeadlineRequest &request)
+{
+    return sizeWith({request.login, request.taskId, request.date, request.time, request.message});
+}
+
+qint64 sizeOfFilesIn(const QString &folder)
+{
+    qint64 size = 0;
+    for (QDirIterator files(folder, QDir::Files, QDirIterator::Subdirectories); files.hasNext();) {
+        files.next();
+        size += files.fileInfo().size();
+    }
+    return size;
+}
+
 } // namespace
 
-bool Journal::open(const QString &folder, QString *error)
+bool Journal::open(const QString &folder, const Limits &limits, QString *error)
 {
     m_folder = folder;
+    m_limits = limits;
     clear();
     if (m_folder.isEmpty()) {
         return true;
@@ -78,6 +122,7 @@ bool Journal::open(const QString &folder, QString *error)
         *error = QStringLiteral("не удалось создать папку данных «%1»").arg(m_folder);
         return false;
     }
+    m_disk = sizeOfFilesIn(m_folder);
     return readReports(error);
 }
 
@@ -91,78 +136,108 @@ bool Journal::readReports(QString *error)
         *error = QStringLiteral("не удалось прочитать «%1»: %2").arg(file.fileName(), file.errorString());
         return false;
     }
-    constexpr qint64 longestLine = qint64{64} * 1024;
     while (!file.atEnd()) {
-        const ActivityReport report = reportOf(QJsonDocument::fromJson(file.readLine(longestLine)).object());
+        const ActivityReport report = reportOf(QJsonDocument::fromJson(file.readLine()).object());
         if (report.arrived.isValid()) {
-            m_reports.append(report);
+            m_memory += sizeOf(report);
+            keep(report);
         }
     }
     return true;
 }
 
-bool Journal::appendLine(const QString &file, const QJsonObject &record) const
+bool Journal::hasRoom(qint64 memory, qint64 disk) const
 {
-    if (m_folder.isEmpty()) {
-        return true;
-    }
-    QFile out(m_folder % QLatin1Char('/') % file);
+    return m_memory + memory <= m_limits.memory && (m_folder.isEmpty() || m_disk + disk <= m_limits.disk);
+}
+
+// Accounts for the memory, too, once the line is written.
+Journal::Outcome Journal::store(const QString &file, const QJsonObject &record, qint64 memory)
+{
     const QByteArray line = QJsonDocument(record).toJson(QJsonDocument::Compact) + '\n';
-    if (!out.open(QIODevice::WriteOnly | QIODevice::Append)) {
-        return false;
+    if (!hasRoom(memory, line.size())) {
+        return Outcome::Full;
     }
-    const qint64 before = out.size();
-    if (out.write(line) == line.size() && out.flush()) {
-        return true;
+    if (!m_folder.isEmpty()) {
+        QFile out(m_folder % QLatin1Char('/') % file);
+        if (!out.open(QIODevice::WriteOnly | QIODevice::Append)) {
+            return Outcome::NotWritten;
+        }
+        const qint64 before = out.size();
+        if (out.write(line) != line.size() || !out.flush()) {
+            // Half a line would spoil the next one as well.
+            out.resize(before);
+            return Outcome::NotWritten;
+        }
+        m_disk += line.size();
     }
-    // Half a line would spoil the next one as well.
-    out.resize(before);
-    return false;
+    m_memory += memory;
+    return Outcome::Kept;
 }
 
-bool Journal::add(const ActivityReport &report)
+void Journal::keep(const ActivityReport &report)
 {
-    if (!appendLine(reportsFile(), recordOf(report))) {
-        return false;
-    }
     m_reports.append(report);
-    return true;
+    DayTotals &day = m_totals[{report.email, report.moment().date()}];
+    ++day.total;
+    ++day.tasks[report.taskId];
+    // One active slice makes the whole minute an active one.
+    day.active += report.active > 0 ? 1 : 0;
 }
 
-bool Journal::add(Screenshot shot)
+Journal::Outcome Journal::add(const ActivityReport &report)
 {
+    const Outcome outcome = store(reportsFile(), recordOf(report), sizeOf(report));
+    if (outcome == Outcome::Kept) {
+        keep(report);
+    }
+    return outcome;
+}
+
+Journal::Outcome Journal::add(Screenshot shot)
+{
+    const qint64 picture = shot.jpeg.size();
+    if (!hasRoom(sizeOf(shot), picture)) {
+        return Outcome::Full;
+    }
     if (!m_folder.isEmpty() && !shot.jpeg.isEmpty()) {
         const QString stem = m_folder % QLatin1Char('/') % pictureFolder() % QLatin1Char('/')
             % shot.moment().toString(QStringLiteral("yyyy-MM-dd-HH-mm-ss"));
         // Two pictures of one second keep both; names from the client are never used.
         QFile out(stem % QStringLiteral(".jpg"));
-        for (int number = 2; !out.open(QIODevice::NewOnly | QIODevice::WriteOnly); ++number) {
+        for (int number = m_screenshots.size() + 1; !out.open(QIODevice::NewOnly | QIODevice::WriteOnly);
+             ++number) {
             if (!out.exists()) {
-                return false;
+                return Outcome::NotWritten;
             }
             out.setFileName(stem % QLatin1Char('-') % QString::number(number) % QStringLiteral(".jpg"));
         }
         if (out.write(shot.jpeg) != shot.jpeg.size() || !out.flush()) {
             out.remove();
-            return false;
+            return Outcome::NotWritten;
         }
         shot.path = out.fileName();
         shot.jpeg.clear();
     }
-    if (!appendLine(QStringLiteral("screenshots.jsonl"), recordOf(shot))) {
-        return false;
+    const Outcome outcome = store(QStringLiteral("screenshots.jsonl"), recordOf(shot), sizeOf(shot));
+    if (outcome == Outcome::Kept) {
+        m_disk += shot.path.isEmpty() ? 0 : picture;
+        m_screenshots.append(shot);
+    } else if (!shot.path.isEmpty()) {
+        // The client sends it again.
+        QFile::remove(shot.path);
     }
-    m_screenshots.append(shot);
-    return true;
+    return outcome;
 }
 
-bool Journal::add(const DeadlineRequest &request)
+Journal::Outcome Journal::add(const DeadlineRequest &request)
 {
-    if (!appendLine(QStringLiteral("deadline-requests.jsonl"), recordOf(request))) {
-        return false;
+    const Outcome outcome =
+        store(QStringLiteral("deadline-requests.jsonl"), recordOf(request), sizeOf(request));
+    if (outcome == Outcome::Kept) {
+        m_deadlineRequests.append(request);
     }
-    m_deadlineRequests.append(request);
-    return true;
+    return outcome;
 }
 
 void Journal::clear()
@@ -170,18 +245,24 @@ void Journal::clear()
     m_reports.clear();
     m_screenshots.clear();
     m_deadlineRequests.clear();
+    m_totals.clear();
+    m_memory = 0;
+    m_fullWasNoticed = false;
+}
+
+bool Journal::takeFullNotice()
+{
+    return !std::exchange(m_fullWasNoticed, true);
 }
 
 DayTotals Journal::totals(const User &user, const QDate &day) const
 {
     DayTotals totals = user.workedOn == day ? user.worked : DayTotals();
-    for (const ActivityReport &report : m_reports) {
-        if (report.email == user.login && report.moment().date() == day) {
-            ++totals.total;
-            ++totals.tasks[report.taskId];
-            // One active slice makes the whole minute an active one.
-            totals.active += report.active > 0 ? 1 : 0;
-        }
+    const DayTotals received = m_totals.value({user.login, day});
+    totals.total += received.total;
+    totals.active += received.active;
+    for (auto task = received.tasks.begin(); task != received.tasks.end(); ++task) {
+        totals.tasks[task.key()] += task.value();
     }
     return totals;
 }

@@ -3,6 +3,8 @@
 #include "localservice/world.h"
 
 #include <QByteArray>
+#include <QHash>
+#include <QPair>
 
 namespace localservice {
 
@@ -14,6 +16,9 @@ struct ActivityReport
     QString teamId;
     QString taskId;
     QString version;
+    static constexpr int slicesOfMinute = 10;
+    static constexpr qint64 largestPast = 4294967295; ///< clients count in 32 bits
+
     int active = 0; ///< slices of the minute with activity, 0 to 10
     qint64 pastSeconds = 0; ///< its age when it was sent
 
@@ -45,6 +50,14 @@ struct DeadlineRequest
     QString message;
 };
 
+/// Bytes beyond which nothing more is kept. Generous for a day's work, whose 1,440 reports take
+/// a megabyte and whose 300 pictures a few megabytes each.
+struct Limits
+{
+    qint64 memory = qint64{2} << 30; ///< records, and pictures without a folder
+    qint64 disk = qint64{8} << 30; ///< the files in the folder, those of earlier runs too
+};
+
 /// What was received: in memory and, with a folder, also as lines of JSON and pictures there.
 /// Not synchronised.
 class Journal final
@@ -52,26 +65,42 @@ class Journal final
 public:
     /// Makes the folder and takes up the minutes that an earlier run left there. An empty name
     /// keeps everything in memory. Lines that cannot be read are passed over.
-    bool open(const QString &folder, QString *error);
+    bool open(const QString &folder, const Limits &limits, QString *error);
 
-    // False when the record could not be stored; then it is not kept at all.
-    bool add(const ActivityReport &report);
-    bool add(Screenshot shot);
-    bool add(const DeadlineRequest &request);
+    enum class Outcome {
+        Kept,
+        NotWritten, ///< the disk failed
+        Full ///< a limit is reached
+    };
+    // What could not be stored is not kept at all.
+    Outcome add(const ActivityReport &report);
+    Outcome add(Screenshot shot);
+    Outcome add(const DeadlineRequest &request);
 
     const QVector<ActivityReport> &reports() const { return m_reports; }
     const QVector<Screenshot> &screenshots() const { return m_screenshots; }
     const QVector<DeadlineRequest> &deadlineRequests() const { return m_deadlineRequests; }
+    /// True for the first record that found no room, once after each clear().
+    bool takeFullNotice();
+
+    /// Forgets what is in memory; files stay, and count on.
     void clear();
 
     /// The minutes of the day that were reported, besides those that the user brings along.
     DayTotals totals(const User &user, const QDate &day) const;
 
 private:
-    bool appendLine(const QString &file, const QJsonObject &record) const;
+    Outcome store(const QString &file, const QJsonObject &record, qint64 memory);
+    bool hasRoom(qint64 memory, qint64 disk) const;
     bool readReports(QString *error);
+    void keep(const ActivityReport &report);
 
     QString m_folder;
+    Limits m_limits;
+    qint64 m_memory = 0; // taken, in bytes
+    qint64 m_disk = 0;
+    bool m_fullWasNoticed = false;
+    QHash<QPair<QString, QDate>, DayTotals> m_totals; // of each user's days, summed up as reports come
     QVector<ActivityReport> m_reports;
     QVector<Screenshot> m_screenshots;
     QVector<DeadlineRequest> m_deadlineRequests;

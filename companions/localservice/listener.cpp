@@ -2,22 +2,24 @@
 
 #include "localservice/tlsserver.h"
 
-#include <atomic>
+#include <QFile>
+
 #include <chrono>
 #include <string>
 #include <utility>
 
+#include <netinet/in.h>
 #include <openssl/ssl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace localservice {
 
 namespace {
 
-// Each open connection holds a worker, idle ones too.
-constexpr size_t workers = 48;
-constexpr size_t largestBody = size_t{64} * 1024 * 1024;
+constexpr int largestBody = 64 * 1024 * 1024;
+constexpr qint64 largestBodies = 4 * qint64{largestBody};
 constexpr size_t requestsPerConnection = 100000;
 constexpr const char *host = "127.0.0.1";
 
@@ -36,11 +38,17 @@ void allowQuickRestart(socket_t socket)
 } // namespace
 
 Exchange::Exchange(const httplib::Request &request, httplib::Response &response,
-                   const httplib::ContentReader *reader)
+                   const httplib::ContentReader *reader, std::atomic<qint64> &bodies)
     : m_request(request)
     , m_response(response)
     , m_reader(reader)
+    , m_bodies(bodies)
 { }
+
+Exchange::~Exchange()
+{
+    m_bodies -= m_taken;
+}
 
 RecordedRequest Exchange::head() const
 {
@@ -64,8 +72,14 @@ RecordedRequest Exchange::head() const
 
 bool Exchange::readBody(QByteArray *body)
 {
-    return !m_reader || (*m_reader)([body](const char *bytes, size_t count) {
-        body->append(bytes, static_cast<int>(count));
+    // The library's own limit does not hold for a body that comes in chunks.
+    return !m_reader || (*m_reader)([this, body](const char *bytes, size_t count) {
+        const auto more = static_cast<qint64>(count);
+        m_taken += more;
+        if ((m_bodies += more) > largestBodies || body->size() + more > largestBody) {
+            return false;
+        }
+        body->append(bytes, static_cast<int>(more));
         return true;
     });
 }
@@ -79,6 +93,43 @@ bool Exchange::clientIsGone() const
 {
     pollfd entry{descriptor(), POLLRDHUP, 0};
     return ::poll(&entry, 1, 0) > 0;
+}
+
+bool Exchange::clientIsOfThisUser() const
+{
+    // The kernel lists the other end as a connection of its own, with its owner. Only while it is
+    // established: one that its process has closed already counts as the superuser's.
+    enum Column { Local = 1, Remote, State, Owner = 7 };
+    const QByteArray established = QByteArrayLiteral("01");
+    const auto named = [this](auto ask) {
+        sockaddr_in name{};
+        socklen_t length = sizeof name;
+        ask(descriptor(), reinterpret_cast<sockaddr *>(&name), &length);
+        // In the byte order of the network, as the kernel prints it.
+        return QStringLiteral("%1:%2")
+            .arg(name.sin_addr.s_addr, 8, 16, QLatin1Char('0'))
+            .arg(ntohs(name.sin_port), 4, 16, QLatin1Char('0'))
+            .toLatin1()
+            .toUpper();
+    };
+    const QByteArray client = named(::getpeername);
+    const QByteArray service = named(::getsockname);
+    // A client may use an IPv6 socket; its addresses then end like those of IPv4.
+    for (const QString &path : {QStringLiteral("/proc/net/tcp"), QStringLiteral("/proc/net/tcp6")}) {
+        QFile table(path);
+        if (!table.open(QIODevice::ReadOnly)) {
+            continue;
+        }
+        const QList<QByteArray> lines = table.readAll().split('\n');
+        for (const QByteArray &line : lines) {
+            const QList<QByteArray> columns = line.simplified().split(' ');
+            if (columns.size() > Owner && columns.at(Local).endsWith(client)
+                && columns.at(Remote).endsWith(service) && columns.at(State) == established) {
+                return columns.at(Owner).toUInt() == ::getuid();
+            }
+        }
+    }
+    return false;
 }
 
 void Exchange::answer(const Reply &reply)
@@ -111,25 +162,31 @@ void Exchange::drop()
 Listener::Listener(const Certificate &certificate, const Handler &handler)
     : m_server(std::make_unique<TlsServer>(certificate.x509.get(), certificate.key.get()))
 {
-    m_server->new_task_queue = [] { return new httplib::ThreadPool(workers); };
     m_server->set_socket_options(allowQuickRestart);
     m_server->set_tcp_nodelay(true);
     m_server->set_keep_alive_max_count(requestsPerConnection);
-    m_server->set_payload_max_length(largestBody);
+    m_server->set_payload_max_length(static_cast<size_t>(largestBody));
+    m_server->set_default_headers(
+        {{"Content-Security-Policy",
+          "default-src 'none'; style-src 'unsafe-inline'; script-src 'self'; img-src 'self'; "
+          "connect-src 'self'; form-action 'self'; base-uri 'none'; frame-ancestors 'none'"},
+         {"Cross-Origin-Resource-Policy", "same-origin"},
+         {"Referrer-Policy", "same-origin"},
+         {"X-Content-Type-Options", "nosniff"}});
     m_server->set_pre_routing_handler(
-        [handler](const httplib::Request &request, httplib::Response &response) {
-            if (request.method != "GET" && request.method != "HEAD") {
+        [this, handler](const httplib::Request &request, httplib::Response &response) {
+            if (request.method == "POST") {
                 return httplib::Server::HandlerResponse::Unhandled;
             }
-            Exchange exchange(request, response, nullptr);
+            Exchange exchange(request, response, nullptr, m_bodies);
             handler(exchange);
             return httplib::Server::HandlerResponse::Handled;
         });
     // The library reads at most 8 KB of a form unless it is asked for the content piece by piece.
     m_server->Post("/",
-                   [handler](const httplib::Request &request, httplib::Response &response,
-                             const httplib::ContentReader &reader) {
-                       Exchange exchange(request, response, &reader);
+                   [this, handler](const httplib::Request &request, httplib::Response &response,
+                                   const httplib::ContentReader &reader) {
+                       Exchange exchange(request, response, &reader, m_bodies);
                        handler(exchange);
                    });
 }

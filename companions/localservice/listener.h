@@ -3,6 +3,7 @@
 #include "localservice/certificate.h"
 #include "localservice/request.h"
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -21,14 +22,18 @@ class Exchange final
 {
 public:
     Exchange(const httplib::Request &request, httplib::Response &response,
-             const httplib::ContentReader *reader);
+             const httplib::ContentReader *reader, std::atomic<qint64> &bodies);
+    ~Exchange();
     Q_DISABLE_COPY_MOVE(Exchange)
 
     /// Everything that is known before the body is read.
     RecordedRequest head() const;
-    /// False when the body is too large or the connection broke; only drop() helps then.
+    /// False when the body is too large, alone or with those of other connections, or the
+    /// connection broke; only drop() helps then.
     bool readBody(QByteArray *body);
     bool clientIsGone() const;
+    /// The other end belongs to a process of the user who runs the service.
+    bool clientIsOfThisUser() const;
 
     void answer(const Reply &reply);
     /// Announces the whole body, sends its first bytes and closes the connection.
@@ -42,6 +47,8 @@ private:
     const httplib::Request &m_request;
     httplib::Response &m_response;
     const httplib::ContentReader *m_reader;
+    std::atomic<qint64> &m_bodies; // bytes that all connections together hold
+    qint64 m_taken = 0; // of these
 };
 
 class TlsServer;
@@ -62,6 +69,7 @@ public:
     void stop();
 
 private:
+    std::atomic<qint64> m_bodies{0};
     std::unique_ptr<TlsServer> m_server;
     std::thread m_thread;
 };

@@ -4,6 +4,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDateTime>
+#include <QRegularExpression>
 
 #include <csignal>
 #include <cstdio>
@@ -18,7 +19,10 @@ constexpr int largestPort = 65535;
 // UTF-8 whatever the locale says: addresses and titles are Russian.
 void print(std::FILE *stream, const QString &line)
 {
-    const QByteArray bytes = QString(line).replace(QLatin1Char('\n'), QLatin1Char(' ')).toUtf8() + '\n';
+    // Texts that were sent must not make lines of their own nor speak to the terminal.
+    constexpr int longest = 1000;
+    static const QRegularExpression unprintable(QStringLiteral("[\\p{C}\\p{Zl}\\p{Zp}]"));
+    const QByteArray bytes = line.left(longest).replace(unprintable, QStringLiteral(" ")).toUtf8() + '\n';
     std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
 }
 

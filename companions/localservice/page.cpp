@@ -1,5 +1,6 @@
 #include "localservice/page.h"
 
+#include "localservice/access.h"
 #include "localservice/pageactions.h"
 #include "localservice/replies.h"
 
@@ -25,9 +26,36 @@ QString controlPath()
     return QStringLiteral("/control/");
 }
 
-QString cell(const QString &text)
+QString receivedPath()
 {
-    return QStringLiteral("<td>") % text.toHtmlEscaped() % QStringLiteral("</td>");
+    return QStringLiteral("/received");
+}
+
+QString scriptPath()
+{
+    return QStringLiteral("/page.js");
+}
+
+QString tokenField()
+{
+    return QStringLiteral("token");
+}
+
+QByteArray htmlType()
+{
+    return QByteArrayLiteral("text/html; charset=utf-8");
+}
+
+QString shortened(const QString &text, int length)
+{
+    return text.size() <= length ? text : QString(text.left(length - 1) % QStringLiteral("…"));
+}
+
+QString cell(const QString &text, const QString &kind = {})
+{
+    constexpr int longest = 200;
+    return QStringLiteral("<td class=\"") % kind % QStringLiteral("\">")
+        % shortened(text, longest).toHtmlEscaped() % QStringLiteral("</td>");
 }
 
 QString shown(const QDateTime &when)
@@ -37,7 +65,7 @@ QString shown(const QDateTime &when)
 
 QString timeCell(const QDateTime &when)
 {
-    return QStringLiteral("<td class=\"fixed\">") % shown(when) % QStringLiteral("</td>");
+    return QStringLiteral("<td class=\"time\">") % shown(when) % QStringLiteral("</td>");
 }
 
 QString hidden(const QString &name, const QString &value)
@@ -50,7 +78,7 @@ QString input(const QString &type, const QString &name, const QString &hint, con
 {
     return QStringLiteral("<input type=\"") % type % QStringLiteral("\" name=\"") % name
         % QStringLiteral("\" aria-label=\"") % hint % QStringLiteral("\" placeholder=\"") % hint
-        % QStringLiteral("\" value=\"") % value.toHtmlEscaped() % QStringLiteral("\">");
+        % QStringLiteral("\" maxlength=\"200\" value=\"") % value.toHtmlEscaped() % QStringLiteral("\">");
 }
 
 QString checkBox(const QString &name, const QString &label)
@@ -59,11 +87,24 @@ QString checkBox(const QString &name, const QString &label)
         % QStringLiteral("</label>");
 }
 
-QString form(const QString &action, const QString &fields, const QString &button)
+/// Writes forms that carry the token.
+class Forms final
 {
-    return QStringLiteral("<form method=\"post\" action=\"") % controlPath() % action % QStringLiteral("\">")
-        % fields % QStringLiteral("<button>") % button % QStringLiteral("</button></form>");
-}
+public:
+    explicit Forms(const QByteArray &token)
+        : m_token(hidden(tokenField(), QString::fromLatin1(token)))
+    { }
+
+    QString operator()(const QString &action, const QString &fields, const QString &button) const
+    {
+        return QStringLiteral("<form method=\"post\" action=\"") % controlPath() % action
+            % QStringLiteral("\">") % m_token % fields % QStringLiteral("<button>") % button
+            % QStringLiteral("</button></form>");
+    }
+
+private:
+    QString m_token;
+};
 
 QString table(const QStringList &heads, const QString &rows)
 {
@@ -98,23 +139,39 @@ QString latestRows(const List &list, Row row)
 
 QString titleOf(const World &world, const QString &taskId)
 {
+    constexpr int longest = 60;
     const Task *task = world.task(taskId);
-    return task ? QString(taskId % QStringLiteral(" · ") % task->title) : taskId;
+    return shortened(task ? QString(taskId % QStringLiteral(" · ") % task->title) : taskId, longest);
 }
 
-QString receivedSection(const ControlState &state)
+QString userRows(const ControlState &state)
+{
+    const QDate today = QDate::currentDate();
+    QString rows;
+    for (const User &user : state.world.users) {
+        const DayTotals totals = state.journal.totals(user, today);
+        rows += QStringLiteral("<tr>") % cell(user.login) % cell(QString::number(totals.total))
+            % cell(QString::number(totals.active)) % QStringLiteral("</tr>");
+    }
+    return rows;
+}
+
+// Fetched again and again by the script, hence without forms: nobody types in it.
+QString receivedContent(const ControlState &state)
 {
     const Journal &journal = state.journal;
     const World &world = state.world;
     const QString reports = latestRows(journal.reports(), [&world](const ActivityReport &report) {
-        return QString(timeCell(report.moment()) % timeCell(report.arrived) % cell(report.email)
-                       % cell(report.teamId) % cell(titleOf(world, report.taskId))
+        return QString(timeCell(report.moment()) % timeCell(report.arrived)
+                       % cell(report.email, QStringLiteral("who")) % cell(report.teamId)
+                       % cell(titleOf(world, report.taskId), QStringLiteral("wide"))
                        % cell(QString::number(report.active)) % cell(report.version));
     });
     const QString requests = latestRows(journal.deadlineRequests(), [&world](const DeadlineRequest &request) {
-        return QString(timeCell(request.arrived) % cell(request.login) % cell(titleOf(world, request.taskId))
-                       % cell(QString(request.date % QLatin1Char(' ') % request.time))
-                       % cell(request.message));
+        return QString(timeCell(request.arrived) % cell(request.login, QStringLiteral("who"))
+                       % cell(titleOf(world, request.taskId), QStringLiteral("task"))
+                       % cell(QString(request.date % QLatin1Char(' ') % request.time), QStringLiteral("time"))
+                       % cell(request.message, QStringLiteral("wide")));
     });
     QString pictures;
     const int count = journal.screenshots().size();
@@ -126,7 +183,9 @@ QString receivedSection(const ControlState &state)
             % QStringLiteral("\"></a><figcaption>") % shown(shot.moment()) % QStringLiteral(" · ")
             % shot.email.toHtmlEscaped() % QStringLiteral("</figcaption></figure>");
     }
-    return QStringLiteral("<section><h2>Получено</h2>")
+    return QStringLiteral("<h2>Получено</h2><h3>Сегодня</h3>")
+        % table({QStringLiteral("Кто"), QStringLiteral("Всего, мин"), QStringLiteral("Активно, мин")},
+                userRows(state))
         % heading(QStringLiteral("Отчёты"), journal.reports().size())
         % table({QStringLiteral("Минута"), QStringLiteral("Принято"), QStringLiteral("Кто"),
                  QStringLiteral("Команда"), QStringLiteral("Задача"), QStringLiteral("Активность"),
@@ -137,28 +196,10 @@ QString receivedSection(const ControlState &state)
         % heading(QStringLiteral("Запросы на перенос дедлайна"), journal.deadlineRequests().size())
         % table({QStringLiteral("Принято"), QStringLiteral("Кто"), QStringLiteral("Задача"),
                  QStringLiteral("Новый срок"), QStringLiteral("Причина")},
-                requests)
-        % QStringLiteral("</section>");
+                requests);
 }
 
-QString usersSection(const ControlState &state)
-{
-    const QDate today = QDate::currentDate();
-    QString rows;
-    for (const User &user : state.world.users) {
-        const DayTotals totals = state.journal.totals(user, today);
-        rows += QStringLiteral("<tr>") % cell(user.login) % cell(user.password)
-            % cell(QString::number(totals.total)) % cell(QString::number(totals.active))
-            % QStringLiteral("</tr>");
-    }
-    return QStringLiteral("<section><h2>Пользователи</h2>")
-        % table({QStringLiteral("Логин"), QStringLiteral("Пароль"), QStringLiteral("Сегодня, мин"),
-                 QStringLiteral("Активно, мин")},
-                rows)
-        % QStringLiteral("</section>");
-}
-
-QString taskRow(const Task &task)
+QString taskRow(const Task &task, const Forms &form)
 {
     const bool blocks = !task.block.isEmpty() && task.block != QLatin1String("0");
     const QString id = hidden(QStringLiteral("task"), task.id);
@@ -168,13 +209,13 @@ QString taskRow(const Task &task)
         % task.title.toHtmlEscaped()
         % (blocks ? QStringLiteral(" <b class=\"mark block\">блокирует</b>") : QString())
         % (task.importance > 0 ? QStringLiteral(" <b class=\"mark\">важная</b>") : QString())
-        % QStringLiteral("</td><td class=\"fixed\">")
+        % QStringLiteral("</td><td class=\"action\">")
         % form(QStringLiteral("set-deadline"),
                id
                    % input(QStringLiteral("datetime-local"), QStringLiteral("deadline"),
                            QStringLiteral("Дедлайн"), deadline),
                QStringLiteral("Перенести"))
-        % QStringLiteral("</td>") % timeCell(task.lastComment) % QStringLiteral("<td class=\"fixed\">")
+        % QStringLiteral("</td>") % timeCell(task.lastComment) % QStringLiteral("<td class=\"action\">")
         % form(QStringLiteral("add-comment"), id, QStringLiteral("Комментарий"))
         % form(QStringLiteral("set-block"),
                id % hidden(QStringLiteral("block"), blocks ? QStringLiteral("0") : QStringLiteral("1")),
@@ -182,13 +223,13 @@ QString taskRow(const Task &task)
         % form(QStringLiteral("remove-task"), id, QStringLiteral("Удалить")) % QStringLiteral("</td></tr>");
 }
 
-QString teamsSection(const World &world)
+QString teamsSection(const World &world, const Forms &form)
 {
     QString teams;
     for (const Team &team : world.teams) {
         QString rows;
         for (const Task &task : team.tasks) {
-            rows += taskRow(task);
+            rows += taskRow(task, form);
         }
         const QString id = hidden(QStringLiteral("team"), team.id);
         teams += QStringLiteral("<h3>") % team.name.toHtmlEscaped() % QStringLiteral(" <small>№ ")
@@ -219,7 +260,7 @@ QString teamsSection(const World &world)
         % QStringLiteral("</div></section>");
 }
 
-QString versionSection(const World &world)
+QString versionSection(const World &world, const Forms &form)
 {
     const auto versionAt = [&world](int index) {
         return world.versions.at(index).toObject().value(QStringLiteral("version")).toVariant().toString();
@@ -236,7 +277,7 @@ QString versionSection(const World &world)
         % QStringLiteral("</section>");
 }
 
-QString outageSection(Outage outage)
+QString outageSection(Outage outage, const Forms &form)
 {
     struct Mode
     {
@@ -260,14 +301,17 @@ QString outageSection(Outage outage)
 Reply controlPage(const ControlState &state)
 {
     const QString title = QStringLiteral("Сервис задач");
+    const Forms form(state.token);
     const QString content =
         QStringLiteral("<header><h1>") % title
         % QStringLiteral(
             "</h1><a href=\"/\">Обновить</a></header><p>Изменения действуют до перезапуска; исходные данные "
             "лежат в файле seed.json.</p>")
-        % outageSection(state.outage) % receivedSection(state) % teamsSection(state.world)
-        % versionSection(state.world) % usersSection(state);
-    return {200, htmlDocument(title, content), QByteArrayLiteral("text/html; charset=utf-8")};
+        % outageSection(state.outage, form) % QStringLiteral("<section id=\"received\">")
+        % receivedContent(state) % QStringLiteral("</section>") % teamsSection(state.world, form)
+        % versionSection(state.world, form) % QStringLiteral("<script src=\"") % scriptPath()
+        % QStringLiteral("\"></script>");
+    return {200, htmlDocument(title, content), htmlType()};
 }
 
 Reply pictureReply(const QString &number, const Journal &journal)
@@ -291,7 +335,11 @@ Reply pictureReply(const QString &number, const Journal &journal)
 Reply changeReply(const RecordedRequest &request, const ControlState &state)
 {
     constexpr int badRequest = 400;
+    constexpr int forbidden = 403;
     constexpr int seeOther = 303;
+    if (!isToken(valueOf(request.formPairs, tokenField()).toUtf8(), state.token)) {
+        return messagePage(forbidden, QStringLiteral("Страница устарела, откройте её заново"));
+    }
     const QString problem = applyControl(request.path.mid(controlPath().size()), request.formPairs, state);
     if (!problem.isEmpty()) {
         return messagePage(badRequest, problem);
@@ -305,14 +353,17 @@ Reply changeReply(const RecordedRequest &request, const ControlState &state)
 
 bool isControlPath(const QString &path)
 {
-    return path == QLatin1String("/") || path.startsWith(controlPath()) || path.startsWith(picturesPath());
+    return path == QLatin1String("/") || path == receivedPath() || path == scriptPath()
+        || path.startsWith(controlPath()) || path.startsWith(picturesPath());
 }
 
 Reply answerControl(const RecordedRequest &request, const ControlState &state)
 {
     constexpr int wrongMethod = 405;
     const bool changes = request.path.startsWith(controlPath());
-    if (changes != (request.method == "POST")) {
+    const bool isRightMethod =
+        changes ? request.method == "POST" : request.method == "GET" || request.method == "HEAD";
+    if (!isRightMethod) {
         return messagePage(wrongMethod, QStringLiteral("Так к этой странице не обращаются"));
     }
     if (changes) {
@@ -320,6 +371,13 @@ Reply answerControl(const RecordedRequest &request, const ControlState &state)
     }
     if (request.path.startsWith(picturesPath())) {
         return pictureReply(request.path.mid(picturesPath().size()), state.journal);
+    }
+    if (request.path == receivedPath()) {
+        return {200, receivedContent(state).toUtf8(), htmlType()};
+    }
+    if (request.path == scriptPath()) {
+        return {200, resource(QStringLiteral("page.js")),
+                QByteArrayLiteral("text/javascript; charset=utf-8")};
     }
     return controlPage(state);
 }

@@ -13,6 +13,7 @@ struct ControlState
     World &world;
     Outage &outage;
     const Journal &journal;
+    const QByteArray &token; ///< what a form has to send back
 };
 
 /// The paths that belong to the person at the control page, not to the client.

@@ -36,23 +36,37 @@ bool readDeadline(const Pairs &form, QDateTime *deadline)
     return given.isEmpty() || deadline->isValid();
 }
 
+// Ids that leave no room above them do not count.
 template <typename List>
-qint64 largestId(const List &list)
+int largestId(const List &list)
 {
-    qint64 largest = 0;
+    constexpr int highest = 999999999;
+    int largest = 0;
     for (const auto &item : list) {
-        largest = std::max(largest, item.id.toLongLong());
+        const int id = item.id.toInt();
+        largest = id < highest ? std::max(largest, id) : largest;
     }
     return largest;
 }
 
 QString freeTaskId(const World &world)
 {
-    qint64 largest = 0;
+    int largest = 0;
     for (const Team &team : world.teams) {
         largest = std::max(largest, largestId(team.tasks));
     }
     return QString::number(largest + 1);
+}
+
+// For forms; seeds and programs may have more.
+bool isFull(const World &world)
+{
+    constexpr int most = 10000;
+    int count = world.teams.size();
+    for (const Team &team : world.teams) {
+        count += team.tasks.size();
+    }
+    return count >= most;
 }
 
 QString addTask(const Pairs &form, const ControlState &state)
@@ -68,6 +82,9 @@ QString addTask(const Pairs &form, const ControlState &state)
     }
     if (!readDeadline(form, &task.deadline)) {
         return QStringLiteral("Неверная дата дедлайна");
+    }
+    if (isFull(state.world)) {
+        return QStringLiteral("Слишком много команд и задач");
     }
     return doneOr(state.world.addTask(valueOf(form, QStringLiteral("team")), task),
                   QStringLiteral("Такой команды уже нет"));
@@ -108,6 +125,9 @@ QString addTeam(const Pairs &form, const ControlState &state)
     }
     if (team.name.isEmpty()) {
         return QStringLiteral("Укажите название команды");
+    }
+    if (isFull(state.world)) {
+        return QStringLiteral("Слишком много команд и задач");
     }
     if (!state.world.addTeam(team)) {
         return QStringLiteral("Команда с таким номером уже есть");

@@ -54,13 +54,13 @@ QJsonObject textJson(const TextAssignment &text)
             {QStringLiteral("keywords"), keywords}};
 }
 
-QString styleSheet()
-{
-    QFile file(QStringLiteral(":/localservice/page.css"));
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-}
-
 } // namespace
+
+QByteArray resource(const QString &name)
+{
+    QFile file(QStringLiteral(":/localservice/") % name);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
 
 QJsonArray teamsJson(const World &world, const User &user)
 {
@@ -119,7 +119,8 @@ QByteArray htmlDocument(const QString &title, const QString &content)
 {
     const QString page = QStringLiteral("<!DOCTYPE html>\n<html lang=\"ru\"><head><meta charset=\"utf-8\">"
                                         "<meta name=\"viewport\" content=\"width=device-width\"><title>")
-        % title.toHtmlEscaped() % QStringLiteral("</title><style>") % styleSheet()
+        % title.toHtmlEscaped() % QStringLiteral("</title><style>")
+        % QString::fromUtf8(resource(QStringLiteral("page.css")))
         % QStringLiteral("</style></head><body><main>") % content % QStringLiteral("</main></body></html>\n");
     return page.toUtf8();
 }

@@ -16,6 +16,9 @@ Reply taskPage(const Task *task);
 Reply downloadPage(const QJsonArray &versions);
 Reply messagePage(int status, const QString &message);
 
+/// A file that is built in.
+QByteArray resource(const QString &name);
+
 /// A whole HTML document; `content` is markup, `title` is text.
 QByteArray htmlDocument(const QString &title, const QString &content);
 

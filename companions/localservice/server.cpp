@@ -1,8 +1,10 @@
 #include "localservice/server.h"
 
+#include "localservice/access.h"
 #include "localservice/api.h"
 #include "localservice/listener.h"
 #include "localservice/page.h"
+#include "localservice/replies.h"
 #include "localservice/seed.h"
 
 #include <algorithm>
@@ -30,6 +32,7 @@ Server::Server()
 
 Server::Server(Options options)
     : m_options(std::move(options))
+    , m_token(makeToken())
     , m_certificate(std::make_unique<Certificate>(makeCertificate()))
     , m_port(m_options.port)
 {
@@ -57,7 +60,7 @@ bool Server::prepare(QString *error)
         }
         m_world = *world;
     }
-    m_prepared = m_journal.open(m_options.dataFolder, error);
+    m_prepared = m_journal.open(m_options.dataFolder, m_options.limits, error);
     return m_prepared;
 }
 
@@ -121,24 +124,48 @@ QByteArray Server::certificatePem() const
 void Server::handle(Exchange &exchange)
 {
     RecordedRequest request = exchange.head();
-    if (isControlPath(request.path)) {
+    const bool isForPage = isControlPath(request.path);
+    const QString problem = whyForeign(request, port(), isForPage);
+    if (!problem.isEmpty()) {
+        refuse(exchange, problem);
+    } else if (isForPage && !exchange.clientIsOfThisUser()) {
+        refuse(exchange, QStringLiteral("Страница открывается только у того, кто запустил сервис"));
+    } else if (isForPage) {
         handlePage(exchange, std::move(request));
     } else {
         handleClient(exchange, std::move(request));
     }
 }
 
+void Server::refuse(Exchange &exchange, const QString &problem)
+{
+    constexpr int forbidden = 403;
+    QByteArray ignored; // what is left unread would be taken for the next request
+    if (!exchange.readBody(&ignored)) {
+        exchange.drop();
+        return;
+    }
+    log(QStringLiteral("отклонено: ") % problem);
+    exchange.answer(messagePage(forbidden, problem));
+}
+
 void Server::handlePage(Exchange &exchange, RecordedRequest request)
 {
+    constexpr int largestForm = 16 * 1024;
+    constexpr int tooLarge = 413;
     if (!exchange.readBody(&request.body)) {
         exchange.drop();
+        return;
+    }
+    if (request.body.size() > largestForm) {
+        exchange.answer(messagePage(tooLarge, QStringLiteral("Слишком длинный текст")));
         return;
     }
     request.formPairs = decodePairs(request.body);
     Reply reply;
     {
         const std::lock_guard lock(m_mutex);
-        ControlState state{m_world, m_outage, m_journal};
+        ControlState state{m_world, m_outage, m_journal, m_token};
         reply = answerControl(request, state);
     }
     log(reply.note);
@@ -152,10 +179,16 @@ void Server::handleClient(Exchange &exchange, RecordedRequest request)
     const std::optional<Fault> &fault = plan.fault;
     const bool refused = fault && fault->kind == Kind::Refuse;
     const bool complete = !refused && exchange.readBody(&request.body);
-    if (request.contentType.startsWith("application/x-www-form-urlencoded")) {
+    if (complete && request.contentType.startsWith("application/x-www-form-urlencoded")) {
         request.formPairs = decodePairs(request.body);
     }
-    const qint64 serial = record(request);
+    const std::optional<qint64> serial = record(request);
+    if (!serial) {
+        constexpr int insufficientStorage = 507;
+        exchange.answer(
+            messagePage(insufficientStorage, QStringLiteral("Слишком много записанных запросов")));
+        return;
+    }
     if (!hold(exchange, plan) || !complete) {
         exchange.drop();
         return;
@@ -163,7 +196,7 @@ void Server::handleClient(Exchange &exchange, RecordedRequest request)
     Reply reply;
     const bool substituted = fault && fault->kind == Kind::Answer;
     if (!substituted || fault->process) {
-        reply = process(request, serial);
+        reply = process(request, *serial);
     }
     if (substituted) {
         reply = {fault->status, fault->body, fault->contentType};
@@ -219,10 +252,19 @@ bool Server::hold(const Exchange &exchange, const Plan &plan)
     return !m_stopping && !exchange.clientIsGone();
 }
 
-qint64 Server::record(const RecordedRequest &request)
+// Nothing when there is no room.
+std::optional<qint64> Server::record(const RecordedRequest &request)
 {
     const std::lock_guard lock(m_mutex);
     if (m_options.recordRequests) {
+        // Decoded texts have two bytes a character, and the target is there in parts as well.
+        constexpr qint64 overhead = 2000;
+        constexpr qint64 copies = 4;
+        const qint64 size = overhead + copies * (qint64{request.target.size()} + request.body.size());
+        if (m_recordedBytes + size > m_options.limits.memory) {
+            return std::nullopt;
+        }
+        m_recordedBytes += size;
         m_requests.push_back(request);
     }
     return m_forgotten + static_cast<qint64>(m_requests.size()) - 1;
@@ -269,6 +311,7 @@ void Server::clearRequests()
     const std::lock_guard lock(m_mutex);
     m_forgotten += static_cast<qint64>(m_requests.size());
     m_requests.clear();
+    m_recordedBytes = 0;
 }
 
 void Server::setFault(const QString &path, const Fault &fault, int times)

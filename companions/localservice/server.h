@@ -28,6 +28,8 @@ public:
         int port = 0; ///< 0: any free one, which start() then keeps
         QString dataFolder{}; ///< seed and what is received; empty: demonstration data, all in memory
         bool recordRequests = true; ///< off for a long run: requests() stays empty
+        /// When one is reached, uploads are refused; the one for memory holds once more for requests().
+        Limits limits{};
         std::function<void(const QString &)> log{}; ///< a line per event, from the service's threads
     };
 
@@ -50,6 +52,8 @@ public:
     QString baseUrl() const;
     /// For a client that checks certificates; the same after a restart.
     QByteArray certificatePem() const;
+    /// The field "token" that a post to "/control/..." has to bring along; the same after a restart.
+    QByteArray controlToken() const { return m_token; }
 
     /// In order of arrival, those that fell to a fault included; not those of the control page.
     QVector<RecordedRequest> requests() const;
@@ -81,15 +85,17 @@ private:
 
     bool prepare(QString *error);
     void handle(Exchange &exchange);
+    void refuse(Exchange &exchange, const QString &problem);
     void handleClient(Exchange &exchange, RecordedRequest request);
     void handlePage(Exchange &exchange, RecordedRequest request);
     Plan planFor(const QString &path);
     bool hold(const Exchange &exchange, const Plan &plan);
-    qint64 record(const RecordedRequest &request);
+    std::optional<qint64> record(const RecordedRequest &request);
     Reply process(const RecordedRequest &request, qint64 serial);
     void log(const QString &line) const;
 
     Options m_options;
+    const QByteArray m_token;
     std::unique_ptr<Certificate> m_certificate;
     std::unique_ptr<Listener> m_listener;
 
@@ -103,6 +109,7 @@ private:
     World m_world;
     Journal m_journal;
     std::deque<RecordedRequest> m_requests;
+    qint64 m_recordedBytes = 0;
     qint64 m_forgotten = 0; // how many requests were recorded and cleared
 };
 

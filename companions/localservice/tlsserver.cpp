@@ -1,9 +1,11 @@
 #include "localservice/tlsserver.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -19,7 +21,11 @@ namespace localservice {
 
 namespace {
 
+constexpr size_t workers = 48;
 constexpr std::chrono::milliseconds keepAlive = std::chrono::seconds(60);
+// What an idle connection and one within a request have when another waits for a worker.
+constexpr std::chrono::seconds idleGrant{1};
+constexpr std::chrono::seconds busyGrant{10};
 constexpr std::chrono::milliseconds patience = std::chrono::seconds(10);
 
 struct FreeSsl
@@ -51,6 +57,14 @@ public:
         return SSL_pending(m_ssl) > 0 || ready(m_socket, POLLIN, wait);
     }
 
+    // The library sets no limit to a line without an end, nor to the number of lines.
+    void beginHead()
+    {
+        m_inHead = true;
+        m_headLeft = size_t{256} * 1024;
+    }
+    void endHead() { m_inHead = false; }
+
     bool is_readable() const override { return waitReadable(patience); }
     bool is_writable() const override { return ready(m_socket, POLLOUT, patience); }
 
@@ -62,7 +76,11 @@ public:
         ::setsockopt(m_socket, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
         ERR_clear_error();
         size_t count = 0;
-        return SSL_read_ex(m_ssl, bytes, size, &count) == 1 ? static_cast<ssize_t>(count) : -1;
+        if (m_headLeft == 0 || SSL_read_ex(m_ssl, bytes, std::min(size, m_headLeft), &count) != 1) {
+            return -1;
+        }
+        m_headLeft -= m_inHead ? count : 0;
+        return static_cast<ssize_t>(count);
     }
 
     ssize_t write(const char *bytes, size_t size) override
@@ -101,23 +119,92 @@ private:
 
     SSL *m_ssl;
     socket_t m_socket;
+    bool m_inHead = false;
+    size_t m_headLeft = 0;
 };
 
 } // namespace
+
+class TlsServer::Workers final : public httplib::ThreadPool
+{
+public:
+    explicit Workers(TlsServer &server)
+        : httplib::ThreadPool(workers)
+        , m_server(server)
+    { }
+    Q_DISABLE_COPY_MOVE(Workers)
+
+    void enqueue(std::function<void()> work) override
+    {
+        ++m_server.m_waiting;
+        httplib::ThreadPool::enqueue(std::move(work));
+        m_server.makeRoom();
+    }
+    void on_idle() override { m_server.makeRoom(); }
+
+private:
+    TlsServer &m_server;
+};
+
+TlsServer::TlsServer(X509 *certificate, EVP_PKEY *key)
+    : httplib::SSLServer(certificate, key)
+{
+    constexpr time_t between = 1;
+    new_task_queue = [this] { return new Workers(*this); };
+    set_idle_interval(between);
+}
+
+void TlsServer::makeRoom()
+{
+    using Connection = decltype(m_open)::value_type;
+    if (m_waiting == 0) {
+        return;
+    }
+    const std::lock_guard lock(m_mutex);
+    if (m_open.size() < workers) {
+        return; // one of them is about to begin
+    }
+    const auto ending = std::count_if(m_open.begin(), m_open.end(), [](const Connection &each) {
+        return each.second == Clock::time_point::max();
+    });
+    for (auto room = ending; room < m_waiting; ++room) {
+        const auto next =
+            std::min_element(m_open.begin(), m_open.end(),
+                             [](const Connection &a, const Connection &b) { return a.second < b.second; });
+        if (next == m_open.end() || next->second > Clock::now()) {
+            return;
+        }
+        next->second = Clock::time_point::max();
+        ::shutdown(next->first, SHUT_RDWR);
+    }
+}
+
+// False when the connection is being closed. What it has received can still be read then, but
+// must not have its effect: there would be no reply, and the client would send it again.
+bool TlsServer::grant(socket_t socket, Clock::duration time)
+{
+    const std::lock_guard lock(m_mutex);
+    Clock::time_point &until = m_open[socket];
+    if (until == Clock::time_point::max()) {
+        return false;
+    }
+    until = Clock::now() + time;
+    return true;
+}
 
 void TlsServer::closeConnections()
 {
     const std::lock_guard lock(m_mutex);
     m_closing = true;
-    for (const socket_t each : m_open) {
-        ::shutdown(each, SHUT_RDWR);
+    for (const auto &each : m_open) {
+        ::shutdown(each.first, SHUT_RDWR);
     }
 }
 
 bool TlsServer::enter(socket_t socket)
 {
     const std::lock_guard lock(m_mutex);
-    return !m_closing && m_open.insert(socket).second;
+    return !m_closing && m_open.emplace(socket, Clock::now() + busyGrant).second;
 }
 
 void TlsServer::leave(socket_t socket)
@@ -128,6 +215,7 @@ void TlsServer::leave(socket_t socket)
 
 bool TlsServer::process_and_close_socket(socket_t socket)
 {
+    --m_waiting;
     ::fcntl(socket, F_SETFD, FD_CLOEXEC);
     if (enter(socket)) {
         serve(socket);
@@ -147,8 +235,10 @@ void TlsServer::serve(socket_t socket)
     }
     TlsStream stream(ssl.get(), socket);
     bool last = false;
-    while (!last && stream.waitReadable(keepAlive)) {
-        if (!process_request(stream, false, last, [&ssl](httplib::Request &request) {
+    while (!last && grant(socket, idleGrant) && stream.waitReadable(keepAlive) && grant(socket, busyGrant)) {
+        stream.beginHead();
+        if (!process_request(stream, false, last, [&ssl, &stream](httplib::Request &request) {
+                stream.endHead();
                 request.ssl = ssl.get();
                 // One route serves all; the handler reads the path from the target itself, and the
                 // library's regular expressions never meet a path of many kilobytes.

@@ -2,32 +2,41 @@
 
 #include <QtGlobal>
 
+#include <atomic>
+#include <chrono>
+#include <map>
 #include <mutex>
-#include <set>
 
 #include <httplib.h>
 
 namespace localservice {
 
 /// The library's TLS server, with the connections in sight: they can be closed all at once,
-/// also those that are idle, so that stopping does not wait for keep-alive times to pass.
+/// also those that are idle, so that stopping does not wait for keep-alive times to pass. Each
+/// holds a worker; when another waits for one, idle and slow connections make way.
 class TlsServer final : public httplib::SSLServer
 {
 public:
-    using httplib::SSLServer::SSLServer;
+    TlsServer(X509 *certificate, EVP_PKEY *key);
     Q_DISABLE_COPY_MOVE(TlsServer)
 
     /// Later connections are closed as they come.
     void closeConnections();
 
 private:
+    using Clock = std::chrono::steady_clock;
+    class Workers;
+
     bool process_and_close_socket(socket_t socket) override;
     void serve(socket_t socket);
     bool enter(socket_t socket);
     void leave(socket_t socket);
+    bool grant(socket_t socket, Clock::duration time);
+    void makeRoom();
 
+    std::atomic<int> m_waiting{0}; // connections that have no worker yet
     std::mutex m_mutex;
-    std::set<socket_t> m_open;
+    std::map<socket_t, Clock::time_point> m_open; // until when each is left alone; max(): it is being closed
     bool m_closing = false;
 };
 

@@ -84,9 +84,11 @@ public:
     }
 
     Answer get(const QString &path, const Fields &query = {}) { return finish(*startGet(path, query)); }
-    Answer post(const QString &path, const QByteArray &body)
+    Answer post(const QString &path, const QByteArray &body, const QMap<QByteArray, QByteArray> &headers = {})
     {
         QNetworkRequest posted = request(path, {});
+        for (auto header = headers.begin(); header != headers.end(); ++header)
+            posted.setRawHeader(header.key(), header.value());
         posted.setHeader(QNetworkRequest::ContentTypeHeader, s("application/x-www-form-urlencoded"));
         const std::unique_ptr<QNetworkReply> reply(m_manager.post(posted, body));
         return finish(*reply);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <signal.h>
+#include <unistd.h>
 
 using namespace localservice;
 
@@ -52,6 +53,7 @@ private slots:
         const QByteArray json = QJsonDocument(QJsonArray{report(3, 0, cyrillic)}).toJson();
         QTest::newRow("encoded twice over") << uploadBody(json) << cyrillic;
         QTest::newRow("old minute") << uploadBody(report(10, 4294967295)) << "1701";
+        QTest::newRow("older than 32 bits") << uploadBody(report(10, 4294967296)) << "";
         QTest::newRow("encoded once") << "data=" + QUrl::toPercentEncoding(QString::fromUtf8(json)) << "";
         QTest::newRow("not JSON") << uploadBody(QByteArray("[{\"email\":")) << "";
         QTest::newRow("eleven slices") << uploadBody(report(11)) << "";
@@ -120,10 +122,7 @@ private slots:
               QByteArray("GET /%00%ff%zz?%=&&=%& HTTP/1.1\r\nHost: x\r\n\r\n"),
               QByteArray("POST /api_active2 HTTP/1.1\r\nContent-Length: 99999999999\r\n\r\ndata"),
               QByteArray("POST /api_active2 HTTP/1.1\r\nContent-Length: -5\r\n\r\ndata")}) {
-            auto socket = std::make_unique<QSslSocket>();
-            socket->setPeerVerifyMode(QSslSocket::VerifyNone);
-            socket->connectToHostEncrypted(s("127.0.0.1"), port);
-            QVERIFY(socket->waitForEncrypted());
+            auto socket = connected();
             socket->write(opening);
             socket->flush();
             sockets.push_back(std::move(socket));
@@ -155,11 +154,13 @@ private slots:
             {"remove-task", "task=1704", false},
             {"add-team", "name=Новая", true},
             {"add-team", "name=Новая&id=2192", false},
+            {"add-team", "name=Далеко&id=9223372036854775807", true},
+            {"add-team", "name=Следом", true},
             {"remove-team", "team=41", true},
             {"set-versions", "version=1.2.0&version2=1.2.0", true},
             {"format-disk", "", false}};
         for (const auto &[action, form, isDone] : rows)
-            QCOMPARE(m_calls->post(s("/control/") + s(action), QByteArray(form)).status, isDone ? 303 : 400);
+            QCOMPARE(m_calls->post(s("/control/") + s(action), form + andToken()).status, isDone ? 303 : 400);
         World world = m_server->world();
         const Task added = world.team(s("17"))->tasks.last();
         QCOMPARE(added.title, s("Новая & срочная"));
@@ -169,14 +170,138 @@ private slots:
         QVERIFY(changed.lastComment.secsTo(QDateTime::currentDateTime()) < 60);
         QVERIFY(!world.task(s("1704")) && !world.team(s("41")));
         QVERIFY(world.users.last().sees(world.teams.last().id));
+        QCOMPARE(world.teams.last().id, s("2194"));
         QCOMPARE(world.versions.size(), 2);
         QVERIFY(m_server->requests().isEmpty());
+    }
+
+    void foreignPosts_data()
+    {
+        addColumns<QString, QByteArray, QString, bool>("path", "header", "value", "isDone");
+        const QString control = s("/control/remove-task");
+        // PORT is the service's own.
+        QTest::newRow("by hand") << control << QByteArray() << "" << true;
+        QTest::newRow("own page") << control << QByteArray("Origin") << "https://127.0.0.1:PORT" << true;
+        QTest::newRow("own page, no origin")
+            << control << QByteArray("Referer") << "https://127.0.0.1:PORT/" << true;
+        QTest::newRow("by name") << control << QByteArray("Host") << "localhost:PORT" << true;
+        QTest::newRow("no token") << control << QByteArray("X-Token") << "" << false;
+        QTest::newRow("wrong token") << control << QByteArray("X-Token") << QString(64, QLatin1Char('0'))
+                                     << false;
+        QTest::newRow("foreign page") << control << QByteArray("Origin") << "https://site.example" << false;
+        QTest::newRow("no origin to speak of") << control << QByteArray("Origin") << "null" << false;
+        QTest::newRow("another service here")
+            << control << QByteArray("Origin") << "https://127.0.0.1:1" << false;
+        QTest::newRow("foreign page, no origin")
+            << control << QByteArray("Referer") << "https://site.example/https://127.0.0.1:PORT/" << false;
+        QTest::newRow("foreign name") << control << QByteArray("Host") << "site.example:PORT" << false;
+        QTest::newRow("report") << kReports << QByteArray("Host") << "any:1" << true;
+        QTest::newRow("report of a page")
+            << kReports << QByteArray("Origin") << "https://site.example" << false;
+    }
+
+    void foreignPosts()
+    {
+        QFETCH(QString, path);
+        QFETCH(QByteArray, header);
+        QFETCH(QString, value);
+        QFETCH(bool, isDone);
+        value.replace(s("PORT"), QString::number(m_server->port()));
+        const bool hasOwnToken = header == "X-Token";
+        QByteArray body = path == kReports ? uploadBody(report(1)) : QByteArray("task=1704");
+        body += hasOwnToken ? "&token=" + value.toUtf8() : andToken();
+        const int status = m_calls->post(path, body, {{header, value.toUtf8()}}).status;
+        QCOMPARE(status, !isDone ? 403 : path == kReports ? 200 : 303);
+        const bool isChanged = !m_server->reports().isEmpty() || !m_server->world().task(s("1704"));
+        QCOMPARE(isChanged, isDone);
+        QCOMPARE(m_calls->get(s("/")).status, 200);
+    }
+
+    void pageIsForOneUser()
+    {
+        if (::getuid() != 0)
+            QSKIP("needs another user");
+        QProcess other;
+        other.start(s("setpriv"),
+                    {s("--reuid=65534"), s("--clear-groups"), s("curl"), s("-sk"), s("--noproxy"), s("*"),
+                     s("-w%{http_code} "), m_server->baseUrl() + s("/"),
+                     m_server->baseUrl() + s("/screenshots/0"), m_server->baseUrl() + s("/task")});
+        QVERIFY(other.waitForFinished());
+        const QByteArray output = other.readAllStandardOutput();
+        QVERIFY2(output.count("403 ") == 2 && output.contains("404 "), output.constData());
+    }
+
+    void limits_data()
+    {
+        addColumns<bool, bool, bool>("onDisk", "pictures", "recorded");
+        QTest::newRow("minutes in memory") << false << false << false;
+        QTest::newRow("pictures in memory") << false << true << false;
+        QTest::newRow("minutes on disk") << true << false << false;
+        QTest::newRow("pictures on disk") << true << true << false;
+        QTest::newRow("requests") << true << false << true;
+    }
+
+    void limits()
+    {
+        QFETCH(bool, onDisk);
+        QFETCH(bool, pictures);
+        QFETCH(bool, recorded);
+        constexpr int limit = 20000;
+        const QTemporaryDir folder;
+        QStringList lines;
+        Server::Options options;
+        options.recordRequests = recorded;
+        if (onDisk)
+            options.dataFolder = folder.path();
+        (onDisk && !recorded ? options.limits.disk : options.limits.memory) = limit;
+        options.log = [&lines](const QString &line) { lines.append(line); };
+        Server server(options);
+        QVERIFY(server.start());
+        ServiceCalls calls(server.baseUrl());
+        const QByteArray jpeg = "\xFF\xD8\xFF" + QByteArray(1000, 'x');
+        const QByteArray minute = uploadBody(report(7, 0, QString(500, QLatin1Char('x'))));
+        const QByteArray shot = uploadBody(with(report(7), "file", QString::fromLatin1(jpeg.toBase64())));
+        const auto send = [&](ServiceCalls &to) {
+            return pictures ? to.post(s("/api_screenshot"), shot) : to.post(kReports, minute);
+        };
+        Answer answer;
+        int kept = -1;
+        do {
+            answer = send(calls);
+            ++kept;
+        } while (kept < 100 && (answer.body == kAccepted || answer.body == "ok"));
+        QVERIFY(kept > 2 && kept < 100);
+        QVERIFY(recorded ? answer.status == 507 : answer.body.startsWith(kRefused));
+        QCOMPARE(send(calls).body, answer.body);
+        QCOMPARE(server.reports().size() + server.screenshots().size(), kept);
+        QCOMPARE(lines.filter(s("исчерпано")).size(), recorded ? 0 : 1);
+        server.stop();
+        if (recorded || !onDisk)
+            return;
+        qint64 size = 0;
+        for (QDirIterator files(folder.path(), QDir::Files, QDirIterator::Subdirectories); files.hasNext();)
+            size += QFileInfo(files.next()).size();
+        QVERIFY(size <= limit);
+        Server again(options);
+        QVERIFY(again.start());
+        ServiceCalls later(again.baseUrl());
+        QVERIFY(send(later).body.startsWith(kRefused));
+    }
+
+    void idleConnectionsMakeWay()
+    {
+        std::vector<std::unique_ptr<QSslSocket>> sockets;
+        for (int i = 0; i < 48; ++i)
+            sockets.push_back(connected());
+        QCOMPARE(m_calls->get(s("/api_teams"), asAnna()).status, 200);
+        const auto isOpen = [](const auto &socket) { return socket->state() == QSslSocket::ConnectedState; };
+        QTRY_COMPARE(std::count_if(sockets.begin(), sockets.end(), isOpen), 47);
     }
 
     void outageSparesThePage()
     {
         for (const char *mode : {"unavailable", "dropped", "none"}) {
-            m_calls->post(s("/control/set-outage"), Fields{{s("mode"), s(mode)}});
+            m_calls->post(s("/control/set-outage"), QByteArray("mode=") + mode + andToken());
             const Answer answer = m_calls->get(s("/api_teams"), asAnna());
             QCOMPARE(answer.status, mode[0] == 'u' ? 503 : mode[0] == 'd' ? 0 : 200);
             QCOMPARE(m_calls->get(s("/")).status, 200);
@@ -192,24 +317,25 @@ private slots:
             task.id = task.title = task.details.text = evil;
             world.addTask(evil, task);
             world.setVersions({evil, evil});
-            world.users.append({evil, evil});
+            world.users.append({evil, s("the-password")});
         });
         QJsonObject minute = report(1, 0, evil);
         for (const char *key : {"email", "team_id", "version"})
             minute = with(minute, key, evil);
         m_calls->post(kReports, uploadBody(minute));
         m_calls->post(s("/api_screenshot"), uploadBody(minute));
-        m_calls->post(
-            s("/api_task_deadline_request"),
-            as(evil, evil, {{s("task_id"), evil}, {s("dl_date"), s("2030-01-02")}, {s("message"), evil}}));
-        const QByteArray pages[]{m_calls->get(s("/")).body, m_calls->get(s("/task"), {{s("id"), evil}}).body,
+        m_calls->post(s("/api_task_deadline_request"),
+                      as(evil, s("the-password"),
+                         {{s("task_id"), evil}, {s("dl_date"), s("2030-01-02")}, {s("message"), evil}}));
+        const QByteArray pages[]{m_calls->get(s("/")).body, m_calls->get(s("/received")).body,
+                                 m_calls->get(s("/task"), {{s("id"), evil}}).body,
                                  m_calls->get(s("/monitor/")).body};
         for (const QByteArray &page : pages) {
             QVERIFY(page.contains("&lt;script&gt;&quot;x&quot;&amp;"));
-            QVERIFY(!page.contains("<script") && !page.contains("\"x\""));
+            QVERIFY(!page.contains("<script>") && !page.contains("\"x\"") && !page.contains("the-password"));
         }
         // Each of the records shows up, with all its texts.
-        QVERIFY(pages[0].count("&lt;script&gt;") >= 15);
+        QVERIFY(pages[0].count("&lt;script&gt;") >= 14);
     }
 
     void seeds()
@@ -261,6 +387,17 @@ private slots:
     }
 
 private:
+    QByteArray andToken() const { return "&token=" + m_server->controlToken(); }
+    std::unique_ptr<QSslSocket> connected() const
+    {
+        auto socket = std::make_unique<QSslSocket>();
+        socket->setPeerVerifyMode(QSslSocket::VerifyNone);
+        socket->connectToHostEncrypted(s("127.0.0.1"), static_cast<quint16>(m_server->port()));
+        if (!socket->waitForEncrypted())
+            qWarning("no encrypted connection");
+        return socket;
+    }
+
     std::unique_ptr<Server> m_server;
     std::unique_ptr<ServiceCalls> m_calls;
 };
