@@ -11,6 +11,7 @@
 #include <QBuffer>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QLocale>
 #include <QPainter>
 #include <QTemporaryDir>
 #include <QTimer>
@@ -134,7 +135,7 @@ void drainOurs(benchmark::State &state)
                             {QStringLiteral("api-url"), url},
                             {QStringLiteral("body"), minute(i)},
                             {QStringLiteral("timestamp"),
-                             QDateTime::currentDateTime().toString(QStringLiteral("dd-MM-yyyy-hh-mm-ss"))}}));
+                             QLocale::c().toString(QDateTime::currentDateTime(), QStringLiteral("dd-MM-yyyy-hh-mm-ss"))}}));
         }
         service().clearReceived();
         const Progress progress(orvana->findChild<QNetworkAccessManager *>());

@@ -1,6 +1,7 @@
 #include "data.h"
 
 #include <QDateTime>
+#include <QLocale>
 #include <QStringList>
 
 #include <algorithm>
@@ -38,9 +39,8 @@ public:
 
     QString moment()
     {
-        return QDateTime(QDate(2026, 1, 1), QTime(0, 0))
-            .addSecs(number(365 * 86400))
-            .toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+        return QLocale::c().toString(QDateTime(QDate(2026, 1, 1), QTime(0, 0)).addSecs(number(365 * 86400)),
+                                     QStringLiteral("yyyy-MM-dd HH:mm:ss"));
     }
 
 private:

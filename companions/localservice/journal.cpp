@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLocale>
 
 #include <initializer_list>
 #include <utility>
@@ -202,7 +203,7 @@ Journal::Outcome Journal::add(Screenshot shot)
     }
     if (!m_folder.isEmpty() && !shot.jpeg.isEmpty()) {
         const QString stem = m_folder % QLatin1Char('/') % pictureFolder() % QLatin1Char('/')
-            % shot.moment().toString(QStringLiteral("yyyy-MM-dd-HH-mm-ss"));
+            % QLocale::c().toString(shot.moment(), QStringLiteral("yyyy-MM-dd-HH-mm-ss"));
         // Two pictures of one second keep both; names from the client are never used.
         QFile out(stem % QStringLiteral(".jpg"));
         for (int number = m_screenshots.size() + 1; !out.open(QIODevice::NewOnly | QIODevice::WriteOnly);

@@ -4,6 +4,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDateTime>
+#include <QLocale>
 #include <QRegularExpression>
 
 #include <csignal>
@@ -113,7 +114,7 @@ int main(int argc, char *argv[])
     options.dataFolder = arguments.folder;
     options.recordRequests = false;
     options.log = [](const QString &line) {
-        print(stdout, QDateTime::currentDateTime().toString(QStringLiteral("HH:mm:ss ")) % line);
+        print(stdout, QLocale::c().toString(QTime::currentTime(), QStringLiteral("HH:mm:ss ")) % line);
     };
     localservice::Server server(options);
     if (!server.start(&error)) {

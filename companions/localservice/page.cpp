@@ -6,6 +6,7 @@
 
 #include <QFile>
 #include <QJsonObject>
+#include <QLocale>
 
 #include <algorithm>
 
@@ -60,7 +61,7 @@ QString cell(const QString &text, const QString &kind = {})
 
 QString shown(const QDateTime &when)
 {
-    return when.toString(QStringLiteral("dd.MM.yyyy HH:mm:ss"));
+    return QLocale::c().toString(when, QStringLiteral("dd.MM.yyyy HH:mm:ss"));
 }
 
 QString timeCell(const QDateTime &when)
@@ -204,7 +205,7 @@ QString taskRow(const Task &task, const Forms &form)
     const bool blocks = !task.block.isEmpty() && task.block != QLatin1String("0");
     const QString id = hidden(QStringLiteral("task"), task.id);
     const QString deadline =
-        task.deadline.isValid() ? task.deadline.toString(QStringLiteral("yyyy-MM-ddTHH:mm")) : QString();
+        task.deadline.isValid() ? QLocale::c().toString(task.deadline, QStringLiteral("yyyy-MM-ddTHH:mm")) : QString();
     return QStringLiteral("<tr>") % cell(task.id) % QStringLiteral("<td class=\"wide\">")
         % task.title.toHtmlEscaped()
         % (blocks ? QStringLiteral(" <b class=\"mark block\">блокирует</b>") : QString())

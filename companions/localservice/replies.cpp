@@ -1,6 +1,7 @@
 #include "localservice/replies.h"
 
 #include <QFile>
+#include <QLocale>
 
 namespace localservice {
 
@@ -164,7 +165,7 @@ Reply downloadPage(const QJsonArray &versions)
 
 QString wireTime(const QDateTime &when)
 {
-    return when.toString(wireFormat());
+    return QLocale::c().toString(when, wireFormat());
 }
 
 QDateTime fromWireTime(const QString &text)
