@@ -1,35 +1,39 @@
 #include "tracking/socketowner.h"
 
-#include <QFile>
 #include <QHostAddress>
 #include <QtEndian>
 
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <string>
+
 namespace {
 
-// As the kernel writes the states.
-constexpr char kEstablished[] = "01";
-constexpr char kListening[] = "0A";
+// One line of the kernel's lists; ends and state as the kernel writes them.
+struct Socket
+{
+    char local[64];
+    char remote[64];
+    char state[8];
+    uid_t user;
 
-// Columns of a line.
-enum Column { Local = 1, Remote = 2, State = 3, User = 7 };
+    bool isEstablished() const { return qstrcmp(state, "01") == 0; }
+    bool isListening() const { return qstrcmp(state, "0A") == 0; }
+};
 
-constexpr qint64 kMaxLineLength = 512;
-
-// Calls visit(local, remote, state, user) for each socket.
 template <typename Visit>
 void forEachSocket(const Visit &visit)
 {
-    for (const QString &path : {QStringLiteral("/proc/net/tcp"), QStringLiteral("/proc/net/tcp6")}) {
-        QFile table(path);
-        if (!table.open(QIODevice::ReadOnly))
-            continue;
-        for (QByteArray line = table.readLine(kMaxLineLength); !line.isEmpty();
-             line = table.readLine(kMaxLineLength)) {
-            const QList<QByteArray> columns = line.simplified().split(' ');
-            bool isNumber = false;
-            const uid_t user = columns.value(User).toUInt(&isNumber);
-            if (isNumber)
-                visit(columns.at(Local), columns.at(Remote), columns.at(State), user);
+    for (const char *path : {"/proc/net/tcp", "/proc/net/tcp6"}) {
+        std::ifstream list(path);
+        std::string line;
+        Socket socket;
+        while (std::getline(list, line)) {
+            if (std::sscanf(line.c_str(), "%*s %63s %63s %7s %*s %*s %*s %u", socket.local, socket.remote,
+                            socket.state, &socket.user)
+                == 4)
+                visit(socket);
         }
     }
 }
@@ -48,6 +52,11 @@ QVector<QByteArray> endpoints(const QHostAddress &address, quint16 port)
     return {ipv4, word(0) + word(0) + word(qToBigEndian(0xffffU)) + ipv4};
 }
 
+bool isOneOf(const QVector<QByteArray> &texts, const char *text)
+{
+    return std::find(texts.begin(), texts.end(), text) != texts.end();
+}
+
 } // namespace
 
 std::optional<uid_t> connectionOwner(const QHostAddress &local, quint16 localPort, const QHostAddress &remote,
@@ -57,27 +66,27 @@ std::optional<uid_t> connectionOwner(const QHostAddress &local, quint16 localPor
     const auto locals = endpoints(local, localPort);
     const auto remotes = endpoints(remote, remotePort);
     std::optional<uid_t> owner;
-    forEachSocket([&](const QByteArray &from, const QByteArray &to, const QByteArray &state, uid_t user) {
-        if (state == kEstablished && locals.contains(from) && remotes.contains(to))
-            owner = user;
+    forEachSocket([&](const Socket &socket) {
+        if (socket.isEstablished() && isOneOf(locals, socket.local) && isOneOf(remotes, socket.remote))
+            owner = socket.user;
     });
     return owner;
 }
 
 QVector<uid_t> listenerOwners(const QHostAddress &address, quint16 port)
 {
-    const auto ipv4 = endpoints(address, port) + endpoints(QHostAddress(QHostAddress::AnyIPv4), port);
-    const QByteArray ipv6 =
-        word(0) + word(0) + word(0) + endpoints(QHostAddress(QHostAddress::AnyIPv4), port).first();
+    const auto any = endpoints(QHostAddress(QHostAddress::AnyIPv4), port);
+    const auto ipv4 = endpoints(address, port) + any;
+    const QByteArray ipv6 = word(0) + word(0) + word(0) + any.first();
     QVector<uid_t> owners;
     QVector<uid_t> ipv6Owners;
-    forEachSocket([&](const QByteArray &at, const QByteArray &, const QByteArray &state, uid_t user) {
-        if (state != kListening)
+    forEachSocket([&](const Socket &socket) {
+        if (!socket.isListening())
             return;
-        if (ipv4.contains(at))
-            owners.append(user);
-        else if (at == ipv6)
-            ipv6Owners.append(user);
+        if (isOneOf(ipv4, socket.local))
+            owners.append(socket.user);
+        else if (ipv6 == socket.local)
+            ipv6Owners.append(socket.user);
     });
     // Next to a listener for IPv4, the port's other listener can only be one for IPv6 alone.
     return owners.isEmpty() ? ipv6Owners : owners;
