@@ -79,12 +79,12 @@ demo() {
     picture tracking
 
     say "Ждём, пока закончится минута"
-    local end=$((SECONDS + 90)) x=300
+    local end=$((SECONDS + 90)) step=120
     until has_received 'отчёт:' 1; do
         [ $SECONDS -lt $end ] || { fail "отчёт за минуту"; return 1; }
         # Somebody works at this desktop.
-        x=$((x == 300 ? 420 : 300))
-        xdotool mousemove "$x" 500
+        step=$((-step))
+        xdotool mousemove_relative -- "$step" 0
         sleep 2
     done
     picture minute-reported

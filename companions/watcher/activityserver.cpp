@@ -1,12 +1,27 @@
 #include "activityserver.h"
 
+#include "tracking/socketowner.h"
+
 #include <QHostAddress>
 #include <QTcpSocket>
+
+#include <unistd.h>
 
 namespace {
 constexpr char kActivity = '.';
 // What a client sends means nothing; this much of it is held until it is thrown away.
 constexpr qint64 kReadBufferSize = 512;
+
+bool isOwnUsers(const QTcpSocket &client)
+{
+    const auto owner = [&client] {
+        return connectionOwner(client.peerAddress(), client.peerPort(), client.localAddress(),
+                               client.localPort());
+    };
+    // The list can lack a line when it changes while it is read.
+    const auto found = owner();
+    return (found ? found : owner()) == geteuid();
+}
 } // namespace
 
 ActivityServer::ActivityServer(QObject *parent)
@@ -52,7 +67,7 @@ void ActivityServer::announce()
 void ActivityServer::acceptClients()
 {
     while (QTcpSocket *client = m_server.nextPendingConnection()) {
-        if (m_clients.size() >= kMaxClients) {
+        if (m_clients.size() >= kMaxClients || !isOwnUsers(*client)) {
             client->abort();
             client->deleteLater();
             continue;

@@ -6,14 +6,14 @@
 
 class QTcpSocket;
 
-// Tells TCP clients on this machine that the user was active: one byte for each announcement.
-// Never blocks, and holds at most one unsent byte for a client however slow it is.
+// Reports to the TCP clients of this process's user that the user was active: one byte for each
+// announcement. Never waits for a client, and holds at most one unsent byte for it however slow it is.
 class ActivityServer final : public QObject
 {
     Q_OBJECT
 
 public:
-    // Clients beyond this number are turned away.
+    // Clients beyond this number are turned away, and so are other users' at once.
     static constexpr int kMaxClients = 64;
 
     explicit ActivityServer(QObject *parent = nullptr);

@@ -1,15 +1,11 @@
 #include "activityserver.h"
-#include "idleclock.h"
-#include "inputmeter.h"
+#include "inputwatch.h"
 #include "watcherport.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QSocketNotifier>
-#include <QTimer>
 
-#include <chrono>
 #include <cstdio>
 
 #include <csignal>
@@ -17,8 +13,6 @@
 #include <unistd.h>
 
 namespace {
-
-constexpr std::chrono::seconds kInterval{1};
 
 enum ExitCode { Success = 0, Failure = 1, WrongUsage = 2 };
 
@@ -38,8 +32,8 @@ QString helpText()
 {
     return QStringLiteral(
                "Использование: orvana-watcher [--port ПОРТ]\n"
-               "Сообщает программам на этом компьютере, что пользователь работает с клавиатурой\n"
-               "или мышью: каждому подключённому к 127.0.0.1 — один байт за каждую такую секунду.\n"
+               "Сообщает программам того же пользователя, что он работает с клавиатурой или мышью:\n"
+               "каждой подключённой к 127.0.0.1 — один байт за каждую такую секунду.\n"
                "\n"
                "  --port ПОРТ  порт; 0 — любой свободный. Без этого ключа порт берётся из\n"
                "               «watcher-port» в файле %1\n"
@@ -100,33 +94,15 @@ int main(int argc, char *argv[])
     }
 
     QString error;
-    const auto clock = IdleClock::open(&error);
-    if (!clock)
+    const auto input = InputWatch::open(&error);
+    if (!input)
         return fail(error);
     ActivityServer server;
     if (!server.listen(port, &error))
         return fail(error);
+    QObject::connect(input.get(), &InputWatch::active, &server, &ActivityServer::announce);
+    QObject::connect(input.get(), &InputWatch::lost, &application,
+                     [] { QCoreApplication::exit(fail(QStringLiteral("потеряна связь с X-сервером"))); });
     print(stdout, QStringLiteral("orvana-watcher: 127.0.0.1:%1").arg(server.port()));
-
-    InputMeter meter;
-    QElapsedTimer monotonic;
-    monotonic.start();
-    const auto now = [&monotonic] { return std::chrono::milliseconds(monotonic.elapsed()); };
-    const auto tick = [&] {
-        const auto before = now();
-        const auto idle = clock->idle();
-        if (!idle) {
-            QCoreApplication::exit(fail(QStringLiteral("потеряна связь с X-сервером")));
-            return;
-        }
-        if (meter.isNewInput(before, now(), *idle))
-            server.announce();
-    };
-    QTimer timer;
-    timer.setTimerType(Qt::PreciseTimer);
-    timer.callOnTimeout(&application, tick);
-    timer.start(kInterval);
-    // The first reading, from which the first second counts.
-    QTimer::singleShot(0, &application, tick);
     return QCoreApplication::exec();
 }

@@ -1,6 +1,7 @@
 #include "tracking/x11_useractivitywatcher.h"
 
 #include "app/deployment.h"
+#include "tracking/socketowner.h"
 
 #include <QDebug>
 #include <QEventLoop>
@@ -9,7 +10,10 @@
 #include <QTcpSocket>
 #include <QTimer>
 
+#include <algorithm>
 #include <chrono>
+
+#include <unistd.h>
 
 namespace {
 
@@ -17,9 +21,27 @@ constexpr int kDefaultPort = 7682;
 constexpr std::chrono::milliseconds kConnectTimeout(100);
 // A watcher that floods us is read in small pieces between other events.
 constexpr qint64 kReadBuffer = 64 * 1024;
+// Accounts below are the system's, not people's.
+constexpr uid_t kFirstPersonalUser = 1000;
 
 QTcpSocket s_socket;
 UserActivityWatcher *s_watcher = nullptr;
+
+// At the port may be the watcher of another person, whose work must not count. Asks for the listeners:
+// until the connection is accepted its other end is listed as root's.
+void dropStranger()
+{
+    const QVector<uid_t> owners = listenerOwners(s_socket.peerAddress(), s_socket.peerPort());
+    if (owners.isEmpty())
+        qDebug() << "Activity watcher: nobody known listens on port" << s_socket.peerPort();
+    const auto stranger = std::find_if(owners.begin(), owners.end(), [](uid_t owner) {
+        return owner != geteuid() && owner >= kFirstPersonalUser;
+    });
+    if (stranger != owners.end()) {
+        qDebug() << "Activity watcher refused: port" << s_socket.peerPort() << "belongs to user" << *stranger;
+        s_socket.abort();
+    }
+}
 
 // Not the socket's own wait: that gives the attempt up when its time is over,
 // and a late success must still count.
@@ -52,6 +74,7 @@ quint16 getPort()
 UserActivityWatcher::UserActivityWatcher()
 {
     s_socket.setReadBufferSize(kReadBuffer);
+    connect(&s_socket, &QTcpSocket::connected, this, &dropStranger);
     connect(&s_socket, &QTcpSocket::readyRead, this, &UserActivityWatcher::emitWasActivity);
 }
 

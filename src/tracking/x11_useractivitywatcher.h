@@ -14,7 +14,8 @@ public:
     static UserActivityWatcher *instance();
 
     // Waits at most 100 ms; a connection that comes later still counts. There is
-    // no second attempt.
+    // no second attempt. What listens must belong to this user or the system;
+    // a connection to anybody else is dropped and counts as none.
     bool startWatch();
     bool stopWatch();
 

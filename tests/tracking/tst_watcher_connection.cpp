@@ -1,4 +1,5 @@
 #include "files.h"
+#include "otheruser.h"
 #include "rows.h"
 #include "tracking/x11_useractivitywatcher.h"
 
@@ -10,6 +11,12 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+Q_DECLARE_METATYPE(QHostAddress)
+
+namespace {
+constexpr uid_t kStranger = 12345;
+}
 
 // The test is the watcher.
 class TestWatcherConnection final : public QObject
@@ -91,10 +98,69 @@ private slots:
         QTRY_COMPARE(connection->state(), QAbstractSocket::UnconnectedState);
     }
 
+    // Other programs may sit on the watcher's port.
+    void listener_data()
+    {
+        addColumns<QHostAddress>("address");
+        addColumns<uid_t>("owner");
+        addColumns<bool>("isTrusted");
+        const uid_t own = geteuid();
+        const QHostAddress ipv4(QHostAddress::AnyIPv4);
+        const QHostAddress both(QHostAddress::Any);
+        QTest::newRow("own, IPv4") << ipv4 << own << true;
+        QTest::newRow("own, both families") << both << own << true;
+        QTest::newRow("system's") << QHostAddress(QHostAddress::LocalHost) << uid_t(101) << true;
+        QTest::newRow("stranger's") << QHostAddress(QHostAddress::LocalHost) << kStranger << false;
+        QTest::newRow("stranger's, IPv4") << ipv4 << kStranger << false;
+        QTest::newRow("stranger's, both families") << both << kStranger << false;
+    }
+    void listener()
+    {
+        QFETCH(QHostAddress, address);
+        QFETCH(uid_t, owner);
+        QFETCH(bool, isTrusted);
+        QTcpServer watcher;
+        {
+            const AsUser user(owner);
+            if (!user.changed())
+                QSKIP("becoming another user needs root");
+            QVERIFY(watcher.listen(address));
+        }
+        // Whoever has the port for IPv6 alone is not the one who is called.
+        QTcpServer neighbour;
+        if (address.protocol() == QAbstractSocket::IPv4Protocol && geteuid() == 0) {
+            const AsUser user(kStranger);
+            QVERIFY(neighbour.listen(QHostAddress::AnyIPv6, watcher.serverPort()));
+        }
+        configurePort(watcher.serverPort());
+        QSignalSpy activity(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity);
+        QCOMPARE(UserActivityWatcher::instance()->startWatch(), isTrusted);
+        QTRY_VERIFY(watcher.hasPendingConnections());
+        const std::unique_ptr<QTcpSocket> connection(watcher.nextPendingConnection());
+        connection->write("x");
+        if (isTrusted)
+            QTRY_COMPARE(activity.count(), 1);
+        else
+            QTRY_COMPARE(connection->state(), QAbstractSocket::UnconnectedState);
+        QCOMPARE(activity.count(), int(isTrusted));
+    }
+
+    void lateAccept_data()
+    {
+        addColumns<uid_t>("owner");
+        addColumns<bool>("isTrusted");
+        QTest::newRow("own") << geteuid() << true;
+        QTest::newRow("stranger's") << kStranger << false;
+    }
     // The queue of those who wait to be accepted is full: the connection is made
     // only when the watcher has taken the first of them.
     void lateAccept()
     {
+        QFETCH(uid_t, owner);
+        QFETCH(bool, isTrusted);
+        auto user = std::make_unique<AsUser>(owner);
+        if (!user->changed())
+            QSKIP("becoming another user needs root");
         const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in address = {};
         address.sin_family = AF_INET;
@@ -103,6 +169,7 @@ private slots:
         QVERIFY(::bind(listener, reinterpret_cast<sockaddr *>(&address), length) == 0
                 && ::listen(listener, 0) == 0
                 && ::getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length) == 0);
+        user.reset();
         const int filler = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         QCOMPARE(::connect(filler, reinterpret_cast<sockaddr *>(&address), length), 0);
         configurePort(ntohs(address.sin_port));
@@ -112,13 +179,17 @@ private slots:
         QVERIFY(!UserActivityWatcher::instance()->startWatch());
         QVERIFY(time.elapsed() >= 90 && time.elapsed() < 5000);
 
-        // The attempt goes on, and its activity counts.
+        // The attempt goes on, and the activity of one's own watcher counts.
         QSignalSpy activity(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity);
         ::close(::accept(listener, nullptr, nullptr));
         const int client = ::accept(listener, nullptr, nullptr);
         QVERIFY(client >= 0);
-        QCOMPARE(::write(client, "x", 1), static_cast<ssize_t>(1));
-        QVERIFY(activity.count() > 0 || activity.wait());
+        QCOMPARE(::send(client, "x", 1, MSG_NOSIGNAL), static_cast<ssize_t>(1));
+        if (isTrusted)
+            QVERIFY(activity.count() > 0 || activity.wait());
+        else // The end of the connection comes without any activity.
+            QTRY_VERIFY(::recv(client, &address, 1, MSG_DONTWAIT) == 0 || errno == ECONNRESET);
+        QCOMPARE(activity.count(), int(isTrusted));
         for (const int descriptor : {client, filler, listener})
             ::close(descriptor);
     }

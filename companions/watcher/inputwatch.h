@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QObject>
+#include <QTimer>
+
+#include <memory>
+
+class QSocketNotifier;
+
+// Notices that the user works with the keyboard, mouse, touch screen or pen of an X server.
+// Costs nothing while nobody does.
+class InputWatch final : public QObject
+{
+    Q_OBJECT
+
+public:
+    // Connects to the server of the environment variable DISPLAY. Null on failure, with *error set.
+    static std::unique_ptr<InputWatch> open(QString *error);
+    ~InputWatch() override;
+    Q_DISABLE_COPY_MOVE(InputWatch)
+
+signals:
+    // At most once a second, however much input there is.
+    void active();
+    // The server is gone, at most once; nothing follows.
+    void lost();
+
+private:
+    struct Connection;
+    explicit InputWatch(std::unique_ptr<Connection> connection);
+
+    void select(bool input);
+    void readEvents();
+    void resume();
+    bool isKeyRepeating();
+    void report();
+
+    std::unique_ptr<Connection> m_connection;
+    std::unique_ptr<QSocketNotifier> m_notifier;
+    QTimer m_pause; // runs while no input is selected
+};
