@@ -1,13 +1,30 @@
 // Replies of every kind, several one after another: what one of them stored is what
-// the next one is compared with. Each is its kind, what went wrong, and its body.
+// the next one is compared with. Each is its kind, what went wrong, and its body. What a
+// body costs in time and memory must be in proportion to its length, whatever its shape.
 #include "client.h"
 
 #include "cannedreply.h"
 #include "service/ovsession.h"
 
+#include <QElapsedTimer>
+
+#include <sanitizer/allocator_interface.h>
+
+#include <algorithm>
+#include <atomic>
+
 namespace {
 
 constexpr int kMaxReplies = 12;
+constexpr char kRepeats = '\x01'; // starts a body of this shape
+constexpr int kLongest = 1024 * 1024; // of the bodies of one input, about
+// Under the sanitizers, on a busy machine.
+constexpr double kMillisecondsPerByte = 0.02;
+constexpr double kAnyTime = 2000;
+constexpr double kMemoryPerByte = 10;
+constexpr double kAnyMemory = 32 * 1024 * 1024;
+std::atomic<qint64> s_allocated{0};
+std::atomic<qint64> s_peak{0};
 constexpr size_t kPopupsShown = 16; // once in so many sizes
 const QNetworkReply::NetworkError kErrors[] = {
     QNetworkReply::ConnectionRefusedError, QNetworkReply::HostNotFoundError,
@@ -17,14 +34,45 @@ const QNetworkReply::NetworkError kErrors[] = {
 std::unique_ptr<FuzzClient> s_client;
 int s_attempts = 0;
 
-CannedReply *makeReply(FuzzClient &client, Input &input)
+void noteAllocation(const volatile void *, size_t size)
+{
+    const qint64 now = s_allocated += static_cast<qint64>(size);
+    if (now > s_peak)
+        s_peak = now;
+}
+
+void noteRelease(const volatile void *block)
+{
+    if (block)
+        s_allocated -= static_cast<qint64>(__sanitizer_get_allocated_size(const_cast<const void *>(block)));
+}
+
+// A word may stand for a long body: a power of two, the head, an element that is repeated
+// with a number of its own in the place of each '#', and the tail.
+QByteArray makeBody(Input &input, int room)
+{
+    const QByteArray word = input.word();
+    if (!word.startsWith(kRepeats) || word.size() < 2)
+        return word;
+    const QList<QByteArray> parts = word.mid(2).split(kRepeats);
+    const int count = 1 << (word.at(1) & 0x0F);
+    QByteArray body = parts.first();
+    for (int i = 0; i < count && parts.size() > 1 && body.size() < room; ++i) {
+        body += QByteArray(parts.at(1)).replace('#', QByteArray::number(i));
+        body += ',';
+    }
+    return body + (parts.size() > 2 ? parts.at(2) : QByteArray());
+}
+
+CannedReply *makeReply(FuzzClient &client, Input &input, QByteArray *body, int room)
 {
     const int stage = input.byte() % 9;
     const uint8_t what = input.byte();
     // Most replies arrive.
     const auto error = what < 200 ? QNetworkReply::NoError : kErrors[what % std::size(kErrors)];
     const QString path = what % 2 == 0 ? QStringLiteral("/api_active2") : QStringLiteral("/api_screenshot");
-    auto *reply = new CannedReply(input.word(), error);
+    *body = makeBody(input, room);
+    auto *reply = new CannedReply(*body, error);
     reply->setAddress(QUrl(FuzzClient::serviceUrl() + path));
     reply->setProperty("stage", stage);
     if (stage == Orvana::CheckLogin) {
@@ -43,6 +91,7 @@ CannedReply *makeReply(FuzzClient &client, Input &input)
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 {
+    __sanitizer_install_malloc_and_free_hooks(noteAllocation, noteRelease);
     startFuzzing(argc, argv);
     s_client = std::make_unique<FuzzClient>();
     std::atexit([] { s_client.reset(); });
@@ -58,9 +107,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     session->setCurrentTeamID(QStringLiteral("17"));
     session->setCurrentTaskID(QStringLiteral("1"));
     Input input(data, size);
-    for (int i = 0; i < kMaxReplies && !input.isEmpty(); ++i)
-        client->replyFinished(makeReply(client, input));
+    double bytes = 0;
+    QElapsedTimer passed;
+    passed.start();
+    const qint64 before = s_allocated;
+    s_peak = before;
+    for (int i = 0; i < kMaxReplies && !input.isEmpty(); ++i) {
+        QByteArray body;
+        CannedReply *reply = makeReply(client, input, &body, kLongest - static_cast<int>(bytes));
+        bytes += body.size();
+        client->replyFinished(reply);
+    }
     client.settle();
+    const double memory = static_cast<double>(s_peak - before);
+    if (static_cast<double>(passed.elapsed()) > kAnyTime + bytes * kMillisecondsPerByte
+        || memory > kAnyMemory + bytes * kMemoryPerByte) {
+        fprintf(stderr, "%.0f bytes took %lld ms and %.0f bytes of memory\n", bytes, passed.elapsed(), memory);
+        std::abort();
+    }
     session->tasks();
     session->overdueTime();
     session->clear();
