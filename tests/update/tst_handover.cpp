@@ -121,8 +121,11 @@ private slots:
     {
         const QString got = file(s("got"));
         for (const char *name : {"user", "gksudo", "xdg-open"})
-            standIn(s(name), s("{ umask; env | grep -v ^_= | sort; cd /proc/$$; grep Sig status; ls fd; "
-                               "readlink fd/[012]; } >'%1'").arg(got));
+            standIn(
+                s(name),
+                s("{ umask; env | grep -v ^_= | sort; grep Sig[BI] /proc/self/status; cd /proc/$$; ls fd; "
+                  "readlink fd/[012]; } >'%1'")
+                    .arg(got));
         WindowBench bench;
         QVERIFY(bench.openFor(QString()));
         m_catcher.reset();
@@ -133,7 +136,9 @@ private slots:
         user.setStandardErrorFile(QProcess::nullDevice());
         user.start(file(s("user")), QStringList());
         QVERIFY(user.waitForFinished());
-        const auto report = [&got] { return QString::fromLocal8Bit(contentsOf(got)).split(QLatin1Char('\n')); };
+        const auto report = [&got] {
+            return QString::fromLocal8Bit(contentsOf(got)).split(QLatin1Char('\n'));
+        };
         const QStringList expected = report();
         setOwnSurroundings();
         bench.orvana()->openUrl(s("https://site.example/"));
