@@ -3,6 +3,7 @@
 #include "app/buildvalues.h"
 #include "app/deployment.h"
 #include "app/loghandler.h"
+#include "app/programstart.h"
 #include "app/signals.h"
 #include "app/singleinstance.h"
 #include "notifications/notificationmanager.h"
@@ -18,17 +19,14 @@
 #include <QLibraryInfo>
 #include <QLocale>
 #include <QMessageBox>
-#include <QProcess>
 #include <QTranslator>
 
 #include <csignal>
 
 #include <malloc.h>
-#include <sys/stat.h>
 
 namespace {
 
-constexpr int kUpdaterStart = 30000; // ms
 constexpr int kLargeBlock = 64 * 1024; // bytes
 constexpr int kYes = 0;
 constexpr int kNoEscape = -1;
@@ -47,17 +45,9 @@ void saveMemory()
 // Runs before the application object exists.
 void prepareProcess()
 {
-    // The storage directory holds the password and pictures of the desktop.
-    umask(S_IRWXG | S_IRWXO);
+    setOwnSurroundings();
     // Who reads the standard output may go before this program does.
     std::signal(SIGPIPE, SIG_IGN);
-    // Widgets need no OpenGL; loading it takes more memory than the client.
-    if (!qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION"))
-        qputenv("QT_XCB_GL_INTEGRATION", "none");
-    // Every failed request tells that the network is away, and the service is asked
-    // every minute: looking at the interfaces every ten seconds beside that is idle work.
-    if (!qEnvironmentVariableIsSet("QT_BEARER_POLL_TIMEOUT"))
-        qputenv("QT_BEARER_POLL_TIMEOUT", "30000");
     saveMemory();
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
@@ -86,13 +76,7 @@ bool startPendingUpdate()
 {
     if (!OrvanaUpdate::instance()->isUpdateAtStartup())
         return false;
-    // The updater goes on after this process has ended.
-    auto *updater = new QProcess;
-    updater->start(QStringLiteral("ORTM-update"), {QStringLiteral("--install-only")}, QIODevice::ReadWrite);
-    if (updater->waitForStarted(kUpdaterStart))
-        return true;
-    updater->deleteLater();
-    return false;
+    return startProgram(QStringLiteral("ORTM-update"), {QStringLiteral("--install-only")});
 }
 
 void applyStyleSheet(QApplication &application)

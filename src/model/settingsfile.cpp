@@ -1,9 +1,13 @@
 #include "model/settingsfile.h"
 
+#include "model/flushfolder.h"
+
 #include <QCoreApplication>
 #include <QDebug>
+#include <QDir>
 #include <QEvent>
 #include <QFile>
+#include <QFileInfo>
 #include <QList>
 #include <QSaveFile>
 #include <QSettings>
@@ -11,8 +15,11 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,6 +29,8 @@ namespace {
 constexpr int kMaxNesting = 1000;
 constexpr quint32 kNullString = 0xFFFFFFFF;
 constexpr int kMaxHexDigits = 4;
+constexpr int kMaxAside = 10; // files kept of each name
+constexpr time_t kTimeStep = 2; // s, of the coarsest file system
 
 // Walks over a value in its stream form (of the version that settings files are
 // written in) without building anything.
@@ -309,6 +318,71 @@ void removeUnsignedLock(const QByteArray &path)
         ::unlink(lock.constData());
 }
 
+bool exists(const QByteArray &path)
+{
+    struct stat info = {};
+    return ::lstat(path.constData(), &info) == 0;
+}
+
+bool mayAccess(const QByteArray &path, int how)
+{
+    return ::faccessat(AT_FDCWD, path.constData(), how, AT_EACCESS) == 0;
+}
+
+// Not removed: it may be the only copy, of use to whoever may read it.
+bool moveAside(const QByteArray &path)
+{
+    QByteArray aside;
+    int number = 0;
+    do
+        aside = path + ".unusable-" + QByteArray::number(++number);
+    while (number < kMaxAside && exists(aside));
+    if (::rename(path.constData(), aside.constData()) != 0)
+        return false;
+    qWarning() << "Error! Settings file can't be used, kept as" << QFile::decodeName(aside);
+    return true;
+}
+
+void replaceByCopy(const QByteArray &path)
+{
+    const Place original(path);
+    QFile file(QFile::decodeName(path));
+    if (!file.open(QIODevice::ReadOnly))
+        return;
+    const QByteArray bytes = file.readAll();
+    const QByteArray name = previousOf(path);
+    QSaveFile copy(QFile::decodeName(name));
+    if (file.error() != QFileDevice::NoError || !copy.open(QIODevice::WriteOnly)
+        || !copy.setPermissions(QFile::ReadOwner | QFile::WriteOwner) || copy.write(bytes) != bytes.size()
+        || !copy.commit())
+        return;
+    if (!isNew(Place(path), original) && ::rename(name.constData(), path.constData()) == 0)
+        qWarning() << "Settings file was not writable, replaced by a copy:" << file.fileName();
+    else
+        ::unlink(name.constData());
+}
+
+// The folder is this program's own; what root or a restored backup left in it must
+// not keep it from saving. False when the file must not even be opened.
+bool makeUsable(const QByteArray &path)
+{
+    struct stat info = {};
+    if (::stat(path.constData(), &info) != 0) {
+        // A link that leads nowhere can be written only when its folder is there.
+        const QFileInfo link(QFile::decodeName(path));
+        return !link.isSymLink() || QFileInfo(link.symLinkTarget()).dir().exists() || moveAside(path);
+    }
+    if (!S_ISREG(info.st_mode))
+        return moveAside(path);
+    if (mayAccess(path, R_OK | W_OK) || errno != EACCES)
+        return true;
+    if (mayAccess(path, R_OK))
+        replaceByCopy(path);
+    else if (isSettled(info.st_mtime)) // or its owner may be about to share it
+        moveAside(path);
+    return true;
+}
+
 // What a write that was cut short by the end of the program left behind.
 void restorePrevious(const QByteArray &path)
 {
@@ -337,8 +411,15 @@ QByteArray soundLines(const QByteArray &ini)
     return sound;
 }
 
+bool isSettled(time_t changed)
+{
+    return std::abs(std::time(nullptr) - changed) > kTimeStep;
+}
+
 bool repairSettings(const QString &path)
 {
+    if (!makeUsable(QFile::encodeName(path)))
+        return false;
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return true;
@@ -356,6 +437,10 @@ bool repairSettings(const QString &path)
 bool syncSettings(QSettings &settings)
 {
     const QByteArray path = QFile::encodeName(settings.fileName());
+    if (!makeUsable(path)) {
+        dropPendingWrite(settings);
+        return false;
+    }
     const QByteArray previous = previousOf(path);
     // Qt takes a file for written of which the last kilobytes met a full disk, and
     // puts it in the place of the whole one.
@@ -377,11 +462,15 @@ bool syncSettings(QSettings &settings)
         ::rename(previous.constData(), path.constData());
     else if (isKept)
         ::unlink(previous.constData());
+    if (written)
+        flushFolder(QFileInfo(settings.fileName()).path());
     return written;
 }
 
 std::unique_ptr<QSettings> openSettings(const QString &path)
 {
+    if (!makeUsable(QFile::encodeName(path)))
+        return emptySettings(path);
     restorePrevious(QFile::encodeName(path));
     if (!repairSettings(path))
         return emptySettings(path);

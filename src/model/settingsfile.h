@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QString>
 
+#include <ctime>
 #include <memory>
 
 class QSettings;
@@ -11,7 +12,9 @@ class QSettings;
 // of itself: a damaged count makes it reserve all memory, damaged nesting exhausts
 // the stack. So no line gets to it that its own writer could not have written.
 
-// An INI file of this program; damaged entries are taken out of it first.
+// An INI file of this program; damaged entries are taken out of it first. What may be
+// read but not written there is replaced by a copy; what can't be read, or is no file,
+// is kept under another name. Both are logged. The same happens before each write.
 std::unique_ptr<QSettings> openSettings(const QString &path);
 
 // Writes what was set since the last time, at once and never later by itself.
@@ -26,6 +29,10 @@ std::unique_ptr<QSettings> emptySettings(const QString &path);
 // file is read anew that another process may have written. False when there are
 // some and the file could not be rewritten: it must not be read.
 bool repairSettings(const QString &path);
+
+// Whether the next change of a file that was changed then (seconds since the epoch)
+// must show in its time; false for some seconds after a change.
+bool isSettled(time_t changed);
 
 // The lines of an INI file that can be read safely.
 QByteArray soundLines(const QByteArray &ini);

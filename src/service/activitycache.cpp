@@ -1,5 +1,6 @@
 #include "service/activitycache.h"
 
+#include "model/flushfolder.h"
 #include "service/cacherecord.h"
 #include "service/crashpoint.h"
 #include "service/recordtime.h"
@@ -43,16 +44,6 @@ bool isRegularFile(const QByteArray &path)
 QString systemError()
 {
     return QString::fromLocal8Bit(std::strerror(errno));
-}
-
-bool flushFolder(const QString &path)
-{
-    const int folder = open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder < 0)
-        return false;
-    const bool ok = fsync(folder) == 0;
-    close(folder);
-    return ok;
 }
 
 // For its owner alone: the records hold the user's mail address and pictures of

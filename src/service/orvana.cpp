@@ -1,6 +1,7 @@
 #include "service/orvana.h"
 
 #include "app/deployment.h"
+#include "app/programstart.h"
 #include "notifications/notificationmanager.h"
 #include "service/ovsession.h"
 #include "service/replyparser.h"
@@ -141,10 +142,12 @@ void Orvana::removeDeprecatedFiles()
 void Orvana::openUrl(const QString &url)
 {
     const QUrl target(url);
-    if (target.scheme() == QLatin1String("https") || target.scheme() == QLatin1String("http"))
-        QDesktopServices::openUrl(target);
-    else
+    if (target.scheme() != QLatin1String("https") && target.scheme() != QLatin1String("http")) {
         qWarning() << "Not a web address:" << url;
+        return;
+    }
+    const UserSurroundings surroundings;
+    QDesktopServices::openUrl(target);
 }
 
 void Orvana::openTaskUrl(const QString &taskId)

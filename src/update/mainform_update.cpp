@@ -1,16 +1,16 @@
 #include "ui/mainform.h"
 
+#include "app/programstart.h"
 #include "service/orvana.h"
 #include "update/orvanaupdate.h"
 
 #include <QCoreApplication>
 #include <QDebug>
 #include <QProcess>
-#include <QVector>
 
 namespace {
 
-constexpr int kPidofTimeout = 30000; // ms
+constexpr int kPidofTimeout = 5000; // ms, in which the window stands still
 
 } // namespace
 
@@ -36,12 +36,16 @@ void MainForm::checkNeedCloseToUpdate()
 
 bool MainForm::isUpdateProcessRunning()
 {
-    QProcess pidof;
-    pidof.start(QStringLiteral("pidof"), {QStringLiteral("ORTM-update")}, QIODevice::ReadOnly);
-    QByteArray output;
-    while (pidof.waitForReadyRead(kPidofTimeout))
-        output += pidof.readAll();
-    output += pidof.readAll();
+    // Deleted when it has ended: destroying it earlier would wait for that.
+    auto *pidof = new QProcess;
+    connect(pidof, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), pidof,
+            &QObject::deleteLater);
+    connect(pidof, &QProcess::errorOccurred, pidof, &QObject::deleteLater);
+    pidof->start(QStringLiteral("pidof"), {QStringLiteral("ORTM-update")}, QIODevice::ReadOnly);
+    // The first bytes decide.
+    pidof->waitForReadyRead(kPidofTimeout);
+    const QByteArray output = pidof->readAll();
+    pidof->kill();
     return !QString::fromUtf8(output.constData()).isEmpty();
 }
 
@@ -56,10 +60,6 @@ bool MainForm::installUpdate()
         m_orvana->openUrl(m_orvana->serviceUrl() + QStringLiteral("/monitor/"));
         return true;
     }
-    // The updater outlives this program; the end of its process object would kill it.
-    static auto *updaters = new QVector<QProcess *>;
-    auto *updater = new QProcess;
-    updaters->append(updater);
-    updater->start(QStringLiteral("gksudo"), {QStringLiteral("-k"), QStringLiteral("ORTM-update")});
+    startProgram(QStringLiteral("gksudo"), {QStringLiteral("-k"), QStringLiteral("ORTM-update")});
     return true;
 }

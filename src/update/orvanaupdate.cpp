@@ -9,7 +9,10 @@
 #include <QDebug>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSettings>
+
+#include <cstdio>
 
 #include <sys/stat.h>
 
@@ -22,12 +25,35 @@ const QString kForceUpdateKey = QStringLiteral("forceUpdate");
 const QString kVersionKey = QStringLiteral("version");
 const QString kUpdaterName = QStringLiteral("ORTM-update");
 
+constexpr qint64 kNanoseconds = 1000000000;
+
+qint64 nanoseconds(const timespec &time)
+{
+    return time.tv_sec * kNanoseconds + time.tv_nsec;
+}
+
+// Not asked of QSettings: after a write that failed it would answer with what it was
+// to write, and it passes over a change within a millisecond.
+bool requestIn(const QByteArray &ini)
+{
+    bool isGeneral = true;
+    bool force = false;
+    for (const QByteArray &text : ini.split('\n')) {
+        const QByteArray line = text.trimmed();
+        const int equals = line.indexOf('=');
+        if (line.startsWith('['))
+            isGeneral = line.compare("[General]", Qt::CaseInsensitive) == 0;
+        else if (isGeneral && equals > 0 && QLatin1String(line.left(equals).trimmed()) == kForceUpdateKey)
+            force = QVariant(QString::fromLatin1(line.mid(equals + 1).replace('"', "").trimmed())).toBool();
+    }
+    return force;
+}
+
 } // namespace
 
-bool OrvanaUpdate::FileStamp::operator==(const FileStamp &other) const
+bool OrvanaUpdate::FileStamp::isVersionOf(const FileStamp &other) const
 {
-    return seconds == other.seconds && nanoseconds == other.nanoseconds && inode == other.inode
-        && size == other.size;
+    return modified == other.modified && inode == other.inode && size == other.size;
 }
 
 OrvanaUpdate::OrvanaUpdate() = default;
@@ -42,7 +68,9 @@ void OrvanaUpdate::init(Orvana *client)
 {
     m_client = client;
     m_settings.reset();
-    m_seen = {};
+    m_read = {};
+    m_isCurrent = false;
+    m_refused = {};
     m_forceUpdate = false;
     if (client->storage().isUsable())
         m_settings = openSettings(client->storageDirectory().filePath(QStringLiteral("update.json")));
@@ -55,10 +83,7 @@ bool OrvanaUpdate::isUsable() const
 
 void OrvanaUpdate::addUpdateInfo(const QByteArray &body)
 {
-    if (!isUsable())
-        return;
-    m_settings->setValue(kUpdateInfoKey, QtJson::parse(textOfBody(body)).toList());
-    syncSettings(*m_settings);
+    store(kUpdateInfoKey, QtJson::parse(textOfBody(body)).toList());
 }
 
 QVariantList OrvanaUpdate::updateList() const
@@ -82,12 +107,15 @@ bool OrvanaUpdate::flag(const QString &key) const
     return m_settings && m_settings->value(key, false).toBool();
 }
 
-void OrvanaUpdate::setFlag(const QString &key, bool value)
+bool OrvanaUpdate::store(const QString &key, const QVariant &value)
 {
-    if (!isUsable())
-        return;
+    if (!isUsable() || !repairSettings(m_settings->fileName()))
+        return false;
+    // What is still to be cleared must not clear a request made since.
+    if (key != kForceUpdateKey && isForceUpdate())
+        m_settings->setValue(kForceUpdateKey, true);
     m_settings->setValue(key, value);
-    syncSettings(*m_settings);
+    return syncSettings(*m_settings);
 }
 
 bool OrvanaUpdate::isUpdateAtStartup() const
@@ -102,7 +130,7 @@ bool OrvanaUpdate::wasUpdated() const
 
 void OrvanaUpdate::setWasUpdated(bool updated)
 {
-    setFlag(kWasUpdatedKey, updated);
+    store(kWasUpdatedKey, updated);
 }
 
 OrvanaUpdate::FileStamp OrvanaUpdate::stamp() const
@@ -110,26 +138,34 @@ OrvanaUpdate::FileStamp OrvanaUpdate::stamp() const
     struct stat info = {};
     if (stat(QFile::encodeName(m_settings->fileName()).constData(), &info) != 0)
         return {};
-    return {info.st_mtim.tv_sec, info.st_mtim.tv_nsec, info.st_ino, info.st_size};
+    return {nanoseconds(info.st_mtim), nanoseconds(info.st_ctim), info.st_ino, info.st_size};
 }
 
-// Asked every second: one look at the file has to do while it stays the same.
+bool OrvanaUpdate::readRequest()
+{
+    QFile file(m_settings->fileName());
+    return repairSettings(file.fileName()) && file.open(QIODevice::ReadOnly) && requestIn(file.readAll());
+}
+
+// Asked every second: as a rule one look at the file's times has to do.
 bool OrvanaUpdate::isForceUpdate()
 {
-    if (!m_settings || stamp() == m_seen)
-        return m_forceUpdate;
     if (!isUsable())
         return false;
-    if (repairSettings(m_settings->fileName()))
-        syncSettings(*m_settings);
-    m_seen = stamp();
-    m_forceUpdate = flag(kForceUpdateKey);
+    // Taken before reading: a change in between is then seen the next time.
+    const FileStamp now = stamp();
+    if (m_isCurrent && now.isVersionOf(m_read) && now.changed == m_read.changed)
+        return m_forceUpdate;
+    m_read = now;
+    m_isCurrent = isSettled(now.changed / kNanoseconds);
+    m_forceUpdate = readRequest() && !now.isVersionOf(m_refused);
     return m_forceUpdate;
 }
 
 void OrvanaUpdate::setForceUpdate(bool force)
 {
-    setFlag(kForceUpdateKey, force);
+    m_refused = store(kForceUpdateKey, force) ? FileStamp() : m_read;
+    m_forceUpdate = force;
 }
 
 void OrvanaUpdate::updateOrvanaUpdateModule()
@@ -139,21 +175,27 @@ void OrvanaUpdate::updateOrvanaUpdateModule()
     const QString source = m_client->storageDirectory().filePath(QStringLiteral("update/") + kUpdaterName);
     if (!QFile::exists(source))
         return;
+    const auto fail = [&source](const QString &what) {
+        qDebug().noquote() << QStringLiteral("Error! Can't ") + what + QStringLiteral(" file ") + kUpdaterName
+                + QStringLiteral(" from ") + source;
+    };
+    // Reading what is no file might never end.
+    if (!QFileInfo(source).isFile())
+        return fail(QStringLiteral("copy"));
     if (QFile::copy(source, kUpdaterName)) {
         QFile::remove(source);
         NotificationManager::instance()->addNotification(QStringLiteral("Обновление успешно установлено"),
                                                          Plain, QString());
         return;
     }
-    // An older updater is in the way.
-    if (!QFile::remove(kUpdaterName)) {
-        qDebug().noquote() << QStringLiteral("Error! Can't remove file ") + kUpdaterName
-                + QStringLiteral(" from ") + source;
-        return;
+    // An older updater is in the way. It stays until the copy is whole.
+    const QString copy = kUpdaterName + QStringLiteral(".new");
+    QFile::remove(copy);
+    if (!QFile::copy(source, copy))
+        return fail(QStringLiteral("copy"));
+    if (std::rename(QFile::encodeName(copy).constData(), QFile::encodeName(kUpdaterName).constData()) != 0) {
+        QFile::remove(copy);
+        return fail(QStringLiteral("remove"));
     }
-    if (QFile::copy(source, kUpdaterName))
-        QFile::remove(source);
-    else
-        qDebug().noquote() << QStringLiteral("Error! Can't copy file ") + kUpdaterName
-                + QStringLiteral(" from ") + source;
+    QFile::remove(source);
 }

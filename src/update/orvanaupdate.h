@@ -31,8 +31,9 @@ public:
     bool isUpdateAtStartup() const;
     bool wasUpdated() const;
     void setWasUpdated(bool updated);
-    // Looks at the file again only when another process has changed it.
+    // Reads the file again only when another process may have changed it.
     bool isForceUpdate();
+    // When it cannot be written it holds until the file changes.
     void setForceUpdate(bool force);
 
     // Puts the updater that the previous update left in the storage directory
@@ -42,11 +43,11 @@ public:
 private:
     struct FileStamp
     {
-        qint64 seconds = -1;
-        qint64 nanoseconds = 0;
+        qint64 modified = -1; // ns since the epoch; -1 when there is no file
+        qint64 changed = 0; // ns since the epoch; unlike the former it can't be set
         quint64 inode = 0;
         qint64 size = 0;
-        bool operator==(const FileStamp &other) const;
+        bool isVersionOf(const FileStamp &other) const;
     };
 
     OrvanaUpdate();
@@ -56,10 +57,13 @@ private:
     bool isUsable() const;
     FileStamp stamp() const;
     bool flag(const QString &key) const;
-    void setFlag(const QString &key, bool value);
+    bool store(const QString &key, const QVariant &value);
+    bool readRequest();
 
     QPointer<Orvana> m_client;
     std::unique_ptr<QSettings> m_settings;
-    FileStamp m_seen;
-    bool m_forceUpdate = false; // as the file said then
+    FileStamp m_read; // when the request was read last
+    bool m_isCurrent = false; // nothing has changed since, nor can have unseen
+    FileStamp m_refused; // the file whose request could not be cleared
+    bool m_forceUpdate = false;
 };

@@ -3,9 +3,14 @@
 #include "model/settingsfile.h"
 #include "texts.h"
 
+#include <QProcess>
 #include <QtTest>
 
 #include <initializer_list>
+
+#include <linux/capability.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
 
@@ -30,6 +35,25 @@ QByteArray number(quint32 value)
     qToBigEndian(value, bytes.data());
     return bytes;
 }
+
+// Also root may then not open what is not shared with him.
+class WithoutPrivileges final
+{
+public:
+    WithoutPrivileges()
+    {
+        syscall(SYS_capget, &m_header, m_before);
+        __user_cap_data_struct none[] = {m_before[0], m_before[1]};
+        none[0].effective &= ~(1U << CAP_DAC_OVERRIDE | 1U << CAP_DAC_READ_SEARCH);
+        syscall(SYS_capset, &m_header, none);
+    }
+    ~WithoutPrivileges() { syscall(SYS_capset, &m_header, m_before); }
+    Q_DISABLE_COPY_MOVE(WithoutPrivileges)
+
+private:
+    __user_cap_header_struct m_header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct m_before[2] = {};
+};
 
 const quint32 kList = QMetaType::QVariantList;
 const quint32 kMap = QMetaType::QVariantMap;
@@ -132,6 +156,44 @@ private slots:
         settings.setValue(s("after"), 2);
         QVERIFY(!syncSettings(settings));
         QCOMPARE(contentsOf(path), before);
+    }
+
+    // As root or a restored backup may leave it.
+    void replacesWhatIsInTheWay_data()
+    {
+        QTest::addColumn<QString>("made"); // by a shell, of the file "f"
+        QTest::addColumn<bool>("isRead");
+        QTest::newRow("a link") << s("mv f g; ln -s g f") << true;
+        QTest::newRow("not writable") << s("chmod 444 f") << true;
+        QTest::newRow("not readable") << s("chmod 0 f") << false;
+        QTest::newRow("not readable, not the first") << s("echo >f.unusable-1; chmod 0 f; touch -d 2020-01-01 f") << false;
+        QTest::newRow("folder") << s("rm f; mkdir -p f/g") << false;
+        QTest::newRow("pipe") << s("rm f; mkfifo f") << false;
+        QTest::newRow("link to nowhere") << s("ln -sf nowhere/g f") << false;
+    }
+
+    void replacesWhatIsInTheWay()
+    {
+        QFETCH(QString, made);
+        QFETCH(bool, isRead);
+        const QTemporaryDir folder;
+        const QString path = folder.filePath(s("f"));
+        QVERIFY(writeFile(path, "[General]\nbefore=1\n"));
+        QProcess shell;
+        shell.setWorkingDirectory(folder.path());
+        shell.start(s("sh"), {s("-ec"), made + s("; ls -A >../before")});
+        QVERIFY(shell.waitForFinished() && shell.exitCode() == 0);
+        const int files = contentsOf(folder.filePath(s("../before"))).count('\n');
+        const WithoutPrivileges user;
+        const auto settings = openSettings(path);
+        QCOMPARE(settings->contains(s("before")), isRead);
+        settings->setValue(s("after"), 2);
+        bool written = false;
+        QTRY_VERIFY(written || (written = syncSettings(*settings)));
+        QCOMPARE(contentsOf(path), "[General]\nafter=2\n" + QByteArray(isRead ? "before=1\n" : ""));
+        // Whatever could not be read is still there.
+        const auto all = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
+        QCOMPARE(QDir(folder.path()).entryList(all).size(), files + (isRead ? 0 : 1));
     }
 
     void waitsForNoLockThatNobodySigned()

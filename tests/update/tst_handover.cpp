@@ -4,7 +4,10 @@
 #include "urlcatcher.h"
 #include "windowbench.h"
 
+#include "app/programstart.h"
 #include "update/orvanaupdate.h"
+
+#include <sys/stat.h>
 
 // The hand-over to the updater, with stand-ins for the programs it goes through.
 class TestHandover final : public QObject
@@ -14,7 +17,8 @@ class TestHandover final : public QObject
 private slots:
     void init()
     {
-        m_box = std::make_unique<QTemporaryDir>();
+        // Qt takes a blank in a browser's path for the end of it.
+        m_box = std::make_unique<QTemporaryDir>(QDir::tempPath() + s("/box.XXXXXX"));
         m_path = qgetenv("PATH");
         qputenv("PATH", QFile::encodeName(m_box->path()) + ":/usr/bin:/bin");
         m_catcher = std::make_unique<UrlCatcher>();
@@ -73,6 +77,14 @@ private slots:
         bench.form->checkNeedCloseToUpdate();
         QVERIFY(callsOf(s("pidof")).startsWith(s("ORTM-update")));
         QVERIFY(!QSettings(state, QSettings::IniFormat).value(s("forceUpdate")).toBool());
+        // Nobody knows, and the window must not stand still for long.
+        standIn(s("pidof"), s("exec sleep 60"));
+        force(true);
+        QElapsedTimer time;
+        time.start();
+        bench.form->checkNeedCloseToUpdate();
+        QVERIFY2(time.elapsed() < 15000, qPrintable(QString::number(time.elapsed())));
+        QVERIFY(!QSettings(state, QSettings::IniFormat).value(s("forceUpdate")).toBool());
         // It runs; the window's own one-second timer has to notice.
         standIn(s("pidof"), s("echo 17"));
         force(true);
@@ -87,10 +99,13 @@ private slots:
         QSettings(room.stored(s("update.json")), QSettings::IniFormat).setValue(s("updateAtStartup"), true);
         QProcess client;
         client.setProcessEnvironment(room.environment());
-        standIn(s("ORTM-update"), s("sleep 1"));
+        // It prints when the client and its pipes are gone.
+        const QString gone = file(s("gone"));
+        standIn(s("ORTM-update"), s("until [ -e '%1' ]; do sleep 0.1; done; echo; echo >&2").arg(gone));
         client.start(s(ORVANA_EXECUTABLE), QStringList());
         QVERIFY(client.waitForFinished(TestClient::waitLimit));
         QCOMPARE(client.exitCode(), 0);
+        QVERIFY(writeFile(gone, QByteArray()));
         QTRY_COMPARE(callsOf(s("ORTM-update")), s("--install-only"));
         QVERIFY(!QFile::exists(room.stored(s("log.log"))));
         // Without an updater the client starts.
@@ -99,6 +114,43 @@ private slots:
         QTRY_VERIFY(QFile::exists(room.stored(s("log.log"))));
         client.kill();
         QVERIFY(client.waitForFinished(TestClient::waitLimit));
+    }
+
+    // Other programs get what the client got from its user, and none of its streams.
+    void startsWhatTheUserWould()
+    {
+        const QString got = file(s("got"));
+        for (const char *name : {"user", "gksudo", "xdg-open"})
+            standIn(
+                s(name),
+                s("{ umask; env | grep -v ^_= | sort; grep Sig[BI] /proc/self/status; cd /proc/$$; ls fd; "
+                  "readlink fd/[012]; } >'%1'")
+                    .arg(got));
+        WindowBench bench;
+        QVERIFY(bench.openFor(QString()));
+        m_catcher.reset();
+        qunsetenv("QT_XCB_GL_INTEGRATION"); // of the sandbox
+        QProcess user;
+        user.setStandardInputFile(QProcess::nullDevice());
+        user.setStandardOutputFile(QProcess::nullDevice());
+        user.setStandardErrorFile(QProcess::nullDevice());
+        user.start(file(s("user")), QStringList());
+        QVERIFY(user.waitForFinished());
+        const auto report = [&got] {
+            return QString::fromLocal8Bit(contentsOf(got)).split(QLatin1Char('\n'));
+        };
+        const QStringList expected = report();
+        setOwnSurroundings();
+        bench.orvana()->openUrl(s("https://site.example/"));
+        QTRY_COMPARE(callsOf(s("xdg-open")), s("https://site.example/"));
+        // Qt lets every program that it opens ignore broken pipes.
+        const QRegularExpression others(s("^(?!SigIgn)"));
+        QCOMPARE(report().filter(others), expected.filter(others));
+        QVERIFY(startProgram(s("gksudo"), {s("-k")}));
+        QTRY_COMPARE(callsOf(s("gksudo")), s("-k"));
+        QCOMPARE(report(), expected);
+        QVERIFY(qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION"));
+        QCOMPARE(umask(S_IRWXG | S_IRWXO), S_IRWXG | S_IRWXO);
     }
 
 private:

@@ -3,6 +3,10 @@
 #include "rows.h"
 #include "update/orvanaupdate.h"
 
+#include <csignal>
+
+#include <sys/resource.h>
+
 namespace {
 
 const QString kFile = s("update.json");
@@ -51,6 +55,45 @@ private slots:
         QVERIFY(!update()->isForceUpdate());
     }
 
+    // A request that cannot be cleared counts as cleared, and hides none that comes later.
+    void requestThatStays()
+    {
+        OfflineClient client;
+        const QByteArray request = "forceUpdate=true\nupdateAtStartup=false\n";
+        writeAsUpdater(client, request);
+        update()->init(client.get());
+        QVERIFY(update()->isForceUpdate());
+        rlimit limit = {};
+        QCOMPARE(getrlimit(RLIMIT_FSIZE, &limit), 0);
+        const rlimit none = {0, limit.rlim_max};
+        const auto before = std::signal(SIGXFSZ, SIG_IGN);
+        setrlimit(RLIMIT_FSIZE, &none);
+        update()->setForceUpdate(false);
+        setrlimit(RLIMIT_FSIZE, &limit);
+        std::signal(SIGXFSZ, before);
+        QVERIFY(client.stored(kFile, s("forceUpdate")).toBool());
+        QVERIFY(!update()->isForceUpdate());
+        writeAsUpdater(client, request);
+        update()->addUpdateInfo("[]");
+        QVERIFY(update()->isForceUpdate());
+        QVERIFY(client.stored(kFile, s("forceUpdate")).toBool());
+    }
+
+    // In place, of the same size and with the time put back.
+    void changeThatHides()
+    {
+        OfflineClient client;
+        writeAsUpdater(client, "forceUpdate=false\nupdateAtStartup=true\n");
+        update()->init(client.get());
+        QVERIFY(!update()->isForceUpdate());
+        QFile file(client.path(kFile));
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        const QDateTime time = file.fileTime(QFileDevice::FileModificationTime);
+        file.write("[General]\nforceUpdate=true\nupdateAtStartup=false\n");
+        QVERIFY(file.flush() && file.setFileTime(time, QFileDevice::FileModificationTime));
+        QVERIFY(update()->isForceUpdate());
+    }
+
     void movesTheUpdater()
     {
         const QString before = QDir::currentPath();
@@ -59,6 +102,7 @@ private slots:
                                        {"", "", "", ""},
                                        {"", "newer", "newer", "Обновление успешно установлено"},
                                        {"older", "newer", "newer", ""},
+                                       {"older", "folder", "older", ""},
                                        {"folder", "newer", "", ""}};
         for (const auto &[present, delivered, expected, told] : rows) {
             const QTemporaryDir working;
@@ -66,7 +110,9 @@ private slots:
             const QString target = working.filePath(s("ORTM-update"));
             OfflineClient client;
             const QString source = client.path(s("update/ORTM-update"));
-            if (delivered[0]) {
+            if (s(delivered) == s("folder")) {
+                QVERIFY(QDir().mkpath(source));
+            } else if (delivered[0]) {
                 QVERIFY(writeFile(source, delivered));
                 QFile::setPermissions(source, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
             }
@@ -79,7 +125,8 @@ private slots:
             QDir::setCurrent(before);
             QCOMPARE(contentsOf(target), QByteArray(expected));
             // It stays where it was only when it could not be moved.
-            QCOMPARE(QFile::exists(source), s(present) == s("folder"));
+            QCOMPARE(QFile::exists(source), s(present) == s("folder") || s(delivered) == s("folder"));
+            QVERIFY(!QFile::exists(target + s(".new")));
             if (s(expected) == s("newer"))
                 QVERIFY(QFileInfo(target).isExecutable());
             QCOMPARE(client.popups().take().join(QLatin1Char(' ')), s(told));

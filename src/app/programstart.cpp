@@ -1,0 +1,106 @@
+#include "app/programstart.h"
+
+#include <QProcess>
+#include <QStringList>
+
+#include <optional>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kFirstOtherStream = 3;
+constexpr int kStartPatience = 30000; // ms
+
+struct OwnVariable
+{
+    const char *name;
+    const char *value;
+    bool isSet = false; // not when the user has set it
+};
+
+std::optional<mode_t> s_userUmask;
+OwnVariable s_variables[] = {
+    // Widgets need no OpenGL; loading it takes more memory than the client.
+    {"QT_XCB_GL_INTEGRATION", "none"},
+    // A failed request shows that the network is away, and one is sent every minute;
+    // polling the interfaces every ten seconds would be wasted.
+    {"QT_BEARER_POLL_TIMEOUT", "30000"},
+};
+
+// The end of the client's terminal is none of its business.
+class SessionLeader final : public QProcess
+{
+protected:
+    void setupChildProcess() override { setsid(); }
+};
+
+} // namespace
+
+void setOwnSurroundings()
+{
+    // The storage directory holds the password and pictures of the desktop.
+    s_userUmask = umask(S_IRWXG | S_IRWXO);
+    for (OwnVariable &variable : s_variables) {
+        variable.isSet = !qEnvironmentVariableIsSet(variable.name);
+        if (variable.isSet)
+            qputenv(variable.name, variable.value);
+    }
+}
+
+UserSurroundings::UserSurroundings()
+    : m_umask(umask(0))
+{
+    umask(s_userUmask.value_or(m_umask));
+    for (const OwnVariable &variable : s_variables) {
+        if (variable.isSet)
+            qunsetenv(variable.name);
+    }
+    const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+    for (int stream = 0; stream < kFirstOtherStream; ++stream) {
+        int &copy = m_streams.at(static_cast<size_t>(stream));
+        copy = null < 0 ? -1 : fcntl(stream, F_DUPFD_CLOEXEC, kFirstOtherStream);
+        if (copy >= 0)
+            dup2(null, stream);
+    }
+    // One that was closed has just been opened as the null device.
+    if (null >= kFirstOtherStream)
+        close(null);
+}
+
+UserSurroundings::~UserSurroundings()
+{
+    for (int stream = 0; stream < kFirstOtherStream; ++stream) {
+        const int copy = m_streams.at(static_cast<size_t>(stream));
+        if (copy >= 0) {
+            dup2(copy, stream);
+            close(copy);
+        }
+    }
+    for (const OwnVariable &variable : s_variables) {
+        if (variable.isSet)
+            qputenv(variable.name, variable.value);
+    }
+    umask(m_umask);
+}
+
+// Not by QProcess::startDetached(), which leaves the program ignoring broken pipes.
+bool startProgram(const QString &name, const QStringList &arguments)
+{
+    // Deleting it would end the program.
+    auto *program = new SessionLeader;
+    QObject::connect(program, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), program,
+                     &QObject::deleteLater);
+    program->setInputChannelMode(QProcess::ForwardedInputChannel);
+    program->setProcessChannelMode(QProcess::ForwardedChannels);
+    {
+        const UserSurroundings surroundings;
+        program->start(name, arguments);
+    }
+    if (program->waitForStarted(kStartPatience))
+        return true;
+    program->deleteLater();
+    return false;
+}
