@@ -155,6 +155,9 @@ int main(int argc, char *argv[])
     qDebug() << QCoreApplication::applicationName() + QLatin1Char(' ')
             + QCoreApplication::applicationVersion() + QStringLiteral(" started. Build date: ")
             + buildStamp();
+    const QStringList problems = Deployment::problems();
+    for (const QString &problem : problems)
+        qWarning().noquote() << problem;
     applyStyleSheet(application);
 
     const QStringList arguments = QCoreApplication::arguments();
