@@ -170,16 +170,21 @@ int main(int argc, char *argv[])
     if (!checkUniqueuness()) {
         // What the other one has counted meanwhile must not be overwritten.
         orvana.setCleanMode(true);
-        tellAlreadyRunning();
+        if (!TerminationSignals::areReceived())
+            tellAlreadyRunning();
         return kAlreadyRunning;
     }
-    if (!UserActivityWatcher::instance()->startWatch() && !goesOnWithoutWatcher())
+    if (!UserActivityWatcher::instance()->startWatch() && !TerminationSignals::areReceived()
+        && !goesOnWithoutWatcher())
+        return 0;
+    // The question, too, returns "Да" when it is ended from outside.
+    if (TerminationSignals::areReceived())
         return 0;
     QApplication::setQuitOnLastWindowClosed(false);
 
     if (!orvana.session()->isLogged()) {
         LoginForm login(&orvana);
-        if (login.exec() != QDialog::Accepted)
+        if (login.exec() != QDialog::Accepted || TerminationSignals::areReceived())
             return 0;
     }
 
@@ -191,7 +196,8 @@ int main(int argc, char *argv[])
         if (orvana.session()->isActive())
             NotificationManager::instance()->addNotification(QStringLiteral("Запись активности включена"),
                                                              Plain, QString());
-        exitCode = QApplication::exec();
+        if (!TerminationSignals::areReceived())
+            exitCode = QApplication::exec();
         application.setMainWindow(nullptr);
     }
     NotificationManager::instance()->destroy();

@@ -77,6 +77,12 @@ private slots:
             }
             QVERIFY(endedWith(*run, 0));
         }
+        for (const int number : {SIGTERM, SIGHUP}) {
+            const auto run = start();
+            activate(s("^Ошибка$"));
+            kill(static_cast<pid_t>(run->process.processId()), number);
+            QVERIFY(endedWith(*run, 0));
+        }
     }
 
     void goesOnTrackingUntilItIsTerminated()
