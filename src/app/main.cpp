@@ -49,8 +49,10 @@ void prepareProcess()
 {
     // The storage directory holds the password and pictures of the desktop.
     umask(S_IRWXG | S_IRWXO);
-    // Who reads the standard output may go before this program does.
-    std::signal(SIGPIPE, SIG_IGN);
+    // Who reads the standard output may go before this program does; a terminal may
+    // stop what writes to it in the background; a file may be at its allowed size.
+    for (const int number : {SIGPIPE, SIGTTOU, SIGXFSZ})
+        std::signal(number, SIG_IGN);
     // Widgets need no OpenGL; loading it takes more memory than the client.
     if (!qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION"))
         qputenv("QT_XCB_GL_INTEGRATION", "none");
@@ -133,6 +135,7 @@ bool goesOnWithoutWatcher()
 
 int main(int argc, char *argv[])
 {
+    openOutputs();
     prepareProcess();
     Application application(argc, argv);
     setIdentity();
