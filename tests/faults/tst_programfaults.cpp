@@ -33,7 +33,7 @@ const QString kFast = s("+0 x40");
 const QString kLock = s("SingleAppLockOrvana Team Monitor");
 
 enum Outlet { OfShell, Pipe, Terminal, Socket };
-enum Hindrance { Semaphore, Segment, SemaphoreAndSignal };
+enum Hindrance { Semaphore, Segment, SemaphoreAndSignal, SemaphoreAtEnd };
 
 void dismiss(const QString &window)
 {
@@ -250,6 +250,7 @@ void TestProgramFaults::lockNobodyHolds_data()
     QTest::addColumn<Hindrance>("hindrance");
     QTest::newRow("semaphore never given") << Semaphore;
     QTest::newRow("ended while it waits") << SemaphoreAndSignal;
+    QTest::newRow("semaphore taken meanwhile") << SemaphoreAtEnd;
     QTest::newRow("another program's segment") << Segment;
 }
 
@@ -260,7 +261,8 @@ void TestProgramFaults::lockNobodyHolds()
     const QByteArray before = qgetenv("TMPDIR");
     qputenv("TMPDIR", QFile::encodeName(m_room->path()));
     const QSharedMemory named(kLock);
-    const QSystemSemaphore semaphore(kLock, hindrance == Segment ? 1 : 0, QSystemSemaphore::Create);
+    const bool isGiven = hindrance == Segment || hindrance == SemaphoreAtEnd;
+    QSystemSemaphore semaphore(kLock, isGiven ? 1 : 0, QSystemSemaphore::Create);
     qputenv("TMPDIR", before);
     int segment = -1;
     if (hindrance == Segment) {
@@ -274,6 +276,8 @@ void TestProgramFaults::lockNobodyHolds()
         QTRY_VERIFY_WITH_TIMEOUT(contentsOf(m_room->stored(s("log.log"))).contains("started."), kPatience);
     else
         QTRY_COMPARE_WITH_TIMEOUT(windowsNamed(kMainTitle).size(), 1, kPatience);
+    if (hindrance == SemaphoreAtEnd)
+        QVERIFY(semaphore.acquire());
     client->terminate();
     QVERIFY(ended(*client));
     QCOMPARE(client->exitCode(), 0);
