@@ -2,11 +2,22 @@
 
 #include "app/buildvalues.h"
 
+#include <QFile>
 #include <QSettings>
 #include <QUrl>
 #include <QVariant>
 
+#include <cerrno>
+#include <cstring>
+
+#include <unistd.h>
+
 namespace {
+
+const QString kServiceUrl = QStringLiteral("service-url");
+const QString kVerifyCertificates = QStringLiteral("verify-certificates");
+const QString kWatcherPort = QStringLiteral("watcher-port");
+constexpr uint kLastPort = 65535;
 
 QString environment(const char *name, const char *builtIn)
 {
@@ -14,9 +25,32 @@ QString environment(const char *name, const char *builtIn)
     return value.isEmpty() ? QString::fromUtf8(builtIn) : value;
 }
 
-QVariant configured(const QString &key)
+// A value with a comma is a list to the settings.
+QString text(const QVariant &value)
 {
-    return QSettings(Deployment::configFile(), QSettings::IniFormat).value(key);
+    return value.toStringList().join(QLatin1Char(','));
+}
+
+QString configured(const QString &key)
+{
+    return text(QSettings(Deployment::configFile(), QSettings::IniFormat).value(key));
+}
+
+QString problemWith(const QString &key, const QString &value)
+{
+    if (key == kVerifyCertificates) {
+        static const QStringList booleans{QStringLiteral("true"), QStringLiteral("false"),
+                                          QStringLiteral("1"), QStringLiteral("0")};
+        if (!booleans.contains(value, Qt::CaseInsensitive))
+            return QStringLiteral("is neither true nor false and counts as ")
+                + (Deployment::verifyCertificates() ? booleans.at(0) : booleans.at(1));
+    } else if (key == kWatcherPort) {
+        if (const uint port = value.toUInt(); port == 0 || port > kLastPort)
+            return QStringLiteral("is no port");
+    } else if (key != kServiceUrl && !key.startsWith(QLatin1Char('#'))) {
+        return QStringLiteral("is no key of this program; its keys stand above all sections");
+    }
+    return {};
 }
 
 } // namespace
@@ -25,7 +59,7 @@ QString Deployment::serviceUrl()
 {
     QString url = qEnvironmentVariable("ORVANA_SERVICE_URL");
     if (url.isEmpty())
-        url = configured(QStringLiteral("service-url")).toString();
+        url = configured(kServiceUrl);
     if (url.isEmpty())
         url = QString::fromUtf8(ORVANA_BUILTIN_SERVICE_URL);
     while (url.endsWith(QLatin1Char('/')))
@@ -50,5 +84,36 @@ QString Deployment::configFile()
 
 bool Deployment::verifyCertificates()
 {
-    return configured(QStringLiteral("verify-certificates")).toBool();
+    return QVariant(configured(kVerifyCertificates)).toBool();
+}
+
+QStringList Deployment::problems()
+{
+    QStringList found;
+    const QString name = configFile();
+    // That there is none is usual, but not where somebody named it.
+    const bool isExpected = access(QFile::encodeName(name).constData(), F_OK) == 0 || errno != ENOENT
+        || qEnvironmentVariableIsSet("ORVANA_CONFIG");
+    QFile file(name);
+    if (!file.open(QIODevice::ReadOnly) && isExpected)
+        found << name + QStringLiteral(" can't be read: ") + file.errorString();
+    // The settings keep silent about a line that they cannot read.
+    while (!file.atEnd()) {
+        const QByteArray line = file.readLine().trimmed();
+        if (!line.isEmpty() && !line.contains('=') && !std::strchr(";#[", line.front()))
+            found << name + QStringLiteral(": ") + QString::fromUtf8(line) + QStringLiteral(" is no setting");
+    }
+    const QSettings settings(name, QSettings::IniFormat);
+    const QStringList keys = settings.allKeys();
+    for (const QString &key : keys) {
+        const QString value = text(settings.value(key));
+        if (const QString problem = problemWith(key, value); !problem.isEmpty())
+            found << name + QStringLiteral(": ") + key + QLatin1Char('=') + value + QLatin1Char(' ')
+                    + problem;
+    }
+    const QUrl url(serviceUrl());
+    const QStringList schemes{QStringLiteral("http"), QStringLiteral("https")};
+    if (url.host().isEmpty() || !schemes.contains(url.scheme()))
+        found << QStringLiteral("The service's URL is not of the web: ") + serviceUrl();
+    return found;
 }

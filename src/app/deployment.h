@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 // Values that whoever deploys the client sets. First found wins: environment
 // variable, key of the system configuration file, value built in.
@@ -17,5 +18,7 @@ QString storageRoot();
 QString configFile();
 // False: every certificate of the service is accepted. ("verify-certificates")
 bool verifyCertificates();
+// What of these values is not as whoever set it can have meant it, a line each.
+QStringList problems();
 
 } // namespace Deployment

@@ -2,23 +2,23 @@
 
 #include <QDateTime>
 #include <QFile>
+#include <QFileInfo>
 #include <QTextStream>
 
 #include <algorithm>
-#include <iostream>
+#include <cstdio>
 #include <mutex>
+#include <string>
 
-#include <climits>
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr qint64 kMaxLogSize = 104857600; // bytes
-constexpr int kReaderPatience = 200; // ms
-constexpr int kWidestCharacter = 3; // bytes
+constexpr char kNullDevice[] = "/dev/null";
 
 std::mutex s_mutex; // the network's thread has messages, too
 QFile s_logFile;
@@ -31,8 +31,8 @@ QString line(QtMsgType type, const QString &message)
         + QDateTime::currentDateTimeUtc().toString(Qt::ISODate) + QStringLiteral(": ") + message;
 }
 
-// Whoever reads an output may stop without closing it, as a terminal does that was
-// told to stand still. What he does not take is lost: the clocks do not wait for him.
+// Standard output or errors. Whoever reads them may stop without closing them, as a
+// terminal does after Ctrl+S. Lines that are not taken at once are lost.
 class Output final
 {
 public:
@@ -40,38 +40,64 @@ public:
         : m_descriptor(descriptor)
     { }
 
-    bool takesMore()
+    void stopWaiting()
     {
-        pollfd state = {m_descriptor, POLLOUT, 0};
-        m_isStuck = poll(&state, 1, m_isStuck ? 0 : kReaderPatience) == 0;
-        return !m_isStuck;
+        struct stat state = {};
+        if (fstat(m_descriptor, &state) != 0)
+            return;
+        m_isSocket = S_ISSOCK(state.st_mode);
+        if (!S_ISFIFO(state.st_mode) && !isatty(m_descriptor))
+            return;
+        // Opened once more: the flag would otherwise hold for the shell, too.
+        const QByteArray path = "/proc/self/fd/" + QByteArray::number(m_descriptor);
+        int own = open(path.constData(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        // Another user's terminal, for instance, after su.
+        if (own < 0)
+            own = open(kNullDevice, O_WRONLY | O_CLOEXEC);
+        if (own < 0)
+            return;
+        dup2(own, m_descriptor);
+        close(own);
     }
 
-    // A pipe that takes something need not take all at once.
-    bool takes(int size)
+    void print(const std::string &line)
     {
-        if (!takesMore())
-            return false;
-        int unread = 0;
-        const int room = fcntl(m_descriptor, F_GETPIPE_SZ);
-        return room < 0 || ioctl(m_descriptor, FIONREAD, &unread) != 0 || unread == 0
-            || size < (room - unread) / 2;
+        if (!m_rest.empty())
+            m_rest.erase(0, taken(m_rest));
+        if (!m_rest.empty())
+            return;
+        if (const size_t size = taken(line); size > 0)
+            m_rest = line.substr(size);
     }
 
 private:
+    size_t taken(const std::string &bytes) const
+    {
+        const ssize_t count = m_isSocket
+            ? send(m_descriptor, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL)
+            : write(m_descriptor, bytes.data(), bytes.size());
+        return static_cast<size_t>(std::max<ssize_t>(count, 0));
+    }
+
     int m_descriptor;
-    bool m_isStuck = false;
+    bool m_isSocket = false;
+    std::string m_rest; // of a line that was taken in part
 };
 
-Output s_standardOutput(STDOUT_FILENO);
-Output s_errorOutput(STDERR_FILENO);
+// Never destroyed: libraries write errors until the very end.
+auto &s_standardOutput = *new Output(STDOUT_FILENO);
+auto &s_errorOutput = *new Output(STDERR_FILENO);
+auto &s_errorLine = *new std::string;
 
-void print(const QByteArray &text)
+// Behind `stderr`, which is written to in pieces.
+ssize_t printError(void *, const char *bytes, size_t size)
 {
-    // As much as a pipe takes at once when it takes anything.
-    for (int at = 0; at < text.size() && s_standardOutput.takesMore(); at += PIPE_BUF)
-        std::cout.write(text.constData() + at, std::min(PIPE_BUF, text.size() - at)).flush();
-    std::cout.clear();
+    s_errorLine.append(bytes, size);
+    if (size > 0 && bytes[size - 1] == '\n') {
+        s_errorOutput.print(s_errorLine);
+        s_errorLine.clear();
+    }
+    return static_cast<ssize_t>(size);
 }
 
 } // namespace
@@ -89,13 +115,32 @@ void qDebugHandler(QtMsgType type, const QMessageLogContext &context, const QStr
         s_stream.resetStatus();
     }
     // Line feed before carriage return: readers of this output split on it.
-    print(line(type, message).toUtf8().constData() + QByteArrayLiteral("\n\r"));
-    if (s_lastHandler && s_errorOutput.takes(message.size() * kWidestCharacter))
+    s_standardOutput.print(std::string(line(type, message).toUtf8().constData()) + "\n\r");
+    if (s_lastHandler)
         s_lastHandler(type, QMessageLogContext(), message);
+}
+
+void openOutputs()
+{
+    // A file or a connection that is opened later would get the number of a closed
+    // one, and the log with it.
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+        if (fcntl(descriptor, F_GETFD) < 0)
+            open(kNullDevice, O_RDWR);
+    }
+    s_standardOutput.stopWaiting();
+    s_errorOutput.stopWaiting();
+    if (FILE *errors = fopencookie(nullptr, "w", {nullptr, printError, nullptr, nullptr})) {
+        setvbuf(errors, nullptr, _IONBF, 0);
+        stderr = errors;
+    }
 }
 
 void openLogFile(const QString &path)
 {
+    // A pipe would be waited for.
+    if (const QFileInfo found(path); found.exists() && !found.isFile())
+        return;
     s_logFile.setFileName(path);
     if (s_logFile.size() > kMaxLogSize)
         s_logFile.remove();

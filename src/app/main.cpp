@@ -46,8 +46,10 @@ void saveMemory()
 void prepareProcess()
 {
     setOwnSurroundings();
-    // Who reads the standard output may go before this program does.
-    std::signal(SIGPIPE, SIG_IGN);
+    // Who reads the standard output may go before this program does; a terminal may
+    // stop what writes to it in the background; a file may be at its allowed size.
+    for (const int number : {SIGPIPE, SIGTTOU, SIGXFSZ})
+        std::signal(number, SIG_IGN);
     saveMemory();
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
@@ -118,6 +120,7 @@ bool goesOnWithoutWatcher()
 
 int main(int argc, char *argv[])
 {
+    openOutputs();
     prepareProcess();
     Application application(argc, argv);
     setIdentity();
@@ -146,6 +149,9 @@ int main(int argc, char *argv[])
     qDebug() << QCoreApplication::applicationName() + QLatin1Char(' ')
             + QCoreApplication::applicationVersion() + QStringLiteral(" started. Build date: ")
             + buildStamp();
+    const QStringList problems = Deployment::problems();
+    for (const QString &problem : problems)
+        qWarning().noquote() << problem;
     applyStyleSheet(application);
 
     if (isCleanUp) {
@@ -157,16 +163,21 @@ int main(int argc, char *argv[])
     if (!checkUniqueuness()) {
         // What the other one has counted meanwhile must not be overwritten.
         orvana.setCleanMode(true);
-        tellAlreadyRunning();
+        if (!TerminationSignals::areReceived())
+            tellAlreadyRunning();
         return kAlreadyRunning;
     }
-    if (!UserActivityWatcher::instance()->startWatch() && !goesOnWithoutWatcher())
+    if (!UserActivityWatcher::instance()->startWatch() && !TerminationSignals::areReceived()
+        && !goesOnWithoutWatcher())
+        return 0;
+    // The question, too, returns "Да" when it is ended from outside.
+    if (TerminationSignals::areReceived())
         return 0;
     QApplication::setQuitOnLastWindowClosed(false);
 
     if (!orvana.session()->isLogged()) {
         LoginForm login(&orvana);
-        if (login.exec() != QDialog::Accepted)
+        if (login.exec() != QDialog::Accepted || TerminationSignals::areReceived())
             return 0;
     }
 
@@ -178,7 +189,8 @@ int main(int argc, char *argv[])
         if (orvana.session()->isActive())
             NotificationManager::instance()->addNotification(QStringLiteral("Запись активности включена"),
                                                              Plain, QString());
-        exitCode = QApplication::exec();
+        if (!TerminationSignals::areReceived())
+            exitCode = QApplication::exec();
         application.setMainWindow(nullptr);
     }
     NotificationManager::instance()->destroy();

@@ -3,6 +3,7 @@
 #include <QProcess>
 #include <QStringList>
 
+#include <csignal>
 #include <optional>
 
 #include <fcntl.h>
@@ -34,7 +35,13 @@ OwnVariable s_variables[] = {
 class SessionLeader final : public QProcess
 {
 protected:
-    void setupChildProcess() override { setsid(); }
+    void setupChildProcess() override
+    {
+        setsid();
+        // The client ignores these; Qt itself restores that of broken pipes.
+        for (const int number : {SIGTTOU, SIGXFSZ})
+            std::signal(number, SIG_DFL);
+    }
 };
 
 } // namespace

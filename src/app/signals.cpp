@@ -13,10 +13,12 @@
 namespace {
 
 volatile int s_wakeup = -1;
+volatile std::sig_atomic_t s_areReceived = 0;
 
 void wake(int)
 {
     const int before = errno;
+    s_areReceived = 1;
     const char byte = 1;
     if (write(s_wakeup, &byte, sizeof byte) < 0)
         errno = before;
@@ -42,6 +44,11 @@ TerminationSignals::TerminationSignals(QObject *parent)
         if (std::signal(number, wake) == SIG_IGN && number == SIGHUP)
             std::signal(number, SIG_IGN);
     }
+}
+
+bool TerminationSignals::areReceived()
+{
+    return s_areReceived != 0;
 }
 
 TerminationSignals::~TerminationSignals()

@@ -13,6 +13,9 @@ public:
     explicit TerminationSignals(QObject *parent = nullptr);
     ~TerminationSignals() override;
 
+    // For where no event loop runs: QCoreApplication::quit() ends only those that do.
+    static bool areReceived();
+
 private:
     int m_sockets[2] = {-1, -1};
 };

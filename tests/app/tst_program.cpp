@@ -77,6 +77,12 @@ private slots:
             }
             QVERIFY(endedWith(*run, 0));
         }
+        for (const int number : {SIGTERM, SIGHUP}) {
+            const auto run = start();
+            activate(s("^Ошибка$"));
+            kill(static_cast<pid_t>(run->process.processId()), number);
+            QVERIFY(endedWith(*run, 0));
+        }
     }
 
     void goesOnTrackingUntilItIsTerminated()
@@ -131,6 +137,38 @@ private slots:
             QVERIFY2(run->output.contains("\"\n\r"), "standard output ends its lines the other way round");
             QCOMPARE(log.permissions() & 0x077, QFile::Permissions());
         }
+    }
+
+    void misconfigured_data()
+    {
+        addColumns<QByteArray, QString>("config", "said");
+        QTest::newRow("missing") << QByteArray() << s("orvanx.conf can't be read: ");
+        QTest::newRow("below a section") << QByteArray("[Service]\nverify-certificates=true\n")
+                                         << s("Service/verify-certificates=true is no key of this program");
+        QTest::newRow("no boolean")
+            << QByteArray("verify-certificates=yes\n")
+            << s("verify-certificates=yes is neither true nor false and counts as true");
+        QTest::newRow("list") << QByteArray("verify-certificates=true, \n")
+                              << s("is neither true nor false and counts as true");
+        QTest::newRow("no port") << QByteArray("watcher-port=70000\n") << s("watcher-port=70000 is no port");
+        QTest::newRow("no settings") << QByteArray("verify-certificates: true\n")
+                                     << s("verify-certificates: true is no setting");
+        QTest::newRow("sound") << QByteArray(
+            "; a\n#b=c\n\n[General]\nverify-certificates=True\nservice-url=x\n")
+                               << QString();
+    }
+
+    void misconfigured()
+    {
+        QFETCH(QByteArray, config);
+        QFETCH(QString, said);
+        const QString path = m_room->path(s("orvanx.conf"));
+        QVERIFY(config.isEmpty() ? QFile::remove(path) : writeFile(path, config));
+        const auto run = start(texts({"--clean"}));
+        QVERIFY(endedWith(*run, 0));
+        const QString output = QString::fromUtf8(run->output + run->process.readAll());
+        QCOMPARE(output.contains(s("Message(1)")), !said.isEmpty());
+        QVERIFY2(output.contains(said), qPrintable(output));
     }
 
     void foreignStorageIsRefused()

@@ -4,6 +4,8 @@
 #include "virtualdisplay.h"
 
 #include <QDirIterator>
+#include <QSharedMemory>
+#include <QSystemSemaphore>
 #include <QTcpSocket>
 #include <QtTest>
 
@@ -11,6 +13,10 @@
 #include <memory>
 #include <vector>
 
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/shm.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,13 +30,55 @@ const QString kStranger = s("12345");
 const QString kMainTitle = s("^Orvana$");
 const QString kBoxTitle = s("^Orvana Team Monitor$");
 const QString kFast = s("+0 x40");
+const QString kLock = s("SingleAppLockOrvana Team Monitor");
+
+enum Outlet { OfShell, Pipe, Terminal, Socket };
+enum Hindrance { Semaphore, Segment, SemaphoreAndSignal, SemaphoreAtEnd };
 
 void dismiss(const QString &window)
 {
     QVERIFY(activateWindow(window) && pressKeys(s("Return")));
 }
 
+class Program final : public QProcess
+{
+public:
+    int output = -1; // in place of its standard output...
+    int errors = -1; // ...and errors
+
+protected:
+    void setupChildProcess() override
+    {
+        dup2(output, STDOUT_FILENO);
+        dup2(errors, STDERR_FILENO);
+    }
+};
+
+// One to read from and one that is written to. Nobody reads.
+void openOutlet(Outlet outlet, int ends[2])
+{
+    if (outlet == Pipe) {
+        QVERIFY(::pipe2(ends, O_CLOEXEC) == 0 && ::fcntl(ends[0], F_SETFL, O_NONBLOCK) == 0);
+    } else if (outlet == Terminal) {
+        QVERIFY(::openpty(&ends[0], &ends[1], nullptr, nullptr, nullptr) == 0);
+    } else if (outlet == Socket) {
+        QVERIFY(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
+    }
+}
+
+QByteArray drained(int descriptor)
+{
+    QByteArray all;
+    char piece[4096];
+    for (ssize_t size = 0; (size = ::read(descriptor, piece, sizeof piece)) > 0;)
+        all.append(piece, static_cast<int>(size));
+    return all;
+}
+
 } // namespace
+
+Q_DECLARE_METATYPE(Outlet)
+Q_DECLARE_METATYPE(Hindrance)
 
 // What the machine around the real executable does to it.
 class TestProgramFaults final : public QObject
@@ -43,15 +91,18 @@ private slots:
     void displayDies();
     void allAtOnce();
     void anotherUser();
+    void lockNobodyHolds_data();
+    void lockNobodyHolds();
     void outlivesItsTerminal_data();
     void outlivesItsTerminal();
     void watcher_data();
     void watcher();
 
 private:
-    using Client = std::unique_ptr<QProcess>;
+    using Client = std::unique_ptr<Program>;
 
-    Client start(const QProcessEnvironment &environment, const QStringList &wrapper = {}) const;
+    Client start(const QProcessEnvironment &environment, const QStringList &wrapper = {}, int output = -1,
+                 int errors = -1) const;
     static bool ended(QProcess &client)
     {
         return QTest::qWaitFor([&] { return client.state() == QProcess::NotRunning; }, kPatience);
@@ -72,9 +123,11 @@ void TestProgramFaults::cleanup()
 }
 
 TestProgramFaults::Client TestProgramFaults::start(const QProcessEnvironment &environment,
-                                                   const QStringList &wrapper) const
+                                                   const QStringList &wrapper, int output, int errors) const
 {
-    auto client = std::make_unique<QProcess>();
+    auto client = std::make_unique<Program>();
+    client->output = output;
+    client->errors = errors;
     client->setProcessEnvironment(environment);
     client->setWorkingDirectory(m_room->path());
     client->setStandardOutputFile(QProcess::nullDevice());
@@ -166,34 +219,110 @@ void TestProgramFaults::anotherUser()
         own.insert(s(name), home.path());
     const QStringList asStranger{tool, s("--reuid=") + kStranger, s("--regid=") + kStranger,
                                  s("--clear-groups")};
-    const Client second = start(own, asStranger);
-    QTRY_COMPARE_WITH_TIMEOUT(windowsNamed(kBoxTitle).size(), 1, kPatience);
-    dismiss(windowsNamed(kBoxTitle).constFirst());
-    QVERIFY(ended(*second));
-    QCOMPARE(second->exitCode(), 1);
+    const auto isRefused = [&] {
+        const Client second = start(own, asStranger);
+        QTRY_COMPARE_WITH_TIMEOUT(windowsNamed(kBoxTitle).size(), 1, kPatience);
+        dismiss(windowsNamed(kBoxTitle).constFirst());
+        QVERIFY(ended(*second));
+        QCOMPARE(second->exitCode(), 1);
+    };
+    isRefused();
     QVERIFY(!QFile::exists(m_room->stored(s("log.log"))));
+
+    // With a folder of one's own, but one lock for all.
+    own.insert(s("ORVANA_STORAGE_ROOT"), home.path());
+    own.insert(s("TMPDIR"), m_room->path());
+    own.insert(s("ORVANA_CONFIG"), s("/dev/null"));
+    const Client first = start(m_room->environment());
+    QTRY_COMPARE_WITH_TIMEOUT(windowsNamed(kMainTitle).size(), 1, kPatience);
+    isRefused();
+    first->kill();
+    QVERIFY(ended(*first));
+    const Client heir = start(own, asStranger);
+    QTRY_COMPARE_WITH_TIMEOUT(windowsNamed(s("^Ошибка$")).size(), 1, kPatience);
+    heir->terminate();
+    QVERIFY(ended(*heir));
+    QCOMPARE(heir->exitCode(), 0);
+}
+
+void TestProgramFaults::lockNobodyHolds_data()
+{
+    QTest::addColumn<Hindrance>("hindrance");
+    QTest::newRow("semaphore never given") << Semaphore;
+    QTest::newRow("ended while it waits") << SemaphoreAndSignal;
+    QTest::newRow("semaphore taken meanwhile") << SemaphoreAtEnd;
+    QTest::newRow("another program's segment") << Segment;
+}
+
+void TestProgramFaults::lockNobodyHolds()
+{
+    QFETCH(Hindrance, hindrance);
+    m_room->leaveUser(false);
+    const QByteArray before = qgetenv("TMPDIR");
+    qputenv("TMPDIR", QFile::encodeName(m_room->path()));
+    const QSharedMemory named(kLock);
+    const bool isGiven = hindrance == Segment || hindrance == SemaphoreAtEnd;
+    QSystemSemaphore semaphore(kLock, isGiven ? 1 : 0, QSystemSemaphore::Create);
+    qputenv("TMPDIR", before);
+    int segment = -1;
+    if (hindrance == Segment) {
+        QVERIFY(writeFile(named.nativeKey(), QByteArray()));
+        const key_t key = ::ftok(QFile::encodeName(named.nativeKey()).constData(), 'Q');
+        segment = ::shmget(key, 4096, IPC_CREAT | 0600);
+        QVERIFY(segment >= 0 && ::shmat(segment, nullptr, 0));
+    }
+    const Client client = start(m_room->environment());
+    if (hindrance == SemaphoreAndSignal)
+        QTRY_VERIFY_WITH_TIMEOUT(contentsOf(m_room->stored(s("log.log"))).contains("started."), kPatience);
+    else
+        QTRY_COMPARE_WITH_TIMEOUT(windowsNamed(kMainTitle).size(), 1, kPatience);
+    if (hindrance == SemaphoreAtEnd)
+        QVERIFY(semaphore.acquire());
+    client->terminate();
+    QVERIFY(ended(*client));
+    QCOMPARE(client->exitCode(), 0);
+    QVERIFY(contentsOf(m_room->stored(s("log.log"))).contains("Exit Orvana Team Monitor OK"));
+    ::shmctl(segment, IPC_RMID, nullptr);
 }
 
 // The desktop's log may end before the client does, stand still, or hang up.
 void TestProgramFaults::outlivesItsTerminal_data()
 {
     QTest::addColumn<QString>("command");
+    QTest::addColumn<Outlet>("outlet");
     QTest::addColumn<bool>("hangsUp");
-    QTest::newRow("output closed") << s("exec \"$0\" > >(exec true) 2>&1") << false;
+    const QString plain = s("exec \"$0\"");
+    QTest::newRow("output closed") << s("exec \"$0\" > >(exec true) 2>&1") << OfShell << false;
+    QTest::newRow("nothing open") << s("exec \"$0\" <&- >&- 2>&-") << OfShell << false;
     QTest::newRow("output never read")
-        << s("exec > >(exec tail -f /dev/null --pid=$$) 2>&1; head -c 64000 /dev/zero; exec \"$0\"") << false;
-    QTest::newRow("only errors never read")
-        << s("exec 2> >(exec tail -f /dev/null --pid=$$); head -c 64000 /dev/zero >&2; exec \"$0\"") << false;
-    QTest::newRow("hangs up") << s("exec nohup \"$0\"") << true;
+        << s("exec > >(exec tail -f /dev/null --pid=$$) 2>&1; head -c 64000 /dev/zero; exec \"$0\"")
+        << OfShell << false;
+    QTest::newRow("output read late") << plain << Pipe << false;
+    QTest::newRow("errors read for a second")
+        << s("exec 2> >(timeout 1 cat >/dev/null; exec tail -f /dev/null --pid=$$); exec \"$0\"") << OfShell
+        << false;
+    QTest::newRow("terminal never read") << plain << Terminal << false;
+    QTest::newRow("journal never read") << plain << Socket << false;
+    QTest::newRow("hangs up") << s("exec nohup \"$0\"") << OfShell << true;
 }
 
 void TestProgramFaults::outlivesItsTerminal()
 {
     QFETCH(QString, command);
+    QFETCH(Outlet, outlet);
     QFETCH(bool, hangsUp);
+    constexpr int longest = 64 * 1024; // of what a pipe takes
     m_room->leaveUser(true);
-    const Client client = start(m_room->environment(kFast), {s("bash"), s("-c"), command});
+    // Garbage takes three times its size.
+    Fault longLine = Fault::answer(200, QByteArray(longest, outlet == Socket ? '\xff' : 'x'));
+    longLine.delay = std::chrono::milliseconds(1100);
+    m_room->server.setFault(s("/api_get_active"), longLine);
+    int ends[2] = {-1, -1};
+    openOutlet(outlet, ends);
+    const Client client = start(m_room->environment(kFast), {s("bash"), s("-c"), command},
+                                outlet == Socket ? -1 : ends[1], outlet == Pipe ? -1 : ends[1]);
     QTRY_VERIFY_WITH_TIMEOUT(m_room->server.reports().size() >= 2, kPatience);
+    QByteArray output = drained(outlet == Pipe ? ends[0] : -1);
     if (hangsUp)
         ::kill(static_cast<pid_t>(client->processId()), SIGHUP);
     const int before = m_room->server.reports().size();
@@ -202,6 +331,18 @@ void TestProgramFaults::outlivesItsTerminal()
     QVERIFY(ended(*client));
     QCOMPARE(client->exitStatus(), QProcess::NormalExit);
     QCOMPARE(client->exitCode(), 0);
+    if (outlet == Pipe) {
+        output += drained(ends[0]);
+        const QStringList lines = QString::fromUtf8(output).split(s("\n\r"), Qt::SkipEmptyParts);
+        QVERIFY2(lines.filter(s("Message(")).size() == lines.size()
+                     && output.count("Message(") == lines.size(),
+                 "no line is lost in part");
+        QVERIFY(std::any_of(lines.cbegin(), lines.cend(),
+                            [](const QString &line) { return line.size() > longest; }));
+    }
+    QVERIFY2(outlet == OfShell || !(::fcntl(ends[1], F_GETFL) & O_NONBLOCK), "others' writing is left alone");
+    ::close(ends[0]);
+    ::close(ends[1]);
 }
 
 // Without a watcher, or with a mad one, the minutes are reported all the same.
