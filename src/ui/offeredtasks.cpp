@@ -47,7 +47,8 @@ int OfferedTasks::rowCount(const QModelIndex &parent) const
 
 QVariant OfferedTasks::data(const QModelIndex &index, int role) const
 {
-    if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
+    // A box without a current item asks for one.
+    if (!index.isValid() || index.row() >= m_tasks.size())
         return {};
     const Task &task = m_tasks.at(index.row());
     switch (role) {
