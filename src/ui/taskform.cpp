@@ -4,13 +4,53 @@
 #include "service/ovsession.h"
 #include "ui/artwork.h"
 #include "ui/mainform.h"
-#include "ui/offeredtasks.h"
-#include "ui/offeredteams.h"
+#include "ui/simplemarkup.h"
+#include "ui/tooltips.h"
 #include "ui_taskform.h"
 
 #include <QSignalBlocker>
 
 #include <algorithm>
+
+namespace {
+
+QVariant teamItem(const Team &team, int role)
+{
+    switch (role) {
+    case Qt::DisplayRole:
+        return titleLine(team.name);
+    case Qt::ToolTipRole:
+        return literalToolTip(team.name);
+    case Qt::UserRole:
+        return team.id;
+    default:
+        return {};
+    }
+}
+
+QString itemText(const Task &task)
+{
+    const QString title = titleLine(task.title);
+    if (!task.deadline.isValid())
+        return title;
+    return title + QStringLiteral(" | Истекает: ") + serviceDateTimeText(task.deadline);
+}
+
+QVariant taskItem(const Task &task, int role)
+{
+    switch (role) {
+    case Qt::DisplayRole:
+        return itemText(task);
+    case Qt::ToolTipRole:
+        return literalToolTip(itemText(task));
+    case Qt::UserRole:
+        return task.id;
+    default:
+        return {};
+    }
+}
+
+} // namespace
 
 TaskForm::TaskForm(MainForm *mainForm, QWidget *parent)
     : AbstractOrvanaForm(parent)
@@ -22,9 +62,12 @@ TaskForm::TaskForm(MainForm *mainForm, QWidget *parent)
     m_ui->pbCancel->setObjectName(QStringLiteral("pbOrvana"));
     m_ui->cbTeam->setPlaceholderText(QStringLiteral("Команд пока нет"));
     m_ui->cbTask->setPlaceholderText(QStringLiteral("Задач пока нет"));
-    m_teams = new OfferedTeams(this);
+    m_teams = new ListModel<Team>(teamItem, this);
     m_ui->cbTeam->setModel(m_teams);
-    m_tasks = new OfferedTasks([mainForm](const Task &task) { return mainForm->getTaskIcon(task); }, this);
+    const auto item = [mainForm](const Task &task, int role) {
+        return role == Qt::DecorationRole ? mainForm->getTaskIcon(task) : taskItem(task, role);
+    };
+    m_tasks = new ListModel<Task>(item, this);
     m_ui->cbTask->setModel(m_tasks);
     setBackground(QStringLiteral(":/images/main.png"));
     setWindowModality(Qt::WindowModal);
@@ -114,7 +157,7 @@ void TaskForm::refreshed()
     const QSignalBlocker blocker(m_ui->cbTeam);
     m_refreshTimer.stop();
     m_ui->lbLoading->clear();
-    m_teams->setTeams(m_mainForm->orvana()->session()->teams());
+    m_teams->setRecords(m_mainForm->orvana()->session()->teams());
     m_ui->cbTask->setEnabled(true);
     m_ui->cbTeam->setEnabled(true);
     const int index = std::max(0, m_teams->rowOf(m_selectedTeamId));
@@ -128,7 +171,7 @@ void TaskForm::on_cbTeam_currentIndexChanged(int index)
 {
     const QSignalBlocker blocker(m_ui->cbTask);
     m_selectedTeamId = m_ui->cbTeam->itemData(index).toString();
-    m_tasks->setTasks(filterBlockTasks(m_mainForm->orvana()->session()->tasks(m_selectedTeamId)));
+    m_tasks->setRecords(filterBlockTasks(m_mainForm->orvana()->session()->tasks(m_selectedTeamId)));
     const int selected = m_tasks->rowOf(m_selectedTaskId);
     m_ui->cbTask->setCurrentIndex(selected >= 0 ? selected : 0);
     if (selected >= 0)

@@ -1,15 +1,13 @@
 #pragma once
 
-#include "model/records.h"
 #include "ui/abstractorvanaform.h"
+#include "ui/listmodel.h"
 
 #include <QTimer>
 
 #include <memory>
 
 class MainForm;
-class OfferedTasks;
-class OfferedTeams;
 
 namespace Ui {
 class TaskForm;
@@ -55,8 +53,8 @@ private:
     MainForm *m_mainForm;
     QString m_selectedTeamId;
     QString m_selectedTaskId;
-    OfferedTeams *m_teams; // a child
-    OfferedTasks *m_tasks; // a child
+    ListModel<Team> *m_teams; // a child
+    ListModel<Task> *m_tasks; // a child
     // Many signals of one reply make one refresh.
     QTimer m_refreshTimer{this};
 };
