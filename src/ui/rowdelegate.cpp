@@ -23,6 +23,9 @@ void RowDelegate::drawTitle(QPainter *painter, const QStyleOptionViewItem &optio
 
 void RowDelegate::drawText(QPainter *painter, const QRect &place, const QString &text)
 {
+    const QFontMetrics metrics = painter->fontMetrics();
+    // Eliding counts fractions of a pixel, measuring does not.
+    const bool fits = metrics.horizontalAdvance(text) <= place.width();
     painter->drawText(place, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
-                      painter->fontMetrics().elidedText(text, Qt::ElideRight, place.width()));
+                      fits ? text : metrics.elidedText(text, Qt::ElideRight, place.width()));
 }
