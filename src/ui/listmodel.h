@@ -8,7 +8,7 @@
 #include <functional>
 #include <utility>
 
-// True when both show the same everywhere.
+// Member by member, where equality compares less or does not exist.
 bool haveSameContents(const Team &one, const Team &other);
 bool haveSameContents(const Task &one, const Task &other);
 bool haveSameContents(const Attachment &one, const Attachment &other);
@@ -24,7 +24,7 @@ bool haveSameContents(const QList<Record> &one, const QList<Record> &other)
 }
 
 // Records as rows. What a row shows is put together only when it is seen, so that a
-// list of any length opens at once and takes no memory beside the records.
+// list of any length opens at once and needs no memory of its own.
 template <typename Record>
 class ListModel final : public QAbstractListModel
 {
@@ -38,12 +38,12 @@ public:
         , m_dataOf(std::move(dataOf))
     { }
 
-    // The same contents again leave the rows as they are: scrolled, chosen, open.
-    // False then.
+    // The same contents again leave the rows as they are (scrolled, chosen, open) and
+    // return false.
     bool setRecords(const QList<Record> &records)
     {
         if (haveSameContents(records, m_records)) {
-            m_records = records; // shared with the giver again
+            m_records = records; // shares their memory again
             return false;
         }
         beginResetModel();
