@@ -43,12 +43,28 @@ QString shortened(const QString &message)
                                             : message;
 }
 
+QRect availableArea(const NotificationHost *host)
+{
+    if (host)
+        return host->notificationArea();
+    const QScreen *screen = QGuiApplication::primaryScreen();
+    return screen ? screen->availableGeometry() : QRect();
+}
+
+QPoint placeOf(int position, const NotificationHost *host)
+{
+    const QRect area = availableArea(host);
+    const int offset = host ? host->notificationOffset() : 0;
+    return {area.x() + area.width() - kBackground.width(),
+            area.y() + position * kBackground.height() + offset};
+}
+
 } // namespace
 
 NotificationForm::NotificationForm(const QString &text, NotificationType type, const QString &taskId,
                                    NotificationHost *host, QWidget *parent)
     : QDialog(parent)
-    , m_message(shortened(getMessage(text, type)))
+    , m_ui(std::make_unique<Ui::NotificationForm>())
     , m_type(type)
     , m_host(host)
     , m_taskId(taskId)
@@ -61,39 +77,32 @@ NotificationForm::NotificationForm(const QString &text, NotificationType type, c
     setFixedSize(kBackground.size());
     m_closeTimer.setInterval(kShownFor);
     connect(&m_closeTimer, &QTimer::timeout, this, &NotificationForm::onPbLateClicked);
-}
 
-NotificationForm::~NotificationForm() = default;
-
-// The widgets are made when the popup is first shown: hundreds may wait for
-// their place on the screen.
-void NotificationForm::build()
-{
-    m_ui = std::make_unique<Ui::NotificationForm>();
     m_ui->setupUi(this);
     m_ui->pbUpdate->setObjectName(QStringLiteral("pbOrvana"));
     m_ui->pbLate->setObjectName(QStringLiteral("pbOrvana"));
-    setAccessibleName(m_message);
+    const QString words = shortened(getMessage(text, type));
+    setAccessibleName(words);
 
     auto *message = new AutoScrollLineEdit(this);
     message->setObjectName(QStringLiteral("leMessage"));
-    message->setText(m_message);
+    message->setText(words);
     message->setAlignment(Qt::AlignCenter);
     message->setGeometry(kMessage);
     if (m_type == UpdateAvailable) {
         message->resize(message->width(), kMessageHeightAboveButtons);
         connect(m_ui->pbLate, &QPushButton::clicked, this, &NotificationForm::onPbLateClicked);
         connect(m_ui->pbUpdate, &QPushButton::clicked, this, &NotificationForm::onPbUpdateClicked);
-        // The popup is being shown: what is made only now has to be told.
-        m_ui->pbUpdate->show();
-        m_ui->pbLate->show();
     } else {
+        m_ui->pbUpdate->hide();
+        m_ui->pbLate->hide();
         // Clicks on the text are clicks on the popup.
         message->setAttribute(Qt::WA_TransparentForMouseEvents);
         installEventFilter(this);
     }
-    message->show();
 }
+
+NotificationForm::~NotificationForm() = default;
 
 QString NotificationForm::getMessage(const QString &text, NotificationType type)
 {
@@ -137,28 +146,25 @@ bool NotificationForm::isTaskNotify() const
                    std::array{TaskAdded, CommentAdded, TaskBlocked, TaskUnblocked, BlockingTaskAdded});
 }
 
-QRect NotificationForm::availableArea() const
-{
-    if (m_host)
-        return m_host->notificationArea();
-    const QScreen *screen = QGuiApplication::primaryScreen();
-    return screen ? screen->availableGeometry() : QRect();
-}
-
 void NotificationForm::updatePosition(int position)
 {
     m_position = position;
-    const QRect area = availableArea();
-    const int offset = m_host ? m_host->notificationOffset() : 0;
-    const QPoint place(area.x() + area.width() - width(), area.y() + position * height() + offset);
+    const QPoint place = placeOf(position, m_host);
     if (pos() != place)
         move(place);
 }
 
-bool NotificationForm::isOnScreen() const
+bool NotificationForm::fitsOnScreen(int position, const NotificationHost *host)
 {
-    const QRect area = availableArea();
-    return y() >= 0 && y() + height() <= area.y() + area.height();
+    const QRect area = availableArea(host);
+    const int top = placeOf(position, host).y();
+    return top >= 0 && top + kBackground.height() <= area.y() + area.height();
+}
+
+// One more character than is shown, so that what was cut still ends in an ellipsis.
+QString NotificationForm::textToKeep(const QString &text)
+{
+    return text.left(kLongestMessage + 1);
 }
 
 void NotificationForm::closeNotification()
@@ -186,7 +192,7 @@ void NotificationForm::onPbLateClicked()
 
 void NotificationForm::onPbUpdateClicked()
 {
-    if (m_host && m_host->installUpdate())
+    if (!m_closing && m_host && m_host->installUpdate())
         closeNotification();
 }
 
@@ -227,8 +233,6 @@ void NotificationForm::reject()
 
 void NotificationForm::showEvent(QShowEvent *event)
 {
-    if (!m_ui)
-        build();
     Artwork::trimToPane(this, Artwork::load(kPane));
     QDialog::showEvent(event);
     if (!isPermanentNotification())

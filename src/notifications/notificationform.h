@@ -27,6 +27,10 @@ public:
     ~NotificationForm() override;
 
     static QString getMessage(const QString &text, NotificationType type);
+    // As much of a text as a popup shows.
+    static QString textToKeep(const QString &text);
+    // Whether a popup in this slot lies on the screen; the host may be null.
+    static bool fitsOnScreen(int position, const NotificationHost *host);
     // Stays until it is clicked.
     bool isPermanentNotification() const;
     // Opens its task on a left click.
@@ -36,7 +40,6 @@ public:
     // The slot in the stack, 0 at the top.
     int getPosition() const { return m_position; }
     void updatePosition(int position);
-    bool isOnScreen() const;
     void closeNotification();
     void setMainForm(NotificationHost *host) { m_host = host; }
 
@@ -56,13 +59,10 @@ protected:
     void keyPressEvent(QKeyEvent *event) override;
 
 private:
-    void build();
-    QRect availableArea() const;
     void openTaskIfAny();
 
     std::unique_ptr<Ui::NotificationForm> m_ui;
     QTimer m_closeTimer;
-    QString m_message;
     NotificationType m_type;
     NotificationHost *m_host;
     bool m_closing = false;

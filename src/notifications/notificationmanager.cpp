@@ -5,11 +5,13 @@
 
 #include <QApplication>
 
+#include <algorithm>
+
 namespace {
 
 // Lists that change altogether bring tens of thousands, which nobody reads; the memory
 // is not the service's to fill.
-constexpr int kMostWaiting = 1000;
+constexpr std::size_t kMostWaiting = 1000;
 
 } // namespace
 
@@ -29,8 +31,10 @@ void NotificationManager::setMainForm(NotificationHost *host)
         form->setMainForm(host);
         form->updatePosition(form->getPosition());
     }
-    for (NotificationForm *form : qAsConst(m_hidden))
-        form->setMainForm(host);
+    for (const Waiting &waiting : m_hidden) {
+        if (waiting.form)
+            waiting.form->setMainForm(host);
+    }
     tellHost();
 }
 
@@ -43,23 +47,30 @@ void NotificationManager::tellHost()
 void NotificationManager::addNotification(const QString &text, NotificationType type, const QString &taskId)
 {
     if (type == UpdateAvailable)
-        removeUpdateForms();
-    auto *form = new NotificationForm(text, type, taskId, m_host);
-    connect(form, &NotificationForm::notificationClosed, this, qOverload<>(&NotificationManager::hideForm));
-    form->updatePosition(m_shown.size());
-    if (!form->isOnScreen()) {
-        addHidedForm(form);
+        removeUpdates();
+    const Waiting waiting{type, NotificationForm::textToKeep(text), taskId};
+    if (!NotificationForm::fitsOnScreen(m_shown.size(), m_host)) {
+        keepBack(waiting);
         return;
     }
-    showForm(form);
+    show(waiting);
     QApplication::beep();
 }
 
 // At most one popup offers an update, shown or kept back.
-void NotificationManager::removeUpdateForms()
+void NotificationManager::removeUpdates()
 {
-    const QList<NotificationForm *> all = m_hidden + m_shown;
-    for (NotificationForm *form : all) {
+    for (auto each = m_hidden.begin(); each != m_hidden.end();) {
+        if (each->type != UpdateAvailable) {
+            ++each;
+            continue;
+        }
+        if (each->form)
+            each->form->deleteLater();
+        each = m_hidden.erase(each);
+    }
+    const QList<NotificationForm *> shown = m_shown;
+    for (NotificationForm *form : shown) {
         if (form->notificationType() == UpdateAvailable)
             hideForm(form);
     }
@@ -67,15 +78,29 @@ void NotificationManager::removeUpdateForms()
 
 void NotificationManager::addHidedForm(NotificationForm *form)
 {
-    m_hidden.append(form);
-    if (m_hidden.size() > kMostWaiting)
-        delete m_hidden.takeFirst();
+    keepBack({form->notificationType(), QString(), QString(), form});
+}
+
+void NotificationManager::keepBack(const Waiting &waiting)
+{
+    m_hidden.push_back(waiting);
+    if (m_hidden.size() > kMostWaiting) {
+        if (NotificationForm *form = m_hidden.front().form)
+            form->deleteLater();
+        m_hidden.pop_front();
+    }
     if (m_shown.isEmpty())
         tellHost();
 }
 
-void NotificationManager::showForm(NotificationForm *form)
+void NotificationManager::show(const Waiting &waiting)
 {
+    NotificationForm *form = waiting.form
+        ? waiting.form
+        : new NotificationForm(waiting.text, waiting.type, waiting.taskId, m_host);
+    connect(form, &NotificationForm::notificationClosed, this, qOverload<>(&NotificationManager::hideForm),
+            Qt::UniqueConnection);
+    form->updatePosition(m_shown.size());
     form->show();
     m_shown.append(form);
     tellHost();
@@ -83,9 +108,9 @@ void NotificationManager::showForm(NotificationForm *form)
 
 void NotificationManager::showFirstHidden()
 {
-    NotificationForm *form = m_hidden.takeFirst();
-    form->updatePosition(m_shown.size());
-    showForm(form);
+    const Waiting waiting = m_hidden.front();
+    m_hidden.pop_front();
+    show(waiting);
 }
 
 void NotificationManager::hideForm()
@@ -96,7 +121,12 @@ void NotificationManager::hideForm()
 
 void NotificationManager::hideForm(NotificationForm *form)
 {
-    if (m_hidden.removeOne(form)) {
+    if (!form)
+        return;
+    const auto waiting = std::find_if(m_hidden.begin(), m_hidden.end(),
+                                      [form](const Waiting &each) { return each.form == form; });
+    if (waiting != m_hidden.end()) {
+        m_hidden.erase(waiting);
         form->deleteLater();
         tellHost();
         return;
@@ -108,7 +138,7 @@ void NotificationManager::hideForm(NotificationForm *form)
         below->updatePosition(below->getPosition() - 1);
         below->repaint();
     }
-    if (!m_hidden.isEmpty())
+    if (!m_hidden.empty())
         showFirstHidden();
     if (m_shown.isEmpty())
         tellHost();
@@ -124,7 +154,7 @@ void NotificationManager::hideAll()
             continue;
         form->hide();
         m_shown.removeOne(form);
-        m_hidden.append(form);
+        m_hidden.push_back({form->notificationType(), QString(), QString(), form});
     }
     // Those that fade out move up, so that slots and places in the list agree.
     for (int i = 0; i < m_shown.size(); ++i)
@@ -134,7 +164,7 @@ void NotificationManager::hideAll()
 
 void NotificationManager::restoreAll()
 {
-    while (!m_hidden.isEmpty())
+    while (!m_hidden.empty())
         showFirstHidden();
 }
 
@@ -157,12 +187,14 @@ void NotificationManager::repaint()
 
 bool NotificationManager::hasVisibleNotifications() const
 {
-    return !m_shown.isEmpty() || !m_hidden.isEmpty();
+    return !m_shown.isEmpty() || !m_hidden.empty();
 }
 
 void NotificationManager::destroy()
 {
-    const QList<NotificationForm *> all = m_shown + m_hidden;
+    QList<NotificationForm *> all = m_shown;
+    for (const Waiting &waiting : m_hidden)
+        all.append(waiting.form);
     m_shown.clear();
     m_hidden.clear();
     qDeleteAll(all);

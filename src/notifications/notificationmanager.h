@@ -5,9 +5,10 @@
 #include <QList>
 #include <QObject>
 
+#include <deque>
+
 class NotificationForm;
 class NotificationHost;
-class QPoint;
 
 // Creates the popups, stacks them under the main window, keeps back those that
 // do not fit on the screen and closes up the gap that one leaves.
@@ -46,15 +47,24 @@ public slots:
     void hideForm();
 
 private:
+    struct Waiting
+    {
+        NotificationType type;
+        QString text;
+        QString taskId;
+        NotificationForm *form = nullptr; // null until it is shown
+    };
+
     NotificationManager();
     ~NotificationManager() override;
 
-    void showForm(NotificationForm *form);
+    void keepBack(const Waiting &waiting);
+    void show(const Waiting &waiting);
     void showFirstHidden();
-    void removeUpdateForms();
+    void removeUpdates();
     void tellHost();
 
     NotificationHost *m_host = nullptr;
     QList<NotificationForm *> m_shown; // in the order of their slots
-    QList<NotificationForm *> m_hidden;
+    std::deque<Waiting> m_hidden;
 };

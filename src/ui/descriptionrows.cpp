@@ -1,145 +1,187 @@
 #include "ui/descriptionrows.h"
 
-#include "ui/artwork.h"
-#include "ui/scrolltext.h"
 #include "ui/simplemarkup.h"
 #include "ui/tooltips.h"
 
-#include <QHBoxLayout>
-#include <QLabel>
-#include <QListWidget>
-#include <QTimer>
+#include <QPainter>
 
 #include <algorithm>
-#include <functional>
+#include <cmath>
 
 namespace {
 
-constexpr int kRowsAtOnce = 30; // more than a list shows
-constexpr int kAttachmentHeight = 23;
-constexpr int kRowMargin = 10;
+constexpr int kItemPadding = 6; // of the style sheet
+constexpr int kFileHeight = 23;
+constexpr int kFileMargin = 10;
+constexpr int kFileSpacing = 6;
 constexpr int kPhraseHeight = 15;
 constexpr int kPhraseWidth = 180;
 constexpr int kCountWidth = 90;
 constexpr int kPhraseSpacing = 8;
-const QString kBuilderName = QStringLiteral("rowBuilder");
-
-QLabel *plainLabel(const QString &text, QWidget *parent)
-{
-    auto *label = new QLabel(parent);
-    label->setTextFormat(Qt::PlainText);
-    label->setText(text);
-    return label;
-}
-
-ScrollText *nameLabel(const QString &text, QWidget *parent)
-{
-    auto *label = new ScrollText(false, parent);
-    label->setText(text);
-    label->setToolTip(literalToolTip(text));
-    return label;
-}
+constexpr float kUnitStep = 1024.0F;
 
 QString shownName(const Attachment &file)
 {
     return file.filenameOrig.isEmpty() ? file.filename : file.filenameOrig;
 }
 
-QString exactWords(const Keyword &keyword)
+QString sizeOf(const Attachment &file)
 {
-    return QStringLiteral("Точн. ") + titleLine(keyword.count);
+    return sizeText(file.size.toFloat());
 }
 
-QString inexactWords(const Keyword &keyword)
+QString exactWords(const Keyword &phrase)
 {
-    return QStringLiteral("Неточн. ") + titleLine(keyword.count2);
+    return QStringLiteral("Точн. ") + titleLine(phrase.count);
 }
 
-QWidget *attachmentRow(const Attachment &file, const QString &size, const QPixmap &icon, QWidget *parent)
+QString inexactWords(const Keyword &phrase)
 {
-    auto *row = new QWidget(parent);
-    row->setFixedHeight(kAttachmentHeight);
-    auto *layout = new QHBoxLayout(row);
-    layout->setContentsMargins(kRowMargin, 0, kRowMargin, 0);
-    auto *picture = new QLabel(row);
-    picture->setPixmap(icon);
-    layout->addWidget(picture);
-    layout->addWidget(nameLabel(shownName(file), row), 1);
-    layout->addWidget(plainLabel(size, row));
-    return row;
+    return QStringLiteral("Неточн. ") + titleLine(phrase.count2);
 }
 
-QWidget *phraseRow(const Keyword &keyword, QWidget *parent)
+void prepare(QPainter *painter, const QStyleOptionViewItem &option)
 {
-    auto *row = new QWidget(parent);
-    auto *layout = new QHBoxLayout(row);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(kPhraseSpacing);
-    layout->setSizeConstraint(QLayout::SetFixedSize);
-    ScrollText *phrase = nameLabel(keyword.keyword, row);
-    phrase->setFixedSize(kPhraseWidth, kPhraseHeight);
-    layout->addWidget(phrase);
-    for (const QString &count : {exactWords(keyword), inexactWords(keyword)}) {
-        QLabel *label = plainLabel(count, row);
-        label->setFixedHeight(kPhraseHeight);
-        label->setMaximumWidth(kCountWidth);
-        layout->addWidget(label);
-    }
-    return row;
-}
-
-// Items come before widgets: the first widget after a new item makes the list lay
-// out everything. A widget takes half a millisecond, so hundreds are made in turns.
-void fill(QListWidget *list, const QStringList &spoken, int height,
-          const std::function<QWidget *(int)> &makeRow)
-{
-    delete list->findChild<QTimer *>(kBuilderName, Qt::FindDirectChildrenOnly);
-    list->clear();
-    for (const QString &words : spoken) {
-        auto *item = new QListWidgetItem(list);
-        item->setSizeHint(QSize(0, height));
-        item->setData(Qt::AccessibleTextRole, words);
-    }
-    const auto build = [list, makeRow](int from) {
-        const int end = std::min(from + kRowsAtOnce, list->count());
-        for (int i = from; i < end; ++i)
-            list->setItemWidget(list->item(i), makeRow(i));
-        return end;
-    };
-    const int built = build(0);
-    if (built == list->count())
-        return;
-    auto *builder = new QTimer(list);
-    builder->setObjectName(kBuilderName);
-    QObject::connect(builder, &QTimer::timeout, builder, [list, builder, build, next = built]() mutable {
-        next = build(next);
-        if (next == list->count())
-            builder->deleteLater();
-    });
-    builder->start();
+    painter->setFont(option.font);
+    painter->setPen(option.palette.color(QPalette::Text));
 }
 
 } // namespace
 
-void showAttachmentRows(QListWidget *list, const QList<Attachment> &files, const QStringList &sizes)
+QVariant fileItem(const Attachment &file, int role)
 {
-    const QPixmap icon = QPixmap::fromImage(
-        Artwork::load(QStringLiteral(":/images/res/images/task_desc_dialog/attachment_icon.png")));
-    QStringList spoken;
-    spoken.reserve(files.size());
-    for (int i = 0; i < files.size(); ++i)
-        spoken.append(titleLine(shownName(files.at(i))) + QStringLiteral(", ") + sizes.at(i));
-    fill(list, spoken, kAttachmentHeight,
-         [list, files, sizes, icon](int i) { return attachmentRow(files.at(i), sizes.at(i), icon, list); });
+    switch (role) {
+    case Qt::DisplayRole:
+        return titleLine(shownName(file));
+    case Qt::ToolTipRole:
+        return literalToolTip(shownName(file));
+    case Qt::AccessibleTextRole:
+        return QString(titleLine(shownName(file)) + QStringLiteral(", ") + sizeOf(file));
+    case SizeRole:
+        return sizeOf(file);
+    default:
+        return {};
+    }
 }
 
-void showPhraseRows(QListWidget *list, const QList<Keyword> &phrases)
+QVariant phraseItem(const Keyword &phrase, int role)
 {
-    QStringList spoken;
-    spoken.reserve(phrases.size());
-    for (const Keyword &keyword : phrases) {
-        spoken.append(titleLine(keyword.keyword) + QStringLiteral(", ") + exactWords(keyword)
-                      + QStringLiteral(", ") + inexactWords(keyword));
+    switch (role) {
+    case Qt::DisplayRole:
+        return titleLine(phrase.keyword);
+    case Qt::ToolTipRole:
+        return literalToolTip(phrase.keyword);
+    case Qt::AccessibleTextRole:
+        return QString(titleLine(phrase.keyword) + QStringLiteral(", ") + exactWords(phrase)
+                       + QStringLiteral(", ") + inexactWords(phrase));
+    case ExactRole:
+        return exactWords(phrase);
+    case InexactRole:
+        return inexactWords(phrase);
+    default:
+        return {};
     }
-    fill(list, spoken, kPhraseHeight, [list, phrases](int i) { return phraseRow(phrases.at(i), list); });
+}
+
+QVariant textItem(const TextTask &textTask, int role)
+{
+    switch (role) {
+    case Qt::DisplayRole:
+        return titleLine(textTask.title);
+    case Qt::ToolTipRole:
+        return literalToolTip(textTask.title);
+    case Qt::UserRole:
+        return QVariant::fromValue(textTask);
+    default:
+        return {};
+    }
+}
+
+QString sizeText(float bytes)
+{
+    static const QStringList units{QStringLiteral("B"), QStringLiteral("KB"), QStringLiteral("MB"),
+                                   QStringLiteral("GB"), QStringLiteral("TB")};
+    float value = std::isfinite(bytes) ? bytes : 0.0F;
+    int unit = 0;
+    while (value >= kUnitStep && unit + 1 < units.size()) {
+        value /= kUnitStep;
+        ++unit;
+    }
+    return QString::number(static_cast<double>(value), 'f', 2) + QLatin1Char(' ') + units.at(unit);
+}
+
+FileRowDelegate::FileRowDelegate(const QPixmap &icon, QObject *parent)
+    : RowDelegate(parent)
+    , m_icon(icon)
+{ }
+
+QRect FileRowDelegate::sizeRect(const QStyleOptionViewItem &option, const QModelIndex &index) const
+{
+    const QRect row = option.rect.adjusted(kItemPadding + kFileMargin, 0, -kItemPadding - kFileMargin, 0);
+    const int width = option.fontMetrics.horizontalAdvance(index.data(SizeRole).toString());
+    return QRect(row.right() + 1 - width, row.top(), width, row.height());
+}
+
+QRect FileRowDelegate::titleRect(const QStyleOptionViewItem &option, const QModelIndex &index) const
+{
+    QRect place = option.rect;
+    place.setLeft(place.left() + kItemPadding + kFileMargin + iconSize().width() + kFileSpacing);
+    place.setRight(sizeRect(option, index).left() - kFileSpacing - 1);
+    return place;
+}
+
+void FileRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
+                            const QModelIndex &index) const
+{
+    QStyleOptionViewItem row = option;
+    initStyleOption(&row, index);
+    painter->save();
+    drawFace(painter, row);
+    prepare(painter, row);
+    QRect icon(QPoint(), iconSize());
+    icon.moveCenter(row.rect.center());
+    icon.moveLeft(row.rect.left() + kItemPadding + kFileMargin);
+    painter->drawPixmap(icon, m_icon);
+    drawTitle(painter, row, index);
+    drawText(painter, sizeRect(row, index), index.data(SizeRole).toString());
+    painter->restore();
+}
+
+QSize FileRowDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const
+{
+    Q_UNUSED(option)
+    Q_UNUSED(index)
+    return QSize(0, kFileHeight);
+}
+
+QRect PhraseRowDelegate::titleRect(const QStyleOptionViewItem &option, const QModelIndex &index) const
+{
+    Q_UNUSED(index)
+    return QRect(option.rect.left() + kItemPadding, option.rect.top(), kPhraseWidth, option.rect.height());
+}
+
+void PhraseRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
+                              const QModelIndex &index) const
+{
+    QStyleOptionViewItem row = option;
+    initStyleOption(&row, index);
+    painter->save();
+    drawFace(painter, row);
+    prepare(painter, row);
+    drawTitle(painter, row, index);
+    QRect place = titleRect(row, index);
+    for (const int role : {int(ExactRole), int(InexactRole)}) {
+        const QString count = index.data(role).toString();
+        place.moveLeft(place.right() + 1 + kPhraseSpacing);
+        place.setWidth(std::min(kCountWidth, row.fontMetrics.horizontalAdvance(count)));
+        drawText(painter, place, count);
+    }
+    painter->restore();
+}
+
+QSize PhraseRowDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const
+{
+    Q_UNUSED(option)
+    Q_UNUSED(index)
+    return QSize(0, kPhraseHeight);
 }

@@ -1,14 +1,58 @@
 #pragma once
 
 #include "model/records.h"
+#include "ui/rowdelegate.h"
 
-#include <QStringList>
+#include <QPixmap>
+#include <QVariant>
 
-class QListWidget;
+// What the rows of a task's files, required phrases and texts say; for a ListModel.
+enum DescriptionRole {
+    SizeRole = Qt::UserRole, // of a file, in words
+    ExactRole = Qt::UserRole, // of a phrase, in words
+    InexactRole
+};
 
-// The rows of a task's files and required phrases. Every row is there at once;
-// its widget follows when the event loop is idle, but for the first rows.
+QVariant fileItem(const Attachment &file, int role);
+QVariant phraseItem(const Keyword &phrase, int role);
+// Qt::UserRole is the whole assignment.
+QVariant textItem(const TextTask &textTask, int role);
 
-// One size a file, in words.
-void showAttachmentRows(QListWidget *list, const QList<Attachment> &files, const QStringList &sizes);
-void showPhraseRows(QListWidget *list, const QList<Keyword> &phrases);
+// "1.50 KB"; units up to TB.
+QString sizeText(float bytes);
+
+// Icon, name and, at the right end, the size.
+class FileRowDelegate final : public RowDelegate
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(FileRowDelegate)
+
+public:
+    explicit FileRowDelegate(const QPixmap &icon, QObject *parent = nullptr);
+
+    QRect titleRect(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
+    void paint(QPainter *painter, const QStyleOptionViewItem &option,
+               const QModelIndex &index) const override;
+    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
+
+private:
+    QRect sizeRect(const QStyleOptionViewItem &option, const QModelIndex &index) const;
+    QSize iconSize() const { return m_icon.size() / m_icon.devicePixelRatio(); }
+
+    QPixmap m_icon;
+};
+
+// The phrase and both counts.
+class PhraseRowDelegate final : public RowDelegate
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(PhraseRowDelegate)
+
+public:
+    using RowDelegate::RowDelegate;
+
+    QRect titleRect(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
+    void paint(QPainter *painter, const QStyleOptionViewItem &option,
+               const QModelIndex &index) const override;
+    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
+};

@@ -57,7 +57,8 @@ public slots:
     void updateOnlineState(const QString &reason);
     void onTaskUpdated(const QString &teamId);
     void closeTask(const QString &taskId);
-    // Makes it the task that time is counted on; an empty id changes nothing.
+    // Makes it the task that time is counted on; one that the session's team does not
+    // have changes nothing.
     void selectTask(const QString &teamId, const QString &taskId);
 
     void initTimers();

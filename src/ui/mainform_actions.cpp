@@ -138,13 +138,14 @@ void MainForm::on_pbTaskList_clicked()
 
 void MainForm::onTaskFormAccepted()
 {
-    // Empty lists offer nothing to choose; the task in hand stays.
     selectTask(m_taskForm->currentTeamId(), m_taskForm->currentTaskId());
 }
 
 void MainForm::selectTask(const QString &teamId, const QString &taskId)
 {
-    if (teamId.isEmpty() || taskId.isEmpty())
+    // The lists may have changed since the choice was shown; the task in hand stays.
+    const Orvana::Session *session = m_orvana->session();
+    if (session->team(teamId).id.isEmpty() || session->task(teamId, taskId).id.isEmpty())
         return;
     m_orvana->changeTask(teamId, taskId);
     // Two teams may list the same id, and then no change of task is signalled.

@@ -10,19 +10,16 @@
 #include "ui/tooltips.h"
 #include "ui_taskdescriptionform.h"
 
-#include <QDataStream>
 #include <QDebug>
 #include <QGuiApplication>
 #include <QShowEvent>
 #include <QSignalBlocker>
 
-#include <cmath>
-
 namespace {
 
 const QString kTextStyle =
     QStringLiteral(" QTextBrowser {background-color: transparent; color:rgb(100,100,100)}");
-const QString kPhraseStyle = QStringLiteral("QListWidget::item {background-color: rgb(255, 234, 128);}");
+const QString kPhraseStyle = QStringLiteral("QListView::item {background-color: rgb(255, 234, 128);}");
 const QString kPageButtonStyle = QStringLiteral(
     "QPushButton{color:#646464}QPushButton{border-image: "
     "url(:/images/res/images/task_desc_dialog/descr_button_hovered.png);}"
@@ -36,20 +33,10 @@ const QString kAttachmentIcon = QStringLiteral(":/images/res/images/task_desc_di
 
 constexpr int kAddressWidth = 510;
 constexpr int kLongestAddress = 8192; // browsers take no longer ones
-constexpr float kUnitStep = 1024.0F;
 
 void logCall(const char *name)
 {
     qDebug().noquote() << QStringLiteral("TaskDescriptionForm.cpp ") + QString::fromLatin1(name);
-}
-
-template <typename List>
-QByteArray packed(const List &list)
-{
-    QByteArray bytes;
-    QDataStream stream(&bytes, QIODevice::WriteOnly);
-    stream << list;
-    return bytes;
 }
 
 } // namespace
@@ -67,6 +54,7 @@ TaskDescriptionForm::TaskDescriptionForm(const QString &taskId, Orvana *orvana, 
     setBackground(QStringLiteral(":/images/res/images/task_desc_dialog/background.png"));
     Artwork::centre(this, m_list);
     applyStyles();
+    fillLists();
     m_title = new ScrollText(true, this);
     m_title->setObjectName(QStringLiteral("lbTaskLine"));
     m_title->setStyleSheet(QStringLiteral("color: #646464"));
@@ -94,6 +82,19 @@ void TaskDescriptionForm::applyStyles()
     m_ui->listKeywords->setStyleSheet(kPhraseStyle);
     m_ui->lbIcon->setPixmap(QPixmap::fromImage(Artwork::load(QStringLiteral(":/images/pbTask.png"))));
     m_ui->lbAttIcon->setPixmap(QPixmap::fromImage(Artwork::load(kAttachmentIcon)));
+}
+
+void TaskDescriptionForm::fillLists()
+{
+    const QPixmap icon = QPixmap::fromImage(Artwork::load(kAttachmentIcon));
+    m_ui->listAttachments->setRowDelegate(new FileRowDelegate(icon));
+    m_files = new ListModel<Attachment>(fileItem, this);
+    m_ui->listAttachments->setModel(m_files);
+    m_ui->listKeywords->setRowDelegate(new PhraseRowDelegate);
+    m_phrases = new ListModel<Keyword>(phraseItem, this);
+    m_ui->listKeywords->setModel(m_phrases);
+    m_texts = new ListModel<TextTask>(textItem, this);
+    m_ui->cbTexts->setModel(m_texts);
 }
 
 void TaskDescriptionForm::requestUpdateTask(const QString &taskId)
@@ -143,41 +144,24 @@ void TaskDescriptionForm::showInfo(const TaskInfo &info)
     m_ui->lbResponsible->setToolTip(literalToolTip(people));
 
     m_ui->lbAttachmentsNumber->setText(QString::number(info.files.size()));
-    const QByteArray files = packed(info.files);
-    if (files != m_shownFiles) {
-        m_shownFiles = files;
-        showAttachments(info.files);
-    }
+    if (m_files->setRecords(info.files) && !info.files.isEmpty())
+        logCall("size_human"); // once, not for each file
+    m_ui->listAttachments->setVisible(!info.files.isEmpty());
     m_ui->pbCopyrightTasks->setEnabled(!info.texts.isEmpty());
     if (info.texts.isEmpty() && m_ui->mainWidget->isHidden())
         on_pbMainInfo_clicked();
-    const QByteArray texts = packed(info.texts);
-    if (texts != m_shownTexts) {
-        m_shownTexts = texts;
+    // The same texts again leave the one that is chosen, and the lists as they are scrolled.
+    const QSignalBlocker blocker(m_ui->cbTexts);
+    if (m_texts->setRecords(info.texts) || info.texts.isEmpty())
         updateTextTasksCombobox(info);
-    }
-}
-
-void TaskDescriptionForm::showAttachments(const QList<Attachment> &files)
-{
-    QStringList sizes;
-    sizes.reserve(files.size());
-    for (const Attachment &file : files)
-        sizes.append(size_human(file.size.toFloat()));
-    showAttachmentRows(m_ui->listAttachments, files, sizes);
-    m_ui->listAttachments->setVisible(!files.isEmpty());
 }
 
 void TaskDescriptionForm::updateTextTasksCombobox(const TaskInfo &info)
 {
     logCall("updateTextTasksCombobox");
     const QSignalBlocker blocker(m_ui->cbTexts);
-    m_ui->cbTexts->clear();
-    for (const TextTask &textTask : info.texts) {
-        m_ui->cbTexts->addItem(titleLine(textTask.title), QVariant::fromValue(textTask));
-        m_ui->cbTexts->setItemData(m_ui->cbTexts->count() - 1, literalToolTip(textTask.title),
-                                   Qt::ToolTipRole);
-    }
+    m_texts->setRecords(info.texts);
+    m_ui->cbTexts->setCurrentIndex(info.texts.isEmpty() ? -1 : 0);
     updateTaskText(info.texts.value(0));
 }
 
@@ -206,21 +190,13 @@ void TaskDescriptionForm::updateTaskText(const TextTask &textTask)
     m_ui->lbUrl->setToolTip(literalToolTip(address));
     m_ui->lbSignNumber->setText(QStringLiteral("Количество знаков: ") + titleLine(textTask.minCount));
     m_ui->textRequirements->showText(textTask.text);
-    showPhraseRows(m_ui->listKeywords, textTask.keywords);
+    m_phrases->setRecords(textTask.keywords);
 }
 
 QString TaskDescriptionForm::size_human(float bytes)
 {
     logCall("size_human");
-    static const QStringList units{QStringLiteral("B"), QStringLiteral("KB"), QStringLiteral("MB"),
-                                   QStringLiteral("GB"), QStringLiteral("TB")};
-    float value = std::isfinite(bytes) ? bytes : 0.0F;
-    int unit = 0;
-    while (value >= kUnitStep && unit + 1 < units.size()) {
-        value /= kUnitStep;
-        ++unit;
-    }
-    return QString::number(static_cast<double>(value), 'f', 2) + QLatin1Char(' ') + units.at(unit);
+    return sizeText(bytes);
 }
 
 void TaskDescriptionForm::on_pbHide_clicked()

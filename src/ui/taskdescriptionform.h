@@ -1,7 +1,7 @@
 #pragma once
 
-#include "model/records.h"
 #include "ui/abstractorvanaform.h"
+#include "ui/listmodel.h"
 
 #include <memory>
 
@@ -51,8 +51,8 @@ protected:
 
 private:
     void applyStyles();
+    void fillLists();
     void showInfo(const TaskInfo &info);
-    void showAttachments(const QList<Attachment> &files);
     void openLink(const QString &link);
 
     std::unique_ptr<Ui::TaskDescriptionForm> m_ui;
@@ -61,8 +61,8 @@ private:
     const TaskListForm *m_list;
     ScrollText *m_title = nullptr;
     bool m_hiddenByAll = false;
-    // What the lists show, in stream form: the same contents announced again
-    // leave them as they are scrolled and chosen.
-    QByteArray m_shownFiles;
-    QByteArray m_shownTexts;
+    // Children.
+    ListModel<Attachment> *m_files = nullptr;
+    ListModel<Keyword> *m_phrases = nullptr;
+    ListModel<TextTask> *m_texts = nullptr;
 };

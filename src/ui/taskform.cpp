@@ -4,7 +4,6 @@
 #include "service/ovsession.h"
 #include "ui/artwork.h"
 #include "ui/mainform.h"
-#include "ui/offeredtasks.h"
 #include "ui/simplemarkup.h"
 #include "ui/tooltips.h"
 #include "ui_taskform.h"
@@ -15,13 +14,40 @@
 
 namespace {
 
-int indexOfId(const QComboBox *box, const QString &id)
+QVariant teamItem(const Team &team, int role)
 {
-    for (int i = 0; i < box->count(); ++i) {
-        if (box->itemData(i).toString() == id)
-            return i;
+    switch (role) {
+    case Qt::DisplayRole:
+        return titleLine(team.name);
+    case Qt::ToolTipRole:
+        return literalToolTip(team.name);
+    case Qt::UserRole:
+        return team.id;
+    default:
+        return {};
     }
-    return -1;
+}
+
+QString itemText(const Task &task)
+{
+    const QString title = titleLine(task.title);
+    if (!task.deadline.isValid())
+        return title;
+    return title + QStringLiteral(" | Истекает: ") + serviceDateTimeText(task.deadline);
+}
+
+QVariant taskItem(const Task &task, int role)
+{
+    switch (role) {
+    case Qt::DisplayRole:
+        return itemText(task);
+    case Qt::ToolTipRole:
+        return literalToolTip(itemText(task));
+    case Qt::UserRole:
+        return task.id;
+    default:
+        return {};
+    }
 }
 
 } // namespace
@@ -36,7 +62,12 @@ TaskForm::TaskForm(MainForm *mainForm, QWidget *parent)
     m_ui->pbCancel->setObjectName(QStringLiteral("pbOrvana"));
     m_ui->cbTeam->setPlaceholderText(QStringLiteral("Команд пока нет"));
     m_ui->cbTask->setPlaceholderText(QStringLiteral("Задач пока нет"));
-    m_tasks = new OfferedTasks([mainForm](const Task &task) { return mainForm->getTaskIcon(task); }, this);
+    m_teams = new ListModel<Team>(teamItem, this);
+    m_ui->cbTeam->setModel(m_teams);
+    const auto item = [mainForm](const Task &task, int role) {
+        return role == Qt::DecorationRole ? mainForm->getTaskIcon(task) : taskItem(task, role);
+    };
+    m_tasks = new ListModel<Task>(item, this);
     m_ui->cbTask->setModel(m_tasks);
     setBackground(QStringLiteral(":/images/main.png"));
     setWindowModality(Qt::WindowModal);
@@ -47,9 +78,12 @@ TaskForm::TaskForm(MainForm *mainForm, QWidget *parent)
     const Orvana *orvana = m_mainForm->orvana();
     const Orvana::Session *session = orvana->session();
     connect(orvana, &Orvana::error, this, &TaskForm::error);
-    connect(session, &Orvana::Session::teamsUpdated, this, &TaskForm::refreshed);
-    connect(session, &Orvana::Session::tasksUpdated, this, &TaskForm::refreshed);
+    connect(orvana, &Orvana::loginOk, this, &TaskForm::onLogin);
+    connect(session, &Orvana::Session::teamsUpdated, this, &TaskForm::onTeamsUpdated);
+    connect(session, &Orvana::Session::tasksUpdated, this, &TaskForm::refreshSoon);
     connect(session, &Orvana::Session::taskClosed, this, &TaskForm::closeTask);
+    m_refreshTimer.setSingleShot(true);
+    connect(&m_refreshTimer, &QTimer::timeout, this, &TaskForm::refreshed);
     update();
     m_ui->cbTeam->setFocus();
 }
@@ -59,16 +93,53 @@ TaskForm::~TaskForm() = default;
 void TaskForm::update()
 {
     Orvana *orvana = m_mainForm->orvana();
-    m_selectedTeamId = orvana->session()->currentTeamID();
-    m_selectedTaskId = orvana->session()->currentTaskID();
-    if (!orvana->session()->isOnline()) {
-        refreshed();
+    showSession();
+    if (!orvana->session()->isOnline())
         return;
-    }
+    // The lists that are on their way may hold the session's choice, also when
+    // those shown now do not.
+    takeSessionsChoice();
     m_ui->lbLoading->setText(QStringLiteral("Загрузка..."));
     m_ui->cbTask->setEnabled(false);
     m_ui->cbTeam->setEnabled(false);
     orvana->requestTeamsAndTasks();
+}
+
+void TaskForm::takeSessionsChoice()
+{
+    const Orvana::Session *session = m_mainForm->orvana()->session();
+    m_selectedTeamId = session->currentTeamID();
+    m_selectedTaskId = session->currentTaskID();
+}
+
+void TaskForm::showSession()
+{
+    takeSessionsChoice();
+    refreshed();
+}
+
+// One user's teams and tasks are not for the next one to choose from.
+void TaskForm::onLogin()
+{
+    showSession();
+    // The session is online only after this signal.
+    if (isVisible())
+        QMetaObject::invokeMethod(this, &TaskForm::update, Qt::QueuedConnection);
+}
+
+// This ends a reply; the signals for each team and task come before it.
+void TaskForm::onTeamsUpdated()
+{
+    if (isVisible())
+        refreshed();
+}
+
+// A hidden chooser has nothing to keep up to date: each showing starts from the
+// session.
+void TaskForm::refreshSoon()
+{
+    if (isVisible() && !m_refreshTimer.isActive())
+        m_refreshTimer.start();
 }
 
 QString TaskForm::currentTeamId() const
@@ -81,35 +152,15 @@ QString TaskForm::currentTaskId() const
     return m_ui->cbTask->currentData().toString();
 }
 
-bool TaskForm::showsTeams(const QList<Team> &teams) const
-{
-    return teams.size() == m_shownTeams.size()
-        && std::equal(teams.cbegin(), teams.cend(), m_shownTeams.cbegin(),
-                      [](const Team &a, const Team &b) { return a.id == b.id && a.name == b.name; });
-}
-
-void TaskForm::fillTeams(const QList<Team> &teams)
-{
-    m_ui->cbTeam->clear();
-    for (const Team &team : teams) {
-        m_ui->cbTeam->addItem(titleLine(team.name), team.id);
-        m_ui->cbTeam->setItemData(m_ui->cbTeam->count() - 1, literalToolTip(team.name), Qt::ToolTipRole);
-    }
-    m_shownTeams = teams;
-}
-
 void TaskForm::refreshed()
 {
     const QSignalBlocker blocker(m_ui->cbTeam);
+    m_refreshTimer.stop();
     m_ui->lbLoading->clear();
-    const QList<Team> teams = m_mainForm->orvana()->session()->teams();
-    if (!showsTeams(teams))
-        fillTeams(teams);
+    m_teams->setRecords(m_mainForm->orvana()->session()->teams());
     m_ui->cbTask->setEnabled(true);
     m_ui->cbTeam->setEnabled(true);
-    int index = indexOfId(m_ui->cbTeam, m_selectedTeamId);
-    if (index < 0)
-        index = 0;
+    const int index = std::max(0, m_teams->rowOf(m_selectedTeamId));
     m_ui->cbTeam->setCurrentIndex(index);
     m_ui->cbTeam->setToolTip(m_ui->cbTeam->itemData(index, Qt::ToolTipRole).toString());
     m_ui->cbTeam->setFocus();
@@ -120,16 +171,23 @@ void TaskForm::on_cbTeam_currentIndexChanged(int index)
 {
     const QSignalBlocker blocker(m_ui->cbTask);
     m_selectedTeamId = m_ui->cbTeam->itemData(index).toString();
-    m_tasks->setTasks(filterBlockTasks(m_mainForm->orvana()->session()->tasks(m_selectedTeamId)));
+    m_tasks->setRecords(filterBlockTasks(m_mainForm->orvana()->session()->tasks(m_selectedTeamId)));
     const int selected = m_tasks->rowOf(m_selectedTaskId);
     m_ui->cbTask->setCurrentIndex(selected >= 0 ? selected : 0);
     if (selected >= 0)
         m_ui->cbTask->setToolTip(m_ui->cbTask->itemData(selected, Qt::ToolTipRole).toString());
+    allowOk();
 }
 
 void TaskForm::on_cbTask_currentIndexChanged(int index)
 {
     m_selectedTaskId = m_ui->cbTask->itemData(index).toString();
+    allowOk();
+}
+
+void TaskForm::allowOk()
+{
+    m_ui->pbOk->setEnabled(!currentTeamId().isEmpty() && !currentTaskId().isEmpty());
 }
 
 QList<Task> TaskForm::filterBlockTasks(const QList<Task> &tasks)
@@ -154,5 +212,5 @@ void TaskForm::error(int code)
 void TaskForm::closeTask(const QString &id)
 {
     Q_UNUSED(id)
-    refreshed();
+    refreshSoon();
 }

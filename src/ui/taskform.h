@@ -1,19 +1,20 @@
 #pragma once
 
-#include "model/records.h"
 #include "ui/abstractorvanaform.h"
+#include "ui/listmodel.h"
+
+#include <QTimer>
 
 #include <memory>
 
 class MainForm;
-class OfferedTasks;
 
 namespace Ui {
 class TaskForm;
 }
 
-// Picks the team and the task that the timer books on. Made once and shown again
-// and again; update() before each showing.
+// Picks the team and the task that the timer books on, among those that the session
+// holds. Made once and shown again and again; update() before each showing.
 class TaskForm final : public AbstractOrvanaForm
 {
     Q_OBJECT
@@ -23,8 +24,7 @@ public:
     explicit TaskForm(MainForm *mainForm, QWidget *parent = nullptr);
     ~TaskForm() override;
 
-    // Starts from the session's choice and, online, asks the service for the
-    // lists anew.
+    // Shows the session's lists and choice and, online, requests the lists again.
     void update();
     QString currentTeamId() const;
     QString currentTaskId() const;
@@ -38,19 +38,23 @@ public slots:
     void closeTask(const QString &id);
 
 private slots:
+    void onLogin();
+    void onTeamsUpdated();
+    void refreshSoon();
     void on_cbTeam_currentIndexChanged(int index);
     void on_cbTask_currentIndexChanged(int index);
 
 private:
-    bool showsTeams(const QList<Team> &teams) const;
-    void fillTeams(const QList<Team> &teams);
+    void takeSessionsChoice();
+    void showSession();
+    void allowOk();
 
     std::unique_ptr<Ui::TaskForm> m_ui;
     MainForm *m_mainForm;
     QString m_selectedTeamId;
     QString m_selectedTaskId;
-    OfferedTasks *m_tasks; // a child
-    // What the list shows now: an unchanged one is not filled again, so that it stays
-    // open when it is open.
-    QList<Team> m_shownTeams;
+    ListModel<Team> *m_teams; // a child
+    ListModel<Task> *m_tasks; // a child
+    // Many signals of one reply make one refresh.
+    QTimer m_refreshTimer{this};
 };

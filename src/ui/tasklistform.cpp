@@ -56,13 +56,15 @@ void TaskListForm::connectSignals()
     connect(m_mainForm, &MainForm::showAll, this, &TaskListForm::showAll);
     connect(m_mainForm, &MainForm::hideAll, this, &TaskListForm::hideAll);
     connect(m_orvana, &Orvana::loginOk, this, &TaskListForm::onLogin);
-    connect(session, &Orvana::Session::teamsUpdated, this, &TaskListForm::refreshWords);
+    connect(session, &Orvana::Session::teamsUpdated, this, &TaskListForm::onTeamsUpdated);
     connect(session, &Orvana::Session::tasksUpdated, this, &TaskListForm::onTasksUpdated);
     connect(session, &Orvana::Session::taskChanged, this, &TaskListForm::onTaskChanged);
     connect(session, &Orvana::Session::taskClosed, this, &TaskListForm::onTaskClosed);
     connect(m_ui->listTasks, &TaskListView::descriptionRequested, this, &TaskListForm::openDescription);
     connect(m_ui->listTasks, &TaskListView::selectionRequested, this, &TaskListForm::selectTask);
     connect(m_ui->pbClose, &QPushButton::clicked, this, &TaskListForm::hide);
+    m_refreshTimer.setSingleShot(true);
+    connect(&m_refreshTimer, &QTimer::timeout, this, &TaskListForm::refreshIfStale);
     connect(&m_minuteTimer, &QTimer::timeout, this,
             [this] { m_model->setNow(QDateTime::currentDateTime()); });
 }
@@ -99,12 +101,33 @@ void TaskListForm::onCurrentTeamChanged(const QString &teamId)
 
 void TaskListForm::onTasksUpdated(const QString &teamId)
 {
-    if (teamId == m_orvana->session()->currentTeamID())
+    if (teamId != m_orvana->session()->currentTeamID())
+        return;
+    m_stale = true;
+    if (isVisible())
+        m_refreshTimer.start();
+}
+
+// This ends a reply; the signals for each team and task come before it.
+void TaskListForm::onTeamsUpdated()
+{
+    if (!isVisible()) {
+        m_stale = true;
+        return;
+    }
+    refreshIfStale();
+    refreshWords();
+}
+
+void TaskListForm::refreshIfStale()
+{
+    if (m_stale)
         refresh();
 }
 
 void TaskListForm::onTaskChanged(const QString &taskId)
 {
+    refreshIfStale();
     m_model->setCurrentTask(taskId);
     // Chosen elsewhere: the row comes into sight.
     const QModelIndex row = m_model->indexOf(taskId);
@@ -135,6 +158,8 @@ void TaskListForm::onLogin()
 
 void TaskListForm::refresh()
 {
+    m_stale = false;
+    m_refreshTimer.stop();
     const Orvana::Session *session = m_orvana->session();
     const QString row = m_ui->listTasks->currentIndex().data(TaskListModel::IdRole).toString();
     const int scrolled = m_ui->listTasks->verticalScrollBar()->value();
@@ -222,6 +247,7 @@ void TaskListForm::showEvent(QShowEvent *event)
     if (event->spontaneous())
         return;
     m_hiddenByAll = false;
+    refreshIfStale();
     m_model->setNow(QDateTime::currentDateTime());
     m_minuteTimer.start();
     m_ui->listTasks->setFocus();

@@ -37,6 +37,7 @@ public:
 public slots:
     void onCurrentTeamChanged(const QString &teamId);
     void onTasksUpdated(const QString &teamId);
+    void onTeamsUpdated();
     void onTaskChanged(const QString &taskId);
     void onTaskClosed(const QString &taskId);
     // Opens the description of a task that has one.
@@ -55,6 +56,7 @@ private:
     void onLogin();
     void selectTask(const QString &taskId);
     void refresh();
+    void refreshIfStale();
     void refreshWords();
     void placeOnScreen();
 
@@ -65,6 +67,8 @@ private:
     ScrollText *m_team;
     QHash<QString, TaskDescriptionForm *> m_descriptions;
     QTimer m_minuteTimer{this};
+    QTimer m_refreshTimer{this}; // many signals of one reply make one refresh
+    bool m_stale = false;
     QString m_login; // whose tasks are shown
     bool m_hiddenByAll = false;
     bool m_wasDragged = false;

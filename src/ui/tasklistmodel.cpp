@@ -7,6 +7,7 @@
 #include "ui/tooltips.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace {
@@ -22,14 +23,15 @@ TaskListModel::TaskListModel(IconOf iconOf, QObject *parent)
 
 void TaskListModel::setTasks(const QList<Task> &tasks)
 {
-    QList<Task> arranged = tasks;
-    std::stable_partition(arranged.begin(), arranged.end(),
-                          [](const Task &task) { return task.isBlocking(); });
-    if (haveSameContents(arranged, m_tasks))
+    if (haveSameContents(tasks, m_given))
         return;
     beginResetModel();
-    m_tasks = arranged;
-    m_restricted = TaskForm::filterBlockTasks(m_tasks).size() != m_tasks.size();
+    m_given = tasks;
+    m_tasks = TaskForm::filterBlockTasks(tasks);
+    m_restricted = m_tasks.size() != tasks.size();
+    if (m_restricted)
+        std::copy_if(tasks.cbegin(), tasks.cend(), std::back_inserter(m_tasks),
+                     [](const Task &task) { return !task.isBlocking(); });
     endResetModel();
 }
 

@@ -50,6 +50,7 @@ private:
     void announceChange(const QString &taskId);
 
     IconOf m_iconOf;
+    QList<Task> m_given; // in the service's order
     QList<Task> m_tasks;
     QString m_currentTaskId;
     QDateTime m_now = QDateTime::currentDateTime();

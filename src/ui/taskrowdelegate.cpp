@@ -3,7 +3,6 @@
 #include "ui/tasklistmodel.h"
 
 #include <QAbstractItemView>
-#include <QApplication>
 #include <QHelpEvent>
 #include <QPainter>
 #include <QToolTip>
@@ -40,29 +39,27 @@ QFont smallFont(const QFont &body)
     return font;
 }
 
-// Draws as much of the text as fits and returns where the next part begins.
-int drawPart(QPainter *painter, const QRect &line, const QString &text)
-{
-    const QFontMetrics metrics = painter->fontMetrics();
-    painter->drawText(line, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
-                      metrics.elidedText(text, Qt::ElideRight, line.width()));
-    return line.left() + metrics.horizontalAdvance(text) + kPartGap;
-}
-
 } // namespace
 
 TaskRowDelegate::TaskRowDelegate(QObject *parent)
-    : QStyledItemDelegate(parent)
+    : RowDelegate(parent)
     , m_button(QStringLiteral(":/images/pbSelectTask.png"))
     , m_buttonHovered(QStringLiteral(":/images/pbSelectTask_hovered.png"))
     , m_buttonPressed(QStringLiteral(":/images/pbSelectTask_pressed.png"))
     , m_currentMark(QStringLiteral(":/images/taskCurrent.png"))
 { }
 
-QRect TaskRowDelegate::titleRect(const QRect &row, const QFontMetrics &metrics)
+QRect TaskRowDelegate::titleRect(const QStyleOptionViewItem &option, const QModelIndex &index) const
 {
+    Q_UNUSED(index)
+    const QRect &row = option.rect;
     return QRect(row.left() + kTextLeft, row.top() + kPadding, row.width() - kTextLeft - kTextRight,
-                 metrics.height());
+                 option.fontMetrics.height());
+}
+
+bool TaskRowDelegate::isUsable(const QModelIndex &index) const
+{
+    return index.data(TaskListModel::OfferedRole).toBool();
 }
 
 QRect TaskRowDelegate::buttonRect(const QRect &row)
@@ -88,13 +85,12 @@ void TaskRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
 {
     QStyleOptionViewItem row = option;
     initStyleOption(&row, index);
-    const QStyle *style = row.widget ? row.widget->style() : QApplication::style();
     painter->save();
-    style->drawPrimitive(QStyle::PE_PanelItemViewItem, &row, painter, row.widget);
+    drawFace(painter, row);
     if (index.data(TaskListModel::CurrentRole).toBool())
         painter->fillRect(
             QRect(row.rect.topLeft(), QSize(kMarkWidth, row.rect.height())).adjusted(0, 4, 0, -4), kAccent);
-    if (!index.data(TaskListModel::OfferedRole).toBool())
+    if (!isUsable(index))
         painter->setOpacity(kHeldBackOpacity);
     row.icon.paint(
         painter,
@@ -107,22 +103,22 @@ void TaskRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
 void TaskRowDelegate::drawTexts(QPainter *painter, const QStyleOptionViewItem &option,
                                 const QModelIndex &index) const
 {
-    const QRect title = titleRect(option.rect, option.fontMetrics);
-    if (m_titledElsewhere != index) {
-        painter->setFont(option.font);
-        painter->setPen(kTitleColour);
-        drawPart(painter, title, option.text);
-    }
+    const QRect title = titleRect(option, index);
+    painter->setFont(option.font);
+    painter->setPen(kTitleColour);
+    drawTitle(painter, option, index);
     const QFont font = smallFont(option.font);
     painter->setFont(font);
     QRect line(title.left(), title.bottom() + 1 + kLineGap, title.width(), QFontMetrics(font).height());
     painter->setPen(kTextColour);
-    line.setLeft(drawPart(painter, line, index.data(TaskListModel::DeadlineRole).toString()));
+    const QString deadline = index.data(TaskListModel::DeadlineRole).toString();
+    drawText(painter, line, deadline);
+    line.setLeft(line.left() + painter->fontMetrics().horizontalAdvance(deadline) + kPartGap);
     const QString overdue = index.data(TaskListModel::OverdueRole).toString();
     if (overdue.isEmpty() || line.width() <= 0)
         return;
     painter->setPen(kOverdueColour);
-    drawPart(painter, line, overdue);
+    drawText(painter, line, overdue);
 }
 
 void TaskRowDelegate::drawEnd(QPainter *painter, const QRect &row, const QModelIndex &index) const

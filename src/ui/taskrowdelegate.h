@@ -1,12 +1,12 @@
 #pragma once
 
+#include "ui/rowdelegate.h"
+
 #include <QIcon>
-#include <QPersistentModelIndex>
-#include <QStyledItemDelegate>
 
 // Draws a task's row: icon, title, deadline, and at the right end the button
 // that makes the task the current one, or the mark of the current task.
-class TaskRowDelegate final : public QStyledItemDelegate
+class TaskRowDelegate final : public RowDelegate
 {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(TaskRowDelegate)
@@ -14,13 +14,12 @@ class TaskRowDelegate final : public QStyledItemDelegate
 public:
     explicit TaskRowDelegate(QObject *parent = nullptr);
 
-    // Parts of a row's rectangle.
-    static QRect titleRect(const QRect &row, const QFontMetrics &metrics);
+    QRect titleRect(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
+    bool isUsable(const QModelIndex &index) const override;
+    // Within a row's rectangle.
     static QRect buttonRect(const QRect &row);
     static bool hasButton(const QModelIndex &index);
 
-    // The row whose title another widget shows; may be invalid.
-    void setTitledElsewhere(const QModelIndex &index) { m_titledElsewhere = index; }
     // The row whose button is under the pointer; may be invalid.
     void setHotButton(const QModelIndex &index, bool pressed);
 
@@ -38,7 +37,6 @@ private:
     QIcon m_buttonHovered;
     QIcon m_buttonPressed;
     QIcon m_currentMark;
-    QPersistentModelIndex m_titledElsewhere;
     QPersistentModelIndex m_hotButton;
     bool m_buttonIsPressed = false;
 };

@@ -14,6 +14,9 @@ namespace {
 constexpr qint64 kLongestStall = 5000; // ms
 constexpr int kLongestText = 3000;
 constexpr int kHuge = 4 * 1024 * 1024;
+constexpr int kMany = 20000;
+constexpr int kTurns = 20; // of the event loop
+constexpr int kMostWidgets = 200;
 const QString kTeam = s("17");
 const QString kTask = s("1701");
 
@@ -23,10 +26,19 @@ QByteArray listOf(const QByteArray &team, const QByteArray &title)
         + R"(","deadline":"2024-03-01 18:00:00"}]}])";
 }
 
+// Members of an array, each with an id of its own.
+QByteArray manyEntries()
+{
+    QByteArray list;
+    for (int i = 0; i < kMany; ++i)
+        list += R"({"id":"x)" + QByteArray::number(i) + R"("},)";
+    return list;
+}
+
 } // namespace
 
-// Texts of the service without measure, in every window that shows them: none stands
-// still, and the minute is reported.
+// Replies without measure, in every window that shows them: none stands still, and the
+// minute is reported.
 class TestWindowFaults final : public QObject
 {
     Q_OBJECT
@@ -57,6 +69,17 @@ void TestWindowFaults::hugeTexts_data()
                                            + "min_count" + each + R"(page":"http://)" + each.mid(3)
                                            + R"(keywords":[{"keyword)" + each + "count" + each
                                            + R"(id":"1"}]}],"id":"1701"}})");
+    const auto detailsWith = [](const QByteArray &lists) {
+        return QByteArray(R"({"status":"ok","message":{"id":"1701",)" + lists + "}}");
+    };
+    const QByteArray empties = QByteArray("{},").repeated(10 * kMany) + "{}";
+    QTest::newRow("phrases") << listOf("C", "T")
+                             << detailsWith(R"("texts":[{"keywords":[)" + empties + "]}]");
+    QTest::newRow("files") << listOf("C", "T") << detailsWith(R"("files":[)" + empties + "]");
+    QTest::newRow("teams") << QByteArray('[' + manyEntries() + listOf("C", "T").mid(1)) << none;
+    // Of a team whose tasks' details are not fetched.
+    QTest::newRow("tasks") << QByteArray(R"([{"id":"2192","tasks":[)" + manyEntries() + R"({"id":"1701"}]}])")
+                           << none;
     QTest::newRow("refusal") << listOf("C", "T") << refusal(huge);
     QTest::newRow("refusal in words") << listOf("C", "T") << refusal(words);
 }
@@ -67,7 +90,7 @@ void TestWindowFaults::hugeTexts()
     QFETCH(QByteArray, details);
     WindowBench bench;
     QVERIFY(bench.signIn());
-    bench.orvana()->changeTask(kTeam, kTask);
+    bench.orvana()->changeTask(lists.contains("2192") ? s("2192") : kTeam, kTask);
     QVERIFY(bench.openWindow());
     QElapsedTimer sinceTick;
     qint64 longestStall = 0;
@@ -100,13 +123,17 @@ void TestWindowFaults::hugeTexts()
         QCoreApplication::processEvents();
         box->hidePopup();
     }
-    chooser->reject();
     bench.child<QPushButton>("pbTaskList")->click();
+    QVERIFY(bench.refresh()); // while both are seen
+    chooser->reject();
     TaskDescriptionForm description(kTask, bench.orvana(), bench.form->findChild<TaskListForm *>(), nullptr);
     description.show();
     QVERIFY(QTest::qWaitForWindowExposed(&description));
     description.on_pbCopyrightTasks_clicked();
     QVERIFY(bench.settle());
+    for (int i = 0; i < kTurns; ++i)
+        QCoreApplication::processEvents();
+    QVERIFY(description.findChildren<QWidget *>().size() < kMostWidgets);
 
     bench.form->sendActivity(true);
     QTRY_COMPARE(bench.server().reports().size(), 1);

@@ -34,7 +34,6 @@ inline QList<NotificationForm *> shownPopups()
     return bySlot.values();
 }
 
-// Also of one that waits and has no window yet: nothing.
 inline QStringList textsOf(const QList<NotificationForm *> &popups)
 {
     QStringList texts;

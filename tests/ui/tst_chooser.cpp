@@ -125,12 +125,47 @@ private slots:
             QTRY_VERIFY(teams()->isEnabled() && tasks()->isEnabled());
             QCOMPARE(status(), QString());
             QCOMPARE(teams()->count(), answer == "[]" ? 0 : 3);
-            // Without anything to choose this changes nothing.
+            // Without anything to choose there is nothing to accept.
+            QCOMPARE(button(s("Ок"))->isEnabled(), answer != "[]");
             QTest::mouseClick(button(s("Ок")), Qt::LeftButton);
-            QVERIFY(!m_form->isVisible());
+            QCOMPARE(m_form->isVisible(), answer == "[]");
             QCOMPARE(m_bench->session()->currentTaskID(), s("1704"));
             QVERIFY(m_bench->settle());
         }
+    }
+
+    void onlyWhatTheSessionHolds_data()
+    {
+        addColumns<QString, QString>("before", "chosen");
+        QTest::newRow("choice cancelled") << s("cancel") << s("1704");
+        QTest::newRow("task gone since it was shown") << s("gone") << s("1704");
+        QTest::newRow("other user, hidden") << s("login cancel") << QString();
+        QTest::newRow("other user, shown") << s("login") << QString();
+    }
+
+    // The service leaves every request for lists unanswered.
+    void onlyWhatTheSessionHolds()
+    {
+        QFETCH(QString, before);
+        QFETCH(QString, chosen);
+        open();
+        tasks()->setCurrentIndex(ids(tasks()).indexOf(s("1706")));
+        m_bench->server().setFault(kListPath, Fault::hang());
+        if (before.contains(s("cancel")))
+            QTest::mouseClick(button(s("Отмена")), Qt::LeftButton);
+        if (before.contains(s("login"))) {
+            QSignalSpy accepted(m_bench->orvana(), &Orvana::loginOk);
+            m_bench->orvana()->requestCheckLogin(s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я"));
+            QVERIFY(accepted.wait());
+            QCOMPARE(m_form->currentTeamId() + m_form->currentTaskId(), QString());
+        }
+        if (before == s("gone"))
+            m_bench->session()->removeAllSavedTasks(m_bench->session()->task(s("17"), s("1706")));
+        if (!m_form->isVisible())
+            QTest::mouseClick(m_bench->child<QPushButton>("pbTask"), Qt::LeftButton);
+        QTRY_COMPARE(status(), before == s("gone") ? QString() : s("Загрузка..."));
+        QTest::mouseClick(button(s("Ок")), Qt::LeftButton);
+        QCOMPARE(m_bench->session()->currentTaskID(), chosen);
     }
 
     void offline()

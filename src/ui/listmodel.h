@@ -1,0 +1,77 @@
+#pragma once
+
+#include "model/records.h"
+
+#include <QAbstractListModel>
+
+#include <algorithm>
+#include <functional>
+#include <utility>
+
+// Member by member, where equality compares less or does not exist.
+bool haveSameContents(const Team &one, const Team &other);
+bool haveSameContents(const Task &one, const Task &other);
+bool haveSameContents(const Attachment &one, const Attachment &other);
+bool haveSameContents(const Keyword &one, const Keyword &other);
+bool haveSameContents(const TextTask &one, const TextTask &other);
+
+template <typename Record>
+bool haveSameContents(const QList<Record> &one, const QList<Record> &other)
+{
+    const auto isSame = [](const Record &a, const Record &b) { return haveSameContents(a, b); };
+    return one.isSharedWith(other)
+        || (one.size() == other.size() && std::equal(one.cbegin(), one.cend(), other.cbegin(), isSame));
+}
+
+// Records as rows. What a row shows is put together only when it is seen, so that a
+// list of any length opens at once and needs no memory of its own.
+template <typename Record>
+class ListModel final : public QAbstractListModel
+{
+    Q_DISABLE_COPY_MOVE(ListModel)
+
+public:
+    using DataOf = std::function<QVariant(const Record &, int role)>;
+
+    explicit ListModel(DataOf dataOf, QObject *parent = nullptr)
+        : QAbstractListModel(parent)
+        , m_dataOf(std::move(dataOf))
+    { }
+
+    // The same contents again leave the rows as they are (scrolled, chosen, open) and
+    // return false.
+    bool setRecords(const QList<Record> &records)
+    {
+        if (haveSameContents(records, m_records)) {
+            m_records = records; // shares their memory again
+            return false;
+        }
+        beginResetModel();
+        m_records = records;
+        endResetModel();
+        return true;
+    }
+    bool isEmpty() const { return m_records.isEmpty(); }
+    // -1 when there is no such record.
+    int rowOf(const QString &id) const
+    {
+        const auto found = std::find_if(m_records.cbegin(), m_records.cend(),
+                                        [&id](const Record &record) { return record.id == id; });
+        return found == m_records.cend() ? -1 : static_cast<int>(found - m_records.cbegin());
+    }
+
+    int rowCount(const QModelIndex &parent = QModelIndex()) const override
+    {
+        return parent.isValid() ? 0 : m_records.size();
+    }
+    QVariant data(const QModelIndex &index, int role) const override
+    {
+        // A box without a current item asks for one.
+        const bool isRow = index.isValid() && index.row() < m_records.size();
+        return isRow ? m_dataOf(m_records.at(index.row()), role) : QVariant();
+    }
+
+private:
+    DataOf m_dataOf;
+    QList<Record> m_records;
+};

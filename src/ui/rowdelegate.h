@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QPersistentModelIndex>
+#include <QStyledItemDelegate>
+
+// Draws rows with a title that another widget may show instead.
+class RowDelegate : public QStyledItemDelegate
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(RowDelegate)
+
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    // Where in the row of this option the title is.
+    virtual QRect titleRect(const QStyleOptionViewItem &option, const QModelIndex &index) const = 0;
+    // Whether the title looks like those of rows that can be used.
+    virtual bool isUsable(const QModelIndex &index) const;
+    // The row whose title another widget shows; may be invalid.
+    void setTitledElsewhere(const QModelIndex &index) { m_titledElsewhere = index; }
+
+protected:
+    // What the style sheet says about items.
+    static void drawFace(QPainter *painter, const QStyleOptionViewItem &option);
+    void drawTitle(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const;
+    // As much of the text as fits.
+    static void drawText(QPainter *painter, const QRect &place, const QString &text);
+
+private:
+    QPersistentModelIndex m_titledElsewhere;
+};
