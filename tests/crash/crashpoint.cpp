@@ -28,7 +28,7 @@ constexpr auto kGlance = 1s; // of the client's time, as are all others
 int s_minutes = 0;
 int s_passed = 0;
 
-// Tells the trial in order, and survives the kill that comes next.
+// What happened, in order; it survives the kill that comes next.
 void note(const QString &line)
 {
     static const int journal =
@@ -38,10 +38,10 @@ void note(const QString &line)
         std::abort();
 }
 
-// Somebody who makes the choices of ORVANA_CRASH_CHOICES, a line each: how long to wait in
-// milliseconds, then "press" for the play button, "start", "task" with the rows of team and task, or
-// "user" with login and password. The widgets get the events of mouse and keyboard from within the process,
-// so that the moment at which the client has dealt with them is known and can be the one of its death.
+// Somebody who makes the choices of ORVANA_CRASH_CHOICES, a line each: milliseconds to wait, then
+// "press" for the play button, "start", or "task", each with the rows to pick in the chooser, or
+// "user" with login and password. The widgets get the events of mouse and keyboard from within the
+// process, so that it can die at the very moment at which it has dealt with one.
 class User final
 {
 public:
@@ -53,11 +53,7 @@ public:
             later(kGlance / 10, &User::sitDown);
             return;
         }
-        const Orvana::Session *session = m_form->orvana()->session();
-        const bool records = child<QTimer>(m_form, "sendActivityTimer")->isActive();
-        note(QStringLiteral("begins\t%1\t%2\t%3\t%4")
-                 .arg(session->login(), session->currentTeamID(), session->currentTaskID(),
-                      records ? QStringLiteral("recording") : QStringLiteral("idle")));
+        noteState(QStringLiteral("begins"));
         next();
     }
 
@@ -71,6 +67,16 @@ private:
     static T *child(const QWidget *window, const char *name)
     {
         return window->findChild<T *>(QString::fromLatin1(name));
+    }
+
+    // What the next minute would be.
+    void noteState(const QString &when) const
+    {
+        const Orvana::Session *session = m_form->orvana()->session();
+        const bool records = child<QTimer>(m_form, "sendActivityTimer")->isActive();
+        note(QStringList{when, session->login(), session->currentTeamID(), session->currentTaskID(),
+                         records ? QStringLiteral("recording") : QStringLiteral("idle")}
+                 .join(QLatin1Char('\t')));
     }
 
     static void press(QWidget *window) { QTest::keyClick(window, Qt::Key_Return); }
@@ -91,7 +97,7 @@ private:
 
     void made()
     {
-        note(QStringLiteral("made"));
+        noteState(QStringLiteral("made"));
         crashPoint("choice-made");
         next();
     }
@@ -99,9 +105,13 @@ private:
     void startOrStop()
     {
         auto *play = child<QPushButton>(m_form, "pbPlay");
-        if (!play->isCheckable())
-            return openChooser(); // nothing can be started yet
-        if (play->isChecked() && m_choice.value(1) == QLatin1String("start"))
+        const bool mustStart = m_choice.value(1) == QLatin1String("start");
+        if (!play->isCheckable()) {
+            if (mustStart)
+                m_left.prepend(m_choice.join(QLatin1Char('\t')));
+            return openChooser(); // nothing can be started without a task
+        }
+        if (play->isChecked() && mustStart)
             return next();
         asks({play->isChecked() ? QStringLiteral("stop") : QStringLiteral("start")});
         QTest::mouseClick(play, Qt::LeftButton);

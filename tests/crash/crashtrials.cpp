@@ -1,7 +1,7 @@
 // Kills the client again and again, at named places and at any moment, while the
 // service fails in every way it knows and somebody starts and stops the timer,
-// changes tasks, users and the service's address. Compares what had been counted
-// with what arrived, and what each start does with what was chosen last:
+// changes tasks, users and the service's address. Compares what was counted with
+// what arrived, and what the client does with what was chosen last:
 // crashtrials KILLS [SEED]
 #include "clientroom.h"
 #include "ledger.h"
@@ -15,6 +15,7 @@
 #include <QTcpSocket>
 #include <QTimer>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -22,6 +23,7 @@
 #include <cstdio>
 #include <functional>
 #include <optional>
+#include <vector>
 
 using localservice::Fault;
 using localservice::Outage;
@@ -37,6 +39,8 @@ constexpr auto kShortRun = 1200; // ms
 constexpr auto kLongRun = 4000; // ms, so that pictures fall due
 constexpr int kSlowest = 150; // ms
 constexpr int kLongestWait = 75000; // ms of the client's time, before a choice
+constexpr int kTeamRows = 3;
+constexpr int kTaskRows = 8;
 constexpr auto kBetweenRuns = 300; // s of the client's time
 
 // Where the service, not the client, is the one to strike: the report is taken
@@ -67,7 +71,7 @@ struct Choices
         bool recording = false;
     };
 
-    const Work work() const { return users.value(login); }
+    Work work() const { return users.value(login); }
 
     // A kind and what belongs to it, as in the journal.
     Choices after(const QStringList &choice) const
@@ -87,11 +91,6 @@ struct Choices
     QStringList state() const
     {
         return {login, work().team, work().task, work().recording ? s("recording") : s("idle")};
-    }
-
-    bool allows(const QString &booking, int port) const
-    {
-        return work().recording && booking == Ledger::booking(login, work().team, work().task, port);
     }
 
     QString login;
@@ -128,7 +127,7 @@ public:
         if (!m_other->start())
             qFatal("no second service");
         m_addresses = {{&m_room->server, m_room->server.baseUrl()},
-                       {m_other.get(), s("https://localhost:%1/").arg(m_other->port())}};
+                       {m_other.get(), s("https://LocalHost:%1/").arg(m_other->port())}};
         m_port = m_room->server.port();
         m_room->leaveUser(true);
         m_said = {kAccounts.front().login, {{kAccounts.front().login, {s("17"), s("1702"), true}}}};
@@ -247,37 +246,29 @@ private:
         return from.reports + from.pictures - before;
     }
 
-    static QString choice(int wait, const QStringList &what)
+    QString choice(const QString &kind)
     {
-        return QString::number(wait) + QLatin1Char('\t') + what.join(QLatin1Char('\t'));
+        const QStringList rows{QString::number(below(kTeamRows)), QString::number(below(kTaskRows))};
+        return choice(kind, rows);
     }
 
-    QString toTask()
+    QString choice(const QString &kind, const QStringList &rest)
     {
-        return choice(below(kLongestWait), {s("task"), QString::number(below(3)), QString::number(below(8))});
-    }
-    QString toUser(const Account &account)
-    {
-        return choice(below(kLongestWait), {s("user"), account.login, account.password});
+        return (QStringList{QString::number(below(kLongestWait)), kind} + rest).join(QLatin1Char('\t'));
     }
 
-    // Without a last choice to be recorded, the timer may be left in either state.
-    QStringList planChoices(int count, bool leavesRecording)
+    QString toUser(const Account &account) { return choice(s("user"), {account.login, account.password}); }
+
+    QStringList someChoices(int count)
     {
         QStringList plan;
-        bool recording = !m_asked && m_said.work().recording;
         while (plan.size() < count) {
-            const int kind = below(4);
+            const int kind = below(3);
             if (kind == 0)
                 plan.append(toUser(kAccounts.at(static_cast<size_t>(below(kAccounts.size())))));
-            else if (kind == 1)
-                plan.append(toTask());
             else
-                plan.append(choice(below(kLongestWait), {s("press")}));
-            recording = recording && kind == 1;
+                plan.append(choice(kind == 1 ? s("task") : s("press")));
         }
-        if (leavesRecording && !recording)
-            plan += {toTask(), choice(0, {s("start")})};
         return plan;
     }
 
@@ -327,9 +318,11 @@ private:
             m_weatherTimer.stop();
             setWeather(Fine);
         }
-        const bool isChoice = place == kChoiceMade;
         const int passes = below(3);
-        startClient(place, passes, planChoices(isChoice ? passes + 1 : below(3), !isChoice));
+        // All other places are on the way of a minute.
+        startClient(place, passes,
+                    place == kChoiceMade ? someChoices(passes + 1)
+                                         : someChoices(below(3)) << choice(s("start")));
         if (clientEnds(kPatience))
             ++m_strikes[place];
         else
@@ -339,7 +332,7 @@ private:
 
     void strikeAtRandom()
     {
-        startClient(QByteArray(), 0, planChoices(below(3), false));
+        startClient(QByteArray(), 0, someChoices(below(3)));
         const int length = below(10) == 0 ? kLongRun : kShortRun;
         if (clientEnds(std::chrono::milliseconds(below(length))))
             fail("the client ended by itself");
@@ -365,7 +358,7 @@ private:
         };
         while (!isLate()) {
             const int before = m_ledger.counted();
-            startClient(QByteArray(), 0, {toUser(account), toTask(), choice(0, {s("start")})});
+            startClient(QByteArray(), 0, {toUser(account), choice(s("start"))});
             while ((m_ledger.counted() == before || m_ledger.waiting(account.login) > 0) && !isLate()) {
                 if (clientEnds(5ms))
                     fail("the client ended by itself");
@@ -392,30 +385,31 @@ private:
         judge(m_ledger.clientIsGone());
     }
 
-    // Between the question and its answer either may be true; what the next client does then counts.
+    // As long as the client has not dealt with a choice, it may act on it or not.
     void judge(const QMultiHash<QString, QString> &bookings)
     {
         QFile journal(journalPath());
         journal.open(QIODevice::ReadOnly);
         while (!journal.atEnd()) {
-            QStringList entry = QString::fromUtf8(journal.readLine().trimmed()).split(QLatin1Char('\t'));
+            QStringList entry =
+                QString::fromUtf8(journal.readLine()).remove(QLatin1Char('\n')).split(QLatin1Char('\t'));
             const QString what = entry.takeFirst();
-            if (what == s("begins")) {
-                begin(entry);
-            } else if (what == s("asks")) {
+            if (what == s("asks")) {
                 m_asked = m_said.after(entry);
-                m_question = entry.value(0);
-            } else if (what == s("made")) {
-                m_said = *m_asked;
-                m_asked.reset();
-                ++m_made[m_question];
-            } else {
+                m_lastAsked = entry.value(0);
+            } else if (what == s("minute")) {
                 judgeMinute(bookings.values(entry.value(0)));
+            } else {
+                if (what == s("made")) {
+                    m_said = *m_asked;
+                    ++m_made[m_lastAsked];
+                }
+                judgeState(what, entry);
             }
         }
     }
 
-    void begin(const QStringList &state)
+    void judgeState(const QString &when, const QStringList &state)
     {
         if (m_asked && m_asked->state() == state)
             m_said = *m_asked;
@@ -423,24 +417,26 @@ private:
         if (m_said.state() == state)
             return;
         ++m_forgotten;
-        complain(qPrintable(s("after ") + m_question + s(" begins with ") + state.join(QLatin1Char(' '))
-                            + s(" and not ") + m_said.state().join(QLatin1Char(' '))));
+        complain(
+            s("%1 with [%2] and not [%3], last choice: %4")
+                .arg(when, state.join(QLatin1Char(' ')), m_said.state().join(QLatin1Char(' ')), m_lastAsked));
         m_said.login = state.value(0);
         m_said.users[m_said.login] = {state.value(1), state.value(2), state.value(3) == s("recording")};
     }
 
-    // Of a minute that did not come to the disk nothing is known but that it was counted.
-    void judgeMinute(QStringList bookings)
+    // The record and perhaps a picture; none when the client died before they came to the disk.
+    void judgeMinute(const QStringList &bookings)
     {
-        if (bookings.isEmpty())
-            bookings.append(Ledger::booking(m_said.login, m_said.work().team, m_said.work().task, m_port));
-        for (const QString &booking : qAsConst(bookings)) {
-            if (m_said.allows(booking, m_port) || (m_asked && m_asked->allows(booking, m_port)))
-                continue;
-            ++m_invented;
-            complain(qPrintable(s("minute of ") + booking + s(" and not ")
-                                + m_said.state().join(QLatin1Char(' '))));
-        }
+        const auto allows = [&](const Choices &choices) {
+            const Choices::Work work = choices.work();
+            const QString booking = Ledger::booking(choices.login, work.team, work.task, m_port);
+            return work.recording && bookings.count(booking) == bookings.size();
+        };
+        if (allows(m_said) || (m_asked && allows(*m_asked)))
+            return;
+        ++m_invented;
+        complain(s("minute of [%1] and not [%2]")
+                     .arg(bookings.join(s("; ")), m_said.state().join(QLatin1Char(' '))));
     }
 
     QString journalPath() const { return m_room->path(s("journal")); }
@@ -448,15 +444,17 @@ private:
     void fail(const char *what)
     {
         ++m_complaints;
-        complain(what);
-    }
-
-    void complain(const char *what)
-    {
         QFile output(m_room->path(s("output")));
         output.open(QIODevice::ReadOnly);
-        std::printf("run %d: %s after %lld ms\n%s\n", m_run, what, m_clientTime.elapsed(),
-                    output.readAll().right(2000).constData());
+        complain(s("%1 after %2 ms\n%3")
+                     .arg(s(what))
+                     .arg(m_clientTime.elapsed())
+                     .arg(QString::fromUtf8(output.readAll().right(2000))));
+    }
+
+    void complain(const QString &what)
+    {
+        std::printf("run %d: %s\n", m_run, qPrintable(what));
         std::fflush(stdout);
     }
 
@@ -492,7 +490,7 @@ private:
     std::vector<Address> m_addresses;
     Choices m_said;
     std::optional<Choices> m_asked; // as it would be, were it answered
-    QString m_question;
+    QString m_lastAsked;
     int m_port = 0;
     int m_moves = 0;
     int m_forgotten = 0;
