@@ -1,17 +1,193 @@
 #include "service/crashpoint.h"
 
-#include <QByteArray>
-#include <QCoreApplication>
+#include "service/orvana.h"
+#include "service/ovsession.h"
+#include "ui/mainform.h"
 
+#include <QAction>
+#include <QApplication>
+#include <QComboBox>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTest>
+#include <QTimer>
+
+#include <chrono>
 #include <csignal>
 #include <cstring>
 
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace std::chrono_literals;
+
 namespace {
+
+constexpr auto kGlance = 1s; // of the client's time, as are all others
 
 int s_minutes = 0;
 int s_passed = 0;
 
+// What happened, in order; it survives the kill that comes next.
+void note(const QString &line)
+{
+    static const int journal =
+        open(qgetenv("ORVANA_CRASH_JOURNAL").constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    const QByteArray bytes = line.toUtf8() + '\n';
+    if (write(journal, bytes.constData(), static_cast<size_t>(bytes.size())) != bytes.size())
+        std::abort();
+}
+
+// Somebody who makes the choices of ORVANA_CRASH_CHOICES, a line each: milliseconds to wait, then
+// "press" for the play button, "start", or "task", each with the rows to pick in the chooser, or
+// "user" with login and password. The widgets get the events of mouse and keyboard from within the
+// process, so that it can die at the very moment at which it has dealt with one.
+class User final
+{
+public:
+    void sitDown()
+    {
+        for (QWidget *window : QApplication::topLevelWidgets())
+            m_form = m_form ? m_form : qobject_cast<MainForm *>(window);
+        if (!m_form) {
+            later(kGlance / 10, &User::sitDown);
+            return;
+        }
+        noteState(QStringLiteral("begins"));
+        next();
+    }
+
+private:
+    void later(std::chrono::milliseconds wait, void (User::*what)())
+    {
+        QTimer::singleShot(wait, qApp, [this, what] { (this->*what)(); });
+    }
+
+    template <typename T>
+    static T *child(const QWidget *window, const char *name)
+    {
+        return window->findChild<T *>(QString::fromLatin1(name));
+    }
+
+    // What the next minute would be.
+    void noteState(const QString &when) const
+    {
+        const Orvana::Session *session = m_form->orvana()->session();
+        const bool records = child<QTimer>(m_form, "sendActivityTimer")->isActive();
+        note(QStringList{when, session->login(), session->currentTeamID(), session->currentTaskID(),
+                         records ? QStringLiteral("recording") : QStringLiteral("idle")}
+                 .join(QLatin1Char('\t')));
+    }
+
+    static void press(QWidget *window) { QTest::keyClick(window, Qt::Key_Return); }
+
+    void next()
+    {
+        if (m_left.isEmpty())
+            return;
+        m_choice = m_left.takeFirst().split(QLatin1Char('\t'));
+        const QString kind = m_choice.value(1);
+        later(std::chrono::milliseconds(m_choice.value(0).toInt()),
+              kind == QLatin1String("user")       ? &User::changeUser
+                  : kind == QLatin1String("task") ? &User::openChooser
+                                                  : &User::startOrStop);
+    }
+
+    void asks(const QStringList &choice) { note(QStringLiteral("asks\t") + choice.join(QLatin1Char('\t'))); }
+
+    void made()
+    {
+        noteState(QStringLiteral("made"));
+        crashPoint("choice-made");
+        next();
+    }
+
+    void startOrStop()
+    {
+        auto *play = child<QPushButton>(m_form, "pbPlay");
+        const bool mustStart = m_choice.value(1) == QLatin1String("start");
+        if (!play->isCheckable()) {
+            if (mustStart)
+                m_left.prepend(m_choice.join(QLatin1Char('\t')));
+            return openChooser(); // nothing can be started without a task
+        }
+        if (play->isChecked() && mustStart)
+            return next();
+        asks({play->isChecked() ? QStringLiteral("stop") : QStringLiteral("start")});
+        QTest::mouseClick(play, Qt::LeftButton);
+        made();
+    }
+
+    void openChooser()
+    {
+        QTest::mouseClick(child<QPushButton>(m_form, "pbTask"), Qt::LeftButton);
+        chooseTask();
+    }
+
+    // A chooser that is still loading offers nothing.
+    void chooseTask()
+    {
+        auto *chooser = child<QDialog>(m_form, "TaskForm");
+        auto *team = child<QComboBox>(chooser, "cbTeam");
+        auto *task = child<QComboBox>(chooser, "cbTask");
+        if (!team->isEnabled() || team->count() == 0)
+            return later(kGlance, &User::chooseTask);
+        goToRow(team, m_choice.value(2).toInt());
+        goToRow(task, m_choice.value(3).toInt());
+        asks({QStringLiteral("task"), team->currentData().toString(), task->currentData().toString()});
+        press(chooser);
+        made();
+    }
+
+    static void goToRow(QComboBox *box, int row)
+    {
+        QTest::keyClick(box, Qt::Key_Home);
+        for (int i = row % box->count(); i > 0; --i)
+            QTest::keyClick(box, Qt::Key_Down);
+    }
+
+    void changeUser()
+    {
+        asks({QStringLiteral("user"), m_choice.value(2)});
+        later(kGlance, &User::logIn);
+        child<QAction>(m_form, "actionChangeAccount")->trigger(); // until the dialog is closed
+        made();
+    }
+
+    // Again and again while the service does not answer.
+    void logIn()
+    {
+        auto *dialog = child<QDialog>(m_form, "LoginForm");
+        if (!dialog)
+            return;
+        type(child<QLineEdit>(dialog, "lbEmail"), m_choice.value(2));
+        type(child<QLineEdit>(dialog, "lbPassword"), m_choice.value(3));
+        press(dialog);
+        later(5 * kGlance, &User::logIn);
+    }
+
+    static void type(QLineEdit *field, const QString &text)
+    {
+        field->selectAll();
+        QKeyEvent typed(QEvent::KeyPress, Qt::Key_unknown, Qt::NoModifier, text);
+        QCoreApplication::sendEvent(field, &typed);
+    }
+
+    MainForm *m_form = nullptr;
+    QStringList m_left =
+        qEnvironmentVariable("ORVANA_CRASH_CHOICES").split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    QStringList m_choice;
+};
+
+void seatUser()
+{
+    static User user;
+    QTimer::singleShot(0, qApp, [] { user.sitDown(); });
+}
+
 } // namespace
+
+Q_COREAPP_STARTUP_FUNCTION(seatUser)
 
 // ORVANA_CRASH_AT names the place and ORVANA_CRASH_PASS says how often it is passed
 // unharmed. Every minute is also given a number of its own, carried by the version
@@ -22,8 +198,10 @@ void crashPoint(const char *name)
     static const QByteArray place = qgetenv("ORVANA_CRASH_AT");
     static const int passes = qEnvironmentVariableIntValue("ORVANA_CRASH_PASS");
     static const QString run = qEnvironmentVariable("ORVANA_CRASH_RUN");
-    if (std::strcmp(name, "minute-over") == 0)
+    if (std::strcmp(name, "minute-over") == 0) {
         QCoreApplication::setApplicationVersion(run + QLatin1Char('.') + QString::number(++s_minutes));
+        note(QStringLiteral("minute\t") + QCoreApplication::applicationVersion());
+    }
     if (place == name && s_passed++ == passes)
         std::raise(SIGKILL);
 }

@@ -7,12 +7,14 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSet>
+#include <QUrl>
 #include <QVector>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <mutex>
+#include <utility>
 
 #include <sys/inotify.h>
 #include <unistd.h>
@@ -20,7 +22,8 @@
 // Keeps book of what the client promised and what the service got. A report is
 // promised from the moment its record has its final name in the watched folder;
 // it is known by the number that the trial build puts into its version, together
-// with what else must arrive unchanged. Safe to use from several threads.
+// with its booking: whose it is, on which task, and at which port it has to arrive.
+// Safe to use from several threads.
 class Ledger final
 {
 public:
@@ -37,18 +40,22 @@ public:
         bool isClean() const { return missing + waiting + uncounted + unread + unexcused == 0; }
     };
 
-    // The folder has to exist and to stay.
-    explicit Ledger(const QString &folder)
-        : m_folder(folder)
-        , m_inotify(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
-    {
-        if (inotify_add_watch(m_inotify, QFile::encodeName(folder).constData(), IN_MOVED_TO) < 0)
-            qFatal("the folder cannot be watched");
-    }
+    Ledger()
+        : m_inotify(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+    { }
 
     ~Ledger() { close(m_inotify); }
 
     Q_DISABLE_COPY_MOVE(Ledger)
+
+    // The folder has to exist and to stay.
+    void watch(const QString &login, const QString &folder)
+    {
+        const int watch = inotify_add_watch(m_inotify, QFile::encodeName(folder).constData(), IN_MOVED_TO);
+        if (watch < 0)
+            qFatal("the folder cannot be watched");
+        m_folders.insert(watch, {login, folder});
+    }
 
     // Takes in the records that have come since the last call. Called before any
     // answer leaves the service, it sees each one before the client may delete it.
@@ -85,7 +92,8 @@ public:
     // A client takes a report up again only after another one has got through: as long
     // as all replies are lost, one acceptance is excused. A kill excuses one that left
     // the record in the folder. A second sending without such a reason has no excuse.
-    void clientIsGone()
+    // Returns the bookings of the client's records by their version.
+    QMultiHash<QString, QString> clientIsGone()
     {
         const std::lock_guard lock(m_mutex);
         readRecords();
@@ -106,6 +114,13 @@ public:
         m_ofThisRun.clear();
         if (!m_lossy.isEmpty())
             m_lossy = {m_lossy.constLast()};
+        return std::exchange(m_bookings, {});
+    }
+
+    int waiting(const QString &login)
+    {
+        const std::lock_guard lock(m_mutex);
+        return waitingIds(login).size();
     }
 
     Sums sums()
@@ -141,14 +156,16 @@ public:
         return m_counted.size();
     }
 
-    static QString minuteId(const QString &version, const QString &taskId, const QString &active)
+    static QString booking(const QString &login, const QString &team, const QString &task, int port)
     {
-        return version + s(" task ") + taskId + s(" active ") + active;
+        return login + QLatin1Char('\t') + team + QLatin1Char('\t') + task + QLatin1Char('\t')
+            + QString::number(port);
     }
 
-    static QString pictureId(const QString &version, const QString &fileName)
+    // What else has to arrive: the slices of a minute, the name of a picture.
+    static QString idOf(const QString &version, const QString &booking, const QString &rest)
     {
-        return version + s(" picture ") + fileName;
+        return version + QLatin1Char('\t') + booking + QLatin1Char('\t') + rest;
     }
 
 private:
@@ -159,6 +176,11 @@ private:
     {
         Clock::time_point when;
         QString id;
+    };
+    struct Folder
+    {
+        QString login;
+        QString path;
     };
     struct Interval
     {
@@ -176,31 +198,39 @@ private:
                     qFatal("records went unseen");
                 const QString name = QFile::decodeName(event->name);
                 if (name.startsWith(s("json")))
-                    enter(name);
+                    enter(m_folders.value(event->wd), name);
                 at += static_cast<ssize_t>(sizeof *event + event->len);
             }
         }
     }
 
-    void enter(const QString &name)
+    void enter(const Folder &folder, const QString &name)
     {
-        const QString id = idOf(name);
-        if (id.isEmpty())
+        QString version;
+        QString booked;
+        const QString id = load(folder, name, &version, &booked);
+        if (id.isEmpty()) {
             ++m_unread;
-        else
-            ++m_counted[id];
+            return;
+        }
+        ++m_counted[id];
+        m_bookings.insert(version, booked);
     }
 
-    QString idOf(const QString &name) const
+    // The id, or nothing when the record is gone.
+    static QString load(const Folder &folder, const QString &name, QString *version, QString *booked)
     {
-        QFile file(m_folder + QLatin1Char('/') + name);
+        QFile file(folder.path + QLatin1Char('/') + name);
         if (!file.open(QIODevice::ReadOnly))
             return {};
-        const QJsonObject body = QJsonDocument::fromJson(file.readAll()).object().value(s("body")).toObject();
+        const QJsonObject record = QJsonDocument::fromJson(file.readAll()).object();
+        const QJsonObject body = record.value(s("body")).toObject();
         const auto text = [&body](const char *key) { return body.value(QLatin1String(key)).toString(); };
-        if (body.contains(QLatin1String("fileName")))
-            return pictureId(text("version"), text("fileName"));
-        return minuteId(text("version"), text("task_id"), text("active"));
+        *version = text("version");
+        // The folder's user is the one who has worked.
+        *booked = booking(folder.login, text("team_id"), text("task_id"),
+                          QUrl(record.value(s("api-url")).toString()).port());
+        return idOf(*version, *booked, text(body.contains(s("fileName")) ? "fileName" : "active"));
     }
 
     // The interval in which the reply to it was lost, or -1.
@@ -214,18 +244,26 @@ private:
         return found == m_lossy.cend() ? -1 : static_cast<int>(found - m_lossy.cbegin());
     }
 
-    QVector<QString> waitingIds() const
+    // Of one user, or of all.
+    QVector<QString> waitingIds(const QString &login = QString()) const
     {
         QVector<QString> ids;
-        const QStringList names = QDir(m_folder).entryList({s("json") + QLatin1Char('*')}, QDir::Files);
-        for (const QString &name : names)
-            ids.append(idOf(name));
+        QString version;
+        QString booked;
+        for (const Folder &folder : m_folders) {
+            if (!login.isEmpty() && folder.login != login)
+                continue;
+            const QStringList names = QDir(folder.path).entryList({s("json*")}, QDir::Files);
+            for (const QString &name : names)
+                ids.append(load(folder, name, &version, &booked));
+        }
         return ids;
     }
 
     std::mutex m_mutex;
-    QString m_folder;
     int m_inotify;
+    QHash<int, Folder> m_folders; // by watch
+    QMultiHash<QString, QString> m_bookings; // of the client that runs, by version
     QHash<QString, int> m_counted; // by id: how many records
     QHash<QString, int> m_accepted;
     QHash<QString, int> m_excuses;
