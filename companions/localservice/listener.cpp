@@ -1,8 +1,7 @@
 #include "localservice/listener.h"
 
 #include "localservice/tlsserver.h"
-
-#include <QFile>
+#include "tracking/socketowner.h"
 
 #include <chrono>
 #include <string>
@@ -97,39 +96,17 @@ bool Exchange::clientIsGone() const
 
 bool Exchange::clientIsOfThisUser() const
 {
-    // The kernel lists the other end as a connection of its own, with its owner. Only while it is
-    // established: one that its process has closed already counts as the superuser's.
-    enum Column { Local = 1, Remote, State, Owner = 7 };
-    const QByteArray established = QByteArrayLiteral("01");
     const auto named = [this](auto ask) {
         sockaddr_in name{};
         socklen_t length = sizeof name;
         ask(descriptor(), reinterpret_cast<sockaddr *>(&name), &length);
-        // In the byte order of the network, as the kernel prints it.
-        return QStringLiteral("%1:%2")
-            .arg(name.sin_addr.s_addr, 8, 16, QLatin1Char('0'))
-            .arg(ntohs(name.sin_port), 4, 16, QLatin1Char('0'))
-            .toLatin1()
-            .toUpper();
+        return name;
     };
-    const QByteArray client = named(::getpeername);
-    const QByteArray service = named(::getsockname);
-    // A client may use an IPv6 socket; its addresses then end like those of IPv4.
-    for (const QString &path : {QStringLiteral("/proc/net/tcp"), QStringLiteral("/proc/net/tcp6")}) {
-        QFile table(path);
-        if (!table.open(QIODevice::ReadOnly)) {
-            continue;
-        }
-        const QList<QByteArray> lines = table.readAll().split('\n');
-        for (const QByteArray &line : lines) {
-            const QList<QByteArray> columns = line.simplified().split(' ');
-            if (columns.size() > Owner && columns.at(Local).endsWith(client)
-                && columns.at(Remote).endsWith(service) && columns.at(State) == established) {
-                return columns.at(Owner).toUInt() == ::getuid();
-            }
-        }
-    }
-    return false;
+    const sockaddr_in client = named(::getpeername);
+    const sockaddr_in service = named(::getsockname);
+    return connectionOwner(ntohl(client.sin_addr.s_addr), ntohs(client.sin_port), ntohl(service.sin_addr.s_addr),
+                           ntohs(service.sin_port))
+        == ::getuid();
 }
 
 void Exchange::answer(const Reply &reply)

@@ -14,13 +14,9 @@ constexpr qint64 kReadBufferSize = 512;
 
 bool isOwnUsers(const QTcpSocket &client)
 {
-    const auto owner = [&client] {
-        return connectionOwner(client.peerAddress(), client.peerPort(), client.localAddress(),
-                               client.localPort());
-    };
-    // The list can lack a line when it changes while it is read.
-    const auto found = owner();
-    return (found ? found : owner()) == geteuid();
+    return connectionOwner(client.peerAddress().toIPv4Address(), client.peerPort(),
+                           client.localAddress().toIPv4Address(), client.localPort())
+        == geteuid();
 }
 } // namespace
 

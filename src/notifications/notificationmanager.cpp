@@ -11,7 +11,7 @@ namespace {
 
 // Lists that change altogether bring tens of thousands, which nobody reads; the memory
 // is not the service's to fill.
-constexpr std::size_t kMostWaiting = 1000;
+constexpr std::size_t kMostWaiting = 200;
 
 } // namespace
 

@@ -1,6 +1,6 @@
 #include "tracking/socketowner.h"
 
-#include <QHostAddress>
+#include <QByteArray>
 #include <QtEndian>
 
 #include <algorithm>
@@ -9,6 +9,8 @@
 #include <string>
 
 namespace {
+
+constexpr quint32 kAnyAddress = 0;
 
 // One line of the kernel's lists; ends and state as the kernel writes them.
 struct Socket
@@ -45,9 +47,9 @@ QByteArray word(quint32 networkOrder)
 }
 
 // Both ways in which an IPv4 address can be listed: as it is, and mapped into IPv6.
-QVector<QByteArray> endpoints(const QHostAddress &address, quint16 port)
+QVector<QByteArray> endpoints(quint32 address, quint16 port)
 {
-    const QByteArray ipv4 = word(qToBigEndian(address.toIPv4Address())) + ':'
+    const QByteArray ipv4 = word(qToBigEndian(address)) + ':'
         + QByteArray::number(port, 16).rightJustified(4, '0').toUpper();
     return {ipv4, word(0) + word(0) + word(qToBigEndian(0xffffU)) + ipv4};
 }
@@ -59,23 +61,25 @@ bool isOneOf(const QVector<QByteArray> &texts, const char *text)
 
 } // namespace
 
-std::optional<uid_t> connectionOwner(const QHostAddress &local, quint16 localPort, const QHostAddress &remote,
-                                     quint16 remotePort)
+std::optional<uid_t> connectionOwner(quint32 local, quint16 localPort, quint32 remote, quint16 remotePort)
 {
     // In other states a socket may have lost its owner, and is listed as root's.
     const auto locals = endpoints(local, localPort);
     const auto remotes = endpoints(remote, remotePort);
     std::optional<uid_t> owner;
-    forEachSocket([&](const Socket &socket) {
-        if (socket.isEstablished() && isOneOf(locals, socket.local) && isOneOf(remotes, socket.remote))
-            owner = socket.user;
-    });
+    // The list can lack a line when it changes while it is read.
+    for (int attempt = 0; attempt < 2 && !owner; ++attempt) {
+        forEachSocket([&](const Socket &socket) {
+            if (socket.isEstablished() && isOneOf(locals, socket.local) && isOneOf(remotes, socket.remote))
+                owner = socket.user;
+        });
+    }
     return owner;
 }
 
-QVector<uid_t> listenerOwners(const QHostAddress &address, quint16 port)
+QVector<uid_t> listenerOwners(quint32 address, quint16 port)
 {
-    const auto any = endpoints(QHostAddress(QHostAddress::AnyIPv4), port);
+    const auto any = endpoints(kAnyAddress, port);
     const auto ipv4 = endpoints(address, port) + any;
     const QByteArray ipv6 = word(0) + word(0) + word(0) + any.first();
     QVector<uid_t> owners;

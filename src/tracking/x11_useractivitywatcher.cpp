@@ -31,7 +31,7 @@ UserActivityWatcher *s_watcher = nullptr;
 // until the connection is accepted its other end is listed as root's.
 void dropStranger()
 {
-    const QVector<uid_t> owners = listenerOwners(s_socket.peerAddress(), s_socket.peerPort());
+    const QVector<uid_t> owners = listenerOwners(s_socket.peerAddress().toIPv4Address(), s_socket.peerPort());
     if (owners.isEmpty())
         qDebug() << "Activity watcher: nobody known listens on port" << s_socket.peerPort();
     const auto stranger = std::find_if(owners.begin(), owners.end(), [](uid_t owner) {

@@ -225,6 +225,10 @@ void TestStoredFaults::noDescriptorsLeft()
     client.session()->incrementTodayTime();
     client->sendTaskActivity(1);
     client.answer(client.takeRequests().last(), "", QNetworkReply::TimeoutError);
+    // The network has its thread; it takes descriptors, too.
+    client.restart("http://127.0.0.1:9");
+    client->requestTeamsAndTasks();
+    QTRY_VERIFY(!client.session()->isOnline());
     client.popups().take();
     rlimit limit = {};
     // What a popup needs of fonts is there before.

@@ -14,7 +14,7 @@ namespace {
 constexpr qint64 kLongestStall = 5000; // ms
 constexpr int kLongestText = 3000;
 constexpr int kHuge = 4 * 1024 * 1024;
-constexpr int kMany = 20000;
+constexpr int kMany = 49000;
 constexpr int kTurns = 20; // of the event loop
 constexpr int kMostWidgets = 200;
 const QString kTeam = s("17");

@@ -313,7 +313,7 @@ private slots:
         QCOMPARE(popupForms().size(), 4);
         QCOMPARE(m_host->changes, 4);
         manager()->hideForm(shownPopups().constFirst());
-        QCOMPARE(shown().last(), message(count - 1000));
+        QCOMPARE(shown().last(), message(count - 200));
     }
 
 private:
