@@ -229,6 +229,7 @@ void TestStoredFaults::noDescriptorsLeft()
     client.restart("http://127.0.0.1:9");
     client->requestTeamsAndTasks();
     QTRY_VERIFY(!client.session()->isOnline());
+    QTRY_VERIFY(client.takeRequests().isEmpty());
     client.popups().take();
     rlimit limit = {};
     // What a popup needs of fonts is there before.
