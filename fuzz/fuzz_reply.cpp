@@ -7,6 +7,7 @@
 #include "service/ovsession.h"
 
 #include <QElapsedTimer>
+#include <QFile>
 
 #include <sanitizer/allocator_interface.h>
 
@@ -20,7 +21,8 @@ constexpr char kRepeats = '\x01'; // starts a body of this shape
 constexpr int kLongest = 1024 * 1024; // of the bodies of one input, about
 // Under the sanitizers, on a busy machine.
 constexpr double kMillisecondsPerByte = 0.02;
-constexpr double kAnyTime = 2000;
+constexpr double kAnyTime = 5000; // a thousand requests for details among it
+constexpr double kLarge = 64 * 1024; // bytes
 constexpr double kMemoryPerByte = 10;
 constexpr double kAnyMemory = 32 * 1024 * 1024;
 std::atomic<qint64> s_allocated{0};
@@ -128,5 +130,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     session->tasks();
     session->overdueTime();
     session->clear();
+    // What a large input left on the disk is not for the next ones to read.
+    for (const char *name : {"tasks.ini", "taskInfo.ini", "teams.ini"}) {
+        if (bytes > kLarge)
+            QFile::remove(client.userFolder() + QLatin1Char('/') + QLatin1String(name));
+    }
     return 0;
 }
