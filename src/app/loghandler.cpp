@@ -18,6 +18,7 @@
 namespace {
 
 constexpr qint64 kMaxLogSize = 104857600; // bytes
+constexpr size_t kLongestErrorLine = 64 * 1024;
 constexpr char kNullDevice[] = "/dev/null";
 
 std::mutex s_mutex; // the network's thread has messages, too
@@ -93,7 +94,7 @@ auto &s_errorLine = *new std::string;
 ssize_t printError(void *, const char *bytes, size_t size)
 {
     s_errorLine.append(bytes, size);
-    if (size > 0 && bytes[size - 1] == '\n') {
+    if (size > 0 && (bytes[size - 1] == '\n' || s_errorLine.size() > kLongestErrorLine)) {
         s_errorOutput.print(s_errorLine);
         s_errorLine.clear();
     }

@@ -46,10 +46,8 @@ void saveMemory()
 void prepareProcess()
 {
     setOwnSurroundings();
-    // Who reads the standard output may go before this program does; a terminal may
-    // stop what writes to it in the background; a file may be at its allowed size.
-    for (const int number : {SIGPIPE, SIGTTOU, SIGXFSZ})
-        std::signal(number, SIG_IGN);
+    // Who reads the standard output may go before this program does.
+    std::signal(SIGPIPE, SIG_IGN);
     saveMemory();
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);

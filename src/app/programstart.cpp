@@ -22,6 +22,16 @@ struct OwnVariable
     bool isSet = false; // not when the user has set it
 };
 
+struct OwnSignal
+{
+    int number;
+    bool isIgnored = false;
+    void (*usersHandler)(int) = SIG_DFL;
+};
+
+// A terminal may stop what writes to it in the background; a file may be at its allowed
+// size. Qt itself restores what happens at a broken pipe.
+OwnSignal s_signals[] = {{SIGTTOU}, {SIGXFSZ}};
 std::optional<mode_t> s_userUmask;
 OwnVariable s_variables[] = {
     // Widgets need no OpenGL; loading it takes more memory than the client.
@@ -35,13 +45,7 @@ OwnVariable s_variables[] = {
 class SessionLeader final : public QProcess
 {
 protected:
-    void setupChildProcess() override
-    {
-        setsid();
-        // The client ignores these; Qt itself restores that of broken pipes.
-        for (const int number : {SIGTTOU, SIGXFSZ})
-            std::signal(number, SIG_DFL);
-    }
+    void setupChildProcess() override { setsid(); }
 };
 
 } // namespace
@@ -50,6 +54,10 @@ void setOwnSurroundings()
 {
     // The storage directory holds the password and pictures of the desktop.
     s_userUmask = umask(S_IRWXG | S_IRWXO);
+    for (OwnSignal &own : s_signals) {
+        own.usersHandler = std::signal(own.number, SIG_IGN);
+        own.isIgnored = true;
+    }
     for (OwnVariable &variable : s_variables) {
         variable.isSet = !qEnvironmentVariableIsSet(variable.name);
         if (variable.isSet)
@@ -60,6 +68,10 @@ void setOwnSurroundings()
 UserSurroundings::UserSurroundings()
     : m_umask(umask(0))
 {
+    for (const OwnSignal &own : s_signals) {
+        if (own.isIgnored)
+            std::signal(own.number, own.usersHandler);
+    }
     umask(s_userUmask.value_or(m_umask));
     for (const OwnVariable &variable : s_variables) {
         if (variable.isSet)
@@ -91,6 +103,10 @@ UserSurroundings::~UserSurroundings()
             qputenv(variable.name, variable.value);
     }
     umask(m_umask);
+    for (const OwnSignal &own : s_signals) {
+        if (own.isIgnored)
+            std::signal(own.number, SIG_IGN);
+    }
 }
 
 // Not by QProcess::startDetached(), which leaves the program ignoring broken pipes.

@@ -10,11 +10,11 @@ class QString;
 class QStringList;
 
 // Sets what only the client's own process is to have: a umask that keeps its files
-// private, and variables that Qt reads later. To be called before the application
-// object exists.
+// private, signals it ignores, and variables that Qt reads later. To be called before
+// the application object exists.
 void setOwnSurroundings();
 
-// While one exists, a program that is started gets the umask and the variables that
+// While one exists, a program that is started gets the umask, signals and variables that
 // the user gave the client, and the null device instead of the client's standard
 // streams, which may end with it. The client's own output is lost meanwhile: let it
 // exist for the moment of the start only.

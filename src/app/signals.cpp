@@ -40,7 +40,7 @@ TerminationSignals::TerminationSignals(QObject *parent)
         QCoreApplication::quit();
     });
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
-        // Whoever started it without heed to the end of the terminal goes on.
+        // Started with SIGHUP ignored, as by nohup, it stays ignored.
         if (std::signal(number, wake) == SIG_IGN && number == SIGHUP)
             std::signal(number, SIG_IGN);
     }

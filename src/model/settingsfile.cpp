@@ -258,7 +258,7 @@ bool isSoundLine(const char *from, const char *to)
         && LineReader(equals + 1, to).isSound();
 }
 
-// Beside the file, while it is being replaced.
+// Next to the file, while it is being replaced.
 QByteArray previousOf(const QByteArray &path)
 {
     const int name = path.lastIndexOf('/') + 1;
@@ -329,7 +329,8 @@ bool mayAccess(const QByteArray &path, int how)
     return ::faccessat(AT_FDCWD, path.constData(), how, AT_EACCESS) == 0;
 }
 
-// Not removed: it may be the only copy, of use to whoever may read it.
+// Not removed: it may be the only copy, of use to whoever may read it. The eleventh
+// replaces the tenth.
 bool moveAside(const QByteArray &path)
 {
     QByteArray aside;
@@ -437,7 +438,8 @@ bool repairSettings(const QString &path)
 bool syncSettings(QSettings &settings)
 {
     const QByteArray path = QFile::encodeName(settings.fileName());
-    if (!makeUsable(path)) {
+    const bool wasThere = exists(path);
+    if (!makeUsable(path) || (wasThere && !exists(path))) {
         dropPendingWrite(settings);
         return false;
     }

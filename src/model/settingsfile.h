@@ -26,7 +26,7 @@ bool syncSettings(QSettings &settings);
 std::unique_ptr<QSettings> emptySettings(const QString &path);
 
 // Takes the damaged entries out of a file and logs that; needed again before a
-// file is read anew that another process may have written. False when there are
+// file is read again that another process may have written. False when there are
 // some and the file could not be rewritten: it must not be read.
 bool repairSettings(const QString &path);
 

@@ -4,6 +4,7 @@
 #include "service/cacherecord.h"
 #include "service/crashpoint.h"
 #include "service/recordtime.h"
+#include "storage/storagefolder.h"
 
 #include <QDir>
 #include <QFile>
@@ -26,6 +27,7 @@ const char kUnfinishedPrefix[] = ".new-";
 const char kPicturePrefix[] = "screenshot";
 // Far beyond the largest reply with ids and the largest picture inside a record.
 constexpr qint64 kMaxRecordSize = 256 * 1024 * 1024;
+constexpr qint64 kMostReadAtOnce = 1024 * 1024; // between other events
 
 // When the record was made, as its name has it; of a foreign name the epoch.
 QDateTime creationTime(const QString &path)
@@ -35,23 +37,9 @@ QDateTime creationTime(const QString &path)
     return time.isValid() ? time : QDateTime::fromSecsSinceEpoch(0);
 }
 
-bool isRegularFile(const QByteArray &path)
-{
-    struct stat info = {};
-    return lstat(path.constData(), &info) == 0 && S_ISREG(info.st_mode);
-}
-
 QString systemError()
 {
     return QString::fromLocal8Bit(std::strerror(errno));
-}
-
-// For its owner alone: the records hold the user's mail address and pictures of
-// the desktop.
-void makeFolder(const QString &path)
-{
-    QDir().mkpath(path);
-    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
 // Leaves a complete file under a temporary name, or nothing.
@@ -111,22 +99,34 @@ public:
     bool isOpen() const { return m_dir != nullptr; }
     void rewind() { rewinddir(m_dir); }
 
+    // Something could not be listed.
+    bool hasFailed() const { return m_hasFailed; }
+
     // The path of the next file whose name starts with the prefix; empty at the end.
     QString next(const char *prefix = kRecordPrefix)
     {
-        while (const dirent *entry = readdir(m_dir)) {
+        while (true) {
+            errno = 0;
+            const dirent *entry = readdir(m_dir);
+            if (!entry) {
+                m_hasFailed = m_hasFailed || errno != 0;
+                return {};
+            }
             if (qstrncmp(entry->d_name, prefix, qstrlen(prefix)) != 0)
                 continue;
             const QByteArray path = m_path + '/' + entry->d_name;
-            if (isRegularFile(path))
+            struct stat info = {};
+            if (lstat(path.constData(), &info) != 0)
+                m_hasFailed = m_hasFailed || errno != ENOENT;
+            else if (S_ISREG(info.st_mode))
                 return QFile::decodeName(path);
         }
-        return {};
     }
 
 private:
     QByteArray m_path;
     DIR *m_dir;
+    bool m_hasFailed = false;
 };
 
 ActivityCache::ActivityCache() = default;
@@ -171,16 +171,22 @@ bool ActivityCache::sweepPictures(int recordsToRead)
         return false;
     if (!m_sweep)
         m_sweep = std::make_unique<Cursor>(m_directory);
-    for (int i = 0; i < recordsToRead && m_sweep->isOpen() && !m_unclaimedPictures.isEmpty(); ++i) {
+    qint64 bytesRead = 0;
+    for (int i = 0; i < recordsToRead && bytesRead < kMostReadAtOnce && m_sweep->isOpen()
+         && !m_unclaimedPictures.isEmpty();
+         ++i) {
         const QString path = m_sweep->next();
         if (path.isEmpty()) {
-            for (const QString &name : qAsConst(m_unclaimedPictures))
-                QFile::remove(m_directory + QLatin1Char('/') + name);
+            for (const QString &name : qAsConst(m_unclaimedPictures)) {
+                if (!m_sweep->hasFailed())
+                    QFile::remove(m_directory + QLatin1Char('/') + name);
+            }
             m_unclaimedPictures.clear();
             break;
         }
         QByteArray bytes;
         const Read result = read(path, &bytes);
+        bytesRead += bytes.size();
         if (result == Read::Gone)
             continue;
         // A record that cannot be read may name any of them.
@@ -228,20 +234,26 @@ QString ActivityCache::create(const QByteArray &record, const QDateTime &now, QS
             *errorText = QStringLiteral("no user");
         return {};
     }
-    if (!QFileInfo::exists(m_directory)) {
-        makeFolder(m_directory);
+    if (!QFileInfo::exists(m_directory))
         m_cursor.reset();
-    }
+    const QString path = write(m_directory, record, now, errorText);
+    if (!path.isEmpty())
+        count(path);
+    return path;
+}
+
+QString ActivityCache::write(const QString &directory, const QByteArray &record, const QDateTime &now,
+                             QString *errorText)
+{
+    if (!QFileInfo::exists(directory))
+        StorageFolder::makeFolder(directory);
     const QString name = QLatin1String(kRecordPrefix) + recordTimeText(now) + QLatin1String(".XXXXXX");
-    const QString prefix = m_directory + QLatin1Char('/') + QLatin1String(kUnfinishedPrefix);
+    const QString prefix = directory + QLatin1Char('/') + QLatin1String(kUnfinishedPrefix);
     const QString unfinished = writeUnfinished(prefix + name, record, errorText);
     if (unfinished.isEmpty())
         return {};
-    const QString path = m_directory + QLatin1Char('/') + unfinished.mid(prefix.size());
-    if (!moveIntoPlace(unfinished, path, errorText))
-        return {};
-    count(path);
-    return path;
+    const QString path = directory + QLatin1Char('/') + unfinished.mid(prefix.size());
+    return moveIntoPlace(unfinished, path, errorText) ? path : QString();
 }
 
 bool ActivityCache::writeWhole(const QString &path, const QByteArray &bytes, QString *errorText)

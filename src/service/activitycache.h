@@ -44,6 +44,10 @@ public:
     // says why) or no directory is set.
     QString create(const QByteArray &record, const QDateTime &now, QString *errorText = nullptr);
 
+    // The same for the folder of a user who is not loaded.
+    static QString write(const QString &directory, const QByteArray &record, const QDateTime &now,
+                         QString *errorText = nullptr);
+
     // Writes any file of the folder in the same all-or-nothing way.
     static bool writeWhole(const QString &path, const QByteArray &bytes, QString *errorText = nullptr);
 
@@ -51,14 +55,14 @@ public:
 
     // An accepted record is never returned again, and deleted with the next create().
     void setAccepted(const QString &path);
-    // Deletes an accepted record at once. One that cannot be deleted is emptied.
+    // Deletes an accepted record at once. One that cannot be deleted is emptied, and
+    // remembered until it can be.
     void remove(const QString &path);
     // Passes over a record until the user is loaded again.
     void setAside(const QString &path);
 
-    // The next record in the file system's order, going on behind the one before
-    // and starting over at the end; empty when there is none. Never reads the
-    // whole folder for one record.
+    // The next record in the file system's order; continues after the previous one and
+    // wraps around; empty when there is none. Never reads the    // whole folder for one record.
     QString next();
 
     // The records that wait, in flight ones included, counted without looking at the

@@ -77,6 +77,13 @@ QNetworkRequest newRequest(const QUrl &url)
     return request;
 }
 
+// Qt knows some of them only; none of them is an answer.
+bool isRedirect(const QNetworkReply &reply)
+{
+    const int status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    return status >= 300 && status < 400;
+}
+
 QString upToFirstNul(const QString &text)
 {
     return QString::fromUtf8(text.toUtf8().constData());
@@ -219,7 +226,7 @@ QNetworkReply *Orvana::post(Stage stage, const QUrl &url, const QByteArray &body
 void Orvana::limitReply(QNetworkReply *reply)
 {
     connect(reply, &QNetworkReply::redirected, this, [reply](const QUrl &target) {
-        qWarning() << "Error! Redirect refused:" << reply->url().path() << "to" << target.host();
+        qWarning() << "Error! Redirect refused:" << reply->request().url().path() << "to" << target.host();
         reply->abort();
     });
     const int stage = reply->property("stage").toInt();
@@ -235,7 +242,7 @@ void Orvana::limitReply(QNetworkReply *reply)
 void Orvana::replyFinished(QNetworkReply *reply)
 {
     const int stage = reply->property("stage").toInt();
-    if (reply->error() == QNetworkReply::NoError) {
+    if (reply->error() == QNetworkReply::NoError && !isRedirect(*reply)) {
         if (isForCurrentUser(stage, reply))
             handleReply(stage, reply);
         checkOnlineState(kReachable);

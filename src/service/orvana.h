@@ -64,7 +64,7 @@ public:
     void openTaskUrl(const QString &taskId);
     void changeTask(const QString &teamId, const QString &taskId);
     QString serviceUrl() const { return m_serviceUrl; }
-    // Records that wait to be sent, as far as this run knows of them.
+    // Reports under way: posted and not yet answered.
     int pendingActivityRequests() const { return m_pendingActivity; }
     // This user's reports that the service has not accepted yet, on the disk and not.
     ActivityCache::Backlog backlog() const;
@@ -81,7 +81,7 @@ public:
     // before it is sent.
     void sendTaskActivity(int activeSlices);
     void sendScreenshotActivity(const QImage &image);
-    // Takes up one record that waits.
+    // Sends one waiting record.
     void sendCachedActivity();
 
     // False, after telling the listeners of error(int), when the body is one of
@@ -176,4 +176,5 @@ private:
     QQueue<QString> m_prefetchOrder;
     QSet<QString> m_prefetchQueue; // what m_prefetchOrder holds
     QSet<QString> m_prefetching;
+    int m_prefetchedBefore = 0; // tasks without details that earlier lists asked for
 };

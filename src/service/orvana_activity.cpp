@@ -145,10 +145,8 @@ bool Orvana::store(const UnwrittenRecord &record)
 {
     if (record.login == m_session->login())
         return !m_cache.create(record.bytes, record.createdAt).isEmpty();
-    // Of somebody who has left: it is sent when he comes back.
-    ActivityCache other;
-    other.setDirectory(cacheOf(record.login));
-    return !other.create(record.bytes, record.createdAt).isEmpty();
+    // Of a user who has left: it is sent after their next sign-in.
+    return !ActivityCache::write(cacheOf(record.login), record.bytes, record.createdAt).isEmpty();
 }
 
 ActivityCache::Backlog Orvana::backlog() const
@@ -166,7 +164,7 @@ ActivityCache::Backlog Orvana::backlog() const
 
 void Orvana::sendActivityFile(QFile *file)
 {
-    // The network takes up a few at a time; the others' pictures would wait in memory.
+    // The network sends a few at a time; the others' pictures would wait in memory.
     if (m_pendingActivity >= kMostUnderWay) {
         qDebug() << "Too many reports under way, on the disk waits" << QFileInfo(*file).fileName();
         file->deleteLater();

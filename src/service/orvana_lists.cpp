@@ -6,13 +6,14 @@
 
 #include <QDebug>
 
+#include <algorithm>
+
 namespace {
 
 const char kAttemptProperty[] = "login_attempt";
-// A first load may ask for the details of thousands of tasks; so many are under
-// way at once.
+// A first load may ask for the details of thousands of tasks, a few at a time.
 constexpr int kMaxPrefetching = 4;
-// The next list brings the others.
+// The next list continues where this one stopped.
 constexpr int kMostPrefetches = 1000;
 
 } // namespace
@@ -73,16 +74,21 @@ void Orvana::parseTeamsAndTasksReply(const QByteArray &body)
     if (leftOut > 0)
         qWarning() << "Error! Too many teams or tasks, left out:" << leftOut;
     teams.reserve(all.size());
+    int passedOver = m_prefetchedBefore;
+    int room = kMostPrefetches - m_prefetchOrder.size();
+    int asked = 0;
     for (const TeamTasks &entry : all) {
         teams.append(entry.team);
         m_session->addTasksData(entry.tasks, entry.team.id);
-        const QStringList unknown =
-            m_session->tasksWithoutDetails(entry.team.id, kMostPrefetches - m_prefetchOrder.size());
+        const QStringList unknown = m_session->tasksWithoutDetails(entry.team.id, passedOver + room);
         if (isExemptTeam(entry.team.id))
             continue;
-        for (const QString &taskId : unknown)
-            prefetchTaskInfo(taskId);
+        const int first = std::min(passedOver, unknown.size());
+        passedOver -= first;
+        for (int i = first; i < unknown.size() && room > 0; ++i, --room, ++asked)
+            prefetchTaskInfo(unknown.at(i));
     }
+    m_prefetchedBefore = room > 0 ? 0 : m_prefetchedBefore + asked;
     m_session->addTeamsData(teams);
 }
 
@@ -113,6 +119,7 @@ void Orvana::prefetchDone(const QString &taskId)
 
 void Orvana::forgetPrefetch()
 {
+    m_prefetchedBefore = 0;
     m_prefetchOrder.clear();
     m_prefetchQueue.clear();
 }

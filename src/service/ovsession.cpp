@@ -74,6 +74,7 @@ void Orvana::Session::resetCounters()
 void Orvana::Session::addTeamsData(const QList<Team> &teams)
 {
     m_triedFirstSave = false;
+    m_lists.settle();
     announceTeamChanges(teams);
     const bool same = teams.size() == m_teams.size()
         && std::equal(teams.cbegin(), teams.cend(), m_teams.cbegin(),

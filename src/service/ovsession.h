@@ -67,7 +67,8 @@ public:
     bool isLogged() const { return m_logged; }
     void setLogged(bool logged) { m_logged = logged; }
     bool isActive() const { return m_active; }
-    // This choice and that of the task are on the disk before the call returns.
+    // On the disk before the call returns, as is a choice of the task; what the disk
+    // refuses is written with the next save.
     void setActive(bool active);
     bool isOnline() const { return m_online; }
     void setOnline(bool online) { m_online = online; }

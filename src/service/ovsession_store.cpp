@@ -47,12 +47,6 @@ QTime wholeMinutes(const QVariant &stored)
     return time.isValid() ? QTime(time.hour(), time.minute()) : QTime();
 }
 
-void makePrivateFolder(const QString &path)
-{
-    QDir().mkpath(path);
-    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-}
-
 } // namespace
 
 void Orvana::Session::initLastLogin()
@@ -80,8 +74,8 @@ void Orvana::Session::openStores()
     const QString directory = m_owner->storage().ofUser(m_login);
     m_hasStores = m_owner->storage().prepare();
     if (m_hasStores) {
-        makePrivateFolder(directory);
-        makePrivateFolder(directory + QLatin1String("/activity"));
+        StorageFolder::makeFolder(directory);
+        StorageFolder::makeFolder(directory + QLatin1String("/activity"));
     }
     const auto openStore = [this, &directory](const char *name) {
         const QString path = QDir(directory).filePath(QString::fromLatin1(name));
@@ -208,7 +202,8 @@ void Orvana::Session::saveSessionValues()
     store.setValue(key("todayWorktime"), QLocale::c().toString(m_todayWorktime, kTimeFormat));
     store.setValue(key("todayActivetime"), QLocale::c().toString(m_todayActivetime, kTimeFormat));
     store.setValue(key("task2activeTimeMap"), m_task2activeTimeMap);
-    if (write(store))
+    // Again when something lay in the place of the file: it has been moved aside.
+    if (write(store) || write(store))
         m_savedChoice = choice();
 }
 

@@ -4,6 +4,7 @@
 #include "model/jsonreader.h"
 
 #include <QHash>
+#include <QSet>
 
 namespace {
 
@@ -186,7 +187,7 @@ TeamTasks readTeam(QtJson::Reader &reader, const KnownTasks &known, Allowance &r
         } else if (key == u"name") {
             entry.team.name = reader.readText();
         } else if (key == u"tasks") {
-            entry.tasks = readTasks(reader, known ? known(entry.team.id) : QList<Task>(), roomForTasks);
+            entry.tasks = readTasks(reader, known(entry.team.id), roomForTasks);
             hasTasks = true;
         } else {
             reader.skipValue();
@@ -319,10 +320,18 @@ QList<TeamTasks> parseTeamsAndTasks(const QByteArray &body, const KnownTasks &kn
     QList<TeamTasks> all;
     Allowance teams(kMostTeams);
     Allowance tasks(kMostTasks);
+    // A known list is prepared for lookups: once, however often a reply names its team.
+    QSet<QString> seen;
+    const KnownTasks knownOnce = [&](const QString &teamId) {
+        if (!known || seen.contains(teamId))
+            return QList<Task>();
+        seen.insert(teamId);
+        return known(teamId);
+    };
     const QString text = textOfBody(body);
     QtJson::Reader reader(text);
     readList(reader, teams, [&] {
-        const TeamTasks entry = readTeam(reader, known, tasks);
+        const TeamTasks entry = readTeam(reader, knownOnce, tasks);
         if (!entry.team.id.isEmpty())
             all.append(entry);
     });

@@ -5,7 +5,6 @@
 #include <QHash>
 #include <QMap>
 #include <QSet>
-#include <QStringList>
 
 // The task lists of all teams. What happens to a task in the lists of other teams is
 // noted and carried out when such a list is next used, so that a reply in which
@@ -15,7 +14,6 @@ class TaskLists final
 public:
     bool contains(const QString &teamId) const { return m_lists.contains(teamId); }
     int teamCount() const { return m_lists.size(); }
-    QStringList teamIds() const { return m_lists.keys(); }
     // Empty for an unknown team.
     QList<Task> ofTeam(const QString &teamId) const;
     // Every task once, from the team with the smallest id that lists it.
@@ -27,8 +25,10 @@ public:
     // Passes the deadline on to the lists of all teams but this one.
     void moveDeadline(const QString &teamId, const Task &task);
     void clear();
+    // Carries out everywhere what has been noted, which can then be forgotten.
+    void settle() { settleAll(); }
 
-    // Teams whose list has changed since the last save; settles all lists.
+    // Teams whose list has changed since the last save.
     QSet<QString> changedTeams() const;
     void setAllChanged();
     void setSaved() { m_changed.clear(); }

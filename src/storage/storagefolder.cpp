@@ -127,6 +127,12 @@ QString StorageFolder::ofUser(const QDir &storage, const QString &login)
     return storage.absoluteFilePath(name);
 }
 
+void StorageFolder::makeFolder(const QString &path)
+{
+    QDir().mkpath(path);
+    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
 void StorageFolder::removeDir(const QString &path)
 {
     QDir folder(path);

@@ -29,6 +29,8 @@ public:
     QString ofUser(const QString &login) const { return ofUser(dir(), login); }
     static QString ofUser(const QDir &storage, const QString &login);
 
+    // Makes a folder, with those above it, for this user alone.
+    static void makeFolder(const QString &path);
     // Deletes a folder with everything in it; follows no links.
     static void removeDir(const QString &path);
 

@@ -21,11 +21,19 @@ constexpr int kDefaultPort = 7682;
 constexpr std::chrono::milliseconds kConnectTimeout(100);
 // A watcher that floods us is read in small pieces between other events.
 constexpr qint64 kReadBuffer = 64 * 1024;
-// Accounts below are the system's, not people's.
-constexpr uid_t kFirstPersonalUser = 1000;
 
 QTcpSocket s_socket;
 UserActivityWatcher *s_watcher = nullptr;
+
+// Not one of the system's accounts, those that systemd makes for a service included.
+bool isPerson(uid_t user)
+{
+    constexpr uid_t firstPerson = 1000;
+    constexpr uid_t firstDynamic = 61184;
+    constexpr uid_t lastDynamic = 65519;
+    constexpr uid_t nobody = 65534;
+    return user >= firstPerson && user != nobody && (user < firstDynamic || user > lastDynamic);
+}
 
 // At the port may be the watcher of another person, whose work must not count. Asks for the listeners:
 // until the connection is accepted its other end is listed as root's.
@@ -34,9 +42,8 @@ void dropStranger()
     const QVector<uid_t> owners = listenerOwners(s_socket.peerAddress().toIPv4Address(), s_socket.peerPort());
     if (owners.isEmpty())
         qDebug() << "Activity watcher: nobody known listens on port" << s_socket.peerPort();
-    const auto stranger = std::find_if(owners.begin(), owners.end(), [](uid_t owner) {
-        return owner != geteuid() && owner >= kFirstPersonalUser;
-    });
+    const auto stranger = std::find_if(owners.begin(), owners.end(),
+                                       [](uid_t owner) { return owner != geteuid() && isPerson(owner); });
     if (stranger != owners.end()) {
         qDebug() << "Activity watcher refused: port" << s_socket.peerPort() << "belongs to user" << *stranger;
         s_socket.abort();

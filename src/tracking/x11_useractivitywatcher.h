@@ -30,5 +30,5 @@ private:
     ~UserActivityWatcher() override = default;
 };
 
-// The watcher's port from the system configuration file, read anew each time.
+// The watcher's port from the system configuration file, read each time.
 quint16 getPort();

@@ -36,7 +36,7 @@ public:
 public slots:
     // Records of other tasks are ignored.
     void updateTask(const TaskInfo &info);
-    // Asks the service anew; offline, shows what the session has.
+    // Asks the service again; offline, shows what the session has.
     void requestUpdateTask(const QString &taskId);
     void on_cbTexts_currentIndexChanged(int index);
     void on_pbHide_clicked();

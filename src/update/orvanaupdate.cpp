@@ -15,6 +15,7 @@
 #include <cstdio>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -192,7 +193,7 @@ void OrvanaUpdate::updateOrvanaUpdateModule()
     const QString copy = kUpdaterName + QStringLiteral(".new");
     QFile::remove(copy);
     if (!QFile::copy(source, copy))
-        return fail(QStringLiteral("copy"));
+        return fail(::access(".", W_OK) == 0 ? QStringLiteral("copy") : QStringLiteral("remove"));
     if (std::rename(QFile::encodeName(copy).constData(), QFile::encodeName(kUpdaterName).constData()) != 0) {
         QFile::remove(copy);
         return fail(QStringLiteral("remove"));

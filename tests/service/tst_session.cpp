@@ -243,6 +243,12 @@ private slots:
             for (const QString &name : {kTasksFile, kTaskInfoFile, kTeamsFile})
                 QVERIFY(QFile::remove(client.path(name)));
         }
+        // Something else has come into the place of a file, and one list of several changes.
+        QVERIFY(QDir().mkdir(client.path(kTasksFile)));
+        client.load(texts({"1:7@1"}));
+        for (int i = 0; i < 2; ++i)
+            client.session()->save();
+        QCOMPARE(client.storedKeys(kTasksFile), texts({"1", "2"}));
     }
 
     void deletesWhatOlderVersionsLeft()
