@@ -247,7 +247,8 @@ void Soak::sample()
         else if (!file.filePath().contains(QLatin1String("/activity/"))) {
             // A save replaces the whole file under a name that is gone at once.
             const QString name = QDir(m_room.path(s(".orvana"))).relativeFilePath(file.filePath());
-            if (name.endsWith(QLatin1String(".ini")) || name.endsWith(QLatin1String(".json")))
+            const bool isPrevious = file.fileName().startsWith(QLatin1String(".old-"));
+            if (!isPrevious && (name.endsWith(QLatin1String(".ini")) || name.endsWith(QLatin1String(".json"))))
                 m_hour.files[name] = std::max(m_hour.files.value(name), file.fileInfo().size());
         }
     }
