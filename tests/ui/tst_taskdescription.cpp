@@ -174,7 +174,9 @@ private slots:
             QTest::keyClick(form->focusWidget(), Qt::Key_Tab);
             QTest::keyClick(url, Qt::Key_Tab);
             QTest::keyClick(form->focusWidget(), Qt::Key_Return);
-            QCOMPARE(catcher.opened.size(), 4 * clicks);
+            for (int i = 0; i < 2; ++i) // without the focus, and with it
+                WindowBench::press(url);
+            QTRY_COMPARE(catcher.opened.size(), 6 * clicks);
             for (const QString &opened : qAsConst(catcher.opened))
                 QCOMPARE(QUrl(opened), QUrl(s(target)));
         }
