@@ -286,13 +286,10 @@ void TestLook::screenReaders_data()
     row("main-running-focused", "lbClock", "StaticText|00:00:00|of Сегодня: ");
     row("main-overdue-active-time", "lbOverdueTime", "StaticText|1д. *|of Просрочено:");
     row("login", "lbEmail", "EditableText|E-mail|of E-mail:");
-    row("login-error", "lbPassword", "EditableText|Пароль|of Пароль:");
-    row("login-checking", "pbClose", "Button|Закрыть|Press");
     row("chooser", "cbTeam", "ComboBox|*|of Команда");
     row("calendar", "reasonTextEdit", "EditableText|Причина для переноса|of Причина для переноса:");
     row("description", "lbAttachmentsNumber", "StaticText|[0-9]");
     row("description-texts", "lbUrl", "Link|URL: https://*/*/*|Press");
-    row("description-bare", "pbMainInfo", "RadioButton|Основная информация|checked|Toggle");
     row("about", "lbUrl", "Link|Открыть https://*|Press");
     row("popups", "", "AlertMessage|К задаче *|Press");
     row("popups", "", "AlertMessage|Доступно новое обновление *9.9.9");
