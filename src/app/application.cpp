@@ -1,5 +1,6 @@
 #include "app/application.h"
 
+#include "ui/accessiblecontrols.h"
 #include "ui/mainform.h"
 
 // Resources in a static library are linked in only when they are asked for.
@@ -12,6 +13,7 @@ Application::Application(int &argc, char **argv)
     : QApplication(argc, argv)
 {
     registerResources();
+    installAccessibleControls();
 }
 
 void Application::onClickOnDock()

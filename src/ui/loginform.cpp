@@ -73,14 +73,21 @@ void LoginForm::on_pbEnter_clicked()
         return;
     }
     setChecking(true);
+    m_ui->lbPassword->setModified(false);
     m_orvana->requestCheckLogin(email, password);
 }
 
 void LoginForm::errorOccured(int code)
 {
+    const bool isChecking = !m_ui->pbEnter->isEnabled();
     switch (code) {
     case 0:
         m_ui->lbInfo->setText(QStringLiteral("Неверный логин или пароль"));
+        // Requests of the account before are refused too; what is being typed stays as it is.
+        if (isChecking && !m_ui->lbPassword->isModified()) {
+            m_ui->lbPassword->setFocus();
+            m_ui->lbPassword->selectAll();
+        }
         break;
     case 1:
     case 2:

@@ -91,6 +91,7 @@ MainForm::MainForm(Orvana *orvana, QWidget *parent)
 
     m_taskText = new ScrollText(true, this);
     m_taskText->setObjectName(QStringLiteral("lbTask"));
+    m_taskText->setAccessibleDescription(kPickTask);
     m_taskText->setFocusPolicy(Qt::TabFocus);
     m_taskText->setCursor(Qt::PointingHandCursor);
     m_taskText->setContentsMargins(kTaskTextMargins);
@@ -289,7 +290,6 @@ void MainForm::updatePlayBtn()
     }
     const QString action = active ? QStringLiteral("Стоп") : QStringLiteral("Старт");
     m_ui->pbPlay->setToolTip(session->currentTaskID().isEmpty() ? kPickTask : action);
-    m_ui->pbPlay->setAccessibleName(action);
 }
 
 void MainForm::updateTimerLbl()

@@ -134,8 +134,8 @@ Tag tagAt(const QString &text, int start)
     return tag;
 }
 
-// The value of href, when it is the address of a web page.
-QString webAddress(QStringView attributes)
+// Where href leads, when that is a web page.
+QString linkTarget(QStringView attributes)
 {
     const int at = attributes.toString().indexOf(QLatin1String("href"), 0, Qt::CaseInsensitive);
     if (at < 0)
@@ -152,9 +152,9 @@ QString webAddress(QStringView attributes)
         const auto space = std::find_if(rest.cbegin(), rest.cend(), [](QChar c) { return c.isSpace(); });
         rest.truncate(static_cast<int>(space - rest.cbegin()));
     }
+    rest.replace(QLatin1String("&quot;"), QLatin1String("\""));
     rest.replace(QLatin1String("&amp;"), QLatin1String("&"));
-    const QString scheme = QUrl(rest).scheme();
-    return scheme == QLatin1String("http") || scheme == QLatin1String("https") ? rest : QString();
+    return webAddress(rest);
 }
 
 // The length of the entity that starts at the place, 0 when none does.
@@ -259,7 +259,7 @@ private:
             writePendingLine();
         QString opening = tag.name;
         if (tag.kind == Kind::Link) {
-            const QString address = webAddress(tag.attributes);
+            const QString address = linkTarget(tag.attributes);
             if (address.isEmpty())
                 return;
             opening += QStringLiteral(" href=\"") + address.toHtmlEscaped() + QLatin1Char('"');
@@ -341,6 +341,23 @@ QString simpleMarkup(const QString &source)
     return hasLines
         ? html
         : QString(QStringLiteral("<p style=\"white-space:pre-wrap\">") + html + QStringLiteral("</p>"));
+}
+
+QString webAddress(const QString &text)
+{
+    const QString scheme = QUrl(text).scheme();
+    if (scheme == QLatin1String("http") || scheme == QLatin1String("https"))
+        return text;
+    const bool namesHost = text.startsWith(QLatin1String("//"));
+    const QString address = (namesHost ? QStringLiteral("http:") : QStringLiteral("http://")) + text;
+    const QUrl url(address);
+    const QString host = url.host();
+    // Words, local paths and mail addresses are no web pages.
+    if (!url.isValid() || host.isEmpty() || !url.userInfo().isEmpty()
+        || (!namesHost && !host.contains(QLatin1Char('.'))))
+        return {};
+    // "example.org:8080" passes for a scheme; those in use have no dot.
+    return scheme.isEmpty() || scheme == host ? address : QString();
 }
 
 QString breakableText(const QString &text)

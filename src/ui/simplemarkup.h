@@ -9,6 +9,10 @@
 // pages, well nested, rows of tables as lines. Null when the text has no markup.
 QString simpleMarkup(const QString &text);
 
+// What opens this web page: the text, with "http://" where only the scheme is missing.
+// Empty for everything else, other schemes included.
+QString webAddress(const QString &text);
+
 // The text with places to break inside endless words, cut where it gets too long
 // to be read.
 QString breakableText(const QString &text);

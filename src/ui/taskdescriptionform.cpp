@@ -179,11 +179,9 @@ void TaskDescriptionForm::updateTaskText(const TextTask &textTask)
     const QString shown = m_ui->lbUrl->fontMetrics()
                               .elidedText(titleLine(address), Qt::ElideMiddle, kAddressWidth)
                               .toHtmlEscaped();
-    const QString scheme = textTask.page.scheme();
-    const bool isLink = address.isEmpty()
-        || (address.size() <= kLongestAddress
-            && (scheme == QLatin1String("http") || scheme == QLatin1String("https")));
-    m_ui->lbUrl->setText(isLink ? QString(QStringLiteral("URL: <a href=\"") + address.toHtmlEscaped()
+    const QString target = address.size() <= kLongestAddress ? webAddress(address) : QString();
+    const bool isLink = address.isEmpty() || !target.isEmpty();
+    m_ui->lbUrl->setText(isLink ? QString(QStringLiteral("URL: <a href=\"") + target.toHtmlEscaped()
                                           + QStringLiteral("\" style=\"color:rgb(100,100,100)\">") + shown
                                           + QStringLiteral("</a>"))
                                 : QString(QStringLiteral("URL: ") + shown));

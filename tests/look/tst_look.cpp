@@ -78,6 +78,23 @@ QString spokenName(QWidget *widget)
     return accessible ? accessible->text(QAccessible::Name) : QString();
 }
 
+// Role, name, state, what a screen reader can do apart from focusing, and the captions.
+QString spoken(QWidget *widget)
+{
+    QAccessibleInterface *told = QAccessible::queryAccessibleInterface(widget);
+    QStringList words{QString::fromLatin1(qAccessibleRoleString(told->role())),
+                      told->text(QAccessible::Name)};
+    if (told->state().checkable)
+        words.append(told->state().checked ? QStringLiteral("checked") : QStringLiteral("unchecked"));
+    if (QAccessibleActionInterface *actions = told->actionInterface())
+        words += actions->actionNames();
+    words.removeAll(QAccessibleActionInterface::setFocusAction());
+    const auto captions = told->relations(QAccessible::Label);
+    for (const auto &caption : captions)
+        words.append(QStringLiteral("of ") + caption.first->text(QAccessible::Name));
+    return words.join(QLatin1Char('|'));
+}
+
 bool hasTimer(QObject *object)
 {
     return !QAbstractEventDispatcher::instance()->registeredTimers(object).isEmpty();
@@ -116,6 +133,10 @@ QStringList checkForScreenReaders(QWidget *widget)
     const bool isControl = widget->focusPolicy() != Qt::NoFocus || isIconOnly(widget);
     if (isControl && !widget->isWindow() && spokenName(widget).isEmpty())
         problems.append(nameOf(widget) + QStringLiteral(" has no name for screen readers"));
+    const QAccessible::Role role = QAccessible::queryAccessibleInterface(widget)->role();
+    const bool isText = role == QAccessible::StaticText || role == QAccessible::Client;
+    if ((widget->focusPolicy() & Qt::TabFocus) && isText && !qobject_cast<QAbstractScrollArea *>(widget))
+        problems.append(nameOf(widget) + QStringLiteral(" takes the focus for nothing"));
     if (isIconOnly(widget) && widget->toolTip().isEmpty())
         problems.append(nameOf(widget) + QStringLiteral(" has no tool tip"));
     return problems;
@@ -166,6 +187,9 @@ private slots:
     void namedImages();
     void scene_data();
     void scene();
+    void screenReaders_data();
+    void screenReaders();
+    void screenReadersPress();
 };
 
 void TestLook::images()
@@ -246,6 +270,64 @@ void TestLook::scene()
     if (!qobject_cast<QMenu *>(last) && QTest::qWaitForWindowActive(last, 500))
         problems += checkFocus(last);
     QVERIFY2(problems.isEmpty(), qPrintable(problems.join(QLatin1Char('\n'))));
+}
+
+void TestLook::screenReaders_data()
+{
+    QTest::addColumn<QString>("widget");
+    QTest::addColumn<QString>("expected");
+    const auto row = [](const char *scene, const char *widget, const char *expected) {
+        QTest::newRow(scene) << QString::fromLatin1(widget) << QString::fromUtf8(expected);
+    };
+    row("main-no-task", "lbTask", "Button|Выбрать задачу|Press");
+    row("main-stopped", "pbPlay", "CheckBox|Запись времени|unchecked|Toggle");
+    row("main-running", "pbPlay", "CheckBox|Запись времени|checked|Toggle");
+    row("main-stopped-hovered", "lbActivity", "Button|Сегодня: |Press");
+    row("main-running-focused", "lbClock", "StaticText|00:00:00|of Сегодня: ");
+    row("main-overdue-active-time", "lbOverdueTime", "StaticText|1д. *|of Просрочено:");
+    row("login", "lbEmail", "EditableText|E-mail|of E-mail:");
+    row("chooser", "cbTeam", "ComboBox|*|of Команда");
+    row("calendar", "reasonTextEdit", "EditableText|Причина для переноса|of Причина для переноса:");
+    row("description", "lbAttachmentsNumber", "StaticText|[0-9]");
+    row("description-texts", "lbUrl", "Link|URL: https://*/*/*|Press");
+    row("about", "lbUrl", "Link|Открыть https://*|Press");
+    row("popups", "", "AlertMessage|К задаче *|Press");
+    row("popups", "", "AlertMessage|Доступно новое обновление *9.9.9");
+    row("popups", "leMessage", "StaticText|К задаче *");
+}
+
+void TestLook::screenReaders()
+{
+    QFETCH(QString, widget);
+    QFETCH(QString, expected);
+    const auto isAsked = [](const Scene &scene) { return qstrcmp(scene.name, QTest::currentDataTag()) == 0; };
+    Stage stage;
+    const QWidgetList windows = std::find_if(scenes().begin(), scenes().end(), isAsked)->open(stage);
+    QVERIFY(!windows.isEmpty());
+    QStringList heard;
+    for (QWidget *window : windows) {
+        if (QWidget *found = widget.isEmpty() ? window : window->findChild<QWidget *>(widget))
+            heard.append(spoken(found));
+    }
+    const QRegularExpression pattern(QRegularExpression::wildcardToRegularExpression(expected));
+    QVERIFY2(heard.indexOf(pattern) >= 0, qPrintable(heard.join(QLatin1Char('\n'))));
+}
+
+void TestLook::screenReadersPress()
+{
+    Stage stage;
+    MainForm *form = stage.openMain(QString());
+    WindowBench::press(stage.bench.child<QWidget>("lbActivity"));
+    QTRY_COMPARE(stage.bench.child<QLabel>("lbActivity")->text(), QStringLiteral("Активного:"));
+    WindowBench::press(stage.bench.child<QWidget>("lbTask"));
+    QTRY_VERIFY(form->findChild<TaskForm *>()->isVisible());
+    NotificationManager::instance()->addNotification(QStringLiteral("Новая команда"), TeamAdded, QString());
+    const QWidgetList windows = QApplication::topLevelWidgets();
+    for (QWidget *window : windows) {
+        if (window->inherits("NotificationForm"))
+            WindowBench::press(window);
+    }
+    QTRY_VERIFY(WindowBench::popupTexts().isEmpty());
 }
 
 int main(int argc, char *argv[])

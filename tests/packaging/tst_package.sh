@@ -92,7 +92,21 @@ unit_starts_installed_watcher() {
     local command
     command=$(sed -n 's/^ExecStart=//p' "$units/orvana-watcher.service")
     [ "$units/graphical-session.target.wants/orvana-watcher.service" -ef "$units/orvana-watcher.service" ] \
-        && [ -x "$target${command%% *}" ] && grep -q 'start orvana-watcher\.service"$' "$autostart"
+        && [ -x "$target${command%% *}" ]
+}
+
+# autostarts WHAT [SYSTEMCTL]: whether the autostart entry starts the unit, the watcher
+# or nothing where systemctl is this script.
+autostarts() {
+    local fakes program
+    fakes=$(mktemp -d)
+    ln -s "$(command -v sh)" "$(command -v grep)" "$fakes"
+    echo 'echo watcher' >"$fakes/orvana-watcher"
+    [ $# = 1 ] || echo "$2" >"$fakes/systemctl"
+    for program in "$fakes"/{orvana-watcher,systemctl}; do
+        [ ! -e "$program" ] || { sed -i '1i #!/bin/sh' "$program" && chmod +x "$program"; }
+    done
+    [ "$(eval "PATH=$fakes $(sed -n 's/^Exec=//p' "$autostart")" 2>/dev/null)" = "$1" ]
 }
 
 each_program_is_complete() {
@@ -138,6 +152,11 @@ check "files belong to root and nobody else may write" owned_by_root_and_closed
 check "metainfo names the desktop entry" grep -q "desktop-id\">$(basename "$entry")<" "$metainfo"
 check "icons in every size" icons_in_every_size
 check "the user unit starts the watcher with the session" unit_starts_installed_watcher
+check "autostart starts the unit" autostarts unit '[ "$*" != "--user start orvana-watcher.service" ] || echo unit'
+check "and leaves one alone that may not start" autostarts "" '[ "$2" != start ]'
+check "without a user service manager it starts the watcher" autostarts watcher 'exit 1'
+check "and without systemd" autostarts watcher
+check "but not one that is masked" autostarts "" '[ "$2" != is-enabled ] || echo masked; exit 1'
 check "programs are hardened and have a manual page" each_program_is_complete
 
 start_companions

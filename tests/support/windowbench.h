@@ -3,9 +3,11 @@
 #include "app/application.h"
 #include "testclient.h"
 #include "texts.h"
+#include "ui/accessiblecontrols.h"
 #include "ui/mainform.h"
 #include "ui/taskform.h"
 
+#include <QAccessible>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QtWidgets>
@@ -30,6 +32,7 @@ public:
     static void applyStyle()
     {
         registerResources();
+        installAccessibleControls();
         QFile style(s(":/qss/main.qss"));
         if (qApp->styleSheet().isEmpty() && style.open(QIODevice::ReadOnly))
             qApp->setStyleSheet(QString::fromUtf8(style.readAll().constData()));
@@ -85,6 +88,13 @@ public:
     {
         form.reset();
         m_client.restart();
+    }
+
+    // As a screen reader does.
+    static void press(QWidget *widget)
+    {
+        if (auto *actions = QAccessible::queryAccessibleInterface(widget)->actionInterface())
+            actions->doAction(QAccessibleActionInterface::pressAction());
     }
 
     static void dropPopups() { NotificationManager::instance()->destroy(); }

@@ -69,9 +69,22 @@ private slots:
             QVERIFY(!enter()->isEnabled());
             QCOMPARE(message(), QString());
             child<QLabel>("lbInfo")->setText(s("?"));
+            email()->setFocus();
+            password()->deselect();
             emit m_bench->orvana()->error(code);
             QCOMPARE(message(), s(text));
             QVERIFY(enter()->isEnabled() && m_form->isVisible());
+            // The next key replaces a wrong password.
+            QCOMPARE(password()->selectedText(), code == 0 ? s("b") : QString());
+            QCOMPARE(QApplication::focusWidget(), code == 0 ? password() : email());
+        }
+        // A refusal of another request, or of what has been typed over meanwhile.
+        for (const bool checking : {false, true}) {
+            if (checking)
+                pressEnter();
+            type(password(), s("c"));
+            emit m_bench->orvana()->error(Orvana::InvalidCredentials);
+            QVERIFY(password()->hasFocus() && !password()->hasSelectedText());
         }
     }
 
@@ -90,8 +103,7 @@ private slots:
         const auto request = m_bench->server().requestsTo(kLoginPath).constFirst();
         QCOMPARE(request.queryValue(s("password")), s(" %41\"ё+& "));
         QVERIFY(m_bench->session()->login().isEmpty());
-        password()->clear();
-        type(password(), s("orvana"));
+        type(password(), s("orvana")); // over the wrong one
         pressEnter();
         QCOMPARE(message(), QString());
         QVERIFY(accepted.wait());
