@@ -45,8 +45,12 @@ Application::Application(int &argc, char **argv)
 
 bool Application::event(QEvent *event)
 {
-    m_isAskedToQuit = m_isAskedToQuit || event->type() == QEvent::Quit;
-    return QApplication::event(event);
+    if (event->type() != QEvent::Quit)
+        return QApplication::event(event);
+    // Not as Qt does, which closes the windows first and stays when one does not.
+    m_isAskedToQuit = true;
+    quit();
+    return true;
 }
 
 void Application::onClickOnDock()
