@@ -30,6 +30,7 @@ constexpr int kCrowd = 5;
 const QString kStranger = s("12345");
 const QString kMainTitle = s("^Orvana$");
 const QString kBoxTitle = s("^Orvana Team Monitor$");
+const QString kIcon = s("_NET_WM_ICON");
 const QString kFast = s("+0 x40");
 const QString kLock = s("SingleAppLockOrvana Team Monitor");
 
@@ -240,8 +241,10 @@ void TestProgramFaults::allAtOnce()
         session.setValue(s("taskID"), s("1703"));
     }
     const QStringList boxes = windowsNamed(kBoxTitle);
-    for (const QString &box : boxes)
+    for (const QString &box : boxes) {
+        QCOMPARE(propertyOf(box, kIcon), propertyOf(windowsNamed(kMainTitle).constFirst(), kIcon));
         dismiss(box);
+    }
     const auto running = [&clients] {
         return std::count_if(clients.cbegin(), clients.cend(),
                              [](const Client &client) { return client->state() == QProcess::Running; });
