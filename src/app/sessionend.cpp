@@ -24,10 +24,13 @@ SessionEnd::SessionEnd(Orvana *orvana)
 {
     s_atExit = orvana;
     std::atexit(saveAtExit);
-    connect(qGuiApp, &QGuiApplication::commitDataRequest, this, [orvana] {
-        qDebug() << "The desktop's session ends";
-        orvana->save();
-    }, Qt::DirectConnection);
+    connect(
+        qGuiApp, &QGuiApplication::commitDataRequest, this,
+        [orvana] {
+            qDebug() << "The desktop's session ends";
+            orvana->save();
+        },
+        Qt::DirectConnection);
 }
 
 SessionEnd::~SessionEnd()

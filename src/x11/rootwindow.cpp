@@ -39,8 +39,10 @@ constexpr PixelFormat kPixelFormats[] = {
 
 quint32 redMask(xcb_connection_t *connection, xcb_visualid_t visual)
 {
-    for (auto screen = xcb_setup_roots_iterator(xcb_get_setup(connection)); screen.rem; xcb_screen_next(&screen)) {
-        for (auto depth = xcb_screen_allowed_depths_iterator(screen.data); depth.rem; xcb_depth_next(&depth)) {
+    for (auto screen = xcb_setup_roots_iterator(xcb_get_setup(connection)); screen.rem;
+         xcb_screen_next(&screen)) {
+        for (auto depth = xcb_screen_allowed_depths_iterator(screen.data); depth.rem;
+             xcb_depth_next(&depth)) {
             const xcb_visualtype_t *types = xcb_depth_visuals(depth.data);
             const xcb_visualtype_t *end = types + xcb_depth_visuals_length(depth.data);
             const auto *found =
@@ -62,12 +64,12 @@ QImage toImage(xcb_connection_t *connection, Reply<xcb_get_image_reply_t> pixels
     if (layout == end || setup->image_byte_order != kOwnByteOrder)
         return {};
     const quint32 red = redMask(connection, pixels->visual);
-    const auto *format = std::find_if(
-        std::begin(kPixelFormats), std::end(kPixelFormats),
-        [layout, red](const auto &one) { return one.bits == layout->bits_per_pixel && one.red == red; });
-    const int line =
-        (width * layout->bits_per_pixel + layout->scanline_pad - 1) / layout->scanline_pad * layout->scanline_pad
-        / kBitsPerByte;
+    const auto *format =
+        std::find_if(std::begin(kPixelFormats), std::end(kPixelFormats), [layout, red](const auto &one) {
+            return one.bits == layout->bits_per_pixel && one.red == red;
+        });
+    const int line = (width * layout->bits_per_pixel + layout->scanline_pad - 1) / layout->scanline_pad
+        * layout->scanline_pad / kBitsPerByte;
     if (format == std::end(kPixelFormats) || xcb_get_image_data_length(pixels.get()) / height < line)
         return {};
     // A copy of a large desktop would take longer than all the rest of this.

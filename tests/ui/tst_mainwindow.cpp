@@ -173,7 +173,8 @@ private slots:
             }
         }
         const QString popup = QString::number(windows.constLast()->winId());
-        QVERIFY(propertyOf(popup, s("_NET_WM_WINDOW_TYPE")).startsWith(s("_NET_WM_WINDOW_TYPE_NOTIFICATION")));
+        QVERIFY(
+            propertyOf(popup, s("_NET_WM_WINDOW_TYPE")).startsWith(s("_NET_WM_WINDOW_TYPE_NOTIFICATION")));
     }
 
     void trayComesAndGoes()
