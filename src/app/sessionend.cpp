@@ -6,24 +6,33 @@
 #include <QGuiApplication>
 
 #include <cstdlib>
-#include <utility>
 
 namespace {
 
-Orvana *s_atExit = nullptr;
-
-void saveAtExit()
+// exit() destroys the calling thread's own objects before everything else. What the
+// libraries would destroy next is still in use by other threads.
+struct AtExit
 {
-    if (Orvana *orvana = std::exchange(s_atExit, nullptr))
+    Orvana *orvana = nullptr;
+
+    AtExit() = default;
+    ~AtExit()
+    {
+        if (!orvana)
+            return;
         orvana->save();
-}
+        std::_Exit(EXIT_FAILURE);
+    }
+    Q_DISABLE_COPY_MOVE(AtExit)
+};
+
+thread_local AtExit t_atExit;
 
 } // namespace
 
 SessionEnd::SessionEnd(Orvana *orvana)
 {
-    s_atExit = orvana;
-    std::atexit(saveAtExit);
+    t_atExit.orvana = orvana;
     connect(
         qGuiApp, &QGuiApplication::commitDataRequest, this,
         [orvana] {
@@ -35,5 +44,5 @@ SessionEnd::SessionEnd(Orvana *orvana)
 
 SessionEnd::~SessionEnd()
 {
-    s_atExit = nullptr;
+    t_atExit.orvana = nullptr;
 }

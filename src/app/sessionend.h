@@ -13,7 +13,7 @@ class SessionEnd final : public QObject
     Q_DISABLE_COPY_MOVE(SessionEnd)
 
 public:
-    // One at a time; the client must outlive it.
+    // One at a time, on the GUI thread; the client must outlive it.
     explicit SessionEnd(Orvana *orvana);
     ~SessionEnd() override;
 };
