@@ -7,6 +7,10 @@ class MainForm;
 // Makes images and style sheet available; once is enough.
 void registerResources();
 
+// Chooses how Qt scales and ends its sessions. To be called before the application
+// object exists.
+void prepareApplication();
+
 class Application final : public QApplication
 {
     Q_OBJECT
@@ -20,6 +24,13 @@ public:
     MainForm *mainForm() const { return m_mainForm; }
     void onClickOnDock();
 
+    // By the session manager, which ends only those event loops that run.
+    bool isAskedToQuit() const { return m_isAskedToQuit; }
+
+protected:
+    bool event(QEvent *event) override;
+
 private:
     MainForm *m_mainForm = nullptr;
+    bool m_isAskedToQuit = false;
 };

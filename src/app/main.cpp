@@ -4,6 +4,7 @@
 #include "app/deployment.h"
 #include "app/loghandler.h"
 #include "app/programstart.h"
+#include "app/sessionend.h"
 #include "app/signals.h"
 #include "app/singleinstance.h"
 #include "notifications/notificationmanager.h"
@@ -49,9 +50,7 @@ void prepareProcess()
     // Who reads the standard output may go before this program does.
     std::signal(SIGPIPE, SIG_IGN);
     saveMemory();
-    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
-    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
-    QGuiApplication::setHighDpiScaleFactorRoundingPolicy(Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
+    prepareApplication();
 }
 
 void setIdentity()
@@ -165,11 +164,12 @@ int main(int argc, char *argv[])
             tellAlreadyRunning();
         return kAlreadyRunning;
     }
+    const SessionEnd sessionEnd(&orvana);
     if (!UserActivityWatcher::instance()->startWatch() && !TerminationSignals::areReceived()
         && !goesOnWithoutWatcher())
         return 0;
     // The question, too, returns "Да" when it is ended from outside.
-    if (TerminationSignals::areReceived())
+    if (TerminationSignals::areReceived() || application.isAskedToQuit())
         return 0;
     QApplication::setQuitOnLastWindowClosed(false);
 

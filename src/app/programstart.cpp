@@ -1,5 +1,7 @@
 #include "app/programstart.h"
 
+#include "x11/rootwindow.h"
+
 #include <QProcess>
 #include <QStringList>
 
@@ -15,10 +17,13 @@ namespace {
 constexpr int kFirstOtherStream = 3;
 constexpr int kStartPatience = 30000; // ms
 
+constexpr int kSmallestDpi = 96; // the windows are drawn for, at their smallest
+
 struct OwnVariable
 {
     const char *name;
     const char *value;
+    bool (*isNeeded)() = nullptr; // always, without one
     bool isSet = false; // not when the user has set it
 };
 
@@ -32,6 +37,14 @@ struct OwnSignal
 // A terminal may stop what writes to it in the background; a file may be at its allowed
 // size. Qt itself restores what happens at a broken pipe.
 OwnSignal s_signals[] = {{SIGTTOU}, {SIGXFSZ}};
+
+// Qt would draw the windows smaller than their texts.
+bool isDpiTooSmall()
+{
+    const int dpi = configuredDpi();
+    return dpi > 0 && dpi < kSmallestDpi;
+}
+
 std::optional<mode_t> s_userUmask;
 OwnVariable s_variables[] = {
     // Widgets need no OpenGL; loading it takes more memory than the client.
@@ -39,6 +52,7 @@ OwnVariable s_variables[] = {
     // A failed request shows that the network is away, and one is sent every minute;
     // polling the interfaces every ten seconds would be wasted.
     {"QT_BEARER_POLL_TIMEOUT", "30000"},
+    {"QT_FONT_DPI", "96", isDpiTooSmall},
 };
 
 // The end of the client's terminal is none of its business.
@@ -59,7 +73,8 @@ void setOwnSurroundings()
         own.isIgnored = true;
     }
     for (OwnVariable &variable : s_variables) {
-        variable.isSet = !qEnvironmentVariableIsSet(variable.name);
+        variable.isSet =
+            !qEnvironmentVariableIsSet(variable.name) && (!variable.isNeeded || variable.isNeeded());
         if (variable.isSet)
             qputenv(variable.name, variable.value);
     }

@@ -4,6 +4,7 @@
 #include "ui/artwork.h"
 #include "ui/autoscrolllineedit.h"
 #include "ui_notificationform.h"
+#include "x11/alldesktops.h"
 
 #include <QGraphicsOpacityEffect>
 #include <QGuiApplication>
@@ -74,6 +75,10 @@ NotificationForm::NotificationForm(const QString &text, NotificationType type, c
     setAttribute(Qt::WA_TranslucentBackground);
     setWindowFlags((windowFlags() & Qt::Dialog) | Qt::Popup | Qt::FramelessWindowHint
                    | Qt::WindowStaysOnTopHint);
+    // Of the kind that the flags make of it, a window is hidden on some desktops while
+    // the user works in another program.
+    setAttribute(Qt::WA_X11NetWmWindowTypeNotification);
+    showOnAllDesktops(this);
     setFixedSize(kBackground.size());
     m_closeTimer.setInterval(kShownFor);
     connect(&m_closeTimer, &QTimer::timeout, this, &NotificationForm::onPbLateClicked);

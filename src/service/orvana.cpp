@@ -115,11 +115,16 @@ Orvana::Orvana(QObject *parent)
 
 Orvana::~Orvana()
 {
-    if (!m_cleanMode) {
-        storeUnwritten();
-        m_session->save();
-    }
+    save();
     qDebug() << "Exit Orvana Team Monitor OK";
+}
+
+void Orvana::save()
+{
+    if (m_cleanMode)
+        return;
+    storeUnwritten();
+    m_session->save();
 }
 
 void Orvana::removeDeprecatedFiles()

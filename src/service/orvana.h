@@ -54,6 +54,9 @@ public:
     StorageFolder &storage() { return m_storage; }
     QDir storageDirectory() const { return m_storage.dir(); }
     Session *session() const { return m_session; }
+    // Writes the session, and the reports that the disk has refused so far; nothing in
+    // clean mode.
+    void save();
     // Clean mode: the session is not written back at the end.
     void setCleanMode(bool clean) { m_cleanMode = clean; }
     static void removeDir(const QString &path) { StorageFolder::removeDir(path); }

@@ -13,6 +13,7 @@
 #include "ui/timetexts.h"
 #include "ui/tooltips.h"
 #include "ui_mainform.h"
+#include "x11/alldesktops.h"
 
 #include <QDebug>
 #include <QGuiApplication>
@@ -87,6 +88,7 @@ MainForm::MainForm(Orvana *orvana, QWidget *parent)
     // A dialog keeps its place in the task switcher, so that the window can be
     // found again on a desktop without a tray.
     setWindowFlags(Qt::Dialog | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
+    showOnAllDesktops(this);
     placeOnScreen();
 
     m_taskText = new ScrollText(true, this);

@@ -1,6 +1,7 @@
 #include "clientroom.h"
 #include "files.h"
 #include "realinput.h"
+#include "sessionmanager.h"
 #include "virtualdisplay.h"
 
 #include <QDirIterator>
@@ -29,10 +30,12 @@ constexpr int kCrowd = 5;
 const QString kStranger = s("12345");
 const QString kMainTitle = s("^Orvana$");
 const QString kBoxTitle = s("^Orvana Team Monitor$");
+const QString kIcon = s("_NET_WM_ICON");
 const QString kFast = s("+0 x40");
 const QString kLock = s("SingleAppLockOrvana Team Monitor");
 
 enum Outlet { OfShell, Pipe, Terminal, Socket };
+enum SessionsEnd { Asked, Broken };
 enum Hindrance { Semaphore, Segment, SemaphoreAndSignal, SemaphoreAtEnd };
 
 void dismiss(const QString &window)
@@ -79,6 +82,7 @@ QByteArray drained(int descriptor)
 
 Q_DECLARE_METATYPE(Outlet)
 Q_DECLARE_METATYPE(Hindrance)
+Q_DECLARE_METATYPE(SessionsEnd)
 
 // What the machine around the real executable does to it.
 class TestProgramFaults final : public QObject
@@ -89,6 +93,8 @@ private slots:
     void init();
     void cleanup();
     void displayDies();
+    void sessionEnds_data();
+    void sessionEnds();
     void allAtOnce();
     void anotherUser();
     void lockNobodyHolds_data();
@@ -148,8 +154,11 @@ void TestProgramFaults::displayDies()
         fast.insert(s("DISPLAY"), display.name());
         const Client client = start(fast);
         QTRY_VERIFY_WITH_TIMEOUT(m_room->waiting() >= 2, kPatience);
+        // As if they had changed since the last minute.
+        QVERIFY(QFile::remove(m_room->ofUser(s("tasks.ini"))));
         display.kill();
         QVERIFY(ended(*client));
+        QVERIFY(QFile::exists(m_room->ofUser(s("tasks.ini"))));
         QVERIFY2(client->exitStatus() == QProcess::NormalExit, "it ends by itself");
         kept = m_room->waiting();
     }
@@ -168,6 +177,47 @@ void TestProgramFaults::displayDies()
     client->terminate();
     QVERIFY(ended(*client));
     QCOMPARE(client->exitCode(), 0);
+}
+
+void TestProgramFaults::sessionEnds_data()
+{
+    QTest::addColumn<QString>("window");
+    QTest::addColumn<SessionsEnd>("how");
+    QTest::newRow("popup on the screen") << s("^Dialog$") << Asked;
+    QTest::newRow("question on the screen") << s("^Ошибка$") << Asked;
+    QTest::newRow("manager dies") << kMainTitle << Broken;
+}
+
+void TestProgramFaults::sessionEnds()
+{
+    QFETCH(QString, window);
+    QFETCH(SessionsEnd, how);
+    m_room->leaveUser(true);
+    if (window == s("^Ошибка$"))
+        m_room->watcher.close();
+    SessionManager manager;
+    QProcessEnvironment environment = m_room->environment();
+    environment.insert(s("SESSION_MANAGER"), manager.address());
+    const Client client = start(environment);
+    QTRY_VERIFY_WITH_TIMEOUT(!windowsNamed(window).isEmpty(), kPatience);
+    QTRY_COMPARE_WITH_TIMEOUT(manager.agreed, 1, kPatience);
+    const QString session = m_room->ofUser(s("session.ini"));
+    QVERIFY(QFile::remove(session));
+    if (how == Asked) {
+        manager.askToEnd();
+        QTRY_COMPARE_WITH_TIMEOUT(manager.agreed + manager.refused, 2, kPatience);
+        QVERIFY(manager.refused == 0 && manager.questions == 0);
+        QVERIFY(QFile::exists(session));
+        manager.end();
+    } else {
+        manager.breakConnection();
+    }
+    QVERIFY(ended(*client));
+    QCOMPARE(client->exitStatus(), QProcess::NormalExit);
+    QVERIFY(!manager.isStartedAgain);
+    const QSettings saved(session, QSettings::IniFormat);
+    QVERIFY2(saved.value(s("active")).toBool() && saved.value(s("taskID")).toString() == s("1702"),
+             "the next start goes on tracking");
 }
 
 void TestProgramFaults::allAtOnce()
@@ -191,8 +241,10 @@ void TestProgramFaults::allAtOnce()
         session.setValue(s("taskID"), s("1703"));
     }
     const QStringList boxes = windowsNamed(kBoxTitle);
-    for (const QString &box : boxes)
+    for (const QString &box : boxes) {
+        QCOMPARE(propertyOf(box, kIcon), propertyOf(windowsNamed(kMainTitle).constFirst(), kIcon));
         dismiss(box);
+    }
     const auto running = [&clients] {
         return std::count_if(clients.cbegin(), clients.cend(),
                              [](const Client &client) { return client->state() == QProcess::Running; });

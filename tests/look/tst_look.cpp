@@ -1,3 +1,4 @@
+#include "app/programstart.h"
 #include "scenes.h"
 #include "ui/autoscrolllineedit.h"
 #include "ui/scrolltext.h"
@@ -182,7 +183,11 @@ class TestLook final : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { WindowBench::applyStyle(); }
+    void initTestCase()
+    {
+        QVERIFY2(qApp->devicePixelRatio() >= 1, "nothing is drawn smaller than its texts");
+        WindowBench::applyStyle();
+    }
     void images();
     void namedImages();
     void scene_data();
@@ -332,10 +337,9 @@ void TestLook::screenReadersPress()
 
 int main(int argc, char *argv[])
 {
-    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
-    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
-    QGuiApplication::setHighDpiScaleFactorRoundingPolicy(Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
-    QApplication application(argc, argv);
+    setOwnSurroundings();
+    prepareApplication();
+    Application application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
     TestLook test;
     return QTest::qExec(&test, argc, argv);

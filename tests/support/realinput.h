@@ -5,7 +5,7 @@
 #include <QProcess>
 #include <QString>
 
-// Real input through the X server. Returns when the server has it.
+// Real input through the X server, and what its windows say. Returns when the server has it.
 inline bool xdotool(const QString &command, const QStringList &arguments)
 {
     return QProcess::execute(s("xdotool"), QStringList{command} + arguments) == 0;
@@ -24,6 +24,15 @@ inline QStringList windowsNamed(const QString &title)
     tool.start(s("xdotool"), {s("search"), s("--onlyvisible"), s("--name"), title});
     tool.waitForFinished();
     return QString::fromLatin1(tool.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+}
+
+// A property as xprop prints its value; empty when the window does not have it.
+inline QString propertyOf(const QString &window, const QString &name)
+{
+    QProcess tool;
+    tool.start(s("xprop"), {s("-notype"), s("-id"), window, name});
+    tool.waitForFinished();
+    return QString::fromUtf8(tool.readAllStandardOutput()).section(s(" = "), 1).trimmed();
 }
 
 inline bool activateWindow(const QString &window)

@@ -2,7 +2,8 @@
 # sandbox.sh plain|display LOCALE PROGRAM [ARGUMENT...]
 # Runs a test with a home, a temporary folder and a storage root of its own; with
 # "display" also on a virtual X server of its own with a window manager.
-# ORVANA_SANDBOX_SCREEN is the size of its screen, 1280x800 when unset.
+# ORVANA_SANDBOX_SCREEN is the size of its screen, 1280x800 when unset; a desktop sets
+# ORVANA_SANDBOX_DPI as its dots per inch.
 set -euo pipefail
 
 # Shared memory is found by 16 bits of a file's number: without a name space of its
@@ -39,6 +40,7 @@ if [ "$mode" = display ]; then
     [ -s "$box/display" ] || { echo "no virtual X server:"; cat "$box/xvfb.log"; exit 1; } >&2
     DISPLAY=:$(cat "$box/display")
     export DISPLAY QT_QPA_PLATFORM=xcb QT_XCB_GL_INTEGRATION=none
+    [ -z "${ORVANA_SANDBOX_DPI:-}" ] || xrdb -nocpp -merge <<<"Xft.dpi: $ORVANA_SANDBOX_DPI"
     # Its properties come before it is ready; a window shown in between would not get the focus.
     openbox --sm-disable --startup "touch '$box/managed'" >"$box/openbox.log" 2>&1 &
     pids+=($!)

@@ -1,3 +1,4 @@
+#include "realinput.h"
 #include "rows.h"
 #include "ui/autoscrolllineedit.h"
 #include "ui/loginform.h"
@@ -154,6 +155,26 @@ private slots:
             emit m_bench->form->showAll();
             QTRY_VERIFY(!m_bench->form->isMinimized());
         }
+    }
+
+    // Also while the user works in another program and on another desktop.
+    void staysInSight()
+    {
+        NotificationManager::instance()->addNotification(s("Макет"), TaskAdded, kTask);
+        const QWidgetList windows{m_bench->form.get(), shownPopups().constFirst()};
+        for (const bool isFirst : {true, false}) {
+            for (QWidget *window : windows) {
+                const QString id = QString::number(window->winId());
+                QVERIFY(QTest::qWaitForWindowExposed(window));
+                QTRY_COMPARE(propertyOf(id, s("_NET_WM_DESKTOP")), s("4294967295"));
+                window->hide();
+                QTRY_VERIFY(propertyOf(id, s("_NET_WM_DESKTOP")).isEmpty());
+                window->setVisible(isFirst);
+            }
+        }
+        const QString popup = QString::number(windows.constLast()->winId());
+        QVERIFY(
+            propertyOf(popup, s("_NET_WM_WINDOW_TYPE")).startsWith(s("_NET_WM_WINDOW_TYPE_NOTIFICATION")));
     }
 
     void trayComesAndGoes()

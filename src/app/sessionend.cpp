@@ -1,0 +1,48 @@
+#include "app/sessionend.h"
+
+#include "service/orvana.h"
+
+#include <QDebug>
+#include <QGuiApplication>
+
+#include <cstdlib>
+
+namespace {
+
+// exit() destroys the calling thread's own objects before everything else. What the
+// libraries would destroy next is still in use by other threads.
+struct AtExit
+{
+    Orvana *orvana = nullptr;
+
+    AtExit() = default;
+    ~AtExit()
+    {
+        if (!orvana)
+            return;
+        orvana->save();
+        std::_Exit(EXIT_FAILURE);
+    }
+    Q_DISABLE_COPY_MOVE(AtExit)
+};
+
+thread_local AtExit t_atExit;
+
+} // namespace
+
+SessionEnd::SessionEnd(Orvana *orvana)
+{
+    t_atExit.orvana = orvana;
+    connect(
+        qGuiApp, &QGuiApplication::commitDataRequest, this,
+        [orvana] {
+            qDebug() << "The desktop's session ends";
+            orvana->save();
+        },
+        Qt::DirectConnection);
+}
+
+SessionEnd::~SessionEnd()
+{
+    t_atExit.orvana = nullptr;
+}

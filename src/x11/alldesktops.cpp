@@ -1,0 +1,57 @@
+#include "x11/alldesktops.h"
+
+#include <QEvent>
+#include <QWidget>
+#include <QX11Info>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <xcb/xcb.h>
+
+namespace {
+
+constexpr quint32 kAllDesktops = 0xffffffff;
+
+xcb_atom_t desktopAtom(xcb_connection_t *connection)
+{
+    constexpr char name[] = "_NET_WM_DESKTOP";
+    const auto request = xcb_intern_atom(connection, 0, quint16(std::strlen(name)), name);
+    const std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> reply(
+        xcb_intern_atom_reply(connection, request, nullptr), &std::free);
+    return reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
+}
+
+// The window manager takes the hint away when a window is hidden, and reads it when one
+// is mapped, which follows the event.
+class Hint final : public QObject
+{
+public:
+    using QObject::QObject;
+
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::Show && !event->spontaneous())
+            set(*static_cast<QWidget *>(watched));
+        return false;
+    }
+
+private:
+    static void set(const QWidget &window)
+    {
+        xcb_connection_t *connection = QX11Info::isPlatformX11() ? QX11Info::connection() : nullptr;
+        if (!connection)
+            return;
+        static const xcb_atom_t atom = desktopAtom(connection);
+        xcb_change_property(connection, XCB_PROP_MODE_REPLACE, xcb_window_t(window.winId()), atom,
+                            XCB_ATOM_CARDINAL, 32, 1, &kAllDesktops);
+    }
+};
+
+} // namespace
+
+void showOnAllDesktops(QWidget *window)
+{
+    window->installEventFilter(new Hint(window));
+}
