@@ -27,10 +27,9 @@ NotificationManager *NotificationManager::instance()
 void NotificationManager::setMainForm(NotificationHost *host)
 {
     m_host = host;
-    for (NotificationForm *form : qAsConst(m_shown)) {
+    for (NotificationForm *form : qAsConst(m_shown))
         form->setMainForm(host);
-        form->updatePosition(form->getPosition());
-    }
+    updatePositions();
     for (const Waiting &waiting : m_hidden) {
         if (waiting.form)
             waiting.form->setMainForm(host);
@@ -44,24 +43,12 @@ void NotificationManager::tellHost()
         m_host->updateNotificationState();
 }
 
-void NotificationManager::addNotification(const QString &text, NotificationType type, const QString &taskId)
-{
-    if (type == UpdateAvailable)
-        removeUpdates();
-    const Waiting waiting{type, NotificationForm::textToKeep(text), taskId};
-    if (!NotificationForm::fitsOnScreen(m_shown.size(), m_host)) {
-        keepBack(waiting);
-        return;
-    }
-    show(waiting);
-    QApplication::beep();
-}
-
-// At most one popup offers an update, shown or kept back.
-void NotificationManager::removeUpdates()
+// Those kept back first, so that none of them takes the place of one that is shown.
+template <typename Predicate>
+void NotificationManager::removeTypes(Predicate isRemoved)
 {
     for (auto each = m_hidden.begin(); each != m_hidden.end();) {
-        if (each->type != UpdateAvailable) {
+        if (!isRemoved(each->type)) {
             ++each;
             continue;
         }
@@ -71,9 +58,29 @@ void NotificationManager::removeUpdates()
     }
     const QList<NotificationForm *> shown = m_shown;
     for (NotificationForm *form : shown) {
-        if (form->notificationType() == UpdateAvailable)
+        if (isRemoved(form->notificationType()))
             hideForm(form);
     }
+}
+
+void NotificationManager::addNotification(const QString &text, NotificationType type, const QString &taskId)
+{
+    // At most one popup offers an update, shown or kept back.
+    if (type == UpdateAvailable)
+        removeTypes([](NotificationType each) { return each == UpdateAvailable; });
+    const Waiting waiting{type, NotificationForm::textToKeep(text), taskId};
+    if (!NotificationForm::fitsOnScreen(m_shown.size(), m_host)) {
+        keepBack(waiting);
+        return;
+    }
+    show(waiting);
+    QApplication::beep();
+}
+
+void NotificationManager::clearForNextUser()
+{
+    removeTypes([](NotificationType each) { return each != UpdateAvailable; });
+    tellHost();
 }
 
 void NotificationManager::addHidedForm(NotificationForm *form)
@@ -183,6 +190,12 @@ void NotificationManager::repaint()
         form->activateWindow();
         form->raise();
     }
+}
+
+void NotificationManager::updatePositions()
+{
+    for (NotificationForm *form : qAsConst(m_shown))
+        form->updatePosition(form->getPosition());
 }
 
 bool NotificationManager::hasVisibleNotifications() const

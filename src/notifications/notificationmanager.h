@@ -33,9 +33,13 @@ public:
     void restoreAll();
     void toggleVisible();
     void repaint();
+    // Puts every shown popup where the host wants it now; asks for no focus.
+    void updatePositions();
     // True while any popup waits, shown or hidden.
     bool hasVisibleNotifications() const;
     bool hasShownNotifications() const { return !m_shown.isEmpty(); }
+    // Removes what was meant for one user: all but the offer of an update.
+    void clearForNextUser();
     // Removes every popup at once.
     void destroy();
 
@@ -61,7 +65,8 @@ private:
     void keepBack(const Waiting &waiting);
     void show(const Waiting &waiting);
     void showFirstHidden();
-    void removeUpdates();
+    template <typename Predicate>
+    void removeTypes(Predicate isRemoved);
     void tellHost();
 
     NotificationHost *m_host = nullptr;

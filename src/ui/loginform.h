@@ -1,8 +1,9 @@
 #pragma once
 
+#include "ui/windowdrag.h"
+
 #include <QDialog>
 #include <QImage>
-#include <QPoint>
 
 #include <memory>
 
@@ -44,6 +45,6 @@ private:
     std::unique_ptr<Ui::LoginForm> m_ui;
     QImage m_topBar;
     QImage m_pane;
-    QPoint m_anchor;
+    WindowDrag m_drag;
     Orvana *m_orvana;
 };
