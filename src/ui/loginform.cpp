@@ -5,6 +5,7 @@
 #include "ui/artwork.h"
 #include "ui_loginform.h"
 
+#include <QMouseEvent>
 #include <QPainter>
 #include <QShortcut>
 
@@ -142,18 +143,19 @@ void LoginForm::movingImpl(QEvent *event, QObject *watched)
 {
     if (watched != m_ui->wTop)
         return;
-    switch (event->type()) {
-    case QEvent::MouseButtonPress:
-        m_drag.press(static_cast<QMouseEvent *>(event), this);
-        break;
-    case QEvent::MouseMove:
-        m_drag.move(static_cast<QMouseEvent *>(event), this);
-        break;
-    case QEvent::MouseButtonRelease:
-        m_drag.release(static_cast<QMouseEvent *>(event));
-        break;
-    default:
-        return;
+    if (event->type() == QEvent::MouseMove) {
+        auto *mouse = static_cast<QMouseEvent *>(event);
+        // A press on the close button is none on the bar, which gets its moves all the same.
+        if (!mouse->buttons().testFlag(Qt::LeftButton) || !m_anchor)
+            return;
+        // The anchor stays: it is a place inside the bar, which moves along.
+        move(pos() + mouse->localPos().toPoint() - *m_anchor);
+        mouse->accept();
+    } else if (event->type() == QEvent::MouseButtonPress) {
+        auto *mouse = static_cast<QMouseEvent *>(event);
+        m_anchor = mouse->localPos().toPoint();
+        mouse->accept();
+    } else if (event->type() == QEvent::MouseButtonRelease) {
+        m_anchor.reset();
     }
-    event->accept();
 }

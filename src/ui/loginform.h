@@ -1,11 +1,11 @@
 #pragma once
 
-#include "ui/windowdrag.h"
-
 #include <QDialog>
 #include <QImage>
+#include <QPoint>
 
 #include <memory>
+#include <optional>
 
 class Orvana;
 
@@ -45,6 +45,6 @@ private:
     std::unique_ptr<Ui::LoginForm> m_ui;
     QImage m_topBar;
     QImage m_pane;
-    WindowDrag m_drag;
+    std::optional<QPoint> m_anchor; // the place of the press on the bar, until the release
     Orvana *m_orvana;
 };
