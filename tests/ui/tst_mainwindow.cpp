@@ -232,7 +232,6 @@ private slots:
         QTest::addColumn<bool>("moves");
         QTest::newRow("window") << false << QByteArray("MainForm") << true;
         QTest::newRow("plain label") << false << QByteArray("lbClock") << true;
-        QTest::newRow("label that acts") << false << QByteArray("lbTask") << false;
         QTest::newRow("button") << false << QByteArray("pbTask") << false;
         QTest::newRow("login's bar") << true << QByteArray("wTop") << true;
         QTest::newRow("login's button") << true << QByteArray("pbClose") << false;
