@@ -98,6 +98,8 @@ NotificationForm::NotificationForm(const QString &text, NotificationType type, c
         message->resize(message->width(), kMessageHeightAboveButtons);
         connect(m_ui->pbLate, &QPushButton::clicked, this, &NotificationForm::onPbLateClicked);
         connect(m_ui->pbUpdate, &QPushButton::clicked, this, &NotificationForm::onPbUpdateClicked);
+        for (QPushButton *button : {m_ui->pbUpdate, m_ui->pbLate})
+            button->installEventFilter(this);
     } else {
         m_ui->pbUpdate->hide();
         m_ui->pbLate->hide();
@@ -105,6 +107,8 @@ NotificationForm::NotificationForm(const QString &text, NotificationType type, c
         message->setAttribute(Qt::WA_TransparentForMouseEvents);
         installEventFilter(this);
     }
+    if (!isPermanentNotification())
+        message->setTimeToRead(kShownFor);
 }
 
 NotificationForm::~NotificationForm() = default;
@@ -214,7 +218,32 @@ bool NotificationForm::eventFilter(QObject *watched, QEvent *event)
             openTaskIfAny();
         closeNotification();
     }
-    return QDialog::eventFilter(watched, event);
+    return (watched != this && isStrayKey(event)) || QDialog::eventFilter(watched, event);
+}
+
+// The window manager may give the focus to a popup while something is typed elsewhere:
+// a key that would act is the user's only after a click or Tab in here.
+bool NotificationForm::isStrayKey(const QEvent *event) const
+{
+    if (m_isAttended || (event->type() != QEvent::KeyPress && event->type() != QEvent::KeyRelease))
+        return false;
+    const int key = static_cast<const QKeyEvent *>(event)->key();
+    return key == Qt::Key_Return || key == Qt::Key_Enter || key == Qt::Key_Space;
+}
+
+bool NotificationForm::event(QEvent *event)
+{
+    if (event->type() == QEvent::MouseButtonPress)
+        m_isAttended = true;
+    else if (event->type() == QEvent::WindowDeactivate)
+        m_isAttended = false;
+    return isStrayKey(event) || QDialog::event(event);
+}
+
+bool NotificationForm::focusNextPrevChild(bool next)
+{
+    m_isAttended = true;
+    return QDialog::focusNextPrevChild(next);
 }
 
 // Enter is the left click, Esc (by way of reject()) the other one.

@@ -55,17 +55,21 @@ protected:
     void showEvent(QShowEvent *event) override;
     void hideEvent(QHideEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
+    bool event(QEvent *event) override;
     bool eventFilter(QObject *watched, QEvent *event) override;
+    bool focusNextPrevChild(bool next) override;
     void keyPressEvent(QKeyEvent *event) override;
 
 private:
     void openTaskIfAny();
+    bool isStrayKey(const QEvent *event) const;
 
     std::unique_ptr<Ui::NotificationForm> m_ui;
     QTimer m_closeTimer;
     NotificationType m_type;
     NotificationHost *m_host;
     bool m_closing = false;
+    bool m_isAttended = false; // the user clicked or tabbed into it, and stayed
     QString m_taskId;
     int m_position = 0;
 };

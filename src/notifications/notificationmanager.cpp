@@ -4,14 +4,16 @@
 #include "notifications/notificationhost.h"
 
 #include <QApplication>
+#include <QDebug>
 
 #include <algorithm>
+#include <iterator>
 
 namespace {
 
 // Lists that change altogether bring tens of thousands, which nobody reads; the memory
 // is not the service's to fill.
-constexpr std::size_t kMostWaiting = 200;
+constexpr std::size_t kMostWaiting = 1000;
 
 } // namespace
 
@@ -27,10 +29,9 @@ NotificationManager *NotificationManager::instance()
 void NotificationManager::setMainForm(NotificationHost *host)
 {
     m_host = host;
-    for (NotificationForm *form : qAsConst(m_shown)) {
+    for (NotificationForm *form : qAsConst(m_shown))
         form->setMainForm(host);
-        form->updatePosition(form->getPosition());
-    }
+    updatePositions();
     for (const Waiting &waiting : m_hidden) {
         if (waiting.form)
             waiting.form->setMainForm(host);
@@ -44,24 +45,12 @@ void NotificationManager::tellHost()
         m_host->updateNotificationState();
 }
 
-void NotificationManager::addNotification(const QString &text, NotificationType type, const QString &taskId)
-{
-    if (type == UpdateAvailable)
-        removeUpdates();
-    const Waiting waiting{type, NotificationForm::textToKeep(text), taskId};
-    if (!NotificationForm::fitsOnScreen(m_shown.size(), m_host)) {
-        keepBack(waiting);
-        return;
-    }
-    show(waiting);
-    QApplication::beep();
-}
-
-// At most one popup offers an update, shown or kept back.
-void NotificationManager::removeUpdates()
+// Those kept back first, so that none of them takes the place of one that is shown.
+template <typename Predicate>
+void NotificationManager::removeTypes(Predicate isRemoved)
 {
     for (auto each = m_hidden.begin(); each != m_hidden.end();) {
-        if (each->type != UpdateAvailable) {
+        if (!isRemoved(each->type)) {
             ++each;
             continue;
         }
@@ -71,9 +60,29 @@ void NotificationManager::removeUpdates()
     }
     const QList<NotificationForm *> shown = m_shown;
     for (NotificationForm *form : shown) {
-        if (form->notificationType() == UpdateAvailable)
+        if (isRemoved(form->notificationType()))
             hideForm(form);
     }
+}
+
+void NotificationManager::addNotification(const QString &text, NotificationType type, const QString &taskId)
+{
+    // At most one popup offers an update, shown or kept back.
+    if (type == UpdateAvailable)
+        removeTypes([](NotificationType each) { return each == UpdateAvailable; });
+    const Waiting waiting{type, NotificationForm::textToKeep(text), taskId};
+    if (!NotificationForm::fitsOnScreen(m_shown.size(), m_host)) {
+        keepBack(waiting);
+        return;
+    }
+    show(waiting);
+    QApplication::beep();
+}
+
+void NotificationManager::clearForNextUser()
+{
+    removeTypes([](NotificationType each) { return each != UpdateAvailable; });
+    tellHost();
 }
 
 void NotificationManager::addHidedForm(NotificationForm *form)
@@ -84,13 +93,24 @@ void NotificationManager::addHidedForm(NotificationForm *form)
 void NotificationManager::keepBack(const Waiting &waiting)
 {
     m_hidden.push_back(waiting);
-    if (m_hidden.size() > kMostWaiting) {
-        if (NotificationForm *form = m_hidden.front().form)
-            form->deleteLater();
-        m_hidden.pop_front();
-    }
+    if (m_hidden.size() > kMostWaiting)
+        dropOldest();
+    else
+        m_hasDropped = false;
     if (m_shown.isEmpty())
         tellHost();
+}
+
+// But never the offer of an update.
+void NotificationManager::dropOldest()
+{
+    if (!m_hasDropped)
+        qWarning() << "Too many notifications wait, the oldest are dropped";
+    m_hasDropped = true;
+    const auto oldest = m_hidden.front().type == UpdateAvailable ? std::next(m_hidden.begin()) : m_hidden.begin();
+    if (oldest->form)
+        oldest->form->deleteLater();
+    m_hidden.erase(oldest);
 }
 
 void NotificationManager::show(const Waiting &waiting)
@@ -183,6 +203,12 @@ void NotificationManager::repaint()
         form->activateWindow();
         form->raise();
     }
+}
+
+void NotificationManager::updatePositions()
+{
+    for (NotificationForm *form : qAsConst(m_shown))
+        form->updatePosition(form->getPosition());
 }
 
 bool NotificationManager::hasVisibleNotifications() const

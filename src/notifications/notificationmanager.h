@@ -33,9 +33,13 @@ public:
     void restoreAll();
     void toggleVisible();
     void repaint();
+    // Puts every shown popup where the host wants it now; asks for no focus.
+    void updatePositions();
     // True while any popup waits, shown or hidden.
     bool hasVisibleNotifications() const;
     bool hasShownNotifications() const { return !m_shown.isEmpty(); }
+    // Removes what was meant for one user: all but the offer of an update.
+    void clearForNextUser();
     // Removes every popup at once.
     void destroy();
 
@@ -59,12 +63,15 @@ private:
     ~NotificationManager() override;
 
     void keepBack(const Waiting &waiting);
+    void dropOldest();
     void show(const Waiting &waiting);
     void showFirstHidden();
-    void removeUpdates();
+    template <typename Predicate>
+    void removeTypes(Predicate isRemoved);
     void tellHost();
 
     NotificationHost *m_host = nullptr;
     QList<NotificationForm *> m_shown; // in the order of their slots
     std::deque<Waiting> m_hidden;
+    bool m_hasDropped = false;
 };

@@ -84,6 +84,8 @@ void Orvana::processRequestTimeSync(QNetworkReply *reply)
     const QString taskId = reply->property("taskId").toString();
     if (taskId != QLatin1String("0"))
         m_session->setActiveTaskTime(taskId, totals.task);
+    // While the timer is stopped no step follows that would show the new totals.
+    emit m_session->timeUpdated();
     qDebug() << "Active:" << totals.active << "total:" << totals.total;
 }
 

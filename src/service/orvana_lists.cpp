@@ -1,5 +1,6 @@
 #include "service/orvana.h"
 
+#include "notifications/notificationmanager.h"
 #include "service/exemptteam.h"
 #include "service/ovsession.h"
 #include "service/replyparser.h"
@@ -39,6 +40,8 @@ void Orvana::processCheckLoginReply(QNetworkReply *reply)
     if (!m_session->login().isEmpty()) {
         storeUnwritten();
         m_session->save();
+        if (m_session->login() != login)
+            NotificationManager::instance()->clearForNextUser();
         m_session->clear();
     }
     forgetPrefetch();

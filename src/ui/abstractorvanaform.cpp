@@ -2,7 +2,6 @@
 
 #include "ui/artwork.h"
 
-#include <QMouseEvent>
 #include <QPainter>
 
 AbstractOrvanaForm::AbstractOrvanaForm(QWidget *parent)
@@ -28,6 +27,7 @@ void AbstractOrvanaForm::showEvent(QShowEvent *event)
 void AbstractOrvanaForm::hideEvent(QHideEvent *event)
 {
     QDialog::hideEvent(event);
+    m_drag.end();
     m_background = QImage();
 }
 
@@ -40,22 +40,19 @@ void AbstractOrvanaForm::paintEvent(QPaintEvent *event)
 
 void AbstractOrvanaForm::mousePressEvent(QMouseEvent *event)
 {
-    if (event->button() == Qt::LeftButton) {
-        m_grip = event->globalPos() - frameGeometry().topLeft();
-        m_dragging = true;
-    }
+    m_drag.press(event, this);
     event->accept();
 }
 
 void AbstractOrvanaForm::mouseMoveEvent(QMouseEvent *event)
 {
-    if (m_dragging && event->buttons().testFlag(Qt::LeftButton))
-        move(event->globalPos() - m_grip);
+    if (m_drag.move(event, this))
+        m_wasDragged = true;
     event->accept();
 }
 
 void AbstractOrvanaForm::mouseReleaseEvent(QMouseEvent *event)
 {
-    m_dragging = false;
+    m_drag.release(event);
     event->accept();
 }

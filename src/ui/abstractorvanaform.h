@@ -1,8 +1,9 @@
 #pragma once
 
+#include "ui/windowdrag.h"
+
 #include <QDialog>
 #include <QImage>
-#include <QPoint>
 
 // A frameless, translucent dialog that paints a background image over its whole
 // size and can be dragged by any area that no control covers.
@@ -17,6 +18,8 @@ public:
 
 protected:
     void setBackground(const QString &path);
+    // Whether the user ever dragged the window to a place of its own.
+    bool wasDragged() const { return m_wasDragged; }
 
     void showEvent(QShowEvent *event) override;
     void hideEvent(QHideEvent *event) override;
@@ -28,6 +31,6 @@ protected:
 private:
     QString m_backgroundPath;
     QImage m_background; // null while the window is hidden
-    QPoint m_grip; // from the window's corner to the pointer
-    bool m_dragging = false;
+    WindowDrag m_drag;
+    bool m_wasDragged = false;
 };

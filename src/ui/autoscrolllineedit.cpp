@@ -11,6 +11,9 @@ namespace {
 
 constexpr int kRest = 2500; // ms
 constexpr int kStep = 60; // ms for a pixel
+constexpr int kFrame = 20; // ms, for what has to move faster
+// Of the time to read: one part at the top, at most three on the way, the rest at the end.
+constexpr int kPartsOfTime = 5;
 
 } // namespace
 
@@ -56,14 +59,33 @@ void AutoScrollLineEdit::arrange()
     const QMargins margins(0, top, 0, bottom);
     if (viewportMargins() != margins)
         setViewportMargins(margins);
+    verticalScrollBar()->setValue(0);
+    m_isReturning = false;
     rest();
+}
+
+void AutoScrollLineEdit::setTimeToRead(std::chrono::milliseconds time)
+{
+    m_timeToRead = static_cast<int>(time.count());
+    arrange();
+}
+
+int AutoScrollLineEdit::restTime() const
+{
+    return m_timeToRead > 0 ? std::min(kRest, m_timeToRead / kPartsOfTime) : kRest;
+}
+
+int AutoScrollLineEdit::moveTime() const
+{
+    const int calm = verticalScrollBar()->maximum() * kStep;
+    return m_timeToRead > 0 ? std::min(calm, m_timeToRead * 3 / kPartsOfTime) : calm;
 }
 
 void AutoScrollLineEdit::rest()
 {
     m_resting = true;
     if (verticalScrollBar()->maximum() > 0 && isVisible())
-        m_timer.start(kRest, this);
+        m_timer.start(restTime(), this);
     else
         m_timer.stop();
 }
@@ -75,18 +97,21 @@ void AutoScrollLineEdit::timerEvent(QTimerEvent *event)
         return;
     }
     QScrollBar *bar = verticalScrollBar();
-    if (m_resting && bar->value() >= bar->maximum()) {
-        bar->setValue(0);
-        rest();
-        return;
-    }
+    const int length = bar->maximum();
+    const int time = std::max(1, moveTime());
     if (m_resting) {
         m_resting = false;
-        m_timer.start(kStep, this);
+        m_sinceStart.start();
+        m_timer.start(std::max(kFrame, time / std::max(1, length)), Qt::PreciseTimer, this);
+        return;
     }
-    bar->setValue(bar->value() + 1);
-    if (bar->value() >= bar->maximum())
-        rest();
+    // By the clock: a busy desktop makes the steps larger, not the way longer.
+    const int moved = static_cast<int>(std::min<qint64>(length, length * m_sinceStart.elapsed() / time));
+    bar->setValue(m_isReturning ? length - moved : moved);
+    if (moved < length)
+        return;
+    m_isReturning = !m_isReturning;
+    rest();
 }
 
 void AutoScrollLineEdit::resizeEvent(QResizeEvent *event)

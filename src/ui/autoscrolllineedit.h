@@ -1,11 +1,15 @@
 #pragma once
 
 #include <QBasicTimer>
+#include <QElapsedTimer>
 #include <QTextEdit>
 
+#include <chrono>
+
 // A read-only, frameless, transparent box of plain text without scroll bars that
-// slowly moves a long text up and, after a rest, starts over. No timer runs while
-// the text fits or the box cannot be seen.
+// slowly scrolls a long text to its end and back, with a rest at both. It begins at
+// the top whenever the box is shown. No timer runs while the text fits or the box
+// cannot be seen.
 class AutoScrollLineEdit final : public QTextEdit
 {
     Q_OBJECT
@@ -17,6 +21,9 @@ public:
     void setText(const QString &text);
     // Of every line, and of the whole text in the box.
     void setAlignment(Qt::Alignment alignment);
+    // How long the box is shown: a long text moves as fast as it takes to show all of it
+    // in that time, with time to read the end. 0, the default, is without limit.
+    void setTimeToRead(std::chrono::milliseconds time);
     bool isMoving() const { return m_timer.isActive(); }
 
 protected:
@@ -28,8 +35,13 @@ protected:
 private:
     void arrange();
     void rest();
+    int restTime() const;
+    int moveTime() const;
 
     QBasicTimer m_timer;
+    QElapsedTimer m_sinceStart; // of the present move
     Qt::Alignment m_alignment = Qt::AlignLeft | Qt::AlignTop;
     bool m_resting = true;
+    bool m_isReturning = false;
+    int m_timeToRead = 0; // ms
 };

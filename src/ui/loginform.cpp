@@ -152,14 +152,17 @@ void LoginForm::movingImpl(QEvent *event, QObject *watched)
         return;
     if (event->type() == QEvent::MouseMove) {
         auto *mouse = static_cast<QMouseEvent *>(event);
-        if (!mouse->buttons().testFlag(Qt::LeftButton))
+        // A press on the close button is none on the bar, which gets its moves all the same.
+        if (!mouse->buttons().testFlag(Qt::LeftButton) || !m_anchor)
             return;
         // The anchor stays: it is a place inside the bar, which moves along.
-        move(pos() + mouse->localPos().toPoint() - m_anchor);
+        move(pos() + mouse->localPos().toPoint() - *m_anchor);
         mouse->accept();
     } else if (event->type() == QEvent::MouseButtonPress) {
         auto *mouse = static_cast<QMouseEvent *>(event);
         m_anchor = mouse->localPos().toPoint();
         mouse->accept();
+    } else if (event->type() == QEvent::MouseButtonRelease) {
+        m_anchor.reset();
     }
 }

@@ -5,6 +5,7 @@
 #include <QPoint>
 
 #include <memory>
+#include <optional>
 
 class Orvana;
 
@@ -44,6 +45,6 @@ private:
     std::unique_ptr<Ui::LoginForm> m_ui;
     QImage m_topBar;
     QImage m_pane;
-    QPoint m_anchor;
+    std::optional<QPoint> m_anchor; // the place of the press on the bar, until the release
     Orvana *m_orvana;
 };

@@ -144,6 +144,10 @@ void MainForm::connectSignals()
     connect(this, &MainForm::hideAll, this, &MainForm::hideAllHandler);
     connect(this, &MainForm::showAll, this, &MainForm::showAllHandler);
     connect(m_ui->pbComment, &QPushButton::clicked, m_orvana, qOverload<>(&Orvana::openTaskUrl));
+    connect(qGuiApp, &QGuiApplication::screenAdded, this, &MainForm::followScreen);
+    const QList<QScreen *> screens = QGuiApplication::screens();
+    for (QScreen *screen : screens)
+        followScreen(screen);
     connect(qGuiApp, &QGuiApplication::screenRemoved, this, &MainForm::stayReachable);
     connect(qGuiApp, &QGuiApplication::primaryScreenChanged, this, &MainForm::stayReachable);
 }
@@ -165,7 +169,7 @@ void MainForm::initTrayIcon()
 {
     m_trayMenu = std::make_unique<QMenu>();
     m_trayMenu->addAction(QStringLiteral("Спрятать/показать окно"), this,
-                          [this] { trayActivated(QSystemTrayIcon::Trigger); });
+                          &MainForm::toggleSeen);
     m_trayMenu->addAction(m_ui->actionStartStop);
     m_trayMenu->addSeparator();
     m_trayMenu->addAction(m_ui->actExit);
@@ -207,7 +211,19 @@ void MainForm::stayReachable()
     if (!QGuiApplication::screenAt(frameGeometry().center()))
         placeOnScreen();
     if (m_trayIcon && isHidden() && m_wasShown && !QSystemTrayIcon::isSystemTrayAvailable())
-        showAllHandler();
+        emit showAll();
+}
+
+void MainForm::followScreen(QScreen *screen)
+{
+    connect(screen, &QScreen::availableGeometryChanged, this, &MainForm::placePopups);
+    placePopups();
+}
+
+// They go where this window is, and stay clear of panels that come or go.
+void MainForm::placePopups()
+{
+    NotificationManager::instance()->updatePositions();
 }
 
 QIcon MainForm::getTaskIcon(const Task &task) const

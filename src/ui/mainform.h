@@ -1,12 +1,13 @@
 #pragma once
 
 #include "notifications/notificationhost.h"
+#include "ui/windowdrag.h"
 
 #include <QDateTime>
 #include <QDialog>
+#include <QElapsedTimer>
 #include <QIcon>
 #include <QImage>
-#include <QPoint>
 #include <QSystemTrayIcon>
 #include <QTimer>
 
@@ -16,6 +17,7 @@
 class AboutForm;
 class Orvana;
 class QMenu;
+class QScreen;
 class ScrollText;
 class TaskForm;
 class TaskListForm;
@@ -94,8 +96,10 @@ protected:
     void keyPressEvent(QKeyEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;
+    void mouseReleaseEvent(QMouseEvent *event) override;
     void showEvent(QShowEvent *event) override;
     void hideEvent(QHideEvent *event) override;
+    void changeEvent(QEvent *event) override;
 
 private slots:
     void on_pbTask_clicked();
@@ -123,6 +127,11 @@ private:
     void connectSignals();
     void placeOnScreen();
     void stayReachable();
+    void followScreen(QScreen *screen);
+    void placePopups();
+    bool isSeen() const;
+    void toggleSeen();
+    void bringBackOthers();
     void updateTrayToolTip();
     void setStartStopText(const QString &text);
     template <typename Slot>
@@ -139,8 +148,9 @@ private:
     QMenu *m_menu = nullptr;
     std::unique_ptr<QMenu> m_trayMenu;
     bool m_showsActiveTime = false;
-    QPoint m_grip;
-    bool m_dragging = false;
+    WindowDrag m_drag;
+    bool m_hidAll = false; // the other windows come back with this one
+    QElapsedTimer m_sinceTrayClick;
     QString m_playStyle;
     QString m_trayIconName;
     bool m_wasShown = false;

@@ -15,8 +15,12 @@
 
 #include <QCoreApplication>
 #include <QDebug>
+#include <QGuiApplication>
 #include <QKeyEvent>
 #include <QMouseEvent>
+#include <QScreen>
+#include <QStyleHints>
+#include <QWindow>
 
 namespace {
 
@@ -52,15 +56,19 @@ void MainForm::keyPressEvent(QKeyEvent *event)
 
 void MainForm::mousePressEvent(QMouseEvent *event)
 {
-    m_dragging = event->button() == Qt::LeftButton;
-    m_grip = event->globalPos() - frameGeometry().topLeft();
+    m_drag.press(event, this);
     event->accept();
 }
 
 void MainForm::mouseMoveEvent(QMouseEvent *event)
 {
-    if (m_dragging && event->buttons().testFlag(Qt::LeftButton))
-        move(event->globalPos() - m_grip);
+    m_drag.move(event, this);
+    event->accept();
+}
+
+void MainForm::mouseReleaseEvent(QMouseEvent *event)
+{
+    m_drag.release(event);
     event->accept();
 }
 
@@ -69,14 +77,33 @@ void MainForm::showEvent(QShowEvent *event)
     QDialog::showEvent(event);
     m_wasShown = true;
     Artwork::trimToPane(this, m_background);
-    NotificationManager::instance()->repaint();
+    // Flags that change make another handle.
+    connect(windowHandle(), &QWindow::screenChanged, this, &MainForm::placePopups, Qt::UniqueConnection);
+    placePopups();
+    bringBackOthers();
 }
 
 void MainForm::hideEvent(QHideEvent *event)
 {
     QDialog::hideEvent(event);
-    if (!event->spontaneous())
-        NotificationManager::instance()->repaint();
+    m_drag.end();
+    placePopups();
+}
+
+void MainForm::changeEvent(QEvent *event)
+{
+    QDialog::changeEvent(event);
+    if (event->type() != QEvent::WindowStateChange)
+        return;
+    placePopups();
+    bringBackOthers();
+}
+
+// By whatever way the window came back: a panel restores it without asking it.
+void MainForm::bringBackOthers()
+{
+    if (m_hidAll && isVisible() && !isMinimized())
+        emit showAll();
 }
 
 // The window manager's close button hides, like the window's own.
@@ -87,6 +114,7 @@ void MainForm::reject()
 
 void MainForm::showAllHandler()
 {
+    m_hidAll = false;
     show();
     if (isMinimized())
         showNormal();
@@ -97,6 +125,7 @@ void MainForm::showAllHandler()
 void MainForm::hideAllHandler()
 {
     qDebug() << "MainForm.cpp hideAllHandler";
+    m_hidAll = true;
     // Without a tray there would be no way back to a hidden window.
     if (QSystemTrayIcon::isSystemTrayAvailable())
         hide();
@@ -108,10 +137,40 @@ void MainForm::trayActivated(QSystemTrayIcon::ActivationReason reason)
 {
     if (reason != QSystemTrayIcon::Trigger && reason != QSystemTrayIcon::DoubleClick)
         return;
-    if (isVisible() && !isMinimized())
+    // Panels report a double click as two clicks, or as a click and a double click:
+    // what the first has shown, the second may not hide.
+    const bool isSecond = reason == QSystemTrayIcon::DoubleClick
+        || (m_sinceTrayClick.isValid()
+            && !m_sinceTrayClick.hasExpired(QGuiApplication::styleHints()->mouseDoubleClickInterval()));
+    m_sinceTrayClick.start();
+    if (isSecond)
+        emit showAll();
+    else
+        toggleSeen();
+}
+
+void MainForm::toggleSeen()
+{
+    if (isSeen())
         emit hideAll();
     else
         emit showAll();
+}
+
+// Asks the X server what lies on top at a few places of the window: nothing of it does
+// when it is covered, on another desktop, or when the bare desktop is shown.
+bool MainForm::isSeen() const
+{
+    if (!isVisible() || isMinimized())
+        return false;
+    for (const int x : {1, 2, 3}) {
+        for (const int y : {1, 2, 3}) {
+            const QPoint place = mapToGlobal(QPoint(width() * x / 4, height() * y / 4));
+            if (QGuiApplication::topLevelAt(place) == windowHandle())
+                return true;
+        }
+    }
+    return false;
 }
 
 void MainForm::on_pbMinimize_clicked()

@@ -10,7 +10,6 @@
 #include "ui/tooltips.h"
 #include "ui_tasklistform.h"
 
-#include <QMouseEvent>
 #include <QScreen>
 #include <QScrollBar>
 #include <QShowEvent>
@@ -89,7 +88,7 @@ void TaskListForm::placeOnScreen()
     if (!screen)
         return;
     const QRect area = screen->availableGeometry();
-    if (!m_wasDragged || !area.contains(frameGeometry()))
+    if (!wasDragged() || !area.contains(frameGeometry()))
         move(Artwork::beside(m_mainForm->frameGeometry(), size(), area));
 }
 
@@ -233,12 +232,6 @@ void TaskListForm::hideAll()
         return;
     hide();
     m_hiddenByAll = true;
-}
-
-void TaskListForm::mouseMoveEvent(QMouseEvent *event)
-{
-    AbstractOrvanaForm::mouseMoveEvent(event);
-    m_wasDragged = m_wasDragged || event->buttons().testFlag(Qt::LeftButton);
 }
 
 void TaskListForm::showEvent(QShowEvent *event)

@@ -47,7 +47,6 @@ public slots:
     void hideAll();
 
 protected:
-    void mouseMoveEvent(QMouseEvent *event) override;
     void showEvent(QShowEvent *event) override;
     void hideEvent(QHideEvent *event) override;
 
@@ -71,5 +70,4 @@ private:
     bool m_stale = false;
     QString m_login; // whose tasks are shown
     bool m_hiddenByAll = false;
-    bool m_wasDragged = false;
 };

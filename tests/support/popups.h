@@ -7,8 +7,8 @@
 #include "ui/autoscrolllineedit.h"
 
 #include <QApplication>
-#include <QKeyEvent>
 #include <QMap>
+#include <QMouseEvent>
 #include <QStringList>
 
 inline QList<NotificationForm *> popupForms()
@@ -66,8 +66,8 @@ public:
         for (NotificationForm *form : forms) {
             QString text = textsOf({form}).first();
             m_openedTask.clear();
-            QKeyEvent enter(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier);
-            QApplication::sendEvent(form, &enter);
+            QMouseEvent press(QEvent::MouseButtonPress, QPointF(), Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
+            QApplication::sendEvent(form, &press);
             if (!m_openedTask.isEmpty())
                 text += QLatin1String(" #") + m_openedTask;
             texts.append(text);

@@ -278,10 +278,17 @@ private slots:
 
     void backgroundRequests()
     {
+        m_bench->server().edit([](localservice::World &world) {
+            for (localservice::User &user : world.users) {
+                user.worked.total = 95;
+                user.workedOn = QDate::currentDate();
+            }
+        });
         m_bench->form->updateComments();
         m_bench->form->syncTime();
         m_bench->form->checkUpdate();
         QVERIFY(m_bench->settle());
+        QCOMPARE(m_bench->child<QLabel>("lbClock")->text(), s("01:35:00"));
         QCOMPARE(m_bench->server().requestsTo(s("/api_teams_tasks")).size(), 1);
         QCOMPARE(m_bench->server().requestsTo(s("/monitor/ubuntu64/ortm.version")).size(), 1);
         const auto syncs = m_bench->server().requestsTo(s("/api_get_active"));

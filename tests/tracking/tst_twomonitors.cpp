@@ -64,11 +64,16 @@ private slots:
         QVERIFY(bench.signIn());
         bench.orvana()->changeTask(s("17"), s("1704"));
         QVERIFY(bench.openWindow());
-        bench.form->move(QGuiApplication::screens().at(1)->geometry().center());
+        NotificationManager::instance()->addNotification(s("x"), TaskAdded, QString());
+        const NotificationForm *popup = shownPopups().constFirst();
+        QTRY_COMPARE(popup->geometry().right(), 799);
+        bench.form->move(1200, 100);
+        QTRY_COMPARE(popup->geometry().right(), 1599);
         bench.form->startTracking();
         QCOMPARE(QProcess::execute(s("xrandr"), texts({"--output", "DUMMY1", "--off"})), 0);
         QTRY_COMPARE(QGuiApplication::screens().size(), 1);
-        QTRY_VERIFY(QGuiApplication::primaryScreen()->geometry().contains(bench.form->frameGeometry()));
+        QTRY_VERIFY(QRect(0, 0, 800, 600).contains(bench.form->frameGeometry()));
+        QTRY_COMPARE(popup->geometry().right(), 799);
         QVERIFY(bench.form->isVisible());
         bench.form->sendActivity(true);
         QTRY_COMPARE(bench.server().screenshots().size(), 1);

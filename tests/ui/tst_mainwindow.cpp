@@ -15,6 +15,8 @@ const QString kPickTask = s("Выбрать задачу");
 
 } // namespace
 
+using namespace std::chrono_literals;
+
 class TestMainWindow final : public QObject
 {
     Q_OBJECT
@@ -140,6 +142,8 @@ private slots:
     {
         QVERIFY(!QSystemTrayIcon::isSystemTrayAvailable());
         m_bench->form->startTracking();
+        NotificationManager::instance()->addNotification(s("x"), TaskAdded, QString());
+        const NotificationForm *popup = shownPopups().constFirst();
         for (const int way : {0, 1, 2}) {
             QCOMPARE(m_bench->form->notificationOffset(), m_bench->form->height());
             activate();
@@ -152,8 +156,10 @@ private slots:
             QTRY_VERIFY(m_bench->form->isMinimized());
             QVERIFY(!m_bench->form->isHidden() && m_bench->session()->isActive());
             QCOMPARE(m_bench->form->notificationOffset(), 0);
+            QTRY_COMPARE(popup->y(), m_bench->form->notificationArea().y());
             emit m_bench->form->showAll();
             QTRY_VERIFY(!m_bench->form->isMinimized());
+            QTRY_COMPARE(popup->y(), m_bench->form->notificationArea().y() + m_bench->form->height());
         }
     }
 
@@ -186,17 +192,97 @@ private slots:
         auto *tray = m_bench->form->findChild<QSystemTrayIcon *>();
         QTRY_VERIFY(tray->geometry().isValid());
 
-        activate();
-        QTest::keyClick(m_bench->form->windowHandle(), Qt::Key_Escape);
-        QVERIFY(m_bench->form->isHidden());
-        for (const bool shown : {true, false}) {
-            emit tray->activated(QSystemTrayIcon::Trigger);
-            QCOMPARE(m_bench->form->isVisible(), shown);
+        const auto toggle = [tray] { tray->contextMenu()->actions().constFirst()->trigger(); };
+        // Another program's window, as it were: what is typed there stays there.
+        QLineEdit other;
+        other.setGeometry(200, 200, 400, 400);
+        other.show();
+        other.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&other));
+        NotificationManager::instance()->addNotification(s("x"), TaskAdded, QString());
+        QVERIFY(QTest::qWaitForWindowExposed(shownPopups().constFirst()));
+        for (const char *typed : {"1", "12"}) {
+            toggle();
+            QCOMPARE(m_bench->form->isHidden(), qstrcmp(typed, "1") == 0);
+            if (m_bench->form->isVisible()) {
+                QVERIFY(QTest::qWaitForWindowActive(m_bench->form.get()));
+                other.activateWindow();
+                QVERIFY(QTest::qWaitForWindowActive(&other));
+            }
+            QVERIFY(pressKeys(s(typed).right(1)) && pressKeys(s("Return")));
+            QTRY_COMPARE(other.text(), s(typed));
+            QCOMPARE(shownPopups().size(), 1);
         }
+        // Seen, it is hidden; where it cannot be seen, it is shown instead.
+        other.setWindowFlag(Qt::WindowStaysOnTopHint);
+        other.showFullScreen();
+        QVERIFY(QTest::qWaitForWindowActive(&other));
+        other.raise();
+        const auto windowOnTop = [this] {
+            return QGuiApplication::topLevelAt(m_bench->form->geometry().center());
+        };
+        QTRY_COMPARE(windowOnTop(), other.windowHandle());
+        emit tray->activated(QSystemTrayIcon::Trigger);
+        QVERIFY(m_bench->form->isVisible());
+        other.hide();
+        QTRY_COMPARE(windowOnTop(), m_bench->form->windowHandle());
+        toggle();
+        QVERIFY(m_bench->form->isHidden());
+        // A double click shows it, whether the panel reports one click of it or two.
+        for (const auto second : {QSystemTrayIcon::DoubleClick, QSystemTrayIcon::Trigger}) {
+            m_bench->form->hide();
+            emit tray->activated(QSystemTrayIcon::Trigger);
+            QTRY_COMPARE(windowOnTop(), m_bench->form->windowHandle());
+            emit tray->activated(second);
+            QVERIFY(m_bench->form->isVisible());
+        }
+        QTRY_COMPARE(windowOnTop(), m_bench->form->windowHandle());
+        toggle();
+        QVERIFY(m_bench->form->isHidden());
         // Without the tray the window comes back by itself.
         host.kill();
         QVERIFY(host.waitForFinished());
         QTRY_VERIFY(m_bench->form->isVisible());
+    }
+
+    void dragging_data()
+    {
+        QTest::addColumn<bool>("isLogin");
+        QTest::addColumn<QByteArray>("pressed"); // names of widgets, one after the other
+        QTest::addColumn<bool>("moves");
+        QTest::newRow("window") << false << QByteArray("MainForm") << true;
+        QTest::newRow("plain label") << false << QByteArray("lbClock") << true;
+        QTest::newRow("button") << false << QByteArray("pbTask") << false;
+        QTest::newRow("login's bar") << true << QByteArray("wTop") << true;
+        QTest::newRow("login's button") << true << QByteArray("pbClose") << false;
+    }
+
+    // Only by what has no meaning of its own, also after the window has been dragged.
+    void dragging()
+    {
+        QFETCH(bool, isLogin);
+        QFETCH(QByteArray, pressed);
+        QFETCH(bool, moves);
+        LoginForm login(m_bench->orvana());
+        login.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&login));
+        QWidget *form = isLogin ? static_cast<QWidget *>(&login) : m_bench->form.get();
+        form->move(300, 300);
+        QTRY_COMPARE(form->pos(), QPoint(300, 300));
+        const auto drag = [form](const QByteArray &name) {
+            const auto *part = form->findChild<QWidget *>(QString::fromLatin1(name));
+            const QPoint from = part ? part->mapTo(form, part->rect().center()) : QPoint(3, 3);
+            const QPoint before = form->pos();
+            QTest::mousePress(form->windowHandle(), Qt::LeftButton, {}, from);
+            QTest::mouseMove(form->windowHandle(), from + QPoint(50, 45));
+            QTest::mouseMove(form->windowHandle(), before + from + QPoint(60, 50) - form->pos());
+            const QPoint moved = form->pos() - before;
+            QTest::mouseRelease(form->windowHandle(), Qt::LeftButton, {}, from);
+            return moved;
+        };
+        drag(isLogin ? "wTop" : "MainForm");
+        QTRY_COMPARE(form->pos(), QPoint(360, 350));
+        QCOMPARE(drag(pressed), moves ? QPoint(60, 50) : QPoint());
     }
 
     void onlineStateIsTold()
@@ -229,6 +315,15 @@ private slots:
     {
         const QString other = s("пётр+test@orvana.example");
         m_bench->form->startTracking();
+        // More than fit.
+        const auto addMany = [] {
+            for (int i = 0; i < 20; ++i)
+                NotificationManager::instance()->addNotification(QString::number(i), TaskAdded, s("7"));
+        };
+        addMany();
+        const QStringList told = WindowBench::popupTexts();
+        QVERIFY(m_bench->signIn());
+        QCOMPARE(WindowBench::popupTexts(), told);
         QTimer typist;
         connect(&typist, &QTimer::timeout, this, [&typist, &other] {
             const auto *login = qobject_cast<LoginForm *>(QApplication::activeModalWidget());
@@ -245,6 +340,9 @@ private slots:
         QCOMPARE(m_bench->session()->login(), other);
         QCOMPARE(title()->text(), kPickTask);
         QVERIFY(!m_bench->session()->isActive());
+        // What was told to the other user is gone, shown or waiting.
+        NotificationManager::instance()->restoreAll();
+        QCOMPARE(WindowBench::popupTexts().filter(s("Добавлена новая задача")), QStringList());
         QVERIFY(m_bench->settle());
     }
 
@@ -288,6 +386,15 @@ private slots:
         }
         window.hide();
         QVERIFY(!line->isMoving() && !box->isMoving());
+        // Down and up again, within the time that it has.
+        QList<int> places;
+        const QScrollBar *bar = box->verticalScrollBar();
+        connect(bar, &QScrollBar::valueChanged, box, [&places](int value) { places.append(value); });
+        box->setTimeToRead(500ms);
+        window.show();
+        QTRY_VERIFY(places.contains(bar->maximum()) && places.constLast() == 0);
+        const auto back = places.cbegin() + places.indexOf(bar->maximum()) + 1;
+        QVERIFY(*back > 0);
     }
 
 private:

@@ -1,3 +1,4 @@
+#include "realinput.h"
 #include "tasknotes.h"
 #include "ui/artwork.h"
 #include "ui/scrolltext.h"
@@ -223,10 +224,19 @@ private slots:
         };
         desktop.list->description(s("b"))->on_pbHide_clicked();
         QVERIFY(isVisible());
-        emit desktop.bench.form->hideAll();
-        QVERIFY(!desktop.list->isVisible() && !timer->isActive() && !desktop.isOpen(s("a")));
-        emit desktop.bench.form->showAll();
-        QVERIFY(isVisible() && !desktop.isOpen(s("b")));
+        MainForm *form = desktop.bench.form.get();
+        const std::function<void()> ways[] = {
+            [form] { emit form->showAll(); },
+            [form] { form->showNormal(); },
+            [form] { QVERIFY(activateWindow(QString::number(form->winId()))); }}; // as a panel does
+        for (const auto &comeBack : ways) {
+            emit form->hideAll();
+            QVERIFY(!desktop.list->isVisible() && !timer->isActive() && !desktop.isOpen(s("a")));
+            QTRY_VERIFY(form->isMinimized() && !form->windowHandle()->isExposed());
+            comeBack();
+            QTRY_VERIFY(isVisible() && !desktop.isOpen(s("b")));
+            QTRY_VERIFY(!form->isMinimized() && form->windowHandle()->isExposed());
+        }
         QTest::mouseClick(desktop.list->findChild<QPushButton *>(s("pbClose")), Qt::LeftButton);
         emit desktop.bench.form->hideAll();
         emit desktop.bench.form->showAll();
