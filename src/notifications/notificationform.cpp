@@ -250,12 +250,16 @@ bool NotificationForm::focusNextPrevChild(bool next)
 void NotificationForm::keyPressEvent(QKeyEvent *event)
 {
     const bool isEnter = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
-    if (isEnter && m_type != UpdateAvailable) {
-        openTaskIfAny();
-        closeNotification();
-    } else {
+    if (isEnter && m_type != UpdateAvailable)
+        press();
+    else
         QDialog::keyPressEvent(event);
-    }
+}
+
+void NotificationForm::press()
+{
+    openTaskIfAny();
+    closeNotification();
 }
 
 // Also what the window manager asks for: a dialog that only hid itself would keep

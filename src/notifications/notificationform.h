@@ -44,6 +44,8 @@ public:
     void setMainForm(NotificationHost *host) { m_host = host; }
 
 public slots:
+    // What a left click does.
+    void press();
     void onPbLateClicked();
     void onPbUpdateClicked();
     void reject() override;

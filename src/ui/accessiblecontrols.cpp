@@ -130,6 +130,13 @@ protected:
         const auto *popup = qobject_cast<NotificationForm *>(object());
         return popup && popup->notificationType() != UpdateAvailable;
     }
+
+    // Not by a key, which a popup takes only when it was clicked or tabbed into.
+    void press() override
+    {
+        QMetaObject::invokeMethod(qobject_cast<NotificationForm *>(object()), &NotificationForm::press,
+                                  Qt::QueuedConnection);
+    }
 };
 
 // A popup's message: a text box that nobody types into.

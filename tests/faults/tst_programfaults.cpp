@@ -240,11 +240,13 @@ void TestProgramFaults::allAtOnce()
         QSettings session(m_room->ofUser(s("session.ini")), QSettings::IniFormat);
         session.setValue(s("taskID"), s("1703"));
     }
-    const QStringList boxes = windowsNamed(kBoxTitle);
-    for (const QString &box : boxes) {
-        QCOMPARE(propertyOf(box, kIcon), propertyOf(windowsNamed(kMainTitle).constFirst(), kIcon));
-        dismiss(box);
-    }
+    QStringList icons;
+    const QStringList windows = windowsNamed(kBoxTitle) + windowsNamed(kMainTitle);
+    for (const QString &window : windows)
+        icons.append(propertyOf(window, kIcon));
+    QVERIFY(icons.size() == kCrowd && icons.count(icons.constLast()) == kCrowd);
+    for (int i = 0; i < kCrowd - 1; ++i)
+        dismiss(windows.at(i));
     const auto running = [&clients] {
         return std::count_if(clients.cbegin(), clients.cend(),
                              [](const Client &client) { return client->state() == QProcess::Running; });

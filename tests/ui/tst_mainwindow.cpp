@@ -275,9 +275,11 @@ private slots:
             const QPoint before = form->pos();
             QTest::mousePress(form->windowHandle(), Qt::LeftButton, {}, from);
             QTest::mouseMove(form->windowHandle(), from + QPoint(50, 45));
+            QGuiApplication::sync(); // the server's answer sets the place once more
             QTest::mouseMove(form->windowHandle(), before + from + QPoint(60, 50) - form->pos());
             const QPoint moved = form->pos() - before;
             QTest::mouseRelease(form->windowHandle(), Qt::LeftButton, {}, from);
+            QGuiApplication::sync();
             return moved;
         };
         drag(isLogin ? "wTop" : "MainForm");
