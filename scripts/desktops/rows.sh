@@ -8,6 +8,7 @@ not_tried() { why=$1; return 2; }
 login=anna@orvana.example
 session_file() { echo "$box/storage/.orvana/$login/session.ini"; }
 is_active() { grep -qx 'active=true' "$(session_file)"; }
+has_task() { grep -q '^taskID=.' "$(session_file)"; }
 
 # park: the pointer goes where it causes no tool tip.
 park() { xdotool mousemove 400 500; }
@@ -45,6 +46,8 @@ row_minute() {
     xdotool windowactivate --sync "$(window '^Задачи$')"
     press Tab Down Down Return
     wait_for 20 has_no_window '^Задачи$' || failed "no task can be chosen" || return
+    # The button takes no click before.
+    wait_for 10 has_task || failed "the chosen task is not stored" || return
     reports=$(received 'отчёт:')
     toggle_tracking
     wait_for 5 is_active || failed "the start is not stored" || return
@@ -56,12 +59,17 @@ open_terminal() {
     : >"$box/typed"
     in_session xterm -title terminal -bg '#102030' -fg white -e "cat >'$box/typed'" >/dev/null 2>&1 &
     disown
-    wait_for 10 has_window '^terminal$' || return
+    wait_for 10 eval "wmctrl -l | grep -q ' terminal$'" || return
     wmctrl -r terminal -b "add,$1"
     xdotool windowactivate --sync "$(window '^terminal$')"
-    wait_for 5 has_keyboard '^terminal$' && wait_for 10 is_still
+    wait_for 5 has_keyboard '^terminal$' && wait_for 5 is_terminal_drawn
 }
-has_keyboard() { xdotool getwindowfocus getwindowname | grep -q "$1"; }
+# Its lower left corner, where nothing of the client is.
+is_terminal_drawn() {
+    capture "$box/now.png"
+    [ "$(convert "$box/now.png" -crop 100x100+100+600 +repage -scale 1x1! -depth 8 rgb:- | od -An -tx1)" = ' 10 20 30' ]
+}
+has_keyboard() { xdotool getactivewindow getwindowname | grep -q "$1"; }
 
 close_terminal() {
     local id
@@ -76,7 +84,7 @@ popup_over_terminal() {
     control set-versions version= version2=
     start_client 10 || return
     wait_for 10 has_window '^Orvana$' && wait_for 10 has_no_popup || failed "no client without popups" || return
-    open_terminal "$1" || not_tried "no terminal gets the keyboard" || return
+    open_terminal "$1" || { shot; close_terminal; not_tried "no terminal gets the keyboard"; return; }
     capture "$box/before.png"
     rm -f "$box/opened"
     control add-task team=17 "title=Срочная правка $RANDOM"
@@ -118,7 +126,7 @@ find_tray_icon() {
     toggle_tracking
     wait_for 5 tray_icon_changed "$area"
     toggle_tracking
-    wait_for 3 is_still
+    wait_for 5 is_active
     [ -n "$tray_icon" ]
 }
 tray_icon_changed() {
@@ -149,7 +157,6 @@ row_tray_icon() {
     tray_icon=
     control set-versions version= version2=
     start_client 1 || return
-    wait_for 10 is_still
     wait_for 10 has_no_popup
     find_tray_icon || failed "nothing in the panel changes with the timer"
 }
@@ -199,10 +206,11 @@ row_second_desktop() {
 }
 second_desktop_seen() {
     switch_to_desktop 1 || not_tried "the window manager does not switch" || return
-    wait_for 5 is_still
+    local result=0
+    wait_for 3 is_seen "$2" "$box/empty.png" || failed "the popup is not seen on the second desktop" || result=1
+    wait_for 3 is_seen "$1" "$box/empty.png" || failed "the window is not seen on the second desktop" || result=1
     shot
-    wait_for 3 is_seen "$1" "$box/empty.png" || failed "the window is not seen on the second desktop" || return
-    wait_for 3 is_seen "$2" "$box/empty.png" || failed "the popup is not seen on the second desktop"
+    return $result
 }
 # Hidden on one desktop and shown on another; and left behind by somebody on the first.
 second_desktop_tray() {
@@ -214,7 +222,6 @@ second_desktop_tray() {
     wmctrl -i -r "$(main_window)" -b remove,sticky
     wmctrl -i -r "$(main_window)" -t 0
     switch_to_desktop 1
-    wait_for 5 is_still
     is_seen "$1" "$box/empty.png" || click_tray
     wait_for 3 is_seen "$1" "$box/empty.png" || failed "the first click hides it unseen"
 }
@@ -226,7 +233,7 @@ row_scale() {
     for dpi in 96 82 92 144 192; do
         start_client 1 $dpi || return
         wait_for 10 has_no_popup
-        wait_for 10 is_still
+        park
         wanted=$(awk -v dpi=$dpi 'BEGIN { s = dpi > 96 ? dpi / 96 : 1; printf "%.0fx%.0f", 352 * s, 148 * s }')
         got=$(size_of "$(main_window)")
         import -window root -crop "$(geometry "$(main_window)")" +repage "$pictures/$dpi.png"
@@ -288,7 +295,6 @@ row_logout_without_tray() {
     fi >>"$box/logout.log" 2>&1 || not_tried "the desktop does not start without a panel" || return
     wait_for 10 eval '! has_panel' || not_tried "the panel comes back" || return
     start_client 1 || return
-    wait_for 10 is_still
     shot
     logs_out
 }
