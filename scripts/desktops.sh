@@ -84,9 +84,7 @@ trial() {
 
     tray_icon=
     use_server start_xvfb
-    if start_session && wait_for 30 is_still; then
-        park
-        capture "$box/empty.png"
+    if start_session; then
         for row in minute popup_typing popup_fullscreen tray_icon tray_click tray_double second_desktop scale \
             logout_popup; do
             try "$row"

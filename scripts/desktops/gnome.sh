@@ -13,3 +13,7 @@ leave_out_panel() {
         >"$HOME/.config/gnome-session/sessions/without-panel.session"
     session_command=${session_command/gnome-flashback-metacity/without-panel}
 }
+
+set_dpi() {
+    in_session gsettings set org.gnome.desktop.interface text-scaling-factor "$(awk -v dpi="$1" 'BEGIN { print dpi / 96 }')"
+}

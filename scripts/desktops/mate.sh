@@ -19,3 +19,9 @@ leave_out_panel() {
     sed -i "s/^required-components-list=.*/required-components-list=['windowmanager']/" \
         "$HOME/.config/glib-2.0/settings/keyfile"
 }
+
+# Programs get it in the environment, too, as it was when the session started.
+set_dpi() {
+    in_session gsettings set org.mate.font-rendering dpi "$1.0"
+    sed -i "s/^export QT_FONT_DPI=.*/export QT_FONT_DPI=$1/" "$box/environment"
+}

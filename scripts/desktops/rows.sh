@@ -301,6 +301,7 @@ row_logout_without_tray() {
 
 row_two_monitors() {
     local dpi sent screen wrong=''
+    start_session || not_tried "the desktop does not start on two monitors" || return
     for dpi in 96 144; do
         sent=$(received 'снимок экрана')
         start_client 40 $dpi || return

@@ -120,12 +120,11 @@ session_ended() { ended "$session_pid" && [ -z "$(client_pids)" ]; }
 # By force: what a session leaves running after its end, or the whole of it.
 end_session() {
     local try pid
-    [ -n "$session_pid" ] || return 0
     for try in TERM TERM KILL KILL; do
+        no_session_processes && break
         for pid in $(session_processes); do kill -"$try" "$pid" 2>/dev/null || true; done
         wait_for 3 no_session_processes && break
     done
-    session_pid=
     end_server
 }
 
@@ -149,11 +148,22 @@ end_client() {
     wait_for 5 client_ended
 }
 
+# Desktops that keep the value themselves have a function of their own.
+set_dpi() { xrdb -merge <<<"Xft.dpi: $1"; }
+has_dpi() { xrdb -query | grep -qx "Xft.dpi:[[:space:]]*$1"; }
+
 # start_client [SPEED [DPI]]: ends the one that runs and waits for a window of the new one.
+# Leaves a picture of the screen without it in "empty.png".
 start_client() {
     end_client
     echo "${1:-1}" >"$box/clock"
-    xrdb -merge <<<"Xft.dpi: ${2:-96}"
+    if ! has_dpi "${2:-96}"; then
+        set_dpi "${2:-96}"
+        wait_for 10 has_dpi "${2:-96}" || not_tried "the desktop keeps another Xft.dpi than ${2:-96}" || return
+    fi
+    park
+    wait_for 5 is_still || true
+    capture "$box/empty.png"
     in_session "$box/bin/start-client" >>"$box/client.log" 2>&1 &
     disown
     wait_for 20 has_client_window || failed "the client shows no window"
