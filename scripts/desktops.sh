@@ -78,6 +78,7 @@ trial() {
     on_exit finish
     . "scripts/desktops/$name.sh"
     prepare_home
+    start_system_bus
     start_service "$box" "$build"
     service_log=$box/service.log
     services=${#started[@]}
