@@ -12,3 +12,13 @@ prepare_desktop() {
 bus_call() { in_session gdbus call --session --dest "$1" --object-path "$2" --method "${@:3}"; }
 log_out() { bus_call org.kde.ksmserver /KSMServer org.kde.KSMServerInterface.logout 0 0 0; }
 end_panel() { bus_call org.kde.plasmashell /MainApplication org.qtproject.Qt.QCoreApplication.quit; }
+
+# A scale of the display comes to programs in the environment of the next session; Plasma offers
+# none below 1 and turns off what Qt makes of Xft.dpi.
+set_dpi() {
+    xrdb -merge <<<"Xft.dpi: $1"
+    local scale
+    scale=$(awk -v dpi="$1" 'BEGIN { print dpi > 96 ? dpi / 96 : 1 }')
+    sed -i '/^export QT_SCREEN_SCALE_FACTORS=/d' "$box/environment"
+    echo "export QT_SCREEN_SCALE_FACTORS='$scale;$scale'" >>"$box/environment"
+}
