@@ -15,5 +15,5 @@ leave_out_panel() {
 }
 
 set_dpi() {
-    in_session gsettings set org.gnome.desktop.interface text-scaling-factor "$(awk -v dpi="$1" 'BEGIN { print dpi / 96 }')"
+    in_session gsettings set org.gnome.desktop.interface text-scaling-factor "$(LC_ALL=C awk -v dpi="$1" 'BEGIN { print dpi / 96 }')"
 }

@@ -61,7 +61,7 @@ open_terminal() {
     disown
     wait_for 10 eval "wmctrl -l | grep -q ' terminal$'" || return
     wmctrl -r terminal -b "add,$1"
-    xdotool windowactivate --sync "$(window '^terminal$')"
+    xdotool windowactivate --sync "$(window '^terminal$')" 2>/dev/null
     wait_for 5 has_keyboard '^terminal$' && wait_for 5 is_terminal_drawn
 }
 # Its lower left corner, where nothing of the client is.

@@ -158,7 +158,7 @@ end_client() {
 
 # Desktops that keep the value themselves have a function of their own.
 set_dpi() { xrdb -merge <<<"Xft.dpi: $1"; }
-has_dpi() { xrdb -query | grep -qx "Xft.dpi:[[:space:]]*$1"; }
+has_dpi() { [ "$(xrdb -query | LC_ALL=C awk '$1 == "Xft.dpi:" { printf "%.0f", $2 }')" = "$1" ]; }
 
 # start_client [SPEED [DPI]]: ends the one that runs and waits for a window of the new one.
 # Leaves a picture of the screen without it in "empty.png".
