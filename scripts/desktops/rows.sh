@@ -301,7 +301,8 @@ row_logout_without_tray() {
 
 row_two_monitors() {
     local dpi sent screen wrong=''
-    start_session || not_tried "the desktop does not start on two monitors" || return
+    # The session before may have been saved without a panel.
+    start_session any || not_tried "the desktop does not start on two monitors" || return
     for dpi in 96 144; do
         sent=$(received 'снимок экрана')
         start_client 40 $dpi || return
