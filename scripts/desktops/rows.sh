@@ -226,6 +226,15 @@ second_desktop_tray() {
     wait_for 3 is_seen "$1" "$box/empty.png" || failed "the first click hides it unseen"
 }
 
+# Desktops set 144.2 where 144 was wished for.
+is_near() {
+    local width height wanted_width wanted_height
+    IFS=x read -r width height <<<"$1"
+    IFS=x read -r wanted_width wanted_height <<<"$2"
+    [ $((width - wanted_width)) -ge -2 ] && [ $((width - wanted_width)) -le 2 ] &&
+        [ $((height - wanted_height)) -ge -2 ] && [ $((height - wanted_height)) -le 2 ]
+}
+
 row_scale() {
     local dpi wanted got pictures="$pictures/scale" wrong=''
     mkdir -p "$pictures"
@@ -237,7 +246,7 @@ row_scale() {
         wanted=$(awk -v dpi=$dpi 'BEGIN { s = dpi > 96 ? dpi / 96 : 1; printf "%.0fx%.0f", 352 * s, 148 * s }')
         got=$(size_of "$(main_window)")
         import -window root -crop "$(geometry "$(main_window)")" +repage "$pictures/$dpi.png"
-        [ "$got" = "$wanted" ] || wrong+=", at $dpi dpi $got instead of $wanted"
+        is_near "$got" "$wanted" || wrong+=", at $dpi dpi $got instead of $wanted"
         [ "$(unlike "$pictures/96.png" "$pictures/$dpi.png")" -lt 60 ] || wrong+=", at $dpi dpi it looks cut off"
     done
     [ -z "$wrong" ] || failed "${wrong#, }"
