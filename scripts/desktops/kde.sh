@@ -18,7 +18,7 @@ end_panel() { bus_call org.kde.plasmashell /MainApplication org.qtproject.Qt.QCo
 set_dpi() {
     xrdb -merge <<<"Xft.dpi: $1"
     local scale
-    scale=$(LC_ALL=C awk -v dpi="$1" 'BEGIN { print dpi > 96 ? dpi / 96 : 1 }')
+    scale=$(LC_ALL=C awk -v dpi="$1" 'BEGIN { print (dpi > 96 ? dpi / 96 : 1) }')
     sed -i '/^export QT_SCREEN_SCALE_FACTORS=/d' "$box/environment"
     echo "export QT_SCREEN_SCALE_FACTORS='$scale;$scale'" >>"$box/environment"
 }

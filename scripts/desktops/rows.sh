@@ -41,7 +41,9 @@ row_minute() {
         wait_for 20 has_window '^Orvana$' || failed "no main window after the login" || return
     fi
     wait_for 20 has_no_window '^Авторизация$' || failed "the login window stays" || return
+    # A desktop may still fade the login window out, and the first click gets lost.
     click '^Orvana$' 120 27
+    wait_for 4 has_window '^Задачи$' || click '^Orvana$' 120 27
     wait_for 20 has_window '^Задачи$' || failed "the chooser does not open" || return
     xdotool windowactivate --sync "$(window '^Задачи$')"
     press Tab Down Down Return
