@@ -256,7 +256,6 @@ row_scale() {
 
 row_logout_popup() {
     control set-versions version=1.2.0 version2=
-    autostart orvana "$box/bin/start-client"
     start_client 1 || return
     wait_for 15 has_popups 1 || failed "no popup" || return
     shot
@@ -284,6 +283,7 @@ logs_out() {
 row_start_again() {
     local reports result=0
     control set-versions version= version2=
+    autostart orvana "$box/bin/start-client"
     echo 10 >"$box/clock"
     reports=$(received 'отчёт:')
     start_session || not_tried "the desktop does not start again" || return
