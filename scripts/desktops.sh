@@ -1,0 +1,145 @@
+#!/usr/bin/env bash
+# desktops.sh [NAME...]: runs the client on real desktops (xfce, mate, gnome, kde; all when
+# none is named) under X servers of their own, installs what they need, and prints what
+# held on which. Pictures are in build/desktops/NAME. Exit code 1 when something failed.
+# ORVANA_PRESET names the build, release when unset; ORVANA_ROWS the rows to try besides
+# the first, all when unset; ORVANA_KEEP=1 leaves the folder of home, logs and service.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+# Programs of one desktop must not meet those of another, or of somebody else's.
+if [ -z "${ORVANA_DESKTOPS_APART:-}" ] && unshare --ipc true 2>/dev/null; then
+    ORVANA_DESKTOPS_APART=1 exec unshare --ipc "$0" "$@"
+fi
+. scripts/common.sh
+. scripts/services.sh
+. scripts/demo.sh
+. scripts/desktops/session.sh
+. scripts/desktops/screen.sh
+. scripts/desktops/rows.sh
+
+rows=(
+    'minute              log in, choose a task, start: a minute is counted'
+    'popup_typing        popup over a terminal in use'
+    'popup_fullscreen    popup over a full-screen terminal in use'
+    'tray_icon           tray icon'
+    'tray_click          a click on it hides and shows'
+    'tray_double         a double click on it shows'
+    'second_desktop      window and popup on a second desktop'
+    'scale               Xft.dpi 82, 92, 96, 144, 192'
+    'logout_popup        log out with a popup shown'
+    'start_again         log in again: timer runs, one copy'
+    'logout_without_tray log out without a panel'
+    'two_monitors        picture of two monitors'
+)
+desktops=("$@")
+[ $# -gt 0 ] || desktops=(xfce mate gnome kde)
+lists=(scripts/packages-desktops.txt)
+for name in "${desktops[@]}"; do
+    lists+=("scripts/packages-desktops-$name.txt")
+    [ -f "${lists[-1]}" ] || { say "There is no desktop called $name." >&2; exit 2; }
+done
+mapfile -t packages < <(sed '/^#/d' "${lists[@]}")
+install_packages "${packages[@]}"
+preset=${ORVANA_PRESET:-release}
+build_preset "$preset"
+build=$root/build/$preset
+client=$build/src/orvana
+
+# outcome ROW RESULT [REASON]
+outcome() {
+    printf '%s\t%s\t%s\n' "$1" "$2" "${3:-}" >>"$pictures/outcomes"
+    printf '%-6s %-20s %s%s\n' "$name" "$1" "$2" "${3:+: $3}"
+}
+
+# shot: a picture of the screen for the row that is being tried.
+shot() { capture "$pictures/$row.png"; }
+
+# try ROW
+try() {
+    local status=0
+    row=$1 why=
+    case " minute ${ORVANA_ROWS:-$1} " in *" $1 "*) ;; *) return ;; esac
+    "row_$1" || status=$?
+    [ -e "$pictures/$row.png" ] || shot 2>/dev/null || true
+    case $status in
+    0) outcome "$row" ok ;;
+    1) outcome "$row" FAILED "$why" ;;
+    *) outcome "$row" 'not tried' "$why" ;;
+    esac
+}
+
+# trial NAME: in a home and with a service of its own.
+trial() {
+    name=$1
+    pictures=$root/build/desktops/$name
+    rm -rf "$pictures"
+    mkdir -p "$pictures"
+    box=$(mktemp -d /tmp/orvana-desktops.XXXXXX)
+    on_exit finish
+    . "scripts/desktops/$name.sh"
+    prepare_home
+    start_system_bus
+    start_service "$box" "$build"
+    service_log=$box/service.log
+    services=${#started[@]}
+
+    tray_icon=
+    use_server start_xvfb
+    if start_session; then
+        for row in minute popup_typing popup_fullscreen tray_icon tray_click tray_double second_desktop scale \
+            logout_popup; do
+            try "$row"
+        done
+        end_session
+        use_server start_xvfb
+        try start_again
+        end_session
+        use_server start_xvfb
+        try logout_without_tray
+        end_session
+        if use_server start_two_monitors; then
+            try two_monitors
+            end_session
+        else
+            outcome two_monitors 'not tried' "$(cat "$box/problem")"
+        fi
+    else
+        say "$name does not start:"
+        tail -n 20 "$box/session.log"
+        outcome "${rows[0]%% *}" 'not tried' "the desktop does not start"
+    fi
+}
+
+finish() {
+    end_session
+    stop_all
+    if [ -n "${ORVANA_KEEP:-}" ]; then say "Kept: $box"; else rm -rf "$box"; fi
+}
+
+unset http_proxy https_proxy HTTP_PROXY HTTPS_PROXY
+status=0
+for name in "${desktops[@]}"; do
+    (trial "$name") || status=1
+done
+
+# The rows, and for each desktop what came of it.
+say
+printf '%-52s' ''
+printf '%-11s' "${desktops[@]}"
+say
+for entry in "${rows[@]}"; do
+    row=${entry%% *} text=${entry#* }
+    printf '%-52s' "${text#"${text%%[! ]*}"}"
+    for name in "${desktops[@]}"; do
+        printf '%-11s' "$(awk -F '\t' -v row="$row" '$1 == row { r = $2 } END { print r ? r : "not tried" }' \
+            "build/desktops/$name/outcomes")"
+    done
+    say
+done
+say
+for name in "${desktops[@]}"; do
+    awk -F '\t' -v name="$name" '$2 != "ok" { printf "%s, %s: %s: %s\n", name, $1, $2, $3 }' "build/desktops/$name/outcomes"
+    ! grep -q $'\tFAILED\t' "build/desktops/$name/outcomes" || status=1
+done
+say "Pictures: build/desktops"
+exit $status
