@@ -269,17 +269,22 @@ private slots:
         QWidget *form = isLogin ? static_cast<QWidget *>(&login) : m_bench->form.get();
         form->move(300, 300);
         QTRY_COMPARE(form->pos(), QPoint(300, 300));
+        // Without the event loop in between: the window manager answers each move later.
         const auto drag = [form](const QByteArray &name) {
-            const auto *part = form->findChild<QWidget *>(QString::fromLatin1(name));
-            const QPoint from = part ? part->mapTo(form, part->rect().center()) : QPoint(3, 3);
+            QWidget *part = form->findChild<QWidget *>(QString::fromLatin1(name));
+            QWidget *target = part ? part : form;
+            const QPoint start = target->mapToGlobal(part ? part->rect().center() : QPoint(3, 3));
+            const auto send = [&](QEvent::Type type, const QPoint &offset, Qt::MouseButtons held) {
+                QMouseEvent event(type, target->mapFromGlobal(start + offset), start + offset,
+                                  type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton, held, {});
+                QApplication::sendEvent(target, &event);
+            };
             const QPoint before = form->pos();
-            QTest::mousePress(form->windowHandle(), Qt::LeftButton, {}, from);
-            QTest::mouseMove(form->windowHandle(), from + QPoint(50, 45));
-            QGuiApplication::sync(); // the server's answer sets the place once more
-            QTest::mouseMove(form->windowHandle(), before + from + QPoint(60, 50) - form->pos());
+            send(QEvent::MouseButtonPress, {}, Qt::LeftButton);
+            send(QEvent::MouseMove, {50, 45}, Qt::LeftButton);
+            send(QEvent::MouseMove, {60, 50}, Qt::LeftButton);
             const QPoint moved = form->pos() - before;
-            QTest::mouseRelease(form->windowHandle(), Qt::LeftButton, {}, from);
-            QGuiApplication::sync();
+            send(QEvent::MouseButtonRelease, {60, 50}, Qt::NoButton);
             return moved;
         };
         drag(isLogin ? "wTop" : "MainForm");
