@@ -2,6 +2,7 @@
 
 #include "x11/rootwindow.h"
 
+#include <QByteArray>
 #include <QProcess>
 #include <QStringList>
 
@@ -23,8 +24,9 @@ struct OwnVariable
 {
     const char *name;
     const char *value;
-    bool (*isNeeded)() = nullptr; // always, without one
-    bool isSet = false; // not when the user has set it
+    bool (*isNeeded)() = nullptr; // without one: when the user has not set it
+    bool isSet = false;
+    std::optional<QByteArray> usersValue{};
 };
 
 struct OwnSignal
@@ -38,10 +40,12 @@ struct OwnSignal
 // size. Qt itself restores what happens at a broken pipe.
 OwnSignal s_signals[] = {{SIGTTOU}, {SIGXFSZ}};
 
-// Qt would draw the windows smaller than their texts.
+// Qt would draw the windows smaller than their texts. Some desktops say it in the
+// variable itself.
 bool isDpiTooSmall()
 {
-    const int dpi = configuredDpi();
+    const int dpi =
+        qEnvironmentVariableIsSet("QT_FONT_DPI") ? qEnvironmentVariableIntValue("QT_FONT_DPI") : configuredDpi();
     return dpi > 0 && dpi < kSmallestDpi;
 }
 
@@ -73,8 +77,10 @@ void setOwnSurroundings()
         own.isIgnored = true;
     }
     for (OwnVariable &variable : s_variables) {
-        variable.isSet =
-            !qEnvironmentVariableIsSet(variable.name) && (!variable.isNeeded || variable.isNeeded());
+        const bool isUsers = qEnvironmentVariableIsSet(variable.name);
+        if (isUsers)
+            variable.usersValue = qgetenv(variable.name);
+        variable.isSet = variable.isNeeded ? variable.isNeeded() : !isUsers;
         if (variable.isSet)
             qputenv(variable.name, variable.value);
     }
@@ -89,7 +95,9 @@ UserSurroundings::UserSurroundings()
     }
     umask(s_userUmask.value_or(m_umask));
     for (const OwnVariable &variable : s_variables) {
-        if (variable.isSet)
+        if (variable.isSet && variable.usersValue)
+            qputenv(variable.name, *variable.usersValue);
+        else if (variable.isSet)
             qunsetenv(variable.name);
     }
     const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
