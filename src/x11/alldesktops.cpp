@@ -22,40 +22,52 @@ xcb_atom_t atomOf(xcb_connection_t *connection, const char *name)
     return reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
 }
 
-// The window manager takes the hints away when a window is hidden, and reads them when one
-// is mapped, which follows the event. Xfwm takes the desktop's number alone for that of the
-// last desktop, others do not know the state. Qt adds its own states to this one.
-class Hint final : public QObject
+// Asked for after each mapping: a window manager forgets it with a window that is hidden,
+// and Xfwm takes the number that stands for all desktops, read from a new window, for that
+// of the last one.
+class Request final : public QObject
 {
 public:
-    using QObject::QObject;
+    explicit Request(QWidget *window)
+        : QObject(window)
+        , m_window(window)
+    { }
 
     bool eventFilter(QObject *watched, QEvent *event) override
     {
+        Q_UNUSED(watched)
         if (event->type() == QEvent::Show && !event->spontaneous())
-            set(*static_cast<QWidget *>(watched));
+            QMetaObject::invokeMethod(this, [this] { send(); }, Qt::QueuedConnection);
         return false;
     }
 
 private:
-    static void set(const QWidget &window)
+    void send() const
     {
         xcb_connection_t *connection = QX11Info::isPlatformX11() ? QX11Info::connection() : nullptr;
-        if (!connection)
+        if (!connection || !m_window->isVisible())
             return;
+        constexpr quint32 fromProgram = 1;
         static const xcb_atom_t desktop = atomOf(connection, "_NET_WM_DESKTOP");
-        static const xcb_atom_t state = atomOf(connection, "_NET_WM_STATE");
-        static const xcb_atom_t sticky = atomOf(connection, "_NET_WM_STATE_STICKY");
-        const auto id = static_cast<xcb_window_t>(window.winId());
-        xcb_change_property(connection, XCB_PROP_MODE_REPLACE, id, desktop, XCB_ATOM_CARDINAL, 32, 1,
-                            &kAllDesktops);
-        xcb_change_property(connection, XCB_PROP_MODE_REPLACE, id, state, XCB_ATOM_ATOM, 32, 1, &sticky);
+        xcb_client_message_event_t message = {};
+        message.response_type = XCB_CLIENT_MESSAGE;
+        message.format = 32;
+        message.window = static_cast<xcb_window_t>(m_window->winId());
+        message.type = desktop;
+        message.data.data32[0] = kAllDesktops;
+        message.data.data32[1] = fromProgram;
+        xcb_send_event(connection, 0, static_cast<xcb_window_t>(QX11Info::appRootWindow()),
+                       XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                       reinterpret_cast<const char *>(&message));
+        xcb_flush(connection);
     }
+
+    QWidget *m_window;
 };
 
 } // namespace
 
 void showOnAllDesktops(QWidget *window)
 {
-    window->installEventFilter(new Hint(window));
+    window->installEventFilter(new Request(window));
 }

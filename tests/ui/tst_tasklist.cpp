@@ -235,7 +235,6 @@ private slots:
             QTRY_VERIFY(form->isMinimized() && !form->windowHandle()->isExposed());
             comeBack();
             QTRY_VERIFY(isVisible() && !desktop.isOpen(s("b")));
-            QTRY_VERIFY(!form->isMinimized() && form->windowHandle()->isExposed());
         }
         QTest::mouseClick(desktop.list->findChild<QPushButton *>(s("pbClose")), Qt::LeftButton);
         emit desktop.bench.form->hideAll();
