@@ -14,7 +14,11 @@ namespace {
 constexpr qint64 kLongestStall = 5000; // ms
 constexpr int kLongestText = 3000;
 constexpr int kHuge = 4 * 1024 * 1024;
+#ifdef __SANITIZE_ADDRESS__
+constexpr int kMany = 10000;
+#else
 constexpr int kMany = 49000;
+#endif
 constexpr int kTurns = 20; // of the event loop
 constexpr int kMostWidgets = 200;
 const QString kTeam = s("17");
