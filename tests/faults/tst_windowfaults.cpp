@@ -15,7 +15,7 @@ constexpr qint64 kLongestStall = 5000; // ms
 constexpr int kLongestText = 3000;
 constexpr int kHuge = 4 * 1024 * 1024;
 #ifdef __SANITIZE_ADDRESS__
-constexpr int kMany = 10000;
+constexpr int kMany = 1000;
 #else
 constexpr int kMany = 49000;
 #endif
