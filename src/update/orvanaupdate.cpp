@@ -148,7 +148,7 @@ bool OrvanaUpdate::readRequest()
     return repairSettings(file.fileName()) && file.open(QIODevice::ReadOnly) && requestIn(file.readAll());
 }
 
-// Asked every second: as a rule one look at the file's times has to do.
+// Polled every second: as a rule the times of the file are enough.
 bool OrvanaUpdate::isForceUpdate()
 {
     if (!isUsable())
