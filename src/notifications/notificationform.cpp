@@ -4,7 +4,7 @@
 #include "ui/artwork.h"
 #include "ui/autoscrolllineedit.h"
 #include "ui_notificationform.h"
-#include "x11/alldesktops.h"
+#include "x11/windowmanager.h"
 
 #include <QGraphicsOpacityEffect>
 #include <QGuiApplication>
@@ -267,6 +267,14 @@ void NotificationForm::press()
 void NotificationForm::reject()
 {
     closeNotification();
+}
+
+void NotificationForm::setVisible(bool visible)
+{
+    // Some window managers keep every window that they manage below a full-screen one in use.
+    if (visible && isHidden())
+        setWindowFlag(Qt::X11BypassWindowManagerHint, isFullScreenWindowActive());
+    QDialog::setVisible(visible);
 }
 
 void NotificationForm::showEvent(QShowEvent *event)

@@ -41,6 +41,7 @@ public:
     int getPosition() const { return m_position; }
     void updatePosition(int position);
     void closeNotification();
+    void setVisible(bool visible) override;
     void setMainForm(NotificationHost *host) { m_host = host; }
 
 public slots:

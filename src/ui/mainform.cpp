@@ -13,7 +13,7 @@
 #include "ui/timetexts.h"
 #include "ui/tooltips.h"
 #include "ui_mainform.h"
-#include "x11/alldesktops.h"
+#include "x11/windowmanager.h"
 
 #include <QDebug>
 #include <QGuiApplication>

@@ -12,6 +12,7 @@
 #include "ui/taskform.h"
 #include "ui/tasklistform.h"
 #include "ui_mainform.h"
+#include "x11/windowmanager.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -161,7 +162,7 @@ void MainForm::toggleSeen()
 // when it is covered, on another desktop, or when the bare desktop is shown.
 bool MainForm::isSeen() const
 {
-    if (!isVisible() || isMinimized())
+    if (!isVisible() || isMinimized() || !isOnCurrentDesktop(this))
         return false;
     for (const int x : {1, 2, 3}) {
         for (const int y : {1, 2, 3}) {

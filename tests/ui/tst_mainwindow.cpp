@@ -181,6 +181,15 @@ private slots:
         const QString popup = QString::number(windows.constLast()->winId());
         QVERIFY(
             propertyOf(popup, s("_NET_WM_WINDOW_TYPE")).startsWith(s("_NET_WM_WINDOW_TYPE_NOTIFICATION")));
+
+        QWidget film;
+        film.showFullScreen();
+        film.activateWindow();
+        QTRY_VERIFY(film.isActiveWindow());
+        QTRY_COMPARE(propertyOf(QString::number(film.winId()), s("_NET_WM_STATE")), s("_NET_WM_STATE_FULLSCREEN"));
+        NotificationManager::instance()->addNotification(s("Макет"), TaskAdded, kTask);
+        const NotificationForm *over = shownPopups().constLast();
+        QTRY_COMPARE(QGuiApplication::topLevelAt(over->geometry().center()), over->windowHandle());
     }
 
     void trayComesAndGoes()

@@ -1,0 +1,94 @@
+#include "x11/windowmanager.h"
+
+#include <QEvent>
+#include <QWidget>
+#include <QX11Info>
+
+#include <algorithm>
+
+#include <xcb/xcb_ewmh.h>
+
+namespace {
+
+constexpr quint32 kAllDesktops = 0xffffffff;
+
+// Its atoms are fetched at the first use; null without X11.
+xcb_ewmh_connection_t *hints()
+{
+    static xcb_ewmh_connection_t connection = {};
+    static const bool isThere = QX11Info::isPlatformX11()
+        && xcb_ewmh_init_atoms_replies(
+               &connection, xcb_ewmh_init_atoms(QX11Info::connection(), &connection), nullptr);
+    return isThere ? &connection : nullptr;
+}
+
+xcb_window_t nativeWindow(const QWidget *window)
+{
+    return static_cast<xcb_window_t>(window->internalWinId());
+}
+
+// Asked for after each mapping: a window manager forgets it with a window that is hidden,
+// and Xfwm takes the number that stands for all desktops, read from a new window, for that
+// of the last one.
+class Request final : public QObject
+{
+public:
+    explicit Request(QWidget *window)
+        : QObject(window)
+        , m_window(window)
+    { }
+
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        Q_UNUSED(watched)
+        if (event->type() == QEvent::Show && !event->spontaneous())
+            QMetaObject::invokeMethod(this, [this] { send(); }, Qt::QueuedConnection);
+        return false;
+    }
+
+private:
+    void send() const
+    {
+        if (!hints() || !m_window->isVisible())
+            return;
+        xcb_ewmh_request_change_wm_desktop(hints(), QX11Info::appScreen(), nativeWindow(m_window),
+                                           kAllDesktops, XCB_EWMH_CLIENT_SOURCE_TYPE_NORMAL);
+        xcb_flush(hints()->connection);
+    }
+
+    QWidget *m_window;
+};
+
+} // namespace
+
+void showOnAllDesktops(QWidget *window)
+{
+    window->installEventFilter(new Request(window));
+}
+
+bool isOnCurrentDesktop(const QWidget *window)
+{
+    quint32 current = 0;
+    quint32 own = 0;
+    return !hints()
+        || !xcb_ewmh_get_current_desktop_reply(
+               hints(), xcb_ewmh_get_current_desktop(hints(), QX11Info::appScreen()), &current, nullptr)
+        || !xcb_ewmh_get_wm_desktop_reply(hints(), xcb_ewmh_get_wm_desktop(hints(), nativeWindow(window)),
+                                          &own, nullptr)
+        || own == current || own == kAllDesktops;
+}
+
+bool isFullScreenWindowActive()
+{
+    xcb_window_t active = XCB_WINDOW_NONE;
+    xcb_ewmh_get_atoms_reply_t states;
+    if (!hints()
+        || !xcb_ewmh_get_active_window_reply(
+               hints(), xcb_ewmh_get_active_window(hints(), QX11Info::appScreen()), &active, nullptr)
+        || !xcb_ewmh_get_wm_state_reply(hints(), xcb_ewmh_get_wm_state(hints(), active), &states, nullptr))
+        return false;
+    xcb_atom_t *const end = states.atoms + states.atoms_len;
+    const bool isFullScreen = std::find(states.atoms, end, hints()->_NET_WM_STATE_FULLSCREEN) != end;
+    xcb_ewmh_get_atoms_reply_wipe(&states);
+    return isFullScreen;
+}

@@ -1,0 +1,15 @@
+#pragma once
+
+class QWidget;
+
+// What window managers say and take by their common properties, and Qt does not pass on.
+
+// From its next show on, the window is on every virtual desktop. Without X11 nothing
+// changes.
+void showOnAllDesktops(QWidget *window);
+
+// True as well where the window manager does not say.
+bool isOnCurrentDesktop(const QWidget *window);
+
+// Whether the window that the user works in, of whatever program, fills the screen.
+bool isFullScreenWindowActive();
