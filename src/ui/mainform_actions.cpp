@@ -119,6 +119,8 @@ void MainForm::showAllHandler()
     show();
     if (isMinimized())
         showNormal();
+    // Some window managers do not bring a window here from another desktop.
+    moveToAllDesktops(this);
     raise();
     activateWindow();
 }

@@ -42,24 +42,24 @@ public:
     {
         Q_UNUSED(watched)
         if (event->type() == QEvent::Show && !event->spontaneous())
-            QMetaObject::invokeMethod(this, [this] { send(); }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(this, [this] { moveToAllDesktops(m_window); }, Qt::QueuedConnection);
         return false;
     }
 
 private:
-    void send() const
-    {
-        if (!hints() || !m_window->isVisible())
-            return;
-        xcb_ewmh_request_change_wm_desktop(hints(), QX11Info::appScreen(), nativeWindow(m_window),
-                                           kAllDesktops, XCB_EWMH_CLIENT_SOURCE_TYPE_NORMAL);
-        xcb_flush(hints()->connection);
-    }
-
     QWidget *m_window;
 };
 
 } // namespace
+
+void moveToAllDesktops(const QWidget *window)
+{
+    if (!hints() || !window->isVisible())
+        return;
+    xcb_ewmh_request_change_wm_desktop(hints(), QX11Info::appScreen(), nativeWindow(window), kAllDesktops,
+                                       XCB_EWMH_CLIENT_SOURCE_TYPE_NORMAL);
+    xcb_flush(hints()->connection);
+}
 
 void showOnAllDesktops(QWidget *window)
 {

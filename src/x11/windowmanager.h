@@ -8,6 +8,9 @@ class QWidget;
 // changes.
 void showOnAllDesktops(QWidget *window);
 
+// At once, when it is shown: somebody may have sent it to one desktop.
+void moveToAllDesktops(const QWidget *window);
+
 // True as well where the window manager does not say.
 bool isOnCurrentDesktop(const QWidget *window);
 

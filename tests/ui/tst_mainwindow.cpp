@@ -178,6 +178,15 @@ private slots:
                 window->setVisible(isFirst);
             }
         }
+        const QString own = QString::number(m_bench->form->winId());
+        m_bench->form->show();
+        QTRY_COMPARE(propertyOf(own, s("_NET_WM_DESKTOP")), s("4294967295"));
+        QCOMPARE(QProcess::execute(s("xdotool"), {s("set_num_desktops"), s("2")}), 0);
+        QCOMPARE(QProcess::execute(s("xdotool"), {s("set_desktop_for_window"), own, s("1")}), 0);
+        QTRY_COMPARE(propertyOf(own, s("_NET_WM_DESKTOP")), s("1"));
+        emit m_bench->form->showAll();
+        QTRY_COMPARE(propertyOf(own, s("_NET_WM_DESKTOP")), s("4294967295"));
+
         const QString popup = QString::number(windows.constLast()->winId());
         QVERIFY(
             propertyOf(popup, s("_NET_WM_WINDOW_TYPE")).startsWith(s("_NET_WM_WINDOW_TYPE_NOTIFICATION")));
