@@ -19,6 +19,9 @@ namespace {
 constexpr int kMaxReplies = 12;
 constexpr char kRepeats = '\x01'; // starts a body of this shape
 constexpr int kLongest = 1024 * 1024; // of the bodies of one input, about
+// Details are stored as one group of values. QSettings reallocates its text at each value,
+// and the sanitizers copy it each time, which takes long once they map it.
+constexpr int kLongestDetails = 4 * 1024;
 // Under the sanitizers, on a busy machine.
 constexpr double kMillisecondsPerByte = 0.02;
 constexpr double kAnyTime = 5000; // a thousand requests for details among it
@@ -73,7 +76,7 @@ CannedReply *makeReply(FuzzClient &client, Input &input, QByteArray *body, int r
     // Most replies arrive.
     const auto error = what < 200 ? QNetworkReply::NoError : kErrors[what % std::size(kErrors)];
     const QString path = what % 2 == 0 ? QStringLiteral("/api_active2") : QStringLiteral("/api_screenshot");
-    *body = makeBody(input, room);
+    *body = makeBody(input, stage == Orvana::TaskDetails ? std::min(room, kLongestDetails) : room);
     auto *reply = new CannedReply(*body, error);
     reply->setAddress(QUrl(FuzzClient::serviceUrl() + path));
     reply->setProperty("stage", stage);

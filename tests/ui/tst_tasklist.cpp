@@ -233,8 +233,10 @@ private slots:
             emit form->hideAll();
             QVERIFY(!desktop.list->isVisible() && !timer->isActive() && !desktop.isOpen(s("a")));
             QTRY_VERIFY(form->isMinimized() && !form->windowHandle()->isExposed());
+            QTRY_VERIFY(propertyOf(QString::number(form->winId()), s("_NET_WM_STATE")).contains(s("HIDDEN")));
             comeBack();
             QTRY_VERIFY(isVisible() && !desktop.isOpen(s("b")));
+            QTRY_VERIFY(!form->isMinimized() && form->windowHandle()->isExposed());
         }
         QTest::mouseClick(desktop.list->findChild<QPushButton *>(s("pbClose")), Qt::LeftButton);
         emit desktop.bench.form->hideAll();
