@@ -223,7 +223,7 @@ void TaskDescriptionForm::showAll()
 {
     logCall("showAll");
     if (m_hiddenByAll)
-        show();
+        showNormal();
     m_hiddenByAll = false;
 }
 

@@ -75,7 +75,7 @@ void TaskListForm::toggle()
         return;
     }
     placeOnScreen();
-    show();
+    showNormal();
     raise();
     activateWindow();
 }
@@ -212,7 +212,7 @@ void TaskListForm::openDescription(const QString &taskId)
         form->move(form->pos() + QPoint(step, step));
     }
     form->requestUpdateTask(taskId);
-    form->show();
+    form->showNormal();
     form->raise();
     form->activateWindow();
 }
@@ -221,7 +221,9 @@ void TaskListForm::showAll()
 {
     if (m_hiddenByAll) {
         placeOnScreen();
-        show();
+        // A window manager may have minimised it with the main window, and would minimise
+        // the main window with it.
+        showNormal();
     }
     m_hiddenByAll = false;
 }

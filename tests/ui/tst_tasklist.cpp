@@ -227,7 +227,6 @@ private slots:
         MainForm *form = desktop.bench.form.get();
         const std::function<void()> ways[] = {
             [form] { emit form->showAll(); },
-            [form] { form->showNormal(); },
             [form] { QVERIFY(activateWindow(QString::number(form->winId()))); }}; // as a panel does
         for (const auto &comeBack : ways) {
             emit form->hideAll();
