@@ -224,7 +224,7 @@ second_desktop_tray() {
     wmctrl -i -r "$(main_window)" -b remove,sticky
     wmctrl -i -r "$(main_window)" -t 0
     switch_to_desktop 1
-    is_seen "$1" "$box/empty.png" || click_tray
+    ! wait_for 3 is_not_seen "$1" "$box/empty.png" || click_tray
     wait_for 3 is_seen "$1" "$box/empty.png" || failed "the first click hides it unseen"
 }
 
