@@ -42,7 +42,8 @@ void openChooser(benchmark::State &state)
     qputenv("ORVANA_STORAGE_ROOT", QFile::encodeName(root.path()));
     // Nobody listens: the lists are those that the session holds.
     qputenv("ORVANA_SERVICE_URL", "https://127.0.0.1:9");
-    Orvana orvana;
+    Silence silence;
+    Orvana orvana(&silence);
     Orvana::Session *session = orvana.session();
     session->init(QStringLiteral("user@orvana.example"), QStringLiteral("secret"));
     ReadyReply reply(Orvana::TeamsAndTasks, listBody(kTwoTeams));

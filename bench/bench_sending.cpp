@@ -2,7 +2,6 @@
 
 #include "localservice/server.h"
 #include "model/json.h"
-#include "notifications/notificationmanager.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
 #include "service/requestbody.h"
@@ -118,7 +117,8 @@ void drainOurs(benchmark::State &state)
         QTemporaryDir root;
         qputenv("ORVANA_STORAGE_ROOT", QFile::encodeName(root.path()));
         qputenv("ORVANA_SERVICE_URL", service().baseUrl().toLatin1());
-        auto orvana = std::make_unique<Orvana>();
+        Silence silence;
+        auto orvana = std::make_unique<Orvana>(&silence);
         bool loggedIn = false;
         QObject::connect(orvana.get(), &Orvana::loginOk, orvana.get(), [&] { loggedIn = true; });
         orvana->requestCheckLogin(QStringLiteral("anna@orvana.example"), QStringLiteral("orvana"));
@@ -199,13 +199,13 @@ void screenshotOurs(benchmark::State &state)
     qputenv("ORVANA_STORAGE_ROOT", QFile::encodeName(root.path()));
     // Nobody listens: what is measured is what the window waits for.
     qputenv("ORVANA_SERVICE_URL", "https://127.0.0.1:9");
-    Orvana orvana;
+    Silence silence;
+    Orvana orvana(&silence);
     orvana.session()->init(QStringLiteral("anna@orvana.example"), QStringLiteral("orvana"));
     for (auto _ : state) {
         orvana.sendScreenshotActivity(image);
         state.PauseTiming();
         waitUntil([&] { return orvana.pendingActivityRequests() == 0; });
-        NotificationManager::instance()->destroy();
         state.ResumeTiming();
     }
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/notificationsink.h"
+
 #include <QByteArray>
 #include <QNetworkReply>
 #include <QString>
@@ -23,6 +25,18 @@ QByteArray listBodyOfSize(int bytes);
 
 // The details of one task, without what is around them in a reply.
 QByteArray taskInfoBody(int id);
+
+// What a notice costs is not what is measured.
+class Silence final : public NotificationSink
+{
+    Q_DISABLE_COPY_MOVE(Silence)
+
+public:
+    Silence() = default;
+
+    void addNotification(const QString &, NotificationType, const QString &) override { }
+    void clearForNextUser() override { }
+};
 
 // A finished reply as the network hands it over.
 class ReadyReply final : public QNetworkReply

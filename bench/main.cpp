@@ -1,4 +1,8 @@
+#ifdef QT_WIDGETS_LIB
 #include <QApplication>
+#else
+#include <QGuiApplication>
+#endif
 
 #include <benchmark/benchmark.h>
 
@@ -11,7 +15,11 @@ void swallow(QtMsgType, const QMessageLogContext &, const QString &) { }
 
 int main(int argc, char **argv)
 {
+#ifdef QT_WIDGETS_LIB
     const QApplication application(argc, argv);
+#else
+    const QGuiApplication application(argc, argv);
+#endif
     qInstallMessageHandler(swallow);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

@@ -1,14 +1,13 @@
 #include "client.h"
 
-#include "notifications/notificationhost.h"
-#include "notifications/notificationmanager.h"
+#include "base/notificationsink.h"
 #include "service/ovsession.h"
 #include "update/orvanaupdate.h"
 
-#include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QGuiApplication>
 
 #include <algorithm>
 #include <cerrno>
@@ -21,25 +20,20 @@
 namespace {
 
 constexpr int kPatience = 10000; // ms
-const QSize kFewPopups(400, 250);
 
-class PopupPlace final : public NotificationHost
+class Silence final : public NotificationSink
 {
-    Q_DISABLE_COPY_MOVE(PopupPlace)
+    Q_DISABLE_COPY_MOVE(Silence)
 
 public:
-    PopupPlace() = default;
+    Silence() = default;
 
-    int notificationOffset() const override { return 0; }
-    QRect notificationArea() const override { return isOpen ? QRect(QPoint(), kFewPopups) : QRect(); }
-    void updateNotificationState() override { }
-    void openTask(const QString &) override { }
-    bool installUpdate() override { return true; }
-
-    bool isOpen = false;
+    void addNotification(const QString &, NotificationType, const QString &) override { }
+    void clearForNextUser() override { }
 };
 
-PopupPlace s_popupPlace;
+// Outlives the clients, which say good-bye through it.
+Silence s_silence;
 
 } // namespace
 
@@ -83,11 +77,7 @@ FuzzClient::FuzzClient()
     restart();
 }
 
-FuzzClient::~FuzzClient()
-{
-    m_orvana.reset();
-    NotificationManager::instance()->destroy();
-}
+FuzzClient::~FuzzClient() = default;
 
 QString FuzzClient::userFolder() const
 {
@@ -101,11 +91,6 @@ void FuzzClient::put(const QString &path, const QByteArray &bytes) const
         std::abort();
 }
 
-void FuzzClient::showPopups(bool on)
-{
-    s_popupPlace.isOpen = on;
-}
-
 void FuzzClient::settle() const
 {
     QElapsedTimer passed;
@@ -116,13 +101,12 @@ void FuzzClient::settle() const
         QCoreApplication::processEvents();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     } while (m_orvana->pendingActivityRequests() > 0);
-    NotificationManager::instance()->destroy();
 }
 
 void FuzzClient::restart()
 {
     m_orvana.reset();
-    m_orvana = std::make_unique<Orvana>();
+    m_orvana = std::make_unique<Orvana>(&s_silence);
     OrvanaUpdate::instance()->init(m_orvana.get());
 }
 
@@ -136,8 +120,6 @@ void startFuzzing(int *argc, char ***argv)
             std::abort();
         }
     });
-    static QApplication application(*argc, *argv);
+    static QGuiApplication application(*argc, *argv);
     QCoreApplication::setApplicationVersion(QStringLiteral("1.1.0"));
-    // Outlives the clients, which say good-bye through it.
-    NotificationManager::instance()->setMainForm(&s_popupPlace);
 }

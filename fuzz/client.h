@@ -43,9 +43,6 @@ public:
     QString userFolder() const;
     QString activityFolder() const { return userFolder() + QStringLiteral("/activity"); }
     void put(const QString &path, const QByteArray &bytes) const;
-    // Popups have no place on the screen, or a little: drawing them takes most of the
-    // time that an input takes.
-    static void showPopups(bool on);
     // Everything that waits in the event loop; ends the process when it never rests.
     void settle() const;
     // Closes the client and starts it on what it left on the disk.

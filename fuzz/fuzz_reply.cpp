@@ -30,7 +30,6 @@ constexpr double kMemoryPerByte = 10;
 constexpr double kAnyMemory = 32 * 1024 * 1024;
 std::atomic<qint64> s_allocated{0};
 std::atomic<qint64> s_peak{0};
-constexpr size_t kPopupsShown = 16; // once in so many sizes
 const QNetworkReply::NetworkError kErrors[] = {
     QNetworkReply::ConnectionRefusedError, QNetworkReply::HostNotFoundError,
     QNetworkReply::UnknownNetworkError,    QNetworkReply::ProtocolUnknownError,
@@ -106,7 +105,6 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     FuzzClient &client = *s_client;
-    FuzzClient::showPopups(size % kPopupsShown == 0);
     Orvana::Session *session = client->session();
     session->init(FuzzClient::user(), QStringLiteral("p"));
     session->setCurrentTeamID(QStringLiteral("17"));

@@ -3,8 +3,8 @@
 #include "client.h"
 
 #include "model/records.h"
-#include "model/settingsfile.h"
 #include "service/ovsession.h"
+#include "storage/settingsfile.h"
 #include "update/orvanaupdate.h"
 
 #include <QDataStream>

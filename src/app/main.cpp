@@ -1,12 +1,12 @@
 #include "app/application.h"
-#include "app/buildstamp.h"
-#include "app/buildvalues.h"
-#include "app/deployment.h"
 #include "app/loghandler.h"
-#include "app/programstart.h"
 #include "app/sessionend.h"
 #include "app/signals.h"
 #include "app/singleinstance.h"
+#include "base/buildstamp.h"
+#include "base/buildvalues.h"
+#include "base/deployment.h"
+#include "base/programstart.h"
 #include "notifications/notificationmanager.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
@@ -124,7 +124,7 @@ int main(int argc, char *argv[])
     loadQtTranslation(application);
     const TerminationSignals terminationSignals;
 
-    Orvana orvana;
+    Orvana orvana(NotificationManager::instance());
     const bool isCleanUp = QCoreApplication::arguments().value(1) == QLatin1String("--clean");
     if (orvana.storage().isTaken() && !isCleanUp) {
         orvana.setCleanMode(true);

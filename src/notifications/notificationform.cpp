@@ -1,9 +1,9 @@
 #include "notifications/notificationform.h"
 
 #include "notifications/notificationhost.h"
-#include "ui/artwork.h"
-#include "ui/autoscrolllineedit.h"
 #include "ui_notificationform.h"
+#include "widgets/artwork.h"
+#include "widgets/autoscrolllineedit.h"
 #include "x11/windowmanager.h"
 
 #include <QGraphicsOpacityEffect>
@@ -15,8 +15,6 @@
 #include <QPropertyAnimation>
 #include <QScreen>
 
-#include <algorithm>
-#include <array>
 #include <chrono>
 
 namespace {
@@ -31,12 +29,6 @@ const QRect kMessage(10, 20, 161, 70);
 constexpr int kMessageHeightAboveButtons = 40;
 // More nobody waits for in so small a box, and laying out megabytes takes minutes.
 constexpr int kLongestMessage = 2000;
-
-template <std::size_t N>
-bool isOneOf(NotificationType type, const std::array<NotificationType, N> &types)
-{
-    return std::find(types.begin(), types.end(), type) != types.end();
-}
 
 QString shortened(const QString &message)
 {
@@ -115,44 +107,17 @@ NotificationForm::~NotificationForm() = default;
 
 QString NotificationForm::getMessage(const QString &text, NotificationType type)
 {
-    switch (type) {
-    case TeamAdded:
-        return QStringLiteral("Добавлена новая команда \"") + text + QLatin1Char('"');
-    case TeamLeft:
-        return QStringLiteral("Вы больше не являетесь членом команды \"") + text + QLatin1Char('"');
-    case TaskAdded:
-        return QStringLiteral("Добавлена новая задача \"") + text + QLatin1Char('"');
-    case TaskGone:
-        return QStringLiteral("Задача \"") + text + QStringLiteral("\" более недоступна");
-    case CommentAdded:
-        return QStringLiteral("К задаче \"") + text + QStringLiteral("\" добавлен новый комментарий");
-    case UpdateAvailable:
-        return QStringLiteral("Доступно новое обновление Orvana Team") + text;
-    case DeadlineChanged:
-        return QStringLiteral("Дедлайн задачи \"") + text + QStringLiteral("\" был изменён");
-    case TaskBlocked:
-        return QStringLiteral("Задача \"") + text + QStringLiteral("\" помечена как блокирующая");
-    case TaskUnblocked:
-        return QStringLiteral("Задача \"") + text + QStringLiteral("\" более не является блокирующей");
-    case BlockingTaskAdded:
-        return QStringLiteral("Добавлена новая блокируюшая задача \"") + text + QLatin1Char('"');
-    case Plain:
-        break;
-    }
-    return text;
+    return notificationMessage(text, type);
 }
 
 bool NotificationForm::isPermanentNotification() const
 {
-    return isOneOf(m_type,
-                   std::array{TeamAdded, TaskAdded, CommentAdded, UpdateAvailable, TaskBlocked, TaskUnblocked,
-                              BlockingTaskAdded});
+    return staysUntilClicked(m_type);
 }
 
 bool NotificationForm::isTaskNotify() const
 {
-    return isOneOf(m_type,
-                   std::array{TaskAdded, CommentAdded, TaskBlocked, TaskUnblocked, BlockingTaskAdded});
+    return opensTask(m_type);
 }
 
 void NotificationForm::updatePosition(int position)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "notifications/notificationtype.h"
+#include "base/notificationtype.h"
 
 #include <QDialog>
 #include <QRect>

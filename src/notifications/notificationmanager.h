@@ -1,6 +1,6 @@
 #pragma once
 
-#include "notifications/notificationtype.h"
+#include "base/notificationsink.h"
 
 #include <QList>
 #include <QObject>
@@ -12,7 +12,7 @@ class NotificationHost;
 
 // Creates the popups, stacks them under the main window, keeps back those that
 // do not fit on the screen and closes up the gap that one leaves.
-class NotificationManager final : public QObject
+class NotificationManager final : public QObject, public NotificationSink
 {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(NotificationManager)
@@ -25,7 +25,7 @@ public:
     void setMainForm(NotificationHost *host);
     NotificationHost *mainForm() const { return m_host; }
 
-    void addNotification(const QString &text, NotificationType type, const QString &taskId);
+    void addNotification(const QString &text, NotificationType type, const QString &taskId) override;
 
     // Hidden popups stay and come back with restoreAll(), or one by one as shown
     // ones are closed.
@@ -38,8 +38,7 @@ public:
     // True while any popup waits, shown or hidden.
     bool hasVisibleNotifications() const;
     bool hasShownNotifications() const { return !m_shown.isEmpty(); }
-    // Removes what was meant for one user: all but the offer of an update.
-    void clearForNextUser();
+    void clearForNextUser() override;
     // Removes every popup at once.
     void destroy();
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/notificationtype.h"
 #include "model/records.h"
-#include "notifications/notificationtype.h"
 
 #include <QVector>
 

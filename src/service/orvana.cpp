@@ -1,8 +1,8 @@
 #include "service/orvana.h"
 
-#include "app/deployment.h"
-#include "app/programstart.h"
-#include "notifications/notificationmanager.h"
+#include "base/deployment.h"
+#include "base/notificationsink.h"
+#include "base/programstart.h"
 #include "service/ovsession.h"
 #include "service/replyparser.h"
 #include "service/requestbody.h"
@@ -11,7 +11,6 @@
 #include <QDesktopServices>
 #include <QFile>
 #include <QMetaEnum>
-#include <QPushButton>
 #include <QTextCodec>
 
 #include <algorithm>
@@ -91,8 +90,9 @@ QString upToFirstNul(const QString &text)
 
 } // namespace
 
-Orvana::Orvana(QObject *parent)
+Orvana::Orvana(NotificationSink *notifications, QObject *parent)
     : QObject(parent)
+    , m_notifications(notifications)
     , m_storage(QDir(Deployment::storageRoot()).absoluteFilePath(kStorageFolder))
     , m_serviceUrl(Deployment::serviceUrl())
     , m_verifyCertificates(Deployment::verifyCertificates())
@@ -169,8 +169,13 @@ void Orvana::openTaskUrl(const QString &taskId)
 
 void Orvana::openTaskUrl()
 {
-    if (const auto *button = qobject_cast<QPushButton *>(sender()))
+    if (const QObject *button = sender())
         openTaskUrl(button->property("task_id").toString());
+}
+
+void Orvana::notify(const QString &text, NotificationType type, const QString &taskId) const
+{
+    m_notifications->addNotification(text, type, taskId);
 }
 
 void Orvana::changeTask(const QString &teamId, const QString &taskId)
@@ -328,9 +333,7 @@ void Orvana::handleTransportError(int stage, QNetworkReply *reply)
         --m_pendingActivity;
         break;
     case DeadlineChange:
-        NotificationManager::instance()->addNotification(
-            QStringLiteral("Запрос на продление задачи не удалось отправить, повторите попытку позже."),
-            Plain, QString());
+        notify(QStringLiteral("Запрос на продление задачи не удалось отправить, повторите попытку позже."));
         break;
     case TaskDetails:
         // The request stores its id under "task_id"; asking for "id" finds none,
@@ -390,9 +393,7 @@ void Orvana::sslErrorHandler(QNetworkReply *qnr, const QList<QSslError> &errors)
     if (m_toldCertificate)
         return;
     m_toldCertificate = true;
-    NotificationManager::instance()->addNotification(
-        QStringLiteral("Сертификат сервера не прошёл проверку. Обратитесь к системному администратору."),
-        Plain, QString());
+    notify(QStringLiteral("Сертификат сервера не прошёл проверку. Обратитесь к системному администратору."));
 }
 
 void Orvana::networkAccessibleChangedHandler(QNetworkAccessManager::NetworkAccessibility networkAccessibility)

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "base/notificationtype.h"
 #include "model/records.h"
-#include "service/activitycache.h"
+#include "storage/activitycache.h"
 #include "storage/storagefolder.h"
 
 #include <QDate>
@@ -19,6 +20,7 @@
 #include <QVariantMap>
 #include <QVector>
 
+class NotificationSink;
 class QFile;
 
 using RequestFields = QVector<QPair<QString, QString>>;
@@ -47,7 +49,8 @@ public:
     // Codes of error(int).
     enum Error { InvalidCredentials = 0, HtmlReply = 4, DatabaseDown = 5, ServiceError = 6 };
 
-    explicit Orvana(QObject *parent = nullptr);
+    // What the user is to be told goes to the sink, which must outlive the client.
+    explicit Orvana(NotificationSink *notifications, QObject *parent = nullptr);
     // Saves the session unless clean mode is on.
     ~Orvana() override;
 
@@ -87,6 +90,9 @@ public:
     // Sends one waiting record.
     void sendCachedActivity();
 
+    void notify(const QString &text, NotificationType type = Plain, const QString &taskId = QString()) const;
+    NotificationSink *notifications() const { return m_notifications; }
+
     // False, after telling the listeners of error(int), when the body is one of
     // the service's error answers.
     bool validateReply(const QByteArray &body);
@@ -104,6 +110,8 @@ signals:
     void loginOk();
     void onlineChanged(const QString &reason);
     void updateAvailable(bool isAvailable);
+    // The service's description of newer versions, as it came.
+    void updateDescriptionReceived(const QByteArray &body);
     void taskInfoUpdated(const TaskInfo &taskInfo);
     // A login check got no answer at all; the credentials were not judged.
     void loginUnanswered();
@@ -158,6 +166,7 @@ private:
     QVariantMap prepareDataForExport(const QVariantMap &record) const;
     bool isForCurrentUser(int stage, const QNetworkReply *reply) const;
 
+    NotificationSink *m_notifications;
     StorageFolder m_storage;
     Session *m_session = nullptr;
     Session *m_loginAttempt = nullptr;

@@ -1,13 +1,12 @@
 #include "service/orvana.h"
 
+#include "base/crashpoint.h"
 #include "model/json.h"
-#include "notifications/notificationmanager.h"
-#include "service/cacherecord.h"
-#include "service/crashpoint.h"
 #include "service/ovsession.h"
-#include "service/recordtime.h"
 #include "service/replyparser.h"
 #include "service/requestbody.h"
+#include "storage/cacherecord.h"
+#include "storage/recordtime.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -117,11 +116,9 @@ void Orvana::keepUnwritten(const QDateTime &createdAt, const QByteArray &record,
     if (m_toldUnwritten)
         return;
     m_toldUnwritten = true;
-    NotificationManager::instance()->addNotification(
-        m_storage.isUsable()
+    notify(m_storage.isUsable()
             ? QStringLiteral("Не удалось сохранить отчёт об активности на диск. Проверьте свободное место.")
-            : m_storage.unusableText(),
-        Plain, QString());
+            : m_storage.unusableText());
 }
 
 // What the disk takes now waits in the cache like any unsent report.
@@ -201,8 +198,7 @@ void Orvana::sendActivityFile(QFile *file)
     }
     if (body.contains(CacheRecord::kFileName) && body.value(CacheRecord::kFileName).toString().isEmpty()) {
         qDebug() << "Error! Screenshot is missed!";
-        NotificationManager::instance()->addNotification(
-            QStringLiteral("Сделать снимок экрана не удалось. Свяжитесь с техподдержкой."), Plain, QString());
+        notify(QStringLiteral("Сделать снимок экрана не удалось. Свяжитесь с техподдержкой."));
     }
 
     if (network()->networkAccessible() == QNetworkAccessManager::NotAccessible) {

@@ -1,6 +1,5 @@
 #include "service/orvana.h"
 
-#include "notifications/notificationmanager.h"
 #include "service/ovsession.h"
 #include "service/replyparser.h"
 #include "service/requestbody.h"
@@ -15,11 +14,6 @@ const QString kMessageKey = QStringLiteral("message");
 const QString kOk = QStringLiteral("ok");
 // Stands for "by the end of the day" and is not sent.
 const QTime kEndOfDay(23, 59);
-
-void notify(const QString &text)
-{
-    NotificationManager::instance()->addNotification(text, Plain, QString());
-}
 
 } // namespace
 

@@ -1,7 +1,7 @@
 #include "service/orvana.h"
 
-#include "notifications/notificationmanager.h"
-#include "service/exemptteam.h"
+#include "base/exemptteam.h"
+#include "base/notificationsink.h"
 #include "service/ovsession.h"
 #include "service/replyparser.h"
 
@@ -41,7 +41,7 @@ void Orvana::processCheckLoginReply(QNetworkReply *reply)
         storeUnwritten();
         m_session->save();
         if (m_session->login() != login)
-            NotificationManager::instance()->clearForNextUser();
+            m_notifications->clearForNextUser();
         m_session->clear();
     }
     forgetPrefetch();

@@ -1,8 +1,7 @@
 #include "service/orvana.h"
 
-#include "notifications/notificationmanager.h"
 #include "service/ovsession.h"
-#include "service/recordtime.h"
+#include "storage/recordtime.h"
 
 #include <QBuffer>
 #include <QDebug>
@@ -30,17 +29,14 @@ void Orvana::sendScreenshotActivity(const QImage &image)
     jpeg.open(QIODevice::WriteOnly);
     if (!image.save(&jpeg, "JPG")) {
         qDebug() << "Error! Can't convert to JPG format!";
-        NotificationManager::instance()->addNotification(
-            QStringLiteral("При отправке снимка экрана произошла ошибка. Обратитесь в техподдержку"), Plain,
-            QString());
+        notify(QStringLiteral("При отправке снимка экрана произошла ошибка. Обратитесь в техподдержку"));
         return;
     }
     const QString path = newPicturePath(cacheOf(m_session->login()));
     QString reason;
     if (!m_storage.prepare() || !ActivityCache::writeWhole(path, jpeg.data(), &reason)) {
         qWarning() << "Error! Screenshot can't be written:" << path << reason;
-        NotificationManager::instance()->addNotification(
-            QStringLiteral("Сделать снимок экрана не удалось. Свяжитесь с техподдержкой."), Plain, QString());
+        notify(QStringLiteral("Сделать снимок экрана не удалось. Свяжитесь с техподдержкой."));
         return;
     }
     body.insert(QStringLiteral("fileName"), path);

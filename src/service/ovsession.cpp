@@ -1,9 +1,8 @@
 #include "service/ovsession.h"
 
-#include "model/settingsfile.h"
-#include "notifications/notificationmanager.h"
-#include "service/exemptteam.h"
+#include "base/exemptteam.h"
 #include "service/listchanges.h"
+#include "storage/settingsfile.h"
 
 #include <QDebug>
 #include <QDir>
@@ -14,11 +13,6 @@
 namespace {
 
 const QTime kMidnight(0, 0);
-
-void notify(const QString &text, NotificationType type, const QString &taskId = QString())
-{
-    NotificationManager::instance()->addNotification(text, type, taskId);
-}
 
 } // namespace
 
@@ -93,7 +87,7 @@ void Orvana::Session::announceTeamChanges(const QList<Team> &teams)
         return;
     const QVector<TeamChange> changes = teamChanges(m_teams, teams);
     for (const TeamChange &change : changes)
-        notify(change.name, change.type);
+        m_owner->notify(change.name, change.type);
 }
 
 void Orvana::Session::addTasksData(const QList<Task> &tasks, const QString &teamId)
@@ -123,25 +117,25 @@ void Orvana::Session::announceTaskChanges(const QList<Task> &tasks, const QStrin
     for (const TaskChange &change : changes) {
         switch (change.type) {
         case TaskGone:
-            notify(change.oldTask.title, TaskGone);
+            m_owner->notify(change.oldTask.title, TaskGone);
             emit taskClosed(change.oldTask.id);
             break;
         case DeadlineChanged:
             m_lists.moveDeadline(teamId, change.newTask);
-            notify(change.oldTask.title, DeadlineChanged);
+            m_owner->notify(change.oldTask.title, DeadlineChanged);
             if (change.oldTask.id == m_currentTaskId)
                 emit overdueTimeChanged();
             break;
         case TaskAdded:
             qDebug() << "Task added" << change.newTask.title << change.newTask.id;
-            notify(change.newTask.title, TaskAdded, change.newTask.id);
+            m_owner->notify(change.newTask.title, TaskAdded, change.newTask.id);
             break;
         case BlockingTaskAdded:
             qDebug() << "Task blocked added" << change.newTask.title << change.newTask.id;
-            notify(change.newTask.title, BlockingTaskAdded, change.newTask.id);
+            m_owner->notify(change.newTask.title, BlockingTaskAdded, change.newTask.id);
             break;
         default:
-            notify(change.newTask.title, change.type, change.newTask.id);
+            m_owner->notify(change.newTask.title, change.type, change.newTask.id);
         }
     }
 }

@@ -1,6 +1,6 @@
 #include "service/ovsession.h"
 
-#include "model/settingsfile.h"
+#include "storage/settingsfile.h"
 
 #include <QDebug>
 #include <QDir>

@@ -1,10 +1,10 @@
 #include "ui/mainform.h"
 
+#include "base/timetexts.h"
 #include "notifications/notificationmanager.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
 #include "tracking/screengrab.h"
-#include "ui/timetexts.h"
 #include "ui_mainform.h"
 
 #include <QDebug>

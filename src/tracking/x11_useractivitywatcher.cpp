@@ -1,6 +1,6 @@
 #include "tracking/x11_useractivitywatcher.h"
 
-#include "app/deployment.h"
+#include "base/deployment.h"
 #include "tracking/socketowner.h"
 
 #include <QDebug>

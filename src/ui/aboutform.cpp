@@ -1,10 +1,10 @@
 #include "ui/aboutform.h"
 
-#include "app/buildstamp.h"
+#include "base/buildstamp.h"
 #include "service/orvana.h"
-#include "ui/artwork.h"
 #include "ui_aboutform.h"
 #include "update/orvanaupdate.h"
+#include "widgets/artwork.h"
 
 #include <QCoreApplication>
 #include <QKeyEvent>

@@ -1,7 +1,7 @@
 #include "ui/descriptionrows.h"
 
-#include "ui/simplemarkup.h"
-#include "ui/tooltips.h"
+#include "widgets/simplemarkup.h"
+#include "widgets/tooltips.h"
 
 #include <QPainter>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "model/records.h"
-#include "ui/rowdelegate.h"
+#include "widgets/rowdelegate.h"
 
 #include <QPixmap>
 #include <QVariant>

@@ -2,8 +2,8 @@
 
 #include "service/orvana.h"
 #include "service/ovsession.h"
-#include "ui/artwork.h"
 #include "ui_loginform.h"
+#include "widgets/artwork.h"
 
 #include <QMouseEvent>
 #include <QPainter>

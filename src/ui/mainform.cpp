@@ -1,18 +1,18 @@
 #include "ui/mainform.h"
 
+#include "base/timetexts.h"
 #include "notifications/notificationmanager.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
 #include "tracking/x11_useractivitywatcher.h"
 #include "ui/aboutform.h"
-#include "ui/artwork.h"
-#include "ui/scrolltext.h"
-#include "ui/simplemarkup.h"
 #include "ui/taskform.h"
 #include "ui/tasklistform.h"
-#include "ui/timetexts.h"
-#include "ui/tooltips.h"
 #include "ui_mainform.h"
+#include "widgets/artwork.h"
+#include "widgets/scrolltext.h"
+#include "widgets/simplemarkup.h"
+#include "widgets/tooltips.h"
 #include "x11/windowmanager.h"
 
 #include <QDebug>

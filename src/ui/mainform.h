@@ -1,7 +1,7 @@
 #pragma once
 
 #include "notifications/notificationhost.h"
-#include "ui/windowdrag.h"
+#include "widgets/windowdrag.h"
 
 #include <QDateTime>
 #include <QDialog>

@@ -1,17 +1,17 @@
 #include "ui/mainform.h"
 
+#include "base/exemptteam.h"
 #include "notifications/notificationmanager.h"
-#include "service/exemptteam.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
 #include "ui/aboutform.h"
-#include "ui/artwork.h"
 #include "ui/calendarform.h"
 #include "ui/loginform.h"
-#include "ui/scrolltext.h"
 #include "ui/taskform.h"
 #include "ui/tasklistform.h"
 #include "ui_mainform.h"
+#include "widgets/artwork.h"
+#include "widgets/scrolltext.h"
 #include "x11/windowmanager.h"
 
 #include <QCoreApplication>

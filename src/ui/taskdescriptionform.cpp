@@ -2,13 +2,13 @@
 
 #include "service/orvana.h"
 #include "service/ovsession.h"
-#include "ui/artwork.h"
 #include "ui/descriptionrows.h"
-#include "ui/scrolltext.h"
-#include "ui/simplemarkup.h"
 #include "ui/tasklistform.h"
-#include "ui/tooltips.h"
 #include "ui_taskdescriptionform.h"
+#include "widgets/artwork.h"
+#include "widgets/scrolltext.h"
+#include "widgets/simplemarkup.h"
+#include "widgets/tooltips.h"
 
 #include <QDebug>
 #include <QGuiApplication>

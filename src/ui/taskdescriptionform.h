@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ui/abstractorvanaform.h"
-#include "ui/listmodel.h"
+#include "widgets/abstractorvanaform.h"
+#include "widgets/listmodel.h"
 
 #include <memory>
 

@@ -2,11 +2,11 @@
 
 #include "service/orvana.h"
 #include "service/ovsession.h"
-#include "ui/artwork.h"
 #include "ui/mainform.h"
-#include "ui/simplemarkup.h"
-#include "ui/tooltips.h"
 #include "ui_taskform.h"
+#include "widgets/artwork.h"
+#include "widgets/simplemarkup.h"
+#include "widgets/tooltips.h"
 
 #include <QSignalBlocker>
 

@@ -2,13 +2,13 @@
 
 #include "service/orvana.h"
 #include "service/ovsession.h"
-#include "ui/artwork.h"
 #include "ui/mainform.h"
-#include "ui/scrolltext.h"
 #include "ui/taskdescriptionform.h"
 #include "ui/tasklistmodel.h"
-#include "ui/tooltips.h"
 #include "ui_tasklistform.h"
+#include "widgets/artwork.h"
+#include "widgets/scrolltext.h"
+#include "widgets/tooltips.h"
 
 #include <QScreen>
 #include <QScrollBar>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/abstractorvanaform.h"
+#include "widgets/abstractorvanaform.h"
 
 #include <QHash>
 #include <QTimer>

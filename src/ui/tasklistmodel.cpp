@@ -1,10 +1,10 @@
 #include "ui/tasklistmodel.h"
 
+#include "base/timetexts.h"
 #include "service/listchanges.h"
-#include "ui/simplemarkup.h"
 #include "ui/taskform.h"
-#include "ui/timetexts.h"
-#include "ui/tooltips.h"
+#include "widgets/simplemarkup.h"
+#include "widgets/tooltips.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/rowview.h"
+#include "widgets/rowview.h"
 
 #include <QTimer>
 

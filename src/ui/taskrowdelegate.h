@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/rowdelegate.h"
+#include "widgets/rowdelegate.h"
 
 #include <QIcon>
 

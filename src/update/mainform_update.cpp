@@ -1,6 +1,6 @@
 #include "ui/mainform.h"
 
-#include "app/programstart.h"
+#include "base/programstart.h"
 #include "service/orvana.h"
 #include "update/orvanaupdate.h"
 

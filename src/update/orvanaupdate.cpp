@@ -1,11 +1,11 @@
 #include "update/orvanaupdate.h"
 
 #include "model/json.h"
-#include "model/settingsfile.h"
-#include "notifications/notificationmanager.h"
 #include "service/orvana.h"
 #include "service/replyparser.h"
+#include "storage/settingsfile.h"
 
+#include <QCoreApplication>
 #include <QDebug>
 #include <QDir>
 #include <QFile>
@@ -67,7 +67,10 @@ OrvanaUpdate *OrvanaUpdate::instance()
 
 void OrvanaUpdate::init(Orvana *client)
 {
+    QObject::disconnect(m_connection);
     m_client = client;
+    m_connection = QObject::connect(client, &Orvana::updateDescriptionReceived, client,
+                                    [this](const QByteArray &body) { offerUpdate(body); });
     m_settings.reset();
     m_read = {};
     m_isCurrent = false;
@@ -80,6 +83,17 @@ void OrvanaUpdate::init(Orvana *client)
 bool OrvanaUpdate::isUsable() const
 {
     return m_settings && m_client && m_client->storage().isUsable();
+}
+
+void OrvanaUpdate::offerUpdate(const QByteArray &body)
+{
+    addUpdateInfo(body);
+    const QString available = availableUpdateVersion();
+    // Compared as texts, on purpose: the service numbers its versions for that.
+    const bool isNewer = QCoreApplication::applicationVersion() < available;
+    emit m_client->updateAvailable(isNewer);
+    if (isNewer)
+        m_client->notify(available, UpdateAvailable);
 }
 
 void OrvanaUpdate::addUpdateInfo(const QByteArray &body)
@@ -185,8 +199,7 @@ void OrvanaUpdate::updateOrvanaUpdateModule()
         return fail(QStringLiteral("copy"));
     if (QFile::copy(source, kUpdaterName)) {
         QFile::remove(source);
-        NotificationManager::instance()->addNotification(QStringLiteral("Обновление успешно установлено"),
-                                                         Plain, QString());
+        m_client->notify(QStringLiteral("Обновление успешно установлено"));
         return;
     }
     // An older updater is in the way. It stays until the copy is whole.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QObject>
 #include <QPointer>
 #include <QString>
 #include <QVariantList>
@@ -54,6 +55,7 @@ private:
     ~OrvanaUpdate() = default;
     Q_DISABLE_COPY_MOVE(OrvanaUpdate)
 
+    void offerUpdate(const QByteArray &body);
     bool isUsable() const;
     FileStamp stamp() const;
     bool flag(const QString &key) const;
@@ -61,6 +63,7 @@ private:
     bool readRequest();
 
     QPointer<Orvana> m_client;
+    QMetaObject::Connection m_connection;
     std::unique_ptr<QSettings> m_settings;
     FileStamp m_read; // when the request was read last
     bool m_isCurrent = false; // nothing has changed since, nor can have unseen

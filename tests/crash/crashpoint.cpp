@@ -1,4 +1,4 @@
-#include "service/crashpoint.h"
+#include "base/crashpoint.h"
 
 #include "service/orvana.h"
 #include "service/ovsession.h"

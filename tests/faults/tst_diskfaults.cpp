@@ -119,7 +119,7 @@ void TestDiskFaults::fullAtEachWrite()
         OrvanaUpdate::instance()->addUpdateInfo("[{\"version\":\"9\"}]");
         minute(client, 3, QStringLiteral("full"));
         QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
-        const QStringList told = TestClient::popups();
+        const QStringList told = client.notices.all();
         QVERIFY(told.count(kDiskFull) <= 1);
         QVERIFY(told.count(kNoPicture) <= 1);
         QVERIFY(received(client).size() == 3 || told.contains(kDiskFull));
@@ -171,7 +171,7 @@ void TestDiskFaults::readOnly()
         QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
         QVERIFY(client.logIn());
     }
-    QStringList told = TestClient::popups();
+    QStringList told = client.notices.all();
     told.sort();
     const bool unlocked = lockDisk(false);
     QVERIFY(unlocked);
@@ -264,7 +264,7 @@ void TestDiskFaults::storageTaken()
     QCOMPARE(listing(), before);
     QCOMPARE(received(client).size(), isRefused ? 1 : 3);
     const QString text = client.orvana->storage().unusableText();
-    QStringList told = TestClient::popups();
+    QStringList told = client.notices.all();
     told.sort();
     QCOMPARE(told, isRefused ? QStringList({text, kNoPicture}) : QStringList());
     QVERIFY(text.contains(storage));

@@ -390,7 +390,7 @@ void TestServiceFaults::damagedFields()
             hand(bytes);
             hand(bytes.replace("\\n", "\xff\xc0\x80")); // no UTF-8
         });
-        client.popups().take();
+        client.notices().take();
     }
     client->requestTeamsAndTasks();
     client.answer(client.takeRequests().last(),

@@ -76,7 +76,7 @@ void TestStoredFaults::verifyUsable(OfflineClient &client)
     QCOMPARE(client->pendingActivityRequests(), 1);
     client.takeRequests();
     client.restart();
-    client.popups().take();
+    client.notices().take();
     QCOMPARE(client.session()->login(), kUser);
     QCOMPARE(client.session()->password(), s("secret"));
     QCOMPARE(client.session()->task(s("1"), s("7")).title, s("anew"));
@@ -231,11 +231,8 @@ void TestStoredFaults::noDescriptorsLeft()
     client->requestTeamsAndTasks();
     QTRY_VERIFY(!client.session()->isOnline());
     client.takeRequests();
-    client.popups().take();
+    client.notices().take();
     rlimit limit = {};
-    // What a popup needs of fonts is there before.
-    NotificationManager::instance()->addNotification(kUser, Plain, QString());
-    QCOMPARE(client.popups().take(), QStringList{kUser});
     QCOMPARE(getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit none = {0, limit.rlim_max};
     QCOMPARE(setrlimit(RLIMIT_NOFILE, &none), 0);
@@ -245,7 +242,7 @@ void TestStoredFaults::noDescriptorsLeft()
     setrlimit(RLIMIT_NOFILE, &limit);
     QCOMPARE(records(), 1);
     QVERIFY(client.takeRequests().isEmpty());
-    QCOMPARE(client.popups().take(),
+    QCOMPARE(client.notices().take(),
              texts({"Не удалось сохранить отчёт об активности на диск. Проверьте свободное место."}));
     client->sendTaskActivity(3);
     QCOMPARE(records(), 3);
@@ -273,7 +270,7 @@ void TestStoredFaults::somebodyWhoLeft()
     QVERIFY(QDir(folder).removeRecursively() && writeFile(folder, "in the way"));
     for (int i = 0; i < 3; ++i)
         client->sendTaskActivity(i);
-    QCOMPARE(client.popups().take().size(), 1);
+    QCOMPARE(client.notices().take().size(), 1);
     client.login(s("second"));
     QVERIFY(QFile::remove(folder));
     client->sendTaskActivity(3);

@@ -1,7 +1,6 @@
 #include "scenes.h"
 
 #include "ui/aboutform.h"
-#include "ui/artwork.h"
 #include "ui/calendarform.h"
 #include "ui/loginform.h"
 #include "ui/taskdescriptionform.h"
@@ -9,6 +8,7 @@
 #include "ui/tasklistform.h"
 #include "ui/tasklistview.h"
 #include "update/orvanaupdate.h"
+#include "widgets/artwork.h"
 
 #include <QAbstractItemView>
 #include <QComboBox>

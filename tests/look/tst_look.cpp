@@ -1,7 +1,7 @@
-#include "app/programstart.h"
+#include "base/programstart.h"
 #include "scenes.h"
-#include "ui/autoscrolllineedit.h"
-#include "ui/scrolltext.h"
+#include "widgets/autoscrolllineedit.h"
+#include "widgets/scrolltext.h"
 
 #include <QAbstractEventDispatcher>
 #include <QAccessible>

@@ -3,7 +3,7 @@
 #include "testclient.h"
 
 #include "model/json.h"
-#include "service/activitycache.h"
+#include "storage/activitycache.h"
 
 using localservice::Fault;
 

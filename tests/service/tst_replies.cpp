@@ -75,11 +75,11 @@ public:
                     QNetworkReply::NetworkError error = QNetworkReply::NoError)
     {
         m_events.clear();
-        client.popups().take();
+        client.notices().take();
         const QStringList before = state();
         if (!client.answer(request, body, error))
             m_events.append(s("reply leaked"));
-        m_events += client.popups().take();
+        m_events += client.notices().take();
         const QStringList after = state();
         for (int i = 0; i < after.size(); ++i) {
             if (before.at(i) != after.at(i))
@@ -303,7 +303,7 @@ private slots:
             // Once an hour at most one popup speaks of it.
             bench.client.answer(bench.ask(Orvana::CheckUpdate), body);
             bench.client.answer(bench.ask(Orvana::CheckUpdate), body);
-            QCOMPARE(bench.client.popups().take().size(), isOffered ? 1 : 0);
+            QCOMPARE(bench.client.notices().take().size(), isOffered ? 1 : 0);
         }
     }
 };

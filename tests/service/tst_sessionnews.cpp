@@ -22,19 +22,19 @@ private slots:
     {
         OfflineClient client(s("user"));
         client.load(texts({"1:7! 8"}));
-        QCOMPARE(client.popups().take(), QStringList());
+        QCOMPARE(client.notices().take(), QStringList());
         QVERIFY(!QFile::exists(client.path(kTasksFile)));
         // The second load finds as many lists as teams and creates the files.
         client.load(texts({"1:7! 8", "2:9"}));
         QVERIFY(QFile::exists(client.path(kTasksFile)));
-        QCOMPARE(client.popups().take(),
+        QCOMPARE(client.notices().take(),
                  texts({"Добавлена новая задача \"T9\" #9", "Добавлена новая команда \"C2\""}));
         // A restart is no first load.
         client.restart();
         client.load(texts({"1:7! 8"}));
-        QCOMPARE(client.popups().take(), texts({"Вы больше не являетесь членом команды \"C2\""}));
+        QCOMPARE(client.notices().take(), texts({"Вы больше не являетесь членом команды \"C2\""}));
         client.load(texts({"1:7! 8"}));
-        QCOMPARE(client.popups().take(), QStringList());
+        QCOMPARE(client.notices().take(), QStringList());
     }
 
     void announcesChanges_data()
@@ -82,7 +82,7 @@ private slots:
         connect(client.session(), &Orvana::Session::overdueTimeChanged, this,
                 [&] { signalled += QLatin1Char('!'); });
         client.load(after);
-        QTEST(client.popups().take(), "popups");
+        QTEST(client.notices().take(), "popups");
         QTEST(signalled, "signalled");
         // What came is what is known now, also to the next program.
         for (int round = 0; round < 2; ++round) {
@@ -99,7 +99,6 @@ private slots:
     void manyChangesDoNotHoldUpTheWindow()
     {
         OfflineClient client(s("user"));
-        NotificationManager::instance()->setMainForm(nullptr); // A screen of the usual height.
         QString notes;
         for (int i = 1; i <= 10000; ++i)
             notes += QString::number(i) + QLatin1Char(' ');

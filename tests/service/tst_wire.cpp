@@ -5,7 +5,6 @@
 #include "service/requestbody.h"
 
 #include <QImage>
-#include <QPushButton>
 
 using localservice::Fault;
 using localservice::RecordedRequest;
@@ -109,7 +108,7 @@ private slots:
 
         client.orvana->sendScreenshotActivity(QImage());
         QCOMPARE(client.records().size() + client.pictures().size(), 0);
-        QVERIFY(TestClient::popups().contains(
+        QVERIFY(client.notices.all().contains(
             s("При отправке снимка экрана произошла ошибка. Обратитесь в техподдержку")));
     }
 
@@ -140,7 +139,7 @@ private slots:
         client.orvana->requestCheckLogin(TestClient::anna(), s("orvana"));
         QVERIFY(unanswered.wait(TestClient::waitLimit));
         QVERIFY(client.server.requests().isEmpty());
-        QCOMPARE(TestClient::popups(),
+        QCOMPARE(client.notices.all(),
                  QStringList{s("Сертификат сервера не прошёл проверку. Обратитесь к системному "
                                "администратору.")});
         QVERIFY(QFile::remove(config));

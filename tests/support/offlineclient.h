@@ -1,14 +1,16 @@
 #pragma once
 
 #include "cannedreply.h"
-#include "popups.h"
+#include "notices.h"
 #include "tasknotes.h"
 #include "texts.h"
 
 #include "service/orvana.h"
 #include "service/ovsession.h"
 
+#include <QCoreApplication>
 #include <QDir>
+#include <QEvent>
 #include <QFile>
 #include <QFileInfo>
 #include <QPointer>
@@ -35,7 +37,7 @@ public:
     Orvana *operator->() const { return m_orvana.get(); }
     Orvana *get() const { return m_orvana.get(); }
     Orvana::Session *session() const { return m_orvana->session(); }
-    Popups &popups() { return m_popups; }
+    Notices &notices() { return m_notices; }
 
     void stop() { m_orvana.reset(); }
     // As after a restart of the whole program.
@@ -44,7 +46,7 @@ public:
         stop();
         qputenv("ORVANA_STORAGE_ROOT", QFile::encodeName(m_folder.path()));
         qputenv("ORVANA_SERVICE_URL", serviceUrl);
-        m_orvana = std::make_unique<Orvana>();
+        m_orvana = std::make_unique<Orvana>(&m_notices);
     }
 
     QString path(const QString &name) const { return m_folder.path() + QLatin1String("/.orvana/") + name; }
@@ -133,6 +135,6 @@ private:
     }
 
     QTemporaryDir m_folder{folderTemplate()};
-    Popups m_popups;
+    Notices m_notices;
     std::unique_ptr<Orvana> m_orvana;
 };

@@ -4,7 +4,7 @@
 #include "notifications/notificationhost.h"
 #include "notifications/notificationmanager.h"
 #include "texts.h"
-#include "ui/autoscrolllineedit.h"
+#include "widgets/autoscrolllineedit.h"
 
 #include <QApplication>
 #include <QMap>

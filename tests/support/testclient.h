@@ -1,8 +1,8 @@
 #pragma once
 
-#include "app/buildvalues.h"
+#include "base/buildvalues.h"
 #include "localservice/server.h"
-#include "popups.h"
+#include "notices.h"
 #include "rows.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
@@ -13,7 +13,9 @@
 class TestClient final
 {
 public:
-    explicit TestClient(bool startService = true)
+    // Without a sink the client's notices are kept here.
+    explicit TestClient(bool startService = true, NotificationSink *sink = nullptr)
+        : m_sink(sink ? sink : &notices)
     {
         QCoreApplication::setApplicationName(s(ORVANA_APPLICATION_NAME));
         QCoreApplication::setApplicationVersion(s(ORVANA_VERSION));
@@ -26,18 +28,13 @@ public:
         }
         restart();
     }
-    ~TestClient()
-    {
-        orvana.reset();
-        NotificationManager::instance()->destroy();
-    }
     Q_DISABLE_COPY_MOVE(TestClient)
 
     // What a new start of the program finds on the disk.
     void restart()
     {
         orvana.reset();
-        orvana = std::make_unique<Orvana>();
+        orvana = std::make_unique<Orvana>(m_sink);
     }
 
     Orvana::Session *session() const { return orvana->session(); }
@@ -59,13 +56,13 @@ public:
     QStringList records() const { return cacheFolder().entryList({s("json*")}, QDir::Files, QDir::Name); }
     QStringList pictures() const { return cacheFolder().entryList({s("*.jpg")}, QDir::Files); }
 
-    static QStringList popups() { return textsOf(popupForms()); }
-
     static constexpr int waitLimit = 10000; // ms
 
+    Notices notices;
     localservice::Server server;
     std::unique_ptr<Orvana> orvana;
 
 private:
     QTemporaryDir m_root;
+    NotificationSink *m_sink;
 };

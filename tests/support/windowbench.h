@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/application.h"
+#include "popups.h"
 #include "testclient.h"
 #include "texts.h"
 #include "ui/accessiblecontrols.h"
@@ -26,6 +27,11 @@ public:
             for (localservice::User &user : world.users)
                 user.worked = {};
         });
+    }
+    ~WindowBench()
+    {
+        form.reset();
+        NotificationManager::instance()->destroy();
     }
     Q_DISABLE_COPY_MOVE(WindowBench)
 
@@ -108,7 +114,7 @@ public:
     }
 
 private:
-    TestClient m_client;
+    TestClient m_client{true, NotificationManager::instance()};
 
 public:
     std::unique_ptr<MainForm> form; // goes before the client

@@ -74,7 +74,7 @@ private slots:
                     WindowBench::dropPopups();
                     reason->setPlainText(s(missing));
                     click(button(form, s("Ок")));
-                    QCOMPARE(TestClient::popups(), texts({"Введите причину переноса!"}));
+                    QCOMPARE(WindowBench::popupTexts(), texts({"Введите причину переноса!"}));
                     QVERIFY(form->isVisible());
                 }
                 reason->setPlainText(s("  жду & жду\n"));
@@ -102,7 +102,7 @@ private slots:
             }
         });
         click(bench.child<QPushButton>("pbTimeExtend"));
-        QVERIFY(TestClient::popups().contains(s("Для данной задачи невозможно выполнить перенос дедлайна.")));
+        QVERIFY(WindowBench::popupTexts().contains(s("Для данной задачи невозможно выполнить перенос дедлайна.")));
     }
 
     void about()

@@ -1,10 +1,10 @@
+#include "base/timetexts.h"
 #include "realinput.h"
 #include "rows.h"
-#include "ui/autoscrolllineedit.h"
 #include "ui/loginform.h"
-#include "ui/scrolltext.h"
 #include "ui/taskform.h"
-#include "ui/timetexts.h"
+#include "widgets/autoscrolllineedit.h"
+#include "widgets/scrolltext.h"
 #include "windowbench.h"
 
 namespace {

@@ -1,9 +1,9 @@
 #include "rows.h"
 #include "ui/descriptionrows.h"
-#include "ui/markupbrowser.h"
-#include "ui/scrolltext.h"
 #include "ui/taskdescriptionform.h"
 #include "urlcatcher.h"
+#include "widgets/markupbrowser.h"
+#include "widgets/scrolltext.h"
 #include "windowbench.h"
 
 namespace {

@@ -1,12 +1,12 @@
 #include "realinput.h"
 #include "tasknotes.h"
-#include "ui/artwork.h"
-#include "ui/scrolltext.h"
 #include "ui/taskdescriptionform.h"
 #include "ui/tasklistform.h"
 #include "ui/tasklistmodel.h"
 #include "ui/tasklistview.h"
 #include "ui/taskrowdelegate.h"
+#include "widgets/artwork.h"
+#include "widgets/scrolltext.h"
 #include "windowbench.h"
 
 #include <functional>

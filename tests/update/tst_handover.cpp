@@ -4,7 +4,7 @@
 #include "urlcatcher.h"
 #include "windowbench.h"
 
-#include "app/programstart.h"
+#include "base/programstart.h"
 #include "update/orvanaupdate.h"
 
 #include <sys/stat.h>

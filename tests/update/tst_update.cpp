@@ -129,7 +129,7 @@ private slots:
             QVERIFY(!QFile::exists(target + s(".new")));
             if (s(expected) == s("newer"))
                 QVERIFY(QFileInfo(target).isExecutable());
-            QCOMPARE(client.popups().take().join(QLatin1Char(' ')), s(told));
+            QCOMPARE(client.notices().take().join(QLatin1Char(' ')), s(told));
         }
     }
 };

@@ -1,5 +1,7 @@
 #pragma once
 
+class QString;
+
 // The kinds of popup. The numbers are fixed: callers and logs use them.
 enum NotificationType : int {
     Plain = 0,
@@ -14,3 +16,9 @@ enum NotificationType : int {
     TaskUnblocked = 9,
     BlockingTaskAdded = 10
 };
+
+// What a popup shows for a text of this kind.
+QString notificationMessage(const QString &text, NotificationType type);
+bool staysUntilClicked(NotificationType type);
+// By a left click on it.
+bool opensTask(NotificationType type);

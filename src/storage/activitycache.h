@@ -62,7 +62,8 @@ public:
     void setAside(const QString &path);
 
     // The next record in the file system's order; continues after the previous one and
-    // wraps around; empty when there is none. Never reads the    // whole folder for one record.
+    // wraps around; empty when there is none. Never reads the
+    // whole folder for one record.
     QString next();
 
     // The records that wait, in flight ones included, counted without looking at the

@@ -1,4 +1,4 @@
-#include "ui/listmodel.h"
+#include "widgets/listmodel.h"
 
 #include <tuple>
 

@@ -1,4 +1,4 @@
-#include "ui/rowdelegate.h"
+#include "widgets/rowdelegate.h"
 
 #include <QApplication>
 #include <QPainter>

@@ -1,6 +1,6 @@
 #include "rows.h"
-#include "ui/markupbrowser.h"
-#include "ui/tooltips.h"
+#include "widgets/markupbrowser.h"
+#include "widgets/tooltips.h"
 
 #include <QTextBlock>
 #include <QTextDocument>

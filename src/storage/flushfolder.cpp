@@ -1,4 +1,4 @@
-#include "model/flushfolder.h"
+#include "storage/flushfolder.h"
 
 #include <QFile>
 

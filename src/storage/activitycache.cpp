@@ -1,9 +1,9 @@
-#include "service/activitycache.h"
+#include "storage/activitycache.h"
 
-#include "model/flushfolder.h"
-#include "service/cacherecord.h"
-#include "service/crashpoint.h"
-#include "service/recordtime.h"
+#include "base/crashpoint.h"
+#include "storage/cacherecord.h"
+#include "storage/flushfolder.h"
+#include "storage/recordtime.h"
 #include "storage/storagefolder.h"
 
 #include <QDir>

@@ -1,4 +1,4 @@
-#include "ui/autoscrolllineedit.h"
+#include "widgets/autoscrolllineedit.h"
 
 #include <QAbstractTextDocumentLayout>
 #include <QScrollBar>

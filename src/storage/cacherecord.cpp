@@ -1,4 +1,4 @@
-#include "service/cacherecord.h"
+#include "storage/cacherecord.h"
 
 #include "model/json.h"
 

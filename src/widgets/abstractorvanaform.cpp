@@ -1,6 +1,6 @@
-#include "ui/abstractorvanaform.h"
+#include "widgets/abstractorvanaform.h"
 
-#include "ui/artwork.h"
+#include "widgets/artwork.h"
 
 #include <QPainter>
 

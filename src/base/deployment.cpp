@@ -1,6 +1,6 @@
-#include "app/deployment.h"
+#include "base/deployment.h"
 
-#include "app/buildvalues.h"
+#include "base/buildvalues.h"
 
 #include <QFile>
 #include <QSettings>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/windowdrag.h"
+#include "widgets/windowdrag.h"
 
 #include <QDialog>
 #include <QImage>

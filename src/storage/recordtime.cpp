@@ -1,4 +1,4 @@
-#include "service/recordtime.h"
+#include "storage/recordtime.h"
 
 #include <QLocale>
 

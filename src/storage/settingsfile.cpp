@@ -1,6 +1,6 @@
-#include "model/settingsfile.h"
+#include "storage/settingsfile.h"
 
-#include "model/flushfolder.h"
+#include "storage/flushfolder.h"
 
 #include <QCoreApplication>
 #include <QDebug>

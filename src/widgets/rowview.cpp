@@ -1,7 +1,7 @@
-#include "ui/rowview.h"
+#include "widgets/rowview.h"
 
-#include "ui/rowdelegate.h"
-#include "ui/scrolltext.h"
+#include "widgets/rowdelegate.h"
+#include "widgets/scrolltext.h"
 
 #include <QMouseEvent>
 

@@ -1,7 +1,7 @@
-#include "ui/markupbrowser.h"
+#include "widgets/markupbrowser.h"
 
-#include "ui/simplemarkup.h"
-#include "ui/tooltips.h"
+#include "widgets/simplemarkup.h"
+#include "widgets/tooltips.h"
 
 namespace {
 

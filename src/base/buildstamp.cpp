@@ -1,4 +1,4 @@
-#include "app/buildstamp.h"
+#include "base/buildstamp.h"
 
 QString buildStamp()
 {

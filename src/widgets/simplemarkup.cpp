@@ -1,4 +1,4 @@
-#include "ui/simplemarkup.h"
+#include "widgets/simplemarkup.h"
 
 #include <QHash>
 #include <QUrl>

@@ -1,4 +1,4 @@
-#include "ui/tooltips.h"
+#include "widgets/tooltips.h"
 
 #include <QTextDocument>
 

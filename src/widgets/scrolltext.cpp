@@ -1,4 +1,4 @@
-#include "ui/scrolltext.h"
+#include "widgets/scrolltext.h"
 
 #include <QEvent>
 #include <QPainter>

@@ -1,4 +1,4 @@
-#include "app/programstart.h"
+#include "base/programstart.h"
 
 #include "x11/rootwindow.h"
 

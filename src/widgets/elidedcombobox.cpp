@@ -1,4 +1,4 @@
-#include "ui/elidedcombobox.h"
+#include "widgets/elidedcombobox.h"
 
 #include <QListView>
 #include <QScrollBar>

@@ -1,6 +1,6 @@
 #include "files.h"
 #include "model/records.h"
-#include "model/settingsfile.h"
+#include "storage/settingsfile.h"
 #include "texts.h"
 
 #include <QProcess>

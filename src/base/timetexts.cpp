@@ -1,4 +1,4 @@
-#include "ui/timetexts.h"
+#include "base/timetexts.h"
 
 #include <QLocale>
 

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "base/notificationtype.h"
+
+#include <QtGlobal>
+
+class QString;
+
+// Where the program without windows puts what the user is to be told.
+class NotificationSink
+{
+public:
+    virtual ~NotificationSink() = default;
+
+    // taskId, which may be empty, is the task that a click opens.
+    virtual void addNotification(const QString &text, NotificationType type, const QString &taskId) = 0;
+    // Removes what was meant for one user: all but the offer of an update.
+    virtual void clearForNextUser() = 0;
+
+protected:
+    NotificationSink() = default;
+    Q_DISABLE_COPY_MOVE(NotificationSink)
+};

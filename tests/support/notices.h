@@ -1,0 +1,41 @@
+#pragma once
+
+#include "base/notificationsink.h"
+
+#include <QString>
+#include <QStringList>
+
+// What the user would be told, in its order.
+class Notices final : public NotificationSink
+{
+    Q_DISABLE_COPY_MOVE(Notices)
+
+public:
+    Notices() = default;
+
+    // The texts since the last call; behind " #" the task that a click would open.
+    QStringList take()
+    {
+        const QStringList texts = all();
+        m_texts.clear();
+        m_offers.clear();
+        return texts;
+    }
+    QStringList all() const { return m_texts + m_offers; }
+
+    void addNotification(const QString &text, NotificationType type, const QString &taskId) override
+    {
+        QString message = notificationMessage(text, type);
+        if (opensTask(type) && !taskId.isEmpty())
+            message += QLatin1String(" #") + taskId;
+        if (type == UpdateAvailable)
+            m_offers = QStringList{message};
+        else
+            m_texts.append(message);
+    }
+    void clearForNextUser() override { m_texts.clear(); }
+
+private:
+    QStringList m_texts;
+    QStringList m_offers;
+};
