@@ -71,6 +71,7 @@ NotificationForm::NotificationForm(const QString &text, NotificationType type, c
     // the user works in another program.
     setAttribute(Qt::WA_X11NetWmWindowTypeNotification);
     showOnAllDesktops(this);
+    keepOutOfTaskbar(this);
     setFixedSize(kBackground.size());
     m_closeTimer.setInterval(kShownFor);
     connect(&m_closeTimer, &QTimer::timeout, this, &NotificationForm::onPbLateClicked);

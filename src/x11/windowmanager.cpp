@@ -27,27 +27,39 @@ xcb_window_t nativeWindow(const QWidget *window)
     return static_cast<xcb_window_t>(window->internalWinId());
 }
 
-// Asked for after each mapping: a window manager forgets it with a window that is hidden,
+void leaveTaskbar(const QWidget *window)
+{
+    if (!hints() || !window->isVisible())
+        return;
+    xcb_ewmh_request_change_wm_state(hints(), QX11Info::appScreen(), nativeWindow(window),
+                                     XCB_EWMH_WM_STATE_ADD, hints()->_NET_WM_STATE_SKIP_TASKBAR,
+                                     hints()->_NET_WM_STATE_SKIP_PAGER, XCB_EWMH_CLIENT_SOURCE_TYPE_NORMAL);
+    xcb_flush(hints()->connection);
+}
+
+// Sent after each mapping: a window manager forgets it with a window that is hidden,
 // and Xfwm takes the number that stands for all desktops, read from a new window, for that
 // of the last one.
 class Request final : public QObject
 {
 public:
-    explicit Request(QWidget *window)
+    Request(QWidget *window, void (*send)(const QWidget *))
         : QObject(window)
         , m_window(window)
+        , m_send(send)
     { }
 
     bool eventFilter(QObject *watched, QEvent *event) override
     {
         Q_UNUSED(watched)
         if (event->type() == QEvent::Show && !event->spontaneous())
-            QMetaObject::invokeMethod(this, [this] { moveToAllDesktops(m_window); }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(this, [this] { m_send(m_window); }, Qt::QueuedConnection);
         return false;
     }
 
 private:
     QWidget *m_window;
+    void (*m_send)(const QWidget *);
 };
 
 } // namespace
@@ -63,7 +75,12 @@ void moveToAllDesktops(const QWidget *window)
 
 void showOnAllDesktops(QWidget *window)
 {
-    window->installEventFilter(new Request(window));
+    window->installEventFilter(new Request(window, moveToAllDesktops));
+}
+
+void keepOutOfTaskbar(QWidget *window)
+{
+    window->installEventFilter(new Request(window, leaveTaskbar));
 }
 
 bool isOnCurrentDesktop(const QWidget *window)

@@ -11,6 +11,9 @@ void showOnAllDesktops(QWidget *window);
 // At once, when it is shown: somebody may have sent it to one desktop.
 void moveToAllDesktops(const QWidget *window);
 
+// From its next show on, panels and pagers leave the window out.
+void keepOutOfTaskbar(QWidget *window);
+
 // True as well where the window manager does not say.
 bool isOnCurrentDesktop(const QWidget *window);
 

@@ -190,6 +190,8 @@ private slots:
         const QString popup = QString::number(windows.constLast()->winId());
         QVERIFY(
             propertyOf(popup, s("_NET_WM_WINDOW_TYPE")).startsWith(s("_NET_WM_WINDOW_TYPE_NOTIFICATION")));
+        windows.constLast()->show();
+        QTRY_VERIFY(propertyOf(popup, s("_NET_WM_STATE")).contains(s("SKIP_TASKBAR")));
 
         QWidget film;
         film.showFullScreen();
