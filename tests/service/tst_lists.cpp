@@ -94,8 +94,65 @@ private slots:
         QCOMPARE(show(parse('\0' + input.toUtf8())), QString());
     }
 
-    void takesOverWhatIsKnown_data();
-    void takesOverWhatIsKnown();
+    void sharesWhatIsKnown_data()
+    {
+        // The known tasks and those of the reply, by name; "=" when the lists are one.
+        addRows({{"> 7 8", ""},
+                 {"7 8 9 > 7 8 9", "="},
+                 {"7 > 7ж", "="},
+                 {" > ", "="},
+                 {" > {} null", ""},
+                 {"7 8 > 9 7 8", ""},
+                 {"7 8 9 > 7 8", ""},
+                 {"7 8 9 > 8 9", ""},
+                 {"7 8 9 > 9 8 7", ""},
+                 {"7 8 > 7 7 8 8", ""},
+                 {"7 8 > 7title 8", ""},
+                 {"7 8 > 7untitled 8", ""},
+                 {"7 8 > 7deadline 8", ""},
+                 {"7 8 > 7none 8", ""},
+                 {"7 8 > 7 8block", ""},
+                 {"7 8 > 7 8comment", ""},
+                 {"7 8 > 7important 8", ""},
+                 {"7 8 > 7 8 {", ""}});
+    }
+
+    // What is known may make reading cheaper, never its result different.
+    void sharesWhatIsKnown()
+    {
+        const char *seven = R"({"id":"7","title":"%1","deadline":"%2","importance":%3})";
+        const char *eight = R"({"id":"8","title":"","block":"%1","last_comment":"2024-02-29 09:30:%2"})";
+        const QString title = s(R"(\u0416ук \"\/\\)");
+        const QString deadline = s("2024-03-01 18:00:00");
+        const QHash<QString, QString> tasks{
+            {s("7"), s(seven).arg(title, deadline, s("1"))},
+            {s("7ж"), s(seven).arg(s(R"(Жук \"\/\\)"), deadline, s("1"))},
+            {s("7title"), s(seven).arg(title + s("и"), deadline, s("1"))},
+            {s("7untitled"), s(seven).arg(QString(), deadline, s("1"))},
+            {s("7deadline"), s(seven).arg(title, s("2024-03-01 18:00:01"), s("1"))},
+            {s("7none"), s(seven).arg(title, QString(), s("1"))},
+            {s("7important"), s(seven).arg(title, deadline, s("2"))},
+            {s("8"), s(eight).arg(s("1"), s("15"))},
+            {s("8block"), s(eight).arg(QString(), s("15"))},
+            {s("8comment"), s(eight).arg(s("1"), s("16"))},
+            {s("9"), s(R"({"title":"T","id":"9"})")}};
+        const auto body = [&tasks](const QString &names) {
+            QStringList parts = names.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+            for (QString &part : parts)
+                part = tasks.value(part, part);
+            return s(R"([{"id":"3","tasks":[%1]}])").arg(parts.join(QLatin1Char(','))).toUtf8();
+        };
+        QFETCH(QString, input);
+        TaskLists known;
+        const QString before = input.section(QLatin1Char('>'), 0, 0);
+        if (!before.isEmpty())
+            known.replace(s("3"), parse(body(before)).first().tasks);
+        const QByteArray reply = body(input.section(QLatin1Char('>'), 1));
+        const QList<TeamTasks> after = parseTeamsAndTasks(reply, known);
+        QCOMPARE(show(after), show(parse(reply)));
+        const bool isShared = !after.isEmpty() && after.first().tasks.isSharedWith(known.ofTeam(s("3")));
+        QTEST(isShared ? s("=") : QString(), "result");
+    }
 
     void readsDetails_data()
     {
@@ -119,25 +176,33 @@ private slots:
         QTEST(show(parseTaskAnswer("{\"message\":" + input.toUtf8() + '}').task), "result");
     }
 
+    void readsDayTotals_data()
+    {
+        addRows({{"90", "01:30"},
+                 {"\"90\"", "01:30"},
+                 {"1439", "23:59"},
+                 {"1500", "01:00"},
+                 {"-30", "23:30"},
+                 {"2147483647", "02:07"},
+                 {"\"abc\"", "00:00"},
+                 {"90.5", "00:00"},
+                 {"1e2", "00:00"},
+                 {"null", "00:00"},
+                 {"\"90 мин\"", "00:00"}});
+    }
+
     void readsDayTotals()
     {
-        const std::pair<const char *, const char *> rows[] = {
-            {"90", "01:30"},  {"\"90\"", "01:30"},     {"1439", "23:59"},      {"1500", "01:00"},
-            {"-30", "23:30"}, {"2147483647", "02:07"}, {"\"abc\"", "00:00"},   {"90.5", "00:00"},
-            {"1e2", "00:00"}, {"null", "00:00"},       {"\"90 мин\"", "00:00"}};
-        for (const auto &[input, result] : rows) {
-            int place = 0;
-            for (const char *key : {"today_active", "today_total", "today_task"}) {
-                const DayTotals all =
-                    parseDayTotals(parseObject(QByteArray("{\"") + key + "\":" + input + '}'));
-                QStringList expected = texts({"00:00", "00:00", "00:00"});
-                expected[place++] = s(result);
-                const char *format = "HH:mm";
-                QCOMPARE(show({figures(all.active, format), figures(all.total, format),
-                               figures(all.task, format)}),
-                         show(expected));
-            }
-        }
+        QFETCH(QString, input);
+        QFETCH(QString, result);
+        const auto read = [&input](const char *key) {
+            const QString body = s("{\"%1\":%2}").arg(s(key), input);
+            const DayTotals all = parseDayTotals(parseObject(body.toUtf8()));
+            return show({figures(all.active, "HH:mm"), figures(all.total, "HH:mm"), figures(all.task, "HH:mm")});
+        };
+        QCOMPARE(read("today_active"), result + s("|00:00|00:00"));
+        QCOMPARE(read("today_total"), s("00:00|%1|00:00").arg(result));
+        QCOMPARE(read("today_task"), s("00:00|00:00|") + result);
     }
 
     void findsTeamChanges()
@@ -198,57 +263,6 @@ private slots:
         QCOMPARE(found(false), result.section(s("7:"), 0, 0).trimmed());
     }
 };
-
-void TestLists::takesOverWhatIsKnown_data()
-{
-    QTest::addColumn<QByteArray>("known");
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<bool>("isShared");
-    const QByteArray seven =
-        R"({"id":"7","title":"\u0416ук \"\/\\","deadline":"2024-03-01 18:00:00","importance":1})";
-    const QByteArray eight = R"({"id":"8","title":"","block":"1","last_comment":"2024-02-29 09:30:15"})";
-    const QByteArray nine = R"({"title":"T","id":"9"})";
-    const auto list = [](const QByteArrayList &tasks) {
-        return QByteArray(R"([{"id":"3","tasks":[)" + tasks.join(',') + "]}]");
-    };
-    QTest::newRow("nothing known") << QByteArray("[]") << list({seven, eight}) << false;
-    QTest::newRow("the same") << list({seven, eight, nine}) << list({seven, eight, nine}) << true;
-    QTest::newRow("the same in other words")
-        << list({seven}) << list({seven}).replace("\\u0416", "Ж") << true;
-    QTest::newRow("no tasks") << list({}) << list({}) << true;
-    QTest::newRow("an empty task") << list({}) << list({"{}", "null"}) << false;
-    QTest::newRow("longer") << list({seven, eight}) << list({nine, seven, eight}) << false;
-    QTest::newRow("shorter") << list({seven, eight, nine}) << list({seven, eight}) << false;
-    QTest::newRow("one gone") << list({seven, eight, nine}) << list({eight, nine}) << false;
-    QTest::newRow("turned round") << list({seven, eight, nine}) << list({nine, eight, seven}) << false;
-    QTest::newRow("twice") << list({seven, eight}) << list({seven, seven, eight, eight}) << false;
-    const std::pair<const char *, const char *> changes[] = {{"ук", "уки"},
-                                                             {"ук", ""},
-                                                             {"18:00:00", "18:00:01"},
-                                                             {"2024-03-01 18:00:00", ""},
-                                                             {"\"1\"", "\"\""},
-                                                             {"02-29", "02-28"},
-                                                             {"importance\":1", "importance\":2"}};
-    for (const auto &[from, to] : changes)
-        QTest::addRow("%s > %s", from, to)
-            << list({seven, eight}) << list({seven, eight}).replace(from, to) << false;
-    QTest::newRow("broken off") << list({seven, eight}) << list({seven, eight}).chopped(4) << false;
-}
-
-// What is known may make reading cheaper, never its result another one.
-void TestLists::takesOverWhatIsKnown()
-{
-    QFETCH(QByteArray, known);
-    QFETCH(QByteArray, body);
-    QFETCH(bool, isShared);
-    TaskLists lists;
-    const QList<TeamTasks> all = parse(known);
-    for (const TeamTasks &entry : all)
-        lists.replace(entry.team.id, entry.tasks);
-    const QList<TeamTasks> after = parseTeamsAndTasks(body, lists);
-    QCOMPARE(show(after), show(parse(body)));
-    QCOMPARE(!after.isEmpty() && after.constFirst().tasks.isSharedWith(lists.ofTeam(s("3"))), isShared);
-}
 
 QTEST_GUILESS_MAIN(TestLists)
 
