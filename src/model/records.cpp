@@ -89,7 +89,8 @@ bool Attachment::operator==(const Attachment &other) const
 
 bool Keyword::operator==(const Keyword &other) const
 {
-    return std::tie(id, keyword, count, count2) == std::tie(other.id, other.keyword, other.count, other.count2);
+    return std::tie(id, keyword, count, count2)
+        == std::tie(other.id, other.keyword, other.count, other.count2);
 }
 
 bool TextTask::operator==(const TextTask &other) const
@@ -103,7 +104,8 @@ bool TextTask::operator==(const TextTask &other) const
 bool TaskInfo::operator==(const TaskInfo &other) const
 {
     const auto tied = [](const TaskInfo &i) {
-        return std::tie(i.id, i.title, i.text, i.executorName, i.creatorName, i.auditorName, i.files, i.texts);
+        return std::tie(i.id, i.title, i.text, i.executorName, i.creatorName, i.auditorName, i.files,
+                        i.texts);
     };
     return tied(*this) == tied(other) && isSameMoment(deadline, other.deadline);
 }

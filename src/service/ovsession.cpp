@@ -76,8 +76,7 @@ void Orvana::Session::announceTaskChanges(const QList<Task> &tasks, const QStrin
 {
     if (!m_files.hasTasksFile())
         return;
-    const QVector<TaskChange> changes =
-        taskChanges(m_lists.ofTeam(teamId), tasks, !isExemptTeam(teamId));
+    const QVector<TaskChange> changes = taskChanges(m_lists.ofTeam(teamId), tasks, !isExemptTeam(teamId));
     for (const TaskChange &change : changes) {
         if (change.type == TaskGone)
             m_lists.remove(change.oldTask.id);

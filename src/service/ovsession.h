@@ -84,7 +84,10 @@ public:
     QTime todayActiveTime(const QString &taskId) const;
     void setWorktime(const QTime &time) { m_day.work.set(time); }
     void setActiveTime(const QTime &time);
-    void setActiveTaskTime(const QString &taskId, const QTime &time) { m_day.activeTimes.insert(taskId, time); }
+    void setActiveTaskTime(const QString &taskId, const QTime &time)
+    {
+        m_day.activeTimes.insert(taskId, time);
+    }
     QDate worktimeDate() const { return m_day.date; }
     void setWorktimeDate(const QDate &date) { m_day.date = date; }
     // Seconds since the current task's deadline, negative before it.

@@ -179,7 +179,8 @@ QList<Task> readTasks(QtJson::Reader &reader, const QList<Task> &knownTasks, All
 
 // Looking a task up in a known list prepares the whole of it: once for each team, however
 // often a reply names that.
-TeamTasks readTeam(QtJson::Reader &reader, const TaskLists &known, QSet<QString> &seen, Allowance &roomForTasks)
+TeamTasks readTeam(QtJson::Reader &reader, const TaskLists &known, QSet<QString> &seen,
+                   Allowance &roomForTasks)
 {
     TeamTasks entry;
     bool hasTasks = false;
@@ -192,7 +193,8 @@ TeamTasks readTeam(QtJson::Reader &reader, const TaskLists &known, QSet<QString>
         } else if (key == u"tasks") {
             const bool isFirst = !seen.contains(entry.team.id);
             seen.insert(entry.team.id);
-            entry.tasks = readTasks(reader, isFirst ? known.ofTeam(entry.team.id) : QList<Task>(), roomForTasks);
+            entry.tasks =
+                readTasks(reader, isFirst ? known.ofTeam(entry.team.id) : QList<Task>(), roomForTasks);
             hasTasks = true;
         } else {
             reader.skipValue();

@@ -224,5 +224,6 @@ void SessionFiles::saveLists(TaskLists &lists)
         unsaved.teams = !write(*m_teams);
     }
     writeEntries(*m_tasks, unsaved.lists, [&lists](const QString &teamId) { return lists.ofTeam(teamId); });
-    writeEntries(*m_taskInfos, unsaved.infos, [&lists](const QString &taskId) { return lists.infos().value(taskId); });
+    writeEntries(*m_taskInfos, unsaved.infos,
+                 [&lists](const QString &taskId) { return lists.infos().value(taskId); });
 }

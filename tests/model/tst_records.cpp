@@ -130,7 +130,8 @@ private slots:
         Task task;
         QVERIFY(read(stored(Qt::OffsetFromUTC, qint32(0)), task));
         QCOMPARE(task.deadline, moment);
-        QCOMPARE(streamed(task), stored(Qt::OffsetFromUTC, qint32(0)).replace(QByteArray("\2\0\0\0\0", 5), "\1"));
+        QCOMPARE(streamed(task),
+                 stored(Qt::OffsetFromUTC, qint32(0)).replace(QByteArray("\2\0\0\0\0", 5), "\1"));
         QVERIFY(read(stored(Qt::TimeZone, s("Nowhere/No")), task));
         QVERIFY(!task.deadline.isValid() && !streamed(task).isEmpty());
     }
@@ -156,19 +157,6 @@ private slots:
         QVERIFY(differs([](TaskInfo &info) { info.files.first().size = s("8"); }));
         QVERIFY(differs([](TaskInfo &info) { info.texts.first().page.clear(); }));
         QVERIFY(differs([](TaskInfo &info) { info.texts.first().keywords.first().count2 = s("3"); }));
-    }
-
-    void urgency_data()
-    {
-        addRows({{"-1", "plain"}, {"0", "plain"}, {"1", "urgent"}, {"2", "urgent"}});
-    }
-
-    void urgency()
-    {
-        QFETCH(QString, input);
-        Task task;
-        task.importance = input.toInt();
-        QTEST(task.isUrgent() ? s("urgent") : s("plain"), "result");
     }
 
     // As Qt reads that pattern, but faster.

@@ -191,7 +191,8 @@ private slots:
         client.session()->setWorktime(QTime(1, 0));
         client.login(s("other"), s("second"));
         QVERIFY(client.session()->teams().isEmpty() && client.session()->tasks().isEmpty()
-                && client.session()->currentTaskID().isEmpty() && client.session()->todayTime() == QTime(0, 0));
+                && client.session()->currentTaskID().isEmpty()
+                && client.session()->todayTime() == QTime(0, 0));
         // Back again, with another password.
         client.login(kUser, s("third"));
         QCOMPARE(idsOf(client.session()->tasks()), s("7 0"));
@@ -203,8 +204,8 @@ private slots:
 
     void staysInItsFolder()
     {
-        const QStringList logins =
-            texts({"..", ".", "../x", "/etc", "%2E%2E", " ", "a b+c%", "Иван", "cached", "update", "log.log", "lock"})
+        const QStringList logins = texts({"..", ".", "../x", "/etc", "%2E%2E", " ", "a b+c%", "Иван",
+                                          "cached", "update", "log.log", "lock"})
             << QLatin1String("a") + QChar(0) + QLatin1String("/../..") << QString(5000, QLatin1Char('x'));
         for (const QString &login : logins) {
             OfflineClient client(login);
@@ -220,7 +221,8 @@ private slots:
             client.restart();
             QCOMPARE(client.session()->login(), login);
             QCOMPARE(client.session()->password(), s("pw"));
-            QVERIFY(!QFileInfo(client.path(s("update"))).exists() && !QFileInfo(client.path(s("log.log"))).exists());
+            QVERIFY(!QFileInfo(client.path(s("update"))).exists()
+                    && !QFileInfo(client.path(s("log.log"))).exists());
         }
     }
 

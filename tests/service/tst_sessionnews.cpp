@@ -88,7 +88,8 @@ private slots:
         for (int round = 0; round < 2; ++round) {
             for (const QString &list : qAsConst(after)) {
                 const QList<Task> expected = tasksFrom(list.section(QLatin1Char(':'), 1)) << Task::catchAll();
-                QVERIFY(haveSameContents(client.session()->tasks(list.section(QLatin1Char(':'), 0, 0)), expected));
+                QVERIFY(haveSameContents(client.session()->tasks(list.section(QLatin1Char(':'), 0, 0)),
+                                         expected));
             }
             client.restart();
         }
