@@ -218,7 +218,7 @@ private slots:
         client.takeRequests();
         client.notices().take();
         rlimit limit = {};
-        QCOMPARE(getrlimit(RLIMIT_NOFILE, &limit), 0);
+        getrlimit(RLIMIT_NOFILE, &limit);
         const rlimit none = {0, limit.rlim_max};
         QCOMPARE(setrlimit(RLIMIT_NOFILE, &none), 0);
         client->sendTaskActivity(2);
