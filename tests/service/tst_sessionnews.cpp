@@ -43,8 +43,7 @@ private slots:
             "before", "after", "popups",
             "signalled"); // tasks closed, and "!" when the current task 7 has a new deadline
         using Texts = std::initializer_list<const char *>;
-        const auto row = [](const char *name, Texts before, Texts after, Texts popups,
-                            const char *signalled) {
+        const auto row = [](const char *name, Texts before, Texts after, Texts popups, const char *signalled) {
             QTest::newRow(name) << texts(before) << texts(after) << texts(popups) << s(signalled);
         };
         row("same", {"1:7!@3*2 8"}, {"1:8 7!@3*2"}, {}, "");
@@ -149,22 +148,18 @@ private slots:
         const QStringList steps = input.split(QLatin1Char(' '));
         for (const QString &step : steps) {
             const QTime time = QTime::fromString(step.mid(1), s("H:mm:ss"));
-            const QChar kind = step.at(0);
-            if (kind == QLatin1Char('d'))
+            const char kind = step.at(0).toLatin1();
+            if (kind == 'd')
                 session->setWorktimeDate(step == s("d?") ? QDate() : today().addDays(step.mid(1).toInt()));
-            else if (kind == QLatin1Char('w'))
-                session->setWorktime(time);
-            else if (kind == QLatin1Char('a'))
-                session->setActiveTime(time);
-            else if (kind == QLatin1Char('t'))
+            else if (kind == 'w' || kind == 'a')
+                kind == 'w' ? session->setWorktime(time) : session->setActiveTime(time);
+            else if (kind == 't')
                 session->setActiveTaskTime(s("7"), time);
-            else if (kind == QLatin1Char('m'))
-                session->addMinuteToWorktime();
-            else if (kind == QLatin1Char('n'))
-                session->addMinuteToActiveTime();
-            else if (kind == QLatin1Char('W'))
+            else if (kind == 'm' || kind == 'n')
+                kind == 'm' ? session->addMinuteToWorktime() : session->addMinuteToActiveTime();
+            else if (kind == 'W')
                 session->updateSecondsToDisplayedWorktime();
-            else if (kind == QLatin1Char('A'))
+            else if (kind == 'A')
                 session->updateSecondsToDisplayedActiveTime();
             else
                 session->incrementTodayTime();
