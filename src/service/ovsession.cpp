@@ -94,13 +94,10 @@ void Orvana::Session::announceTaskChanges(const QList<Task> &tasks, const QStrin
                 emit overdueTimeChanged();
             break;
         case TaskAdded:
-            qDebug() << "Task added" << change.newTask.title << change.newTask.id;
-            m_owner->notify(change.newTask.title, TaskAdded, change.newTask.id);
-            break;
         case BlockingTaskAdded:
-            qDebug() << "Task blocked added" << change.newTask.title << change.newTask.id;
-            m_owner->notify(change.newTask.title, BlockingTaskAdded, change.newTask.id);
-            break;
+            qDebug() << (change.type == TaskAdded ? "Task added" : "Task blocked added")
+                     << change.newTask.title << change.newTask.id;
+            Q_FALLTHROUGH();
         default:
             m_owner->notify(change.newTask.title, change.type, change.newTask.id);
         }
