@@ -3,6 +3,7 @@
 #include "service/orvana.h"
 #include "service/ovsession.h"
 #include "service/replyparser.h"
+#include "service/tasklists.h"
 #include "ui/mainform.h"
 #include "ui/taskform.h"
 
@@ -67,7 +68,7 @@ void openChooser(benchmark::State &state)
 
 void fillPlainBox(benchmark::State &state)
 {
-    const QStringList texts = textsOf(parseTeamsAndTasks(listBody(kTwoTeams)).first().tasks);
+    const QStringList texts = textsOf(parseTeamsAndTasks(listBody(kTwoTeams), TaskLists()).first().tasks);
     for (auto _ : state) {
         QComboBox box;
         box.addItems(texts);

@@ -2,8 +2,8 @@
 
 #include <QString>
 
-// One team works without details fetched ahead, deadline tracking and requests
-// for other deadlines.
+// One team has no prefetch of details, no deadline tracking and no requests for other
+// deadlines.
 inline bool isExemptTeam(const QString &teamId)
 {
     return teamId == QLatin1String("2192");

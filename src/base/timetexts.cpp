@@ -5,7 +5,7 @@
 namespace {
 
 constexpr int kSecondsPerDay = 24 * 60 * 60;
-constexpr int kOnItsWay = 30; // seconds
+constexpr int kNewReport = 30; // seconds
 
 // The Russian forms for 1, for 2 to 4 and for the others.
 QString counted(int count, const QString &one, const QString &few, const QString &many)
@@ -51,7 +51,7 @@ QString durationWords(const QTime &duration)
 
 QString backlogText(int count, const QDateTime &oldest, const QDateTime &now)
 {
-    if (count == 0 || (count == 1 && qAbs(oldest.secsTo(now)) < kOnItsWay))
+    if (count == 0 || (count == 1 && qAbs(oldest.secsTo(now)) < kNewReport))
         return QString();
     const QString since = QLocale::c().toString(
         oldest, oldest.date() == now.date() ? QStringLiteral("hh:mm") : QStringLiteral("dd.MM hh:mm"));

@@ -10,6 +10,6 @@ QString overdueText(const QDateTime &deadline, const QDateTime &now);
 // "7мин" below an hour, "1ч. 7мин" from there on.
 QString durationWords(const QTime &duration);
 
-// "3 отчёта ждут отправки с 14:05", with the date when that was not today; empty
-// for none and for what is only on its way.
+// "3 отчёта ждут отправки с 14:05", with the date when that was not today; empty for
+// none and for a single new one, which is probably being sent.
 QString backlogText(int count, const QDateTime &oldest, const QDateTime &now);

@@ -21,7 +21,7 @@ QByteArray serialize(const QVariant &data, bool &success, int indentLevel = 0);
 QString serializeStr(const QVariant &data);
 QString serializeStr(const QVariant &data, bool &success);
 
-// An empty map or list clones to an invalid variant: the copy grows from nothing.
+// An empty map or list clones to an invalid variant: the copy starts as one.
 QVariant clone(const QVariant &data);
 // What is not a map (or list) is replaced by an empty one first.
 void insert(QVariant &v, const QString &key, const QVariant &value);
@@ -39,7 +39,7 @@ bool isPrettySerialize();
 class BuilderJsonArray;
 
 // Builders live on the heap and are not deleted by the caller: one that was
-// created from or handed on goes away when the next of its class is made.
+// created from or passed on is deleted when the next of its class is made.
 class BuilderJsonObject
 {
 public:

@@ -94,13 +94,13 @@ void Reader::skipString()
     m_ok = false;
 }
 
-QString Reader::readText(const QString &likely)
+QString Reader::readText(const QString &expected)
 {
     if (!m_ok || peekToken() != Token::String)
         return readScalar().toString();
     // A null text is stored in another form than an empty one.
-    if (!likely.isNull() && skipString(likely))
-        return likely;
+    if (!expected.isNull() && skipExpected(expected))
+        return expected;
     QString storage;
     const QStringView text = readString(storage);
     return storage.isNull() ? text.toString() : storage;
@@ -197,7 +197,7 @@ Reader::Token Reader::tokenAt(int &index) const
     }
 }
 
-// Numbers are typed by their look: with a point a double, else the smallest of
+// Numbers are typed by how they are written: with a point a double, else the smallest of
 // the 32-bit and 64-bit integers that holds them, else the text itself.
 QVariant Reader::readNumber()
 {
@@ -241,8 +241,8 @@ QVariant Reader::readNumber()
     return value;
 }
 
-// A piece of the text itself when it has no escapes; else of storage, which
-// stays null without them.
+// A view of the text itself when the string has no escapes, and storage stays null;
+// otherwise a view of storage.
 QStringView Reader::readString(QString &storage)
 {
     eatWhitespace();
@@ -271,7 +271,6 @@ QStringView Reader::readString(QString &storage)
     return {};
 }
 
-// What is no scalar has neither a text nor a number.
 QVariant Reader::readScalar()
 {
     if (!isAtObject() && !isAtArray())
@@ -280,13 +279,13 @@ QVariant Reader::readScalar()
     return {};
 }
 
-// Goes behind the string at the position when it reads as the likely text. False for
-// the rarer escapes too, and the position stays.
-bool Reader::skipString(const QString &likely)
+// Moves past the string at the position when it reads as the expected text. Otherwise, and
+// for the rarer escapes, returns false and the position stays.
+bool Reader::skipExpected(const QString &expected)
 {
     eatWhitespace();
     int index = m_index + 1;
-    for (const QChar expected : likely) {
+    for (const QChar unit : expected) {
         if (index >= m_size)
             return false;
         ushort c = m_text[index++];
@@ -297,7 +296,7 @@ bool Reader::skipString(const QString &likely)
             if (c != '"' && c != '\\' && c != '/')
                 return false;
         }
-        if (c != expected.unicode())
+        if (c != unit.unicode())
             return false;
     }
     if (index >= m_size || m_text[index] != '"')
@@ -306,8 +305,8 @@ bool Reader::skipString(const QString &likely)
     return true;
 }
 
-// The position stands behind the backslash. Unknown escapes vanish whole; each
-// \u group is one code unit, a broken one the unit 0.
+// The position is after the backslash. Unknown escapes are dropped; each \u group is
+// one code unit, a broken one the unit 0.
 bool Reader::appendEscape(QString &result)
 {
     const ushort c = m_text[m_index++];

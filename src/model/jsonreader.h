@@ -9,7 +9,7 @@
 namespace QtJson {
 
 // Walks through JSON text from value to value, by the codec's lenient rules.
-// After an error nothing more is read and every result is to be thrown away. The
+// After an error nothing more is read and every result must be discarded. The
 // text must outlive the reader.
 class Reader final
 {
@@ -30,13 +30,13 @@ public:
     void skipValue();
     // An invalid variant for an object or an array.
     QVariant readScalar();
-    // The value as QVariant::toString() has it. When it is the likely text, that one is
-    // handed out again, and nothing is built.
-    QString readText(const QString &likely = QString());
-    // The same without a copy where that can be: good until storage or the text goes away.
+    // The value as QVariant::toString() has it. When it is the expected text, that one is
+    // returned and nothing is built.
+    QString readText(const QString &expected = QString());
+    // The same without a copy where possible: valid as long as storage and the text are.
     QStringView readTextView(QString &storage);
 
-    // Calls onElement() before each element; it must take up one value. The
+    // Calls onElement() before each element; it must read one value. The
     // reader must be at an array.
     template <typename OnElement>
     void readArray(OnElement onElement)
@@ -60,8 +60,8 @@ public:
         }
     }
 
-    // Calls onMember(QStringView key) before each member's value; it must take up
-    // one value. The key is good until then. The reader must be at an object.
+    // Calls onMember(QStringView key) before each member's value; it must read that
+    // value. The key is valid until then. The reader must be at an object.
     template <typename OnMember>
     void readObject(OnMember onMember)
     {
@@ -132,7 +132,7 @@ private:
     bool hasWord(int index, const char *word, int length) const;
     QVariant readNumber();
     QStringView readString(QString &storage);
-    bool skipString(const QString &likely);
+    bool skipExpected(const QString &expected);
     void skipString();
     bool appendEscape(QString &result);
     QString shared(QStringView key);

@@ -4,6 +4,9 @@
 #include <QLocale>
 #include <QTimeZone>
 
+#include <algorithm>
+#include <tuple>
+
 namespace {
 
 constexpr int kServiceDateTimeLength = 19;
@@ -32,14 +35,14 @@ QDataStream &readList(QDataStream &stream, QList<T> &list)
     return stream;
 }
 
-// Qt crashes when it writes a date-time in a zone that does not exist, which is
-// what it reads from damaged bytes.
+// Damaged bytes read as a date-time in a zone that does not exist, and Qt crashes
+// when it writes one.
 void readDateTime(QDataStream &stream, QDateTime &dateTime)
 {
     stream >> dateTime;
     if (dateTime.timeSpec() == Qt::TimeZone && !dateTime.timeZone().isValid())
         dateTime = QDateTime();
-    // Qt writes one without an offset as the other: what is read is what is written.
+    // Qt writes an offset of zero as UTC; reading it the same way makes every round trip equal.
     if (dateTime.timeSpec() == Qt::OffsetFromUTC && dateTime.offsetFromUtc() == 0)
         dateTime.setTimeSpec(Qt::UTC);
 }
@@ -63,25 +66,60 @@ bool Task::isBlocking() const
     return !block.isEmpty() && block != QLatin1String("0");
 }
 
-bool Task::isCatchAll() const
-{
-    return id == QLatin1String("0");
-}
-
 Task Task::catchAll()
 {
     Task task;
-    task.id = QStringLiteral("0");
+    task.id = kCatchAllId;
     task.title = QStringLiteral("Прочие непоставленные задачи");
     return task;
 }
 
 bool Task::hasSameContents(const Task &other) const
 {
-    return id == other.id && title == other.title && deadline == other.deadline
-        && deadline.isValid() == other.deadline.isValid() && block == other.block
-        && lastComment == other.lastComment && lastComment.isValid() == other.lastComment.isValid()
+    return id == other.id && title == other.title && isSameMoment(deadline, other.deadline)
+        && block == other.block && isSameMoment(lastComment, other.lastComment)
         && importance == other.importance;
+}
+
+bool Attachment::operator==(const Attachment &other) const
+{
+    return std::tie(id, filename, filenameOrig, size)
+        == std::tie(other.id, other.filename, other.filenameOrig, other.size);
+}
+
+bool Keyword::operator==(const Keyword &other) const
+{
+    return std::tie(id, keyword, count, count2)
+        == std::tie(other.id, other.keyword, other.count, other.count2);
+}
+
+bool TextTask::operator==(const TextTask &other) const
+{
+    const auto tied = [](const TextTask &t) {
+        return std::tie(t.id, t.text, t.title, t.minCount, t.page, t.task, t.keywords);
+    };
+    return tied(*this) == tied(other);
+}
+
+bool TaskInfo::operator==(const TaskInfo &other) const
+{
+    const auto tied = [](const TaskInfo &i) {
+        return std::tie(i.id, i.title, i.text, i.executorName, i.creatorName, i.auditorName, i.files,
+                        i.texts);
+    };
+    return tied(*this) == tied(other) && isSameMoment(deadline, other.deadline);
+}
+
+bool isSameMoment(const QDateTime &one, const QDateTime &other)
+{
+    return one.isValid() == other.isValid() && (!one.isValid() || one == other);
+}
+
+bool haveSameContents(const QList<Task> &one, const QList<Task> &other)
+{
+    return one.isSharedWith(other)
+        || std::equal(one.cbegin(), one.cend(), other.cbegin(), other.cend(),
+                      [](const Task &a, const Task &b) { return a.hasSameContents(b); });
 }
 
 QDataStream &operator<<(QDataStream &stream, const Task &task)
@@ -193,9 +231,9 @@ void registerRecordTypes()
     qRegisterMetaTypeStreamOperators<TaskInfo>("TaskInfo");
 }
 
-// Read by hand: a list of tens of thousands of tasks holds twice as many of
-// these, and QDateTime::fromString takes several microseconds for each.
-QDateTime parseServiceDateTime(QStringView text, const QDateTime &likely)
+// Not with QDateTime::fromString, which takes several microseconds: a list of tens of
+// thousands of tasks holds twice as many of these.
+QDateTime parseServiceDateTime(QStringView text, const QDateTime &expected)
 {
     if (text.size() != kServiceDateTimeLength)
         return {};
@@ -204,16 +242,16 @@ QDateTime parseServiceDateTime(QStringView text, const QDateTime &likely)
         || c[13] != QLatin1Char(':') || c[16] != QLatin1Char(':'))
         return {};
     const int year = digits(c, 4);
-    // There are years before the first, and the mark for "no digits" is one of them.
+    // -1 stands for "no digits" but is also a valid year.
     if (year < 0)
         return {};
     const QDate date(year, digits(c + 5, 2), digits(c + 8, 2));
     const QTime time(digits(c + 11, 2), digits(c + 14, 2), digits(c + 17, 2));
     if (!date.isValid() || !time.isValid())
         return {};
-    if (likely.isValid() && likely.timeSpec() == Qt::LocalTime && likely.date() == date
-        && likely.time() == time)
-        return likely;
+    if (expected.isValid() && expected.timeSpec() == Qt::LocalTime && expected.date() == date
+        && expected.time() == time)
+        return expected;
     return QDateTime(date, time);
 }
 

@@ -10,12 +10,18 @@
 class QDataStream;
 
 // Ids are texts exactly as the service sends them. Date-times are local time;
-// an invalid one means "none". A default record is empty in every member.
+// an invalid one means "none". A default record is empty in every member. Records are
+// equal when every member is; only tasks are equal by their ids.
+
+// The id of the entry for work that belongs to no listed task; every team has one.
+constexpr QLatin1String kCatchAllId("0");
 
 struct Team
 {
     QString id;
     QString name;
+
+    bool operator==(const Team &other) const { return id == other.id && name == other.name; }
 };
 
 struct Task
@@ -28,12 +34,12 @@ struct Task
     qint32 importance = 0;
 
     bool isBlocking() const;
-    // The entry for work that belongs to no listed task; every team has one.
-    bool isCatchAll() const;
+    bool isUrgent() const { return importance >= 1; }
+    bool isCatchAll() const { return id == kCatchAllId; }
     static Task catchAll();
 
-    // Tasks are the same task when their ids are equal, whatever else differs.
     bool operator==(const Task &other) const { return id == other.id; }
+    // Member by member.
     bool hasSameContents(const Task &other) const;
 };
 
@@ -43,6 +49,8 @@ struct Attachment
     QString filename;
     QString filenameOrig;
     QString size; // bytes
+
+    bool operator==(const Attachment &other) const;
 };
 
 struct Keyword
@@ -51,6 +59,8 @@ struct Keyword
     QString keyword;
     QString count;
     QString count2;
+
+    bool operator==(const Keyword &other) const;
 };
 
 struct TextTask
@@ -62,6 +72,8 @@ struct TextTask
     QUrl page;
     QString task;
     QList<Keyword> keywords;
+
+    bool operator==(const TextTask &other) const;
 };
 
 struct TaskInfo
@@ -75,7 +87,20 @@ struct TaskInfo
     QString auditorName;
     QList<Attachment> files;
     QList<TextTask> texts;
+
+    bool operator==(const TaskInfo &other) const;
 };
+
+// Invalid date-times are all the same one.
+bool isSameMoment(const QDateTime &one, const QDateTime &other);
+
+// Member by member, whatever == compares.
+template <typename Record>
+bool haveSameContents(const QList<Record> &one, const QList<Record> &other)
+{
+    return one == other;
+}
+bool haveSameContents(const QList<Task> &one, const QList<Task> &other);
 
 Q_DECLARE_METATYPE(Task)
 Q_DECLARE_METATYPE(Attachment)
@@ -97,7 +122,7 @@ QDataStream &operator>>(QDataStream &stream, TextTask &textTask);
 QDataStream &operator<<(QDataStream &stream, const TaskInfo &info);
 QDataStream &operator>>(QDataStream &stream, TaskInfo &info);
 
-// Preferred over Qt's own list readers, which reserve whatever count a damaged
+// Used instead of Qt's own list readers, which reserve whatever count a damaged
 // file claims.
 QDataStream &operator>>(QDataStream &stream, QList<Task> &tasks);
 QDataStream &operator>>(QDataStream &stream, QList<Attachment> &attachments);
@@ -107,7 +132,7 @@ QDataStream &operator>>(QDataStream &stream, QList<TextTask> &textTasks);
 // Makes the records usable in variants, queued signals and settings files.
 void registerRecordTypes();
 
-// "yyyy-MM-dd HH:mm:ss" in local time; invalid when the text is anything else. A likely
-// result that is right is handed out again: a new one costs a look at the time zone.
-QDateTime parseServiceDateTime(QStringView text, const QDateTime &likely = QDateTime());
+// "yyyy-MM-dd HH:mm:ss" in local time; invalid when the text is anything else. An expected
+// result that is right is returned itself: a new one has to consult the time zone.
+QDateTime parseServiceDateTime(QStringView text, const QDateTime &expected = QDateTime());
 QString serviceDateTimeText(const QDateTime &dateTime);

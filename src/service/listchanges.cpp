@@ -3,14 +3,12 @@
 #include <QHash>
 #include <QSet>
 
-#include <algorithm>
-
 namespace {
 
 using Positions = QHash<QString, QVector<int>>;
 
-// Ids are unique; a list that repeats one thousands of times must not multiply
-// with the other list.
+// Ids are unique; were one repeated thousands of times in both lists, the work would
+// be the product of their lengths.
 constexpr int kMaxPositions = 16;
 
 Positions positionsById(const QList<Task> &tasks)
@@ -35,12 +33,7 @@ QSet<QString> idsOf(const QList<Team> &teams)
     return ids;
 }
 
-bool differ(const QDateTime &one, const QDateTime &other)
-{
-    return one.isValid() != other.isValid() || (one.isValid() && one != other);
-}
-
-// A first comment counts: no date-time is earlier than any.
+// A first comment counts: none is earlier than any.
 bool isEarlier(const QDateTime &one, const QDateTime &other)
 {
     return other.isValid() && (!one.isValid() || one < other);
@@ -100,19 +93,9 @@ QVector<TaskChange> taskChanges(const QList<Task> &oldTasks, const QList<Task> &
             continue;
         const QVector<int> positions = newPositions.value(task.id);
         for (const int position : positions) {
-            if (differ(task.deadline, newTasks.at(position).deadline))
+            if (!isSameMoment(task.deadline, newTasks.at(position).deadline))
                 changes.append({DeadlineChanged, task, newTasks.at(position)});
         }
     }
     return changes;
-}
-
-bool haveSameContents(const QList<Task> &one, const QList<Task> &other)
-{
-    if (one.isSharedWith(other))
-        return true;
-    if (one.size() != other.size())
-        return false;
-    return std::equal(one.cbegin(), one.cend(), other.cbegin(),
-                      [](const Task &a, const Task &b) { return a.hasSameContents(b); });
 }

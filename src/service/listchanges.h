@@ -18,13 +18,10 @@ struct TaskChange
     Task newTask; // empty for a task that is gone
 };
 
-// What became of a list, in the order in which it is announced: for teams the
+// The changes of a list in the order in which they are announced: for teams the
 // new ones, then those that are gone; for tasks what happened to each task of
 // the new list, then the tasks that are gone, then (when wanted) the deadlines
-// that moved. The catch-all entry takes no part.
+// that moved. The catch-all entry is ignored.
 QVector<TeamChange> teamChanges(const QList<Team> &oldTeams, const QList<Team> &newTeams);
 QVector<TaskChange> taskChanges(const QList<Task> &oldTasks, const QList<Task> &newTasks,
                                 bool trackDeadlines);
-
-// True when both lists hold the same tasks in the same order, member by member.
-bool haveSameContents(const QList<Task> &one, const QList<Task> &other);

@@ -19,7 +19,7 @@ const QTime kEndOfDay(23, 59);
 
 void Orvana::requestTaskInfo(const QString &taskId)
 {
-    if (taskId == QLatin1String("0"))
+    if (taskId == kCatchAllId)
         return;
     RequestFields fields = credentials(*m_session);
     fields.append({QStringLiteral("task_id"), taskId});
@@ -52,7 +52,7 @@ void Orvana::processRequestTaskInfo(QNetworkReply *reply)
 void Orvana::requestTimeSync(const QString &taskId)
 {
     RequestFields fields = credentials(*m_session);
-    if (taskId != QLatin1String("0"))
+    if (taskId != kCatchAllId)
         fields.append({QStringLiteral("task_id"), taskId});
     QNetworkReply *reply = get(TimeSync, QStringLiteral("/api_get_active"), fields);
     reply->setProperty("task_id", taskId);
@@ -76,7 +76,7 @@ void Orvana::processRequestTimeSync(QNetworkReply *reply)
     // id. Kept: under its own id it would overwrite the day total that the
     // reminder shows for the task.
     const QString taskId = reply->property("taskId").toString();
-    if (taskId != QLatin1String("0"))
+    if (taskId != kCatchAllId)
         m_session->setActiveTaskTime(taskId, totals.task);
     // While the timer is stopped no step follows that would show the new totals.
     emit m_session->timeUpdated();

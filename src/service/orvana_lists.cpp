@@ -72,8 +72,7 @@ void Orvana::parseTeamsAndTasksReply(const QByteArray &body)
 {
     QList<Team> teams;
     int leftOut = 0;
-    const QList<TeamTasks> all =
-        parseTeamsAndTasks(body, [this](const QString &teamId) { return m_session->tasks(teamId); }, &leftOut);
+    const QList<TeamTasks> all = parseTeamsAndTasks(body, m_session->lists(), &leftOut);
     if (leftOut > 0)
         qWarning() << "Error! Too many teams or tasks, left out:" << leftOut;
     teams.reserve(all.size());

@@ -2,6 +2,7 @@
 
 #include "model/json.h"
 #include "model/jsonreader.h"
+#include "service/tasklists.h"
 
 #include <QHash>
 #include <QSet>
@@ -9,11 +10,11 @@
 namespace {
 
 constexpr int kMaxLoggedBody = 64 * 1024;
-constexpr int kMostTeams = 50'000;
-constexpr int kMostTasks = 500'000; // of all teams
-constexpr int kMostFiles = 10'000;
-constexpr int kMostTexts = 10'000;
-constexpr int kMostPhrases = 100'000; // of all texts
+constexpr int kMaxTeams = 50'000;
+constexpr int kMaxTasks = 500'000; // of all teams
+constexpr int kMaxFiles = 10'000;
+constexpr int kMaxTexts = 10'000;
+constexpr int kMaxPhrases = 100'000; // of all texts
 constexpr qint64 kMinutesPerDay = 24 * 60;
 
 QVariant parseBody(const QByteArray &body)
@@ -71,7 +72,7 @@ void readMembers(QtJson::Reader &reader, OnMember onMember)
         reader.skipValue();
 }
 
-// The tasks that are known of a team, in the order in which a reply is likely to name
+// The tasks that are known of a team, in the order in which a reply is expected to name
 // them: most of a list is the same every minute.
 class KnownList
 {
@@ -82,10 +83,10 @@ public:
 
     int position() const { return m_next; }
     bool hasNext() const { return m_next < m_tasks.size(); }
-    // An empty task behind the last.
+    // An empty task after the last.
     const Task &next() const { return at(m_next); }
-    // Goes to the task with the id, when there is one, and gives an empty task otherwise.
-    const Task &find(const QString &id)
+    // Moves to the task with the id; without one, stays and returns an empty task.
+    const Task &moveTo(const QString &id)
     {
         if (m_positions.isEmpty()) {
             m_positions.reserve(m_tasks.size());
@@ -97,7 +98,7 @@ public:
             m_next = found;
         return at(found);
     }
-    void goOn() { ++m_next; }
+    void advance() { ++m_next; }
 
 private:
     const Task &at(int position) const
@@ -111,30 +112,30 @@ private:
     int m_next = 0;
 };
 
-QDateTime readDateTime(QtJson::Reader &reader, const QDateTime &likely)
+QDateTime readDateTime(QtJson::Reader &reader, const QDateTime &expected)
 {
     QString storage;
-    return parseServiceDateTime(reader.readTextView(storage), likely);
+    return parseServiceDateTime(reader.readTextView(storage), expected);
 }
 
 // Anything but an object makes a task without an id.
 Task readTask(QtJson::Reader &reader, KnownList &known)
 {
     Task task;
-    const Task *likely = &known.next();
+    const Task *expected = &known.next();
     readMembers(reader, [&](QStringView key) {
         if (key == u"id") {
-            task.id = reader.readText(likely->id);
-            if (task.id != likely->id)
-                likely = &known.find(task.id);
+            task.id = reader.readText(expected->id);
+            if (task.id != expected->id)
+                expected = &known.moveTo(task.id);
         } else if (key == u"title") {
-            task.title = reader.readText(likely->title);
+            task.title = reader.readText(expected->title);
         } else if (key == u"deadline") {
-            task.deadline = readDateTime(reader, likely->deadline);
+            task.deadline = readDateTime(reader, expected->deadline);
         } else if (key == u"block") {
-            task.block = reader.readText(likely->block);
+            task.block = reader.readText(expected->block);
         } else if (key == u"last_comment") {
-            task.lastComment = readDateTime(reader, likely->lastComment);
+            task.lastComment = readDateTime(reader, expected->lastComment);
         } else if (key == u"importance") {
             task.importance = reader.readScalar().toInt();
         } else {
@@ -164,7 +165,7 @@ QList<Task> readTasks(QtJson::Reader &reader, const QList<Task> &knownTasks, All
             tasks.append(task);
         }
         if (isKnown)
-            known.goOn();
+            known.advance();
     });
     const bool isComplete =
         unchanged + 1 == knownTasks.size() && knownTasks.constLast().hasSameContents(Task::catchAll());
@@ -176,18 +177,24 @@ QList<Task> readTasks(QtJson::Reader &reader, const QList<Task> &knownTasks, All
     return tasks;
 }
 
-TeamTasks readTeam(QtJson::Reader &reader, const KnownTasks &known, Allowance &roomForTasks)
+// Looking a task up in a known list prepares the whole of it: once for each team, however
+// often a reply names that.
+TeamTasks readTeam(QtJson::Reader &reader, const TaskLists &known, QSet<QString> &seen,
+                   Allowance &roomForTasks)
 {
     TeamTasks entry;
     bool hasTasks = false;
-    // The last of members with the same name counts, here and above.
+    // Of members with the same name the last one counts, here and above.
     readMembers(reader, [&](QStringView key) {
         if (key == u"id") {
             entry.team.id = reader.readText();
         } else if (key == u"name") {
             entry.team.name = reader.readText();
         } else if (key == u"tasks") {
-            entry.tasks = readTasks(reader, known(entry.team.id), roomForTasks);
+            const bool isFirst = !seen.contains(entry.team.id);
+            seen.insert(entry.team.id);
+            entry.tasks =
+                readTasks(reader, isFirst ? known.ofTeam(entry.team.id) : QList<Task>(), roomForTasks);
             hasTasks = true;
         } else {
             reader.skipValue();
@@ -262,9 +269,9 @@ TextTask readTextTask(QtJson::Reader &reader, Allowance &roomForPhrases)
 
 TaskInfo readTaskInfo(QtJson::Reader &reader, int *leftOut)
 {
-    Allowance files(kMostFiles);
-    Allowance texts(kMostTexts);
-    Allowance phrases(kMostPhrases);
+    Allowance files(kMaxFiles);
+    Allowance texts(kMaxTexts);
+    Allowance phrases(kMaxPhrases);
     TaskInfo info;
     reader.readObject([&](QStringView key) {
         if (key == u"id") {
@@ -313,25 +320,18 @@ QString textOfBody(const QByteArray &body)
     return body.isEmpty() ? QString() : QString::fromUtf8(body);
 }
 
-// Straight from the text: a tree of variants for tens of thousands of tasks
-// would take longer to build than all that follows.
-QList<TeamTasks> parseTeamsAndTasks(const QByteArray &body, const KnownTasks &known, int *leftOut)
+// Directly from the text: building a tree of variants for tens of thousands of tasks
+// would take longer than everything that follows.
+QList<TeamTasks> parseTeamsAndTasks(const QByteArray &body, const TaskLists &known, int *leftOut)
 {
     QList<TeamTasks> all;
-    Allowance teams(kMostTeams);
-    Allowance tasks(kMostTasks);
-    // A known list is prepared for lookups: once, however often a reply names its team.
+    Allowance teams(kMaxTeams);
+    Allowance tasks(kMaxTasks);
     QSet<QString> seen;
-    const KnownTasks knownOnce = [&](const QString &teamId) {
-        if (!known || seen.contains(teamId))
-            return QList<Task>();
-        seen.insert(teamId);
-        return known(teamId);
-    };
     const QString text = textOfBody(body);
     QtJson::Reader reader(text);
     readList(reader, teams, [&] {
-        const TeamTasks entry = readTeam(reader, knownOnce, tasks);
+        const TeamTasks entry = readTeam(reader, known, seen, tasks);
         if (!entry.team.id.isEmpty())
             all.append(entry);
     });

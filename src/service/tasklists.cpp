@@ -1,5 +1,40 @@
 #include "service/tasklists.h"
 
+#include <algorithm>
+
+namespace {
+
+// Empty when there is none.
+template <typename Record>
+Record recordWithId(const QList<Record> &records, const QString &id)
+{
+    const auto found = std::find_if(records.cbegin(), records.cend(),
+                                    [&id](const Record &record) { return record.id == id; });
+    return found == records.cend() ? Record() : *found;
+}
+
+// Settings have no entry without a name.
+void addKey(QSet<QString> &keys, const QString &id)
+{
+    if (!id.isEmpty())
+        keys.insert(id);
+}
+
+} // namespace
+
+void TaskLists::setTeams(const QList<Team> &teams)
+{
+    if (teams == m_teams)
+        return;
+    m_teams = teams;
+    m_unsaved.teams = true;
+}
+
+Team TaskLists::team(const QString &id) const
+{
+    return recordWithId(m_teams, id);
+}
+
 QList<Task> TaskLists::ofTeam(const QString &teamId) const
 {
     const auto found = m_lists.find(teamId);
@@ -9,9 +44,14 @@ QList<Task> TaskLists::ofTeam(const QString &teamId) const
     return found->tasks;
 }
 
+Task TaskLists::task(const QString &teamId, const QString &taskId) const
+{
+    return teamId.isEmpty() || taskId.isEmpty() ? Task() : recordWithId(ofTeam(teamId), taskId);
+}
+
 QList<Task> TaskLists::all() const
 {
-    settleAll();
+    settle();
     QList<Task> all;
     QSet<QString> seen;
     for (const List &list : qAsConst(m_lists)) {
@@ -28,7 +68,8 @@ QList<Task> TaskLists::all() const
 void TaskLists::replace(const QString &teamId, const QList<Task> &tasks)
 {
     m_lists[teamId] = {tasks, m_moment};
-    setChanged(teamId);
+    m_detailedTeams.remove(teamId);
+    addKey(m_unsaved.lists, teamId);
 }
 
 void TaskLists::remove(const QString &taskId)
@@ -44,30 +85,61 @@ void TaskLists::moveDeadline(const QString &teamId, const Task &task)
     event.deadline = task.deadline;
 }
 
-void TaskLists::clear()
+TaskInfo TaskLists::info(const QString &taskId)
 {
-    m_lists.clear();
-    m_events.clear();
-    m_changed.clear();
+    if (!m_infos.contains(taskId))
+        setInfo(taskId, TaskInfo());
+    return m_infos.value(taskId);
 }
 
-QSet<QString> TaskLists::changedTeams() const
+void TaskLists::setInfo(const QString &taskId, const TaskInfo &info)
 {
-    settleAll();
-    return m_changed;
+    m_infos.insert(taskId, info);
+    addKey(m_unsaved.infos, taskId);
+    if (info.id.isEmpty())
+        m_detailedTeams.clear();
 }
 
-void TaskLists::setAllChanged()
+QStringList TaskLists::tasksWithoutDetails(const QString &teamId, int most)
 {
-    for (auto it = m_lists.cbegin(); it != m_lists.cend(); ++it)
-        setChanged(it.key());
+    QStringList ids;
+    if (most <= 0 || m_detailedTeams.contains(teamId))
+        return ids;
+    const QList<Task> all = ofTeam(teamId);
+    for (const Task &task : all) {
+        if (info(task.id).id.isEmpty() && !task.isCatchAll())
+            ids.append(task.id);
+        if (ids.size() == most)
+            return ids;
+    }
+    if (ids.isEmpty())
+        m_detailedTeams.insert(teamId);
+    return ids;
 }
 
-// Settings have no entry without a name.
-void TaskLists::setChanged(const QString &teamId) const
+TaskLists::Unsaved &TaskLists::unsaved()
 {
-    if (!teamId.isEmpty())
-        m_changed.insert(teamId);
+    settle();
+    return m_unsaved;
+}
+
+void TaskLists::setAllUnsaved()
+{
+    m_unsaved.teams = true;
+    setAllListsUnsaved();
+    setAllInfosUnsaved();
+}
+
+void TaskLists::setAllListsUnsaved()
+{
+    for (auto it = m_lists.keyBegin(); it != m_lists.keyEnd(); ++it)
+        addKey(m_unsaved.lists, *it);
+}
+
+void TaskLists::setAllInfosUnsaved()
+{
+    for (auto it = m_infos.keyBegin(); it != m_infos.keyEnd(); ++it)
+        addKey(m_unsaved.infos, *it);
 }
 
 void TaskLists::settle(const QString &teamId, List &list) const
@@ -97,10 +169,10 @@ void TaskLists::settle(const QString &teamId, List &list) const
     if (!isChanged)
         return;
     list.tasks = settled;
-    setChanged(teamId);
+    addKey(m_unsaved.lists, teamId);
 }
 
-void TaskLists::settleAll() const
+void TaskLists::settle() const
 {
     if (m_events.isEmpty())
         return;

@@ -233,7 +233,7 @@ QIcon MainForm::getTaskIcon(const Task &task) const
     static const QIcon plain = taskIcon(QStringLiteral(":/images/pbTask.png"));
     if (task.isBlocking())
         return blocked;
-    return task.importance >= 1 ? urgent : plain;
+    return task.isUrgent() ? urgent : plain;
 }
 
 void MainForm::onTaskChange()
@@ -322,7 +322,7 @@ void MainForm::updateOverdueTime()
     const Orvana::Session *session = m_orvana->session();
     const QString taskId = session->currentTaskID();
     const QDateTime deadline = session->currentDeadline();
-    const bool isOverdue = !taskId.isEmpty() && taskId != QLatin1String("0") && deadline.isValid()
+    const bool isOverdue = !taskId.isEmpty() && taskId != kCatchAllId && deadline.isValid()
         && session->overdueTime() >= 0;
     m_ui->lbOverdue->setVisible(isOverdue);
     m_ui->lbOverdueTime->setVisible(isOverdue);

@@ -257,7 +257,7 @@ void MainForm::on_actionAbout_triggered()
 void MainForm::on_pbTimeExtend_clicked()
 {
     const Orvana::Session *session = m_orvana->session();
-    if (session->currentTaskID() == QLatin1String("0") || isExemptTeam(session->currentTeamID())) {
+    if (session->currentTaskID() == kCatchAllId || isExemptTeam(session->currentTeamID())) {
         NotificationManager::instance()->addNotification(
             QStringLiteral("Для данной задачи невозможно выполнить перенос дедлайна."), Plain, QString());
         return;

@@ -200,7 +200,7 @@ void TaskListForm::selectTask(const QString &taskId)
 
 void TaskListForm::openDescription(const QString &taskId)
 {
-    if (taskId.isEmpty() || taskId == QLatin1String("0"))
+    if (taskId.isEmpty() || taskId == kCatchAllId)
         return;
     TaskDescriptionForm *form = m_descriptions.value(taskId);
     if (!form) {

@@ -1,7 +1,6 @@
 #include "ui/tasklistmodel.h"
 
 #include "base/timetexts.h"
-#include "service/listchanges.h"
 #include "ui/taskform.h"
 #include "widgets/simplemarkup.h"
 #include "widgets/tooltips.h"

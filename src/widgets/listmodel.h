@@ -8,21 +8,6 @@
 #include <functional>
 #include <utility>
 
-// Member by member, where equality compares less or does not exist.
-bool haveSameContents(const Team &one, const Team &other);
-bool haveSameContents(const Task &one, const Task &other);
-bool haveSameContents(const Attachment &one, const Attachment &other);
-bool haveSameContents(const Keyword &one, const Keyword &other);
-bool haveSameContents(const TextTask &one, const TextTask &other);
-
-template <typename Record>
-bool haveSameContents(const QList<Record> &one, const QList<Record> &other)
-{
-    const auto isSame = [](const Record &a, const Record &b) { return haveSameContents(a, b); };
-    return one.isSharedWith(other)
-        || (one.size() == other.size() && std::equal(one.cbegin(), one.cend(), other.cbegin(), isSame));
-}
-
 // Records as rows. What a row shows is put together only when it is seen, so that a
 // list of any length opens at once and needs no memory of its own.
 template <typename Record>

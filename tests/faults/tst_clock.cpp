@@ -1,3 +1,4 @@
+#include "base/timetexts.h"
 #include "testclient.h"
 
 #include <QImage>
@@ -16,6 +17,12 @@ bool setClock(const QString &local)
     return file.open(QIODevice::WriteOnly) && file.write(local.toLatin1() + '\n') > 0;
 }
 
+void setZone(const QByteArray &zone)
+{
+    qputenv("TZ", zone);
+    tzset();
+}
+
 } // namespace
 
 // Whoever moves the clock, by hand, by law or by the hour, loses no minute.
@@ -24,108 +31,104 @@ class TestClock final : public QObject
     Q_OBJECT
 
 private slots:
-    void moved_data();
-    void moved();
-    void picturesOfOneMoment();
     void cleanup() { setZone("UTC"); }
 
-private:
-    static void setZone(const QByteArray &zone)
+    void moved_data()
     {
-        qputenv("TZ", zone);
-        tzset();
+        // The age of the waiting minute as it is sent; the minutes of the day, of three worked.
+        addColumns<QString, QString, qint64, int, QByteArray>("before", "after", "age", "counted", "zone");
+        const auto row = [](const char *name, const char *before, const char *after, qint64 age, int counted,
+                            const char *zone = "UTC") {
+            QTest::newRow(name) << s(before) << s(after) << age << counted << QByteArray(zone);
+        };
+        const char *now = "2026-03-02 10:00:00";
+        row("not at all", now, now, 0, 3);
+        row("an hour ahead", now, "2026-03-02 11:00:00", kHour, 3);
+        row("a day ahead", now, "2026-03-03 10:00:00", kDay, 1);
+        row("a year ahead", now, "2027-03-02 10:00:00", kYear, 1);
+        row("an hour back", now, "2026-03-02 09:00:00", kWrap - kHour, 3);
+        row("a day back", now, "2026-03-01 10:00:00", kWrap - kDay, 3);
+        row("a year back", now, "2025-03-02 10:00:00", kWrap - kYear, 3);
+        row("midnight", "2026-03-02 23:59:50", "2026-03-03 00:00:10", 20, 1);
+        row("new year", "2026-12-31 23:59:59", "2027-01-01 00:00:00", 1, 1);
+        row("summer begins", "2026-03-29 01:59:50", "2026-03-29 03:00:10", 20, 3, "Europe/Berlin");
+        row("summer ends at night", "2026-10-25 01:59:50", "2026-10-25 04:00:10", 3 * kHour + 20, 3,
+            "Europe/Berlin");
+    }
+
+    void moved()
+    {
+        QFETCH(QString, before);
+        QFETCH(QString, after);
+        QFETCH(qint64, age);
+        QFETCH(int, counted);
+        QFETCH(QByteArray, zone);
+        setZone(zone);
+        QVERIFY(setClock(before));
+        TestClient client;
+        QVERIFY(client.logIn());
+        const auto minute = [&](int active) {
+            client.session()->incrementTodayTime();
+            client.session()->addMinuteToWorktime();
+            client.session()->addMinuteToActiveTime();
+            client.orvana->sendTaskActivity(active);
+            return QTest::qWaitFor([&] { return client.orvana->pendingActivityRequests() == 0; },
+                                   TestClient::waitLimit);
+        };
+        // Due at the beginning.
+        Task task;
+        task.id = s("7");
+        task.deadline = QDateTime::currentDateTime();
+        client.session()->addTasksData({task}, s("1"));
+        client.orvana->changeTask(s("1"), task.id);
+        QVERIFY(minute(1));
+        client.server.stop();
+        QVERIFY(minute(2));
+        QVERIFY(client.server.start());
+        QCOMPARE(client.records().size(), 1);
+
+        QVERIFY(setClock(after));
+        QVERIFY(minute(3));
+        QTRY_COMPARE(client.server.reports().size(), 3);
+        QTRY_VERIFY(client.records().isEmpty());
+        QCOMPARE(client.server.reports().constLast().active, 2);
+        QCOMPARE(client.server.reports().constLast().pastSeconds, age);
+        const qint64 overdue = age > kYear ? age - kWrap : age;
+        QCOMPARE(client.session()->overdueTime(), overdue);
+        if (overdue >= 0 && zone == "UTC") // it counts by the clock on the wall
+            QCOMPARE(overdueText(task.deadline, QDateTime::currentDateTime()).isEmpty(), overdue < 60);
+        client.session()->updateSecondsToDisplayedWorktime();
+        QCOMPARE(client.session()->todayTime(), QTime(0, counted));
+        QCOMPARE(client.session()->todayActiveTime(), QTime(0, counted));
+        client.session()->save();
+        client.restart();
+        QCOMPARE(client.session()->worktimeDate(), QDate::currentDate());
+    }
+
+    // An hour that comes twice brings the same second again.
+    void picturesOfOneMoment()
+    {
+        QVERIFY(setClock(s("2026-10-25 02:00:00")));
+        TestClient client;
+        QVERIFY(client.logIn());
+        client.server.stop();
+        QImage image(64, 64, QImage::Format_RGB32);
+        for (const Qt::GlobalColor colour : {Qt::red, Qt::blue, Qt::green}) {
+            image.fill(colour);
+            client.orvana->sendScreenshotActivity(image);
+        }
+        QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
+        QCOMPARE(client.pictures().size(), 3);
+        QVERIFY(client.server.start());
+        client.orvana->sendCachedActivity();
+        QTRY_COMPARE(client.server.screenshots().size(), 3);
+        QTRY_VERIFY(client.records().isEmpty() && client.pictures().isEmpty());
+        QSet<QByteArray> different;
+        for (const localservice::Screenshot &shot : client.server.screenshots())
+            different.insert(shot.jpeg);
+        QCOMPARE(different.size(), 3);
     }
 };
-
-void TestClock::moved_data()
-{
-    QTest::addColumn<QString>("before");
-    QTest::addColumn<QString>("after");
-    QTest::addColumn<qint64>("age"); // of the minute that waits, as it is sent
-    QTest::addColumn<int>("counted"); // minutes of the day, three being worked
-    QTest::addColumn<QByteArray>("zone");
-    const auto row = [](const char *name, const char *before, const char *after, qint64 age, int counted,
-                        const char *zone = "UTC") {
-        QTest::newRow(name) << QString::fromLatin1(before) << QString::fromLatin1(after) << age << counted
-                            << QByteArray(zone);
-    };
-    const char *now = "2026-03-02 10:00:00";
-    row("not at all", now, now, 0, 3);
-    row("an hour ahead", now, "2026-03-02 11:00:00", kHour, 3);
-    row("a day ahead", now, "2026-03-03 10:00:00", kDay, 1);
-    row("a year ahead", now, "2027-03-02 10:00:00", kYear, 1);
-    row("an hour back", now, "2026-03-02 09:00:00", kWrap - kHour, 3);
-    row("a day back", now, "2026-03-01 10:00:00", kWrap - kDay, 3);
-    row("a year back", now, "2025-03-02 10:00:00", kWrap - kYear, 3);
-    row("midnight", "2026-03-02 23:59:50", "2026-03-03 00:00:10", 20, 1);
-    row("new year", "2026-12-31 23:59:59", "2027-01-01 00:00:00", 1, 1);
-    row("summer begins", "2026-03-29 01:59:50", "2026-03-29 03:00:10", 20, 3, "Europe/Berlin");
-    row("summer ends at night", "2026-10-25 01:59:50", "2026-10-25 04:00:10", 3 * kHour + 20, 3,
-        "Europe/Berlin");
-}
-
-void TestClock::moved()
-{
-    QFETCH(QString, before);
-    QFETCH(QString, after);
-    QFETCH(qint64, age);
-    QFETCH(int, counted);
-    QFETCH(QByteArray, zone);
-    setZone(zone);
-    QVERIFY(setClock(before));
-    TestClient client;
-    QVERIFY(client.logIn());
-    const auto minute = [&](int active) {
-        client.session()->incrementTodayTime();
-        client.session()->addMinuteToWorktime();
-        client.session()->addMinuteToActiveTime();
-        client.orvana->sendTaskActivity(active);
-        return QTest::qWaitFor([&] { return client.orvana->pendingActivityRequests() == 0; },
-                               TestClient::waitLimit);
-    };
-    QVERIFY(minute(1));
-    client.server.stop();
-    QVERIFY(minute(2));
-    QVERIFY(client.server.start());
-    QCOMPARE(client.records().size(), 1);
-
-    QVERIFY(setClock(after));
-    QVERIFY(minute(3));
-    QTRY_COMPARE(client.server.reports().size(), 3);
-    QTRY_VERIFY(client.records().isEmpty());
-    QCOMPARE(client.server.reports().constLast().active, 2);
-    QCOMPARE(client.server.reports().constLast().pastSeconds, age);
-    client.session()->updateSecondsToDisplayedWorktime();
-    QCOMPARE(client.session()->todayTime(), QTime(0, counted));
-    QCOMPARE(client.session()->todayActiveTime(), QTime(0, counted));
-    client.session()->save();
-    client.restart();
-    QCOMPARE(client.session()->worktimeDate(), QDate::currentDate());
-}
-
-// An hour that comes twice brings the same second again.
-void TestClock::picturesOfOneMoment()
-{
-    QVERIFY(setClock(s("2026-10-25 02:00:00")));
-    TestClient client;
-    QVERIFY(client.logIn());
-    client.server.stop();
-    QImage image(64, 64, QImage::Format_RGB32);
-    for (const Qt::GlobalColor colour : {Qt::red, Qt::blue, Qt::green}) {
-        image.fill(colour);
-        client.orvana->sendScreenshotActivity(image);
-    }
-    QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
-    QCOMPARE(client.pictures().size(), 3);
-    QVERIFY(client.server.start());
-    client.orvana->sendCachedActivity();
-    QTRY_COMPARE(client.server.screenshots().size(), 3);
-    QTRY_VERIFY(client.records().isEmpty() && client.pictures().isEmpty());
-    QSet<QByteArray> different;
-    for (const localservice::Screenshot &shot : client.server.screenshots())
-        different.insert(shot.jpeg);
-    QCOMPARE(different.size(), 3);
-}
 
 QTEST_MAIN(TestClock)
 

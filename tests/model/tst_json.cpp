@@ -7,13 +7,6 @@ using namespace QtJson;
 
 namespace {
 
-// One of everything that the service sends.
-const QString kSample = QStringLiteral(
-    "[ "
-    "{\"id\":\"1\",\"name\":\"\\u041a\\\"\\\\\\/\\b\\f\\n\\r\\t\",\"on\":true,\"off\":false,\"none\":null,\n"
-    "\t\"tasks\":[{\"id\":17,\"n\":-5,\"big\":4294967296,\"d\":1.5e1,\"e\":1e5,\"t\":[[],{},[1,,2,]]}]},,"
-    "\r\n ]");
-
 // With the types that a QVariant's own comparison does not look at.
 QString show(const QVariant &value)
 {
@@ -96,6 +89,11 @@ private slots:
         QCOMPARE(success, !result.isEmpty());
         QCOMPARE(show(value), success ? result : s("null"));
         QCOMPARE(show(parse(input)), show(value));
+        // What can be read can be written, and read again.
+        for (const bool isPretty : {false, true}) {
+            setPrettySerialize(isPretty);
+            QCOMPARE(show(parse(serializeStr(value))), show(value));
+        }
         // No text at all is no error.
         QVERIFY(!parse(QString(), success).isValid());
         QVERIFY(success);
@@ -105,45 +103,18 @@ private slots:
 
     void boundsNesting()
     {
-        for (const char *pair : {"[]", "{\"a\":}"}) {
-            const QString opening = QString::fromLatin1(pair).chopped(1);
-            const QString closing = QString::fromLatin1(pair).right(1);
+        for (const char *pair : {"[1]", "{\"a\":1}"}) {
+            const QString whole = s(pair);
+            const QString opening = whole.section(QLatin1Char('1'), 0, 0);
             for (const int depth : {1000, 1001, 100000}) {
                 bool success = false;
-                parse(opening.repeated(depth) + QLatin1Char('1') + closing.repeated(depth), success);
+                parse(opening.repeated(depth) + QLatin1Char('1') + whole.right(1).repeated(depth), success);
                 QCOMPARE(success, depth <= 1000);
-                parse(opening.repeated(depth), success);
-                QVERIFY(!success);
-                // Depth is what is open at a time, not what was ever opened.
-                const QString one = opening + QLatin1Char('1') + closing;
-                parse(QLatin1Char('[') + one.repeated(depth) + QLatin1Char(']'), success);
+                // Only what is open at the same time counts.
+                parse(QLatin1Char('[') + whole.repeated(depth) + QLatin1Char(']'), success);
                 QVERIFY(success);
             }
         }
-    }
-
-    void survivesDamage()
-    {
-        const QString units = s("[]{}:,\"\\u-.e0tfn ") + QChar(0) + QChar(0xd800);
-        const int end = kSample.lastIndexOf(QLatin1Char(']')) + 1;
-        for (int position = 0; position < kSample.size(); ++position) {
-            bool success = false;
-            QCOMPARE(parse(kSample.left(position), success).isValid(), success);
-            QCOMPARE(success, position >= end);
-            for (const QChar unit : units) {
-                QString damaged = kSample;
-                damaged[position] = unit;
-                const QVariant value = parse(damaged, success);
-                QVERIFY(success || !value.isValid());
-                // What could be read can be written.
-                serialize(value, success, 0);
-                QVERIFY(success);
-            }
-        }
-        const QVariant sample = parse(kSample);
-        QCOMPARE(show(parse(serializeStr(sample))), show(sample));
-        setPrettySerialize(true);
-        QCOMPARE(show(parse(serializeStr(sample))), show(sample));
     }
 
     void writes_data()
@@ -201,12 +172,10 @@ private slots:
     void refusesToWrite()
     {
         const QVariant point = QPoint(1, 2);
-        const QString key = s("k");
-        for (const QVariant &value : {point, QVariant(QVariantMap{{key, QVariantList{1, point}}}),
-                                      QVariant(QVariantHash{{key, point}})}) {
+        for (const QVariant &value : {point, QVariant(QVariantMap{{s("k"), QVariantList{1, point}}}),
+                                      QVariant(QVariantHash{{s("k"), point}})}) {
             bool success = true;
             QVERIFY(serialize(value, success, 0).isNull() && !success);
-            success = true;
             QVERIFY(serializeStr(value, success).isNull() && !success);
         }
     }

@@ -18,17 +18,11 @@ Task someTask()
 
 TaskInfo someInfo()
 {
-    const TextTask text{
-        s("2"), s("t"), s("n"), s("500"), QUrl(s("https://h/ж")), s("5"), {{s("3"), s("k"), s("1"), s("2")}}};
-    return {s("5"),
-            s("T"),
-            QDateTime(QDate(2024, 2, 29), QTime(23, 59, 59)),
-            s("d"),
-            s("e"),
-            s("c"),
-            s("a"),
-            {{s("1"), s("f"), s("o"), s("9")}},
-            {text}};
+    const Keyword word{s("3"), s("k"), s("1"), s("2")};
+    const TextTask text{s("2"), s("t"), s("n"), s("500"), QUrl(s("https://h/ж")), s("5"), {word}};
+    const Attachment file{s("1"), s("f"), s("o"), s("9")};
+    const QDateTime deadline(QDate(2024, 2, 29), QTime(23, 59, 59));
+    return {s("5"), s("T"), deadline, s("d"), s("e"), s("c"), s("a"), {file}, {text}};
 }
 
 // Written down by hand: what the files of users hold already.
@@ -62,13 +56,15 @@ bool read(const QByteArray &bytes, T &value)
     return stream.status() == QDataStream::Ok;
 }
 
-template <typename T>
-bool writeAgain(const QByteArray &bytes, QByteArray &again)
+bool isSame(const Task &one, const Task &other)
 {
-    T value;
-    const bool ok = read(bytes, value);
-    again = streamed(value);
-    return ok;
+    return one.hasSameContents(other);
+}
+
+template <typename T>
+bool isSame(const T &one, const T &other)
+{
+    return one == other;
 }
 
 template <typename T>
@@ -76,19 +72,11 @@ void verifyForm(const T &value, QByteArray hex)
 {
     const QByteArray bytes = streamed(value);
     QCOMPARE(bytes.toHex(), hex.replace(' ', ""));
-    QByteArray again;
-    QVERIFY(writeAgain<T>(bytes + bytes, again)); // What follows is not touched.
-    QCOMPARE(again, bytes);
-    for (int at = 0; at < bytes.size(); ++at) {
-        QVERIFY(!writeAgain<T>(bytes.left(at), again));
-        for (const int bit : {0x80, 0x40, 0x01}) {
-            QByteArray damaged = bytes;
-            damaged[at] = static_cast<char>(damaged.at(at) ^ bit);
-            // What was taken as sound stays so.
-            QByteArray third;
-            QVERIFY(!writeAgain<T>(damaged, again) || (writeAgain<T>(again, third) && third == again));
-        }
-    }
+    T again;
+    QVERIFY(read(bytes + bytes, again)); // What follows is not touched.
+    QVERIFY(isSame(again, value));
+    for (int at = 0; at < bytes.size(); ++at)
+        QVERIFY(!read(bytes.left(at), again));
 }
 
 } // namespace
@@ -106,6 +94,7 @@ private slots:
         TaskInfo info;
         info.texts.append(TextTask());
         verifyForm(Task(), kNone + kNone + kNoDateTime + kNone + kNoDateTime + "00000000");
+        verifyForm(someTask(), kTaskHex);
         verifyForm(QList<Task>{someTask(), someTask()}, "00000002" + kTaskHex + kTaskHex);
         verifyForm(someInfo(), kInfoHex);
         verifyForm(info, noInfo + "00000000 00000001" + kNone.repeated(6) + "00000000");
@@ -113,14 +102,33 @@ private slots:
 
     void survivesHugeCounts()
     {
-        for (const char *hex : {"00000002", "7fffffff", "80000000", "ffffffff"}) {
-            QList<Task> tasks{Task()};
-            QVERIFY(!read(QByteArray::fromHex(hex) + streamed(someTask()), tasks));
-            QVERIFY(tasks.isEmpty());
-        }
+        QList<Task> tasks{Task()};
+        for (const char *hex : {"00000002", "7fffffff", "80000000", "ffffffff"})
+            QVERIFY(!read(QByteArray::fromHex(hex) + streamed(someTask()), tasks) && tasks.isEmpty());
     }
 
-    void equalityIsById()
+    // Damaged bytes can hold a moment in a zone that is none; Qt crashes when it writes that.
+    void oddMoments()
+    {
+        const QDateTime moment(QDate(2024, 3, 1), QTime(18, 0), Qt::UTC);
+        const auto stored = [&moment](Qt::TimeSpec spec, const auto &place) {
+            QByteArray bytes;
+            QDataStream stream(&bytes, QIODevice::WriteOnly);
+            stream.setVersion(QDataStream::Qt_5_15);
+            stream << QString() << QString() << moment.date() << moment.time() << qint8(spec) << place
+                   << QString() << QDateTime() << qint32(0);
+            return bytes;
+        };
+        Task task;
+        QVERIFY(read(stored(Qt::OffsetFromUTC, qint32(0)), task));
+        QCOMPARE(task.deadline, moment);
+        QCOMPARE(streamed(task),
+                 stored(Qt::OffsetFromUTC, qint32(0)).replace(QByteArray("\2\0\0\0\0", 5), "\1"));
+        QVERIFY(read(stored(Qt::TimeZone, s("Nowhere/No")), task));
+        QVERIFY(!task.deadline.isValid() && !streamed(task).isEmpty());
+    }
+
+    void equality()
     {
         Task sameId;
         sameId.id = someTask().id;
@@ -129,41 +137,50 @@ private slots:
         QList<Task> tasks{someTask(), otherId, sameId};
         QCOMPARE(tasks.removeAll(someTask()), 2);
         QCOMPARE(tasks, QList<Task>{otherId});
+        QVERIFY(haveSameContents(QList<Task>{someTask()}, {someTask()}));
+        QVERIFY(!haveSameContents(QList<Task>{someTask()}, {sameId}));
+        // What the members of a record hold counts, down to the last list.
+        const auto differs = [](auto change) {
+            TaskInfo info = someInfo();
+            change(info);
+            return !(info == someInfo());
+        };
+        QVERIFY(differs([](TaskInfo &info) { info.deadline = QDateTime(); }));
+        QVERIFY(differs([](TaskInfo &info) { info.files.first().size = s("8"); }));
+        QVERIFY(differs([](TaskInfo &info) { info.texts.first().page.clear(); }));
+        QVERIFY(differs([](TaskInfo &info) { info.texts.first().keywords.first().count2 = s("3"); }));
     }
 
-    // Read by hand for speed, yet as Qt reads that pattern.
+    // As Qt reads that pattern, but faster.
+    void readsServiceDateTimes_data()
+    {
+        QTest::addColumn<QByteArray>("zone");
+        for (const char *zone : {"UTC", "Europe/Berlin", "America/New_York"})
+            QTest::newRow(zone) << QByteArray(zone);
+    }
+
     void readsServiceDateTimes()
     {
-        const QByteArray before = qgetenv("TZ");
-        const QString sound = s("2024-03-01 18:00:00");
-        QStringList texts{sound};
-        for (const char *text :
-             {"2024-02-29 00:00:00", "2023-02-29 00:00:00", "2024-03-01", "2024-03-01T18:00:00",
-              "2024-03-01 24:00:00", "2024-03-01 23:59:60", "2024-01-00 10:00:00", "0000-00-00 00:00:00",
-              "0000-01-01 00:00:00", "9999-12-31 23:59:59", "1969-12-31 23:59:59", " 2024-03-01 18:00:00",
-              "2024-03-01 18:00:00.5", "-024-03-01 18:00:00", "٢٠٢٤-03-01 18:00:00",
-              // Clocks go forward and back.
-              "2024-03-31 02:30:00", "2024-10-27 02:30:00", "2024-03-10 02:30:00", "2011-03-27 02:30:00"})
-            texts.append(s(text));
-        for (int i = 0; i < sound.size(); ++i) {
-            texts.append(sound.left(i));
+        QFETCH(QByteArray, zone);
+        const QString valid = s("2024-03-01 18:00:00");
+        QStringList all = texts(
+            {"2024-02-29 00:00:00", "2023-02-29 00:00:00", "2024-03-01", "2024-03-01T18:00:00",
+             "2024-03-01 24:00:00", "2024-03-01 23:59:60", "2024-01-00 10:00:00", "0000-00-00 00:00:00",
+             "0000-01-01 00:00:00", "9999-12-31 23:59:59", "1969-12-31 23:59:59", " 2024-03-01 18:00:00",
+             "2024-03-01 18:00:00.5", "-024-03-01 18:00:00", "٢٠٢٤-03-01 18:00:00",
+             // Clocks go forward and back.
+             "2024-03-31 02:30:00", "2024-10-27 02:30:00", "2024-03-10 02:30:00", "2011-03-27 02:30:00"});
+        for (int i = 0; i < valid.size(); ++i) {
+            all.append(valid.left(i));
             for (const char unit : {'0', '3', '9', 'x', ' ', '-', ':'})
-                texts.append(QString(sound).replace(i, 1, QLatin1Char(unit)));
+                all.append(QString(valid).replace(i, 1, QLatin1Char(unit)));
         }
-        QStringList wrong;
-        for (const char *zone : {"UTC", "Europe/Berlin", "America/New_York"}) {
-            qputenv("TZ", zone);
-            tzset();
-            for (const QString &text : qAsConst(texts)) {
-                const QDateTime expected = QDateTime::fromString(text, s("yyyy-MM-dd HH:mm:ss"));
-                const QDateTime actual = parseServiceDateTime(text);
-                if (actual.isValid() != expected.isValid() || (actual.isValid() && actual != expected))
-                    wrong.append(text + QLatin1Char('=') + actual.toString(Qt::ISODate));
-            }
-        }
-        before.isNull() ? qunsetenv("TZ") : qputenv("TZ", before);
+        qputenv("TZ", zone);
         tzset();
-        QCOMPARE(wrong.join(QLatin1String(", ")), QString());
+        for (const QString &text : qAsConst(all))
+            QVERIFY2(isSameMoment(parseServiceDateTime(text),
+                                  QDateTime::fromString(text, s("yyyy-MM-dd HH:mm:ss"))),
+                     qPrintable(text));
     }
 };
 

@@ -1,9 +1,15 @@
 #include "rows.h"
 #include "service/listchanges.h"
 #include "service/replyparser.h"
+#include "service/tasklists.h"
 #include "tasknotes.h"
 
 namespace {
+
+QList<TeamTasks> parse(const QByteArray &body)
+{
+    return parseTeamsAndTasks(body, TaskLists());
+}
 
 QString show(const QStringList &members)
 {
@@ -82,14 +88,63 @@ private slots:
     {
         QFETCH(QString, input);
         QFETCH(QString, result);
-        QCOMPARE(show(parseTeamsAndTasks(input.toUtf8())), result);
+        QCOMPARE(show(parse(input.toUtf8())), result);
         // A body ends at its first NUL.
-        QCOMPARE(show(parseTeamsAndTasks(input.toUtf8() + '\0' + "}{")), result);
-        QCOMPARE(show(parseTeamsAndTasks('\0' + input.toUtf8())), QString());
+        QCOMPARE(show(parse(input.toUtf8() + '\0' + "}{")), result);
+        QCOMPARE(show(parse('\0' + input.toUtf8())), QString());
     }
 
-    void takesOverWhatIsKnown_data();
-    void takesOverWhatIsKnown();
+    // What is known may make reading cheaper, never its result different.
+    void sharesWhatIsKnown_data()
+    {
+        // The known tasks, those of the reply, and a text in it that is replaced; "=" when
+        // the lists are one.
+        addRows({{"7!@3*2 8 9 > 7!@3*2 8 9", "="},
+                 {"7 > 7 > T=\\u0054", "="},
+                 {" > ", "="},
+                 {" > 7 8", ""},
+                 {" >  > []=[{},null]", ""},
+                 {"7 8 > 9 7 8", ""},
+                 {"7 8 9 > 7 8", ""},
+                 {"7 8 9 > 8 9", ""},
+                 {"7 8 9 > 9 8 7", ""},
+                 {"7 8 > 7 7 8 8", ""},
+                 {"7 8 > 7 8 > T7=T", ""},
+                 {"7 8 > 7 8 > \"T7\"=\"\"", ""},
+                 {"7@3 8 > 7@4 8", ""},
+                 {"7@3 8 > 7 8", ""},
+                 {"7 8! > 7 8", ""},
+                 {"7 8*2 > 7 8*3", ""},
+                 {"7 8 > 7 8 > :0=:1", ""},
+                 {"7 8 > 7 8 > ]}]=", ""}});
+    }
+
+    void sharesWhatIsKnown()
+    {
+        const auto body = [](const QString &notes) {
+            QStringList parts;
+            const QList<Task> tasks = tasksFrom(notes);
+            for (const Task &task : tasks)
+                parts.append(
+                    s(R"({"id":"%1","title":"%2","deadline":"%3","block":"%4","last_comment":"%5","importance":0})")
+                        .arg(task.id, task.title, serviceDateTimeText(task.deadline), task.block,
+                             serviceDateTimeText(task.lastComment)));
+            return s(R"([{"id":"3","tasks":[%1]}])").arg(parts.join(QLatin1Char(',')));
+        };
+        QFETCH(QString, input);
+        const QStringList parts = input.split(s(">"));
+        TaskLists known;
+        known.replace(s("3"), parse(body(parts.at(0)).toUtf8()).first().tasks);
+        QString text = body(parts.at(1));
+        if (parts.size() > 2)
+            text.replace(parts.at(2).section(QLatin1Char('='), 0, 0).trimmed(),
+                         parts.at(2).section(QLatin1Char('='), 1));
+        const QByteArray reply = text.toUtf8();
+        const QList<TeamTasks> after = parseTeamsAndTasks(reply, known);
+        QCOMPARE(show(after), show(parse(reply)));
+        const bool isShared = !after.isEmpty() && after.first().tasks.isSharedWith(known.ofTeam(s("3")));
+        QTEST(isShared ? s("=") : QString(), "result");
+    }
 
     void readsDetails_data()
     {
@@ -113,42 +168,58 @@ private slots:
         QTEST(show(parseTaskAnswer("{\"message\":" + input.toUtf8() + '}').task), "result");
     }
 
+    void readsDayTotals_data()
+    {
+        addRows({{"90", "01:30"},
+                 {"\"90\"", "01:30"},
+                 {"1439", "23:59"},
+                 {"1500", "01:00"},
+                 {"-30", "23:30"},
+                 {"2147483647", "02:07"},
+                 {"\"abc\"", "00:00"},
+                 {"90.5", "00:00"},
+                 {"1e2", "00:00"},
+                 {"null", "00:00"},
+                 {"\"90 мин\"", "00:00"}});
+    }
+
     void readsDayTotals()
     {
-        const std::pair<const char *, const char *> rows[] = {
-            {"90", "01:30"},  {"\"90\"", "01:30"},     {"1439", "23:59"},      {"1500", "01:00"},
-            {"-30", "23:30"}, {"2147483647", "02:07"}, {"\"abc\"", "00:00"},   {"90.5", "00:00"},
-            {"1e2", "00:00"}, {"null", "00:00"},       {"\"90 мин\"", "00:00"}};
-        for (const auto &[input, result] : rows) {
-            int place = 0;
-            for (const char *key : {"today_active", "today_total", "today_task"}) {
-                const DayTotals all =
-                    parseDayTotals(parseObject(QByteArray("{\"") + key + "\":" + input + '}'));
-                QStringList expected = texts({"00:00", "00:00", "00:00"});
-                expected[place++] = s(result);
-                const char *format = "HH:mm";
-                QCOMPARE(show({figures(all.active, format), figures(all.total, format),
-                               figures(all.task, format)}),
-                         show(expected));
-            }
-        }
+        QFETCH(QString, input);
+        QFETCH(QString, result);
+        const auto read = [&input](const char *key) {
+            const QString body = s("{\"%1\":%2}").arg(s(key), input);
+            const DayTotals all = parseDayTotals(parseObject(body.toUtf8()));
+            return show(
+                {figures(all.active, "HH:mm"), figures(all.total, "HH:mm"), figures(all.task, "HH:mm")});
+        };
+        QCOMPARE(read("today_active"), result + s("|00:00|00:00"));
+        QCOMPARE(read("today_total"), s("00:00|%1|00:00").arg(result));
+        QCOMPARE(read("today_task"), s("00:00|00:00|") + result);
+    }
+
+    void findsTeamChanges_data()
+    {
+        // Before and after, a team's id being the first letter of its name; kinds and names.
+        addRows({{"A B > B Ax", ""}, {"A B > C B C", "1C 1C 2A"}, {"A B > ", "2A 2B"}});
     }
 
     void findsTeamChanges()
     {
-        const auto found = [](const QList<Team> &before, const QList<Team> &after) {
-            QString all;
-            const QVector<TeamChange> changes = teamChanges(before, after);
-            for (const TeamChange &change : changes)
-                all += QString::number(change.type) + change.name;
+        QFETCH(QString, input);
+        const auto teams = [&input](int part) {
+            QList<Team> all;
+            const QStringList names =
+                input.section(QLatin1Char('>'), part, part).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+            for (const QString &name : names)
+                all.append({name.left(1), name});
             return all;
         };
-        const Team a{s("1"), s("A")};
-        const Team b{s("2"), s("B")};
-        const Team c{s("3"), s("C")};
-        QCOMPARE(found({a, b}, {b, {s("1"), s("Renamed")}}), QString());
-        QCOMPARE(found({a, b}, {c, b, c}), s("1C1C2A"));
-        QCOMPARE(found({a, b}, {}), s("2A2B"));
+        QStringList found;
+        const QVector<TeamChange> changes = teamChanges(teams(0), teams(1));
+        for (const TeamChange &change : changes)
+            found.append(QString::number(change.type) + change.name);
+        QTEST(found.join(QLatin1Char(' ')), "result");
     }
 
     void findsTaskChanges_data()
@@ -192,57 +263,6 @@ private slots:
         QCOMPARE(found(false), result.section(s("7:"), 0, 0).trimmed());
     }
 };
-
-void TestLists::takesOverWhatIsKnown_data()
-{
-    QTest::addColumn<QByteArray>("known");
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<bool>("isShared");
-    const QByteArray seven =
-        R"({"id":"7","title":"\u0416ук \"\/\\","deadline":"2024-03-01 18:00:00","importance":1})";
-    const QByteArray eight = R"({"id":"8","title":"","block":"1","last_comment":"2024-02-29 09:30:15"})";
-    const QByteArray nine = R"({"title":"T","id":"9"})";
-    const auto list = [](const QByteArrayList &tasks) {
-        return QByteArray(R"([{"id":"3","tasks":[)" + tasks.join(',') + "]}]");
-    };
-    QTest::newRow("nothing known") << QByteArray("[]") << list({seven, eight}) << false;
-    QTest::newRow("the same") << list({seven, eight, nine}) << list({seven, eight, nine}) << true;
-    QTest::newRow("the same in other words")
-        << list({seven}) << list({seven}).replace("\\u0416", "Ж") << true;
-    QTest::newRow("no tasks") << list({}) << list({}) << true;
-    QTest::newRow("an empty task") << list({}) << list({"{}", "null"}) << false;
-    QTest::newRow("longer") << list({seven, eight}) << list({nine, seven, eight}) << false;
-    QTest::newRow("shorter") << list({seven, eight, nine}) << list({seven, eight}) << false;
-    QTest::newRow("one gone") << list({seven, eight, nine}) << list({eight, nine}) << false;
-    QTest::newRow("turned round") << list({seven, eight, nine}) << list({nine, eight, seven}) << false;
-    QTest::newRow("twice") << list({seven, eight}) << list({seven, seven, eight, eight}) << false;
-    const std::pair<const char *, const char *> changes[] = {{"ук", "уки"},
-                                                             {"ук", ""},
-                                                             {"18:00:00", "18:00:01"},
-                                                             {"2024-03-01 18:00:00", ""},
-                                                             {"\"1\"", "\"\""},
-                                                             {"02-29", "02-28"},
-                                                             {"importance\":1", "importance\":2"}};
-    for (const auto &[from, to] : changes)
-        QTest::addRow("%s > %s", from, to)
-            << list({seven, eight}) << list({seven, eight}).replace(from, to) << false;
-    QTest::newRow("broken off") << list({seven, eight}) << list({seven, eight}).chopped(4) << false;
-}
-
-// What is known may make reading cheaper, never its result another one.
-void TestLists::takesOverWhatIsKnown()
-{
-    QFETCH(QByteArray, known);
-    QFETCH(QByteArray, body);
-    QFETCH(bool, isShared);
-    QList<Task> before;
-    if (!parseTeamsAndTasks(known).isEmpty())
-        before = parseTeamsAndTasks(known).constFirst().tasks;
-    const QList<TeamTasks> after = parseTeamsAndTasks(
-        body, [&](const QString &teamId) { return teamId == QLatin1String("3") ? before : QList<Task>(); });
-    QCOMPARE(show(after), show(parseTeamsAndTasks(body)));
-    QCOMPARE(!after.isEmpty() && after.constFirst().tasks.isSharedWith(before), isShared);
-}
 
 QTEST_GUILESS_MAIN(TestLists)
 

@@ -105,7 +105,7 @@ private slots:
     void rowsAndTheirMarks()
     {
         QVector<localservice::Task> tasks = withBlockingTask();
-        tasks[2].importance = 2;
+        tasks[2].importance = 1;
         Desktop desktop(tasks, s("b"));
         QVERIFY(desktop.ready);
         QCOMPARE(desktop.rows(), texts({"b", "a", "c", "0"}));

@@ -1,0 +1,229 @@
+#include "service/sessionfiles.h"
+
+#include "service/tasklists.h"
+#include "service/workday.h"
+#include "storage/settingsfile.h"
+#include "storage/storagefolder.h"
+
+#include <QDebug>
+#include <QDir>
+#include <QFile>
+#include <QLocale>
+#include <QSettings>
+
+#include <tuple>
+
+namespace {
+
+const QString kDateFormat = QStringLiteral("ddd MMM d yyyy");
+const QString kTimeFormat = QStringLiteral("HH:mm:ss");
+
+QString key(const char *name)
+{
+    return QString::fromLatin1(name);
+}
+
+// Settings keys fold and strip slashes; an id may hold any.
+QString keyOfId(QString id)
+{
+    return id.replace(QLatin1Char('%'), QLatin1String("%25")).replace(QLatin1Char('/'), QLatin1String("%2F"));
+}
+
+QString idOfKey(QString key)
+{
+    return key.replace(QLatin1String("%2F"), QLatin1String("/"))
+        .replace(QLatin1String("%25"), QLatin1String("%"));
+}
+
+void restoreCounter(WorkDay::Counter &counter, const QVariant &stored)
+{
+    const QTime time = QTime::fromString(stored.toString(), Qt::TextDate);
+    if (time.isValid())
+        counter.set(QTime(time.hour(), time.minute()));
+}
+
+bool write(QSettings &store)
+{
+    if (syncSettings(store))
+        return true;
+    qWarning() << "Error! Settings can't be written:" << store.fileName();
+    return false;
+}
+
+// A flush rewrites the whole file: one for all entries.
+template <typename ValueOf>
+void writeEntries(QSettings &store, QSet<QString> &ids, ValueOf valueOf)
+{
+    if (ids.isEmpty())
+        return;
+    for (const QString &id : qAsConst(ids))
+        store.setValue(keyOfId(id), QVariant::fromValue(valueOf(id)));
+    if (write(store))
+        ids.clear();
+}
+
+} // namespace
+
+bool UserState::hasSameChoice(const UserState &other) const
+{
+    const auto tied = [](const UserState &u) {
+        return std::tie(u.password, u.teamId, u.taskId, u.isActive, u.isLogged);
+    };
+    return tied(*this) == tied(other);
+}
+
+SessionFiles::SessionFiles(StorageFolder &storage)
+    : m_storage(storage)
+{
+    const QString path = storage.dir().filePath(QStringLiteral("config.ini"));
+    m_config = storage.isUsable() ? openSettings(path) : emptySettings(path);
+}
+
+SessionFiles::~SessionFiles() = default;
+
+QString SessionFiles::lastLogin() const
+{
+    return m_config->value(key("lastLogin")).toString();
+}
+
+void SessionFiles::open(const QString &login)
+{
+    const QDir directory(m_storage.ofUser(login));
+    m_areStandIns = !m_storage.prepare();
+    if (!m_areStandIns) {
+        StorageFolder::makeFolder(directory.path());
+        StorageFolder::makeFolder(directory.filePath(QStringLiteral("activity")));
+    }
+    const auto openStore = [this, &directory](const char *name) {
+        const QString path = directory.filePath(QString::fromLatin1(name));
+        return m_areStandIns ? emptySettings(path) : openSettings(path);
+    };
+    m_session = openStore("session.ini");
+    m_teams = openStore("teams.ini");
+    m_tasks = openStore("tasks.ini");
+    m_taskInfos = openStore("taskInfo.ini");
+}
+
+void SessionFiles::close()
+{
+    for (Store *store : {&m_session, &m_tasks, &m_taskInfos, &m_teams})
+        store->reset();
+    m_savedState.reset();
+}
+
+bool SessionFiles::exists(const Store &store)
+{
+    return store && QFile::exists(store->fileName());
+}
+
+bool SessionFiles::restore(UserState &state, WorkDay &day, const QDate &today, bool readPassword)
+{
+    if (!exists(m_session))
+        return false;
+    const QSettings &store = *m_session;
+    if (readPassword)
+        state.password = store.value(key("password")).toString();
+    state.isLogged = store.value(key("logged"), false).toBool();
+    state.isActive = store.value(key("active"), false).toBool();
+    state.teamId = store.value(key("teamID")).toString();
+    state.taskId = store.value(key("taskID")).toString();
+    state.isOnline = store.value(key("isOnline"), true).toBool();
+    if (readPassword)
+        m_savedState = state;
+
+    day.date = today;
+    // The stored forms are English whatever the user's locale is.
+    if (QLocale::c().toDate(store.value(key("worktimeDate")).toString(), kDateFormat) != today)
+        return false;
+    restoreCounter(day.work, store.value(key("todayWorktime")));
+    restoreCounter(day.active, store.value(key("todayActivetime")));
+    day.activeTimes = store.value(key("task2activeTimeMap")).toMap();
+    return true;
+}
+
+void SessionFiles::restore(TaskLists &lists) const
+{
+    QList<Team> teams = lists.teams();
+    const QStringList teamKeys = m_teams->allKeys();
+    for (const QString &teamKey : teamKeys)
+        teams.append({idOfKey(teamKey), m_teams->value(teamKey).toString()});
+    lists.setTeams(teams);
+
+    const QStringList listKeys = m_tasks->allKeys();
+    for (const QString &listKey : listKeys)
+        lists.replace(idOfKey(listKey), m_tasks->value(listKey).value<QList<Task>>());
+
+    const QStringList infoKeys = m_taskInfos->allKeys();
+    for (const QString &infoKey : infoKeys)
+        lists.setInfo(idOfKey(infoKey), m_taskInfos->value(infoKey).value<TaskInfo>());
+    lists.unsaved() = {};
+}
+
+void SessionFiles::save(const UserState &state, const WorkDay &day, TaskLists &lists)
+{
+    if (!m_storage.prepare())
+        return;
+    if (m_session && m_areStandIns) {
+        open(state.login);
+        lists.setAllUnsaved();
+    }
+    if (m_isLoginUnsaved || lastLogin() != state.login || !exists(m_config)) {
+        m_config->setValue(key("lastLogin"), state.login);
+        m_isLoginUnsaved = !write(*m_config);
+    }
+    if (!m_session)
+        return;
+    if (!state.login.isEmpty())
+        saveState(state, day);
+    saveLists(lists);
+}
+
+void SessionFiles::saveChoice(const UserState &state, const WorkDay &day, TaskLists &lists)
+{
+    const bool isSaved = m_savedState && m_savedState->hasSameChoice(state) && exists(m_session);
+    if (!m_session || state.login.isEmpty() || isSaved)
+        return;
+    if (m_areStandIns)
+        save(state, day, lists);
+    else if (m_storage.prepare())
+        saveState(state, day);
+}
+
+void SessionFiles::saveState(const UserState &state, const WorkDay &day)
+{
+    m_savedState.reset();
+    QSettings &store = *m_session;
+    store.setValue(key("password"), state.password);
+    store.setValue(key("logged"), state.isLogged);
+    store.setValue(key("active"), state.isActive);
+    store.setValue(key("teamID"), state.teamId);
+    store.setValue(key("taskID"), state.taskId);
+    store.setValue(key("isOnline"), state.isOnline);
+    store.setValue(key("worktimeDate"), QLocale::c().toString(day.date, kDateFormat));
+    store.setValue(key("todayWorktime"), QLocale::c().toString(day.work.counted, kTimeFormat));
+    store.setValue(key("todayActivetime"), QLocale::c().toString(day.active.counted, kTimeFormat));
+    store.setValue(key("task2activeTimeMap"), day.activeTimes);
+    // Again when something lay in the place of the file: it has been moved aside.
+    if (write(store) || write(store))
+        m_savedState = state;
+}
+
+// Entries of lists and details that are gone stay in their files.
+void SessionFiles::saveLists(TaskLists &lists)
+{
+    if (!exists(m_tasks))
+        lists.setAllListsUnsaved();
+    if (!exists(m_taskInfos))
+        lists.setAllInfosUnsaved();
+    TaskLists::Unsaved &unsaved = lists.unsaved();
+    const QList<Team> teams = lists.teams();
+    if (unsaved.teams || (!teams.isEmpty() && !exists(m_teams))) {
+        m_teams->clear();
+        for (const Team &team : teams)
+            m_teams->setValue(keyOfId(team.id), team.name);
+        unsaved.teams = !write(*m_teams);
+    }
+    writeEntries(*m_tasks, unsaved.lists, [&lists](const QString &teamId) { return lists.ofTeam(teamId); });
+    writeEntries(*m_taskInfos, unsaved.infos,
+                 [&lists](const QString &taskId) { return lists.infos().value(taskId); });
+}
