@@ -6,6 +6,7 @@
 #include "ui/tasklistform.h"
 #include "ui_taskdescriptionform.h"
 #include "widgets/artwork.h"
+#include "widgets/placement.h"
 #include "widgets/scrolltext.h"
 #include "widgets/simplemarkup.h"
 #include "widgets/tooltips.h"
@@ -52,7 +53,7 @@ TaskDescriptionForm::TaskDescriptionForm(const QString &taskId, Orvana *orvana, 
     m_ui->setupUi(this);
     setFixedSize(size());
     setBackground(QStringLiteral(":/images/res/images/task_desc_dialog/background.png"));
-    Artwork::centre(this, m_list);
+    Placement::centre(this, m_list);
     applyStyles();
     fillLists();
     m_title = new ScrollText(true, this);
@@ -222,30 +223,21 @@ void TaskDescriptionForm::on_pbMainInfo_clicked()
 void TaskDescriptionForm::showAll()
 {
     logCall("showAll");
-    if (m_hiddenByAll)
-        showNormal();
-    m_hiddenByAll = false;
+    comeBack();
 }
 
 void TaskDescriptionForm::hideAll()
 {
     logCall("hideAll");
-    if (!isVisible())
-        return;
-    hide();
-    m_hiddenByAll = true;
+    hideForNow();
 }
 
 void TaskDescriptionForm::showEvent(QShowEvent *event)
 {
     AbstractOrvanaForm::showEvent(event);
-    if (event->spontaneous())
-        return;
-    // Opened by hand meanwhile; what was hidden before no longer counts.
-    m_hiddenByAll = false;
     // Its screen may have gone while it was hidden.
-    if (!QGuiApplication::screenAt(frameGeometry().center()))
-        Artwork::centre(this, m_list);
+    if (!event->spontaneous() && !QGuiApplication::screenAt(frameGeometry().center()))
+        Placement::centre(this, m_list);
 }
 
 void TaskDescriptionForm::openLink(const QString &link)

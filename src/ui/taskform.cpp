@@ -4,7 +4,7 @@
 #include "service/ovsession.h"
 #include "ui/mainform.h"
 #include "ui_taskform.h"
-#include "widgets/artwork.h"
+#include "widgets/placement.h"
 #include "widgets/simplemarkup.h"
 #include "widgets/tooltips.h"
 
@@ -73,7 +73,7 @@ TaskForm::TaskForm(MainForm *mainForm, QWidget *parent)
     setWindowModality(Qt::WindowModal);
     ensurePolished();
     setFixedSize(sizeHint());
-    Artwork::centre(this);
+    Placement::centre(this);
 
     const Orvana *orvana = m_mainForm->orvana();
     const Orvana::Session *session = orvana->session();

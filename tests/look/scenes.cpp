@@ -8,7 +8,7 @@
 #include "ui/tasklistform.h"
 #include "ui/tasklistview.h"
 #include "update/orvanaupdate.h"
-#include "widgets/artwork.h"
+#include "widgets/placement.h"
 
 #include <QAbstractItemView>
 #include <QComboBox>
@@ -125,7 +125,7 @@ QWidgetList calendar(Stage &stage, bool filled)
 {
     MainForm *form = stage.openMain(kPlainTask);
     auto *window = stage.own(std::make_unique<CalendarForm>(nullptr));
-    Artwork::centre(window, form);
+    Placement::centre(window, form);
     if (filled) {
         part<QPlainTextEdit>(window, "reasonTextEdit")
             ->setPlainText(QStringLiteral("Жду от заказчика фотографии и согласованный текст."));
@@ -141,7 +141,7 @@ QWidgetList about(Stage &stage, const QString &version)
     stage.bench.server().edit([&](localservice::World &world) { world.setVersions({version}); });
     OrvanaUpdate::instance()->init(stage.bench.orvana());
     auto *window = stage.own(std::make_unique<AboutForm>(stage.bench.orvana(), nullptr));
-    Artwork::centre(window, form);
+    Placement::centre(window, form);
     window->update();
     return stage.bench.settle() ? QWidgetList{window} : QWidgetList();
 }

@@ -5,7 +5,7 @@
 #include "ui/tasklistmodel.h"
 #include "ui/tasklistview.h"
 #include "ui/taskrowdelegate.h"
-#include "widgets/artwork.h"
+#include "widgets/placement.h"
 #include "widgets/scrolltext.h"
 #include "windowbench.h"
 
@@ -263,7 +263,7 @@ private slots:
                                                 {{QPoint(128, 0), anchor}, {0, 0, 480, 800}},
                                                 {{QPoint(128, 0), anchor}, small}};
         for (const auto &[beside, area] : rows) {
-            const QRect window(Artwork::beside(beside, QSize(460, 420), area), QSize(460, 420));
+            const QRect window(Placement::nextTo(beside, QSize(460, 420), area), QSize(460, 420));
             QVERIFY(area.contains(window));
             QCOMPARE(window.intersects(beside), area == small); // no room
         }
