@@ -16,16 +16,7 @@ namespace {
 
 QVariant teamItem(const Team &team, int role)
 {
-    switch (role) {
-    case Qt::DisplayRole:
-        return titleLine(team.name);
-    case Qt::ToolTipRole:
-        return literalToolTip(team.name);
-    case Qt::UserRole:
-        return team.id;
-    default:
-        return {};
-    }
+    return role == Qt::UserRole ? QVariant(team.id) : titleData(team.name, role);
 }
 
 QString itemText(const Task &task)
@@ -34,20 +25,6 @@ QString itemText(const Task &task)
     if (!task.deadline.isValid())
         return title;
     return title + QStringLiteral(" | Истекает: ") + serviceDateTimeText(task.deadline);
-}
-
-QVariant taskItem(const Task &task, int role)
-{
-    switch (role) {
-    case Qt::DisplayRole:
-        return itemText(task);
-    case Qt::ToolTipRole:
-        return literalToolTip(itemText(task));
-    case Qt::UserRole:
-        return task.id;
-    default:
-        return {};
-    }
 }
 
 } // namespace
@@ -64,10 +41,21 @@ TaskForm::TaskForm(MainForm *mainForm, QWidget *parent)
     m_ui->cbTask->setPlaceholderText(QStringLiteral("Задач пока нет"));
     m_teams = new ListModel<Team>(teamItem, this);
     m_ui->cbTeam->setModel(m_teams);
-    const auto item = [mainForm](const Task &task, int role) {
-        return role == Qt::DecorationRole ? mainForm->getTaskIcon(task) : taskItem(task, role);
+    const auto taskItem = [mainForm](const Task &task, int role) -> QVariant {
+        switch (role) {
+        case Qt::DisplayRole:
+            return itemText(task);
+        case Qt::DecorationRole:
+            return mainForm->getTaskIcon(task);
+        case Qt::ToolTipRole:
+            return literalToolTip(itemText(task));
+        case Qt::UserRole:
+            return task.id;
+        default:
+            return {};
+        }
     };
-    m_tasks = new ListModel<Task>(item, this);
+    m_tasks = new ListModel<Task>(taskItem, this);
     m_ui->cbTask->setModel(m_tasks);
     setBackground(QStringLiteral(":/images/main.png"));
     setWindowModality(Qt::WindowModal);
