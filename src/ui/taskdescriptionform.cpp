@@ -187,6 +187,10 @@ void TaskDescriptionForm::updateTaskText(const TextTask &textTask)
                                           + QStringLiteral("</a>"))
                                 : QString(QStringLiteral("URL: ") + shown));
     m_ui->lbUrl->setToolTip(literalToolTip(address));
+    const bool opens = !target.isEmpty();
+    if (!opens && focusWidget() == m_ui->lbUrl)
+        focusNextChild();
+    m_ui->lbUrl->setFocusPolicy(opens ? Qt::StrongFocus : Qt::NoFocus);
     m_ui->lbSignNumber->setText(QStringLiteral("Количество знаков: ") + titleLine(textTask.minCount));
     m_ui->textRequirements->showText(textTask.text);
     m_phrases->setRecords(textTask.keywords);
