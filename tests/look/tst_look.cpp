@@ -133,20 +133,18 @@ QStringList checkMotion(QWidget *widget)
 QStringList checkFocus(QWidget *window)
 {
     QStringList problems;
-    QWidget *first = window->focusWidget();
-    QWidget *widget = first;
-    do {
-        widget = widget ? widget->nextInFocusChain() : nullptr;
-        const bool isReached = widget && widget->isVisible() && widget->isEnabled() && !widget->isWindow()
-            && (widget->focusPolicy() & Qt::TabFocus) && !isInner(widget) && widget != first;
-        if (!isReached)
+    for (QWidget *widget = window->nextInFocusChain(); widget != window;
+         widget = widget->nextInFocusChain()) {
+        if (!widget->isVisible() || !widget->isEnabled() || !(widget->focusPolicy() & Qt::TabFocus)
+            || isInner(widget))
             continue;
+        widget->clearFocus();
         const QImage before = widget->grab().toImage();
         if (!Stage::focus(widget))
             problems.append(nameOf(widget) + s(" takes no focus"));
         else if (widget->grab().toImage() == before)
             problems.append(nameOf(widget) + s(" does not show its focus"));
-    } while (widget && widget != first);
+    }
     return problems;
 }
 
@@ -162,139 +160,134 @@ private slots:
         QVERIFY2(qApp->devicePixelRatio() >= 1, "nothing is drawn smaller than its texts");
         WindowBench::applyStyle();
     }
-    void images();
-    void namedImages();
-    void scene_data();
-    void scene();
-    void screenReaders_data();
-    void screenReaders();
-    void screenReadersPress();
-};
 
-void TestLook::images()
-{
-    QDirIterator all(s(":/"), {s("*.png")}, QDir::Files, QDirIterator::Subdirectories);
-    int count = 0;
-    while (all.hasNext()) {
-        const QString path = all.next();
-        if (path.startsWith(s(":/qt-project.org")) || path.contains(s("@2x")))
-            continue;
-        const QImage fine(path.chopped(4) + s("@2x.png"));
-        QVERIFY2(!fine.isNull() && fine.size() == QImage(path).size() * 2, qPrintable(path));
-        ++count;
-    }
-    QVERIFY(count > 50);
-}
-
-void TestLook::namedImages()
-{
-    QStringList images;
-    const QRegularExpression name(s(R"(:/(?:[\w-]+/)+[\w-]+\.png)"));
-    QDirIterator sources(s(ORVANA_SOURCES), texts({"*.cpp", "*.ui", "*.qss"}), QDir::Files,
-                         QDirIterator::Subdirectories);
-    while (sources.hasNext()) {
-        QFile source(sources.next());
-        QVERIFY(source.open(QIODevice::ReadOnly));
-        auto found = name.globalMatch(QString::fromUtf8(source.readAll()));
-        while (found.hasNext())
-            images.append(found.next().captured());
-    }
-    QVERIFY(images.size() > 50);
-    // Put together in code.
-    for (const char *button : {"pbPlay_Online", "pbPlay_Offline", "pbPause_Online", "pbPause_Offline"}) {
-        for (const char *look : {"", "_hovered", "_hovered_clicked"})
-            images.append(s(":/images/") + s(button) + s(look) + s(".png"));
-    }
-    for (const QString &image : qAsConst(images))
-        QVERIFY2(QFile::exists(image), qPrintable(image));
-}
-
-void TestLook::scene_data()
-{
-    QTest::addColumn<int>("number");
-    for (std::size_t i = 0; i < scenes().size(); ++i)
-        QTest::newRow(scenes()[i].name) << static_cast<int>(i);
-}
-
-void TestLook::scene()
-{
-    QFETCH(int, number);
-    Stage stage;
-    const QWidgetList windows = scenes()[static_cast<std::size_t>(number)].open(stage);
-    QVERIFY(!windows.isEmpty());
-    QStringList problems;
-    for (QWidget *window : windows) {
-        QVERIFY(window && QTest::qWaitForWindowExposed(window));
-        QWidgetList widgets = window->findChildren<QWidget *>();
-        widgets.prepend(window);
-        for (QWidget *widget : qAsConst(widgets)) {
-            if (!widget->isVisible() || isInner(widget) || widget->inherits("QShapedPixmapWidget"))
+    void images()
+    {
+        QDirIterator all(s(":/"), {s("*.png")}, QDir::Files, QDirIterator::Subdirectories);
+        int count = 0;
+        while (all.hasNext()) {
+            const QString path = all.next();
+            if (path.startsWith(s(":/qt-project.org")) || path.contains(s("@2x")))
                 continue;
-            // A window's child windows are scenes of their own.
-            if (widget->window() != window)
-                continue;
-            problems += checkPlace(widget) + checkForScreenReaders(widget) + checkMotion(widget);
+            const QImage fine(path.chopped(4) + s("@2x.png"));
+            QVERIFY2(!fine.isNull() && fine.size() == QImage(path).size() * 2, qPrintable(path));
+            ++count;
         }
+        QVERIFY(count > 50);
     }
-    QWidget *last = windows.last();
-    if (!qobject_cast<QMenu *>(last) && QTest::qWaitForWindowActive(last, 500))
-        problems += checkFocus(last);
-    QVERIFY2(problems.isEmpty(), qPrintable(problems.join(QLatin1Char('\n'))));
-}
 
-void TestLook::screenReaders_data()
-{
-    QTest::addColumn<QString>("widget");
-    QTest::addColumn<QString>("expected");
-    const auto row = [](const char *scene, const char *widget, const char *expected) {
-        QTest::newRow(scene) << QString::fromLatin1(widget) << QString::fromUtf8(expected);
-    };
-    row("main-no-task", "lbTask", "Button|Выбрать задачу|Press");
-    row("main-stopped", "pbPlay", "CheckBox|Запись времени|unchecked|Toggle");
-    row("main-running", "pbPlay", "CheckBox|Запись времени|checked|Toggle");
-    row("main-stopped-hovered", "lbActivity", "Button|Сегодня: |Press");
-    row("main-running-focused", "lbClock", "StaticText|00:00:00|of Сегодня: ");
-    row("main-overdue-active-time", "lbOverdueTime", "StaticText|1д. *|of Просрочено:");
-    row("login", "lbEmail", "EditableText|E-mail|of E-mail:");
-    row("chooser", "cbTeam", "ComboBox|*|of Команда");
-    row("calendar", "reasonTextEdit", "EditableText|Причина для переноса|of Причина для переноса:");
-    row("description", "lbAttachmentsNumber", "StaticText|[0-9]");
-    row("description-texts", "lbUrl", "Link|URL: https://*/*/*|Press");
-    row("about", "lbUrl", "Link|Открыть https://*|Press");
-    row("popups", "", "AlertMessage|К задаче *|Press");
-    row("popups", "", "AlertMessage|Доступно новое обновление *9.9.9");
-    row("popups", "leMessage", "StaticText|К задаче *");
-}
-
-void TestLook::screenReaders()
-{
-    QFETCH(QString, widget);
-    QFETCH(QString, expected);
-    const auto isAsked = [](const Scene &scene) { return qstrcmp(scene.name, QTest::currentDataTag()) == 0; };
-    Stage stage;
-    const QWidgetList windows = std::find_if(scenes().begin(), scenes().end(), isAsked)->open(stage);
-    QVERIFY(!windows.isEmpty());
-    QStringList heard;
-    for (QWidget *window : windows) {
-        if (QWidget *found = widget.isEmpty() ? window : window->findChild<QWidget *>(widget))
-            heard.append(spoken(found));
+    void namedImages()
+    {
+        QStringList images;
+        const QRegularExpression name(s(R"(:/(?:[\w-]+/)+[\w-]+\.png)"));
+        QDirIterator sources(s(ORVANA_SOURCES), texts({"*.cpp", "*.ui", "*.qss"}), QDir::Files,
+                             QDirIterator::Subdirectories);
+        while (sources.hasNext()) {
+            QFile source(sources.next());
+            QVERIFY(source.open(QIODevice::ReadOnly));
+            auto found = name.globalMatch(QString::fromUtf8(source.readAll()));
+            while (found.hasNext())
+                images.append(found.next().captured());
+        }
+        QVERIFY(images.size() > 50);
+        // Put together in code.
+        for (const char *button : {"pbPlay_Online", "pbPlay_Offline", "pbPause_Online", "pbPause_Offline"}) {
+            for (const char *look : {"", "_hovered", "_hovered_clicked"})
+                images.append(s(":/images/") + s(button) + s(look) + s(".png"));
+        }
+        for (const QString &image : qAsConst(images))
+            QVERIFY2(QFile::exists(image), qPrintable(image));
     }
-    const QRegularExpression pattern(QRegularExpression::wildcardToRegularExpression(expected));
-    QVERIFY2(heard.indexOf(pattern) >= 0, qPrintable(heard.join(QLatin1Char('\n'))));
-}
 
-void TestLook::screenReadersPress()
-{
-    Stage stage;
-    MainForm *form = stage.openMain(QString());
-    WindowBench::press(stage.bench.child<QWidget>("lbActivity"));
-    QTRY_COMPARE(stage.bench.child<QLabel>("lbActivity")->text(), s("Активного:"));
-    WindowBench::press(stage.bench.child<QWidget>("lbTask"));
-    QTRY_VERIFY(form->findChild<TaskForm *>()->isVisible());
-    NotificationManager::instance()->addNotification(s("Новая команда"), TeamAdded, QString());
-    WindowBench::press(shownPopups().constFirst());
-    QTRY_VERIFY(WindowBench::popupTexts().isEmpty());
-}
+    void scene_data()
+    {
+        QTest::addColumn<int>("number");
+        for (std::size_t i = 0; i < scenes().size(); ++i)
+            QTest::newRow(scenes()[i].name) << static_cast<int>(i);
+    }
+
+    void scene()
+    {
+        QFETCH(int, number);
+        Stage stage;
+        const QWidgetList windows = scenes()[static_cast<std::size_t>(number)].open(stage);
+        QVERIFY(!windows.isEmpty());
+        QStringList problems;
+        for (QWidget *window : windows) {
+            QVERIFY(window && QTest::qWaitForWindowExposed(window));
+            QWidgetList widgets = window->findChildren<QWidget *>();
+            widgets.prepend(window);
+            for (QWidget *widget : qAsConst(widgets)) {
+                // A window's child windows are scenes of their own.
+                if (widget->isVisible() && !isInner(widget) && widget->window() == window)
+                    problems += checkPlace(widget) + checkForScreenReaders(widget) + checkMotion(widget);
+            }
+        }
+        QWidget *last = windows.last();
+        // Popups take no focus by themselves, lists and menus are Qt's.
+        if (isOneOf<QDialog>(last) && !isOneOf<NotificationForm>(last)) {
+            QVERIFY(QTest::qWaitForWindowActive(last));
+            problems += checkFocus(last);
+        }
+        QVERIFY2(problems.isEmpty(), qPrintable(problems.join(QLatin1Char('\n'))));
+    }
+
+    void screenReaders_data()
+    {
+        QTest::addColumn<QString>("widget");
+        QTest::addColumn<QString>("expected");
+        const auto row = [](const char *scene, const char *widget, const char *expected) {
+            QTest::newRow(scene) << QString::fromLatin1(widget) << QString::fromUtf8(expected);
+        };
+        row("main-no-task", "lbTask", "Button|Выбрать задачу|Press");
+        row("main-stopped", "pbPlay", "CheckBox|Запись времени|unchecked|Toggle");
+        row("main-running", "pbPlay", "CheckBox|Запись времени|checked|Toggle");
+        row("main-stopped-hovered", "lbActivity", "Button|Сегодня: |Press");
+        row("main-running-focused", "lbClock", "StaticText|00:00:00|of Сегодня: ");
+        row("main-overdue-active-time", "lbOverdueTime", "StaticText|1д. *|of Просрочено:");
+        row("login", "lbEmail", "EditableText|E-mail|of E-mail:");
+        row("chooser", "cbTeam", "ComboBox|*|of Команда");
+        row("calendar", "reasonTextEdit", "EditableText|Причина для переноса|of Причина для переноса:");
+        row("description", "lbAttachmentsNumber", "StaticText|[0-9]");
+        row("description-texts", "lbUrl", "Link|URL: https://*/*/*|Press");
+        row("about", "lbUrl", "Link|Открыть https://*|Press");
+        row("popups", "", "AlertMessage|К задаче *|Press");
+        row("popups", "", "AlertMessage|Доступно новое обновление *9.9.9");
+        row("popups", "leMessage", "StaticText|К задаче *");
+    }
+
+    void screenReaders()
+    {
+        QFETCH(QString, widget);
+        QFETCH(QString, expected);
+        const auto isAsked = [](const Scene &scene) {
+            return qstrcmp(scene.name, QTest::currentDataTag()) == 0;
+        };
+        Stage stage;
+        const QWidgetList windows = std::find_if(scenes().begin(), scenes().end(), isAsked)->open(stage);
+        QVERIFY(!windows.isEmpty());
+        QStringList heard;
+        for (QWidget *window : windows) {
+            if (QWidget *found = widget.isEmpty() ? window : window->findChild<QWidget *>(widget))
+                heard.append(spoken(found));
+        }
+        const QRegularExpression pattern(QRegularExpression::wildcardToRegularExpression(expected));
+        QVERIFY2(heard.indexOf(pattern) >= 0, qPrintable(heard.join(QLatin1Char('\n'))));
+    }
+
+    void screenReadersPress()
+    {
+        Stage stage;
+        MainForm *form = stage.openMain(QString());
+        WindowBench::press(stage.bench.child<QWidget>("lbActivity"));
+        QTRY_COMPARE(stage.bench.child<QLabel>("lbActivity")->text(), s("Активного:"));
+        WindowBench::press(stage.bench.child<QWidget>("lbTask"));
+        QTRY_VERIFY(form->findChild<TaskForm *>()->isVisible());
+        NotificationManager::instance()->addNotification(s("Новая команда"), TeamAdded, QString());
+        WindowBench::press(shownPopups().constFirst());
+        QTRY_VERIFY(WindowBench::popupTexts().isEmpty());
+    }
+};
 
 int main(int argc, char *argv[])
 {
