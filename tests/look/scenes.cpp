@@ -185,9 +185,11 @@ QWidgetList description(Stage &stage, const QString &task, const char *page)
         return {};
     QWidget *list = stage.openTaskList();
     emit list->findChild<TaskListView *>()->descriptionRequested(task);
+    if (!stage.bench.settle())
+        return {};
     auto *window = list->findChild<TaskDescriptionForm *>();
     part<QPushButton>(window, page)->click();
-    return stage.bench.settle() ? QWidgetList{window} : QWidgetList();
+    return {window};
 }
 
 std::vector<Scene> makeScenes()
