@@ -26,7 +26,7 @@ const QRect kBackground(0, 0, 179, 107);
 const QString kPane = QStringLiteral(":/images/bg_notifications_withLogo.png");
 const QRect kMessage(10, 20, 161, 70);
 constexpr int kMessageHeightAboveButtons = 40;
-// More nobody waits for in so small a box, and laying out megabytes takes minutes.
+// Nobody reads more in a box this small, and laying out megabytes takes minutes.
 constexpr int kLongestMessage = 2000;
 
 QRect availableArea(const NotificationHost *host)

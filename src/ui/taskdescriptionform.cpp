@@ -33,7 +33,7 @@ const QString kPageButtonStyle = QStringLiteral(
 const QString kAttachmentIcon = QStringLiteral(":/images/res/images/task_desc_dialog/attachment_icon.png");
 
 constexpr int kAddressWidth = 510;
-constexpr int kLongestAddress = 8192; // browsers take no longer ones
+constexpr int kLongestAddress = 8192; // browsers open no longer ones
 
 void logCall(const char *name)
 {
@@ -110,8 +110,8 @@ void TaskDescriptionForm::requestUpdateTask(const QString &taskId)
 void TaskDescriptionForm::updateTask(const TaskInfo &info)
 {
     logCall("updateTask");
-    // Every window hears of every task, and of an empty record when a request
-    // got no answer.
+    // The signal reaches every window, whichever task it is about, and brings an empty
+    // record when a request got no answer.
     if (info.id == m_taskId)
         showInfo(info);
 }

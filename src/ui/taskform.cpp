@@ -84,7 +84,7 @@ void TaskForm::update()
     showSession();
     if (!orvana->session()->isOnline())
         return;
-    // The lists that are on their way may hold the session's choice, also when
+    // The lists that have been requested may hold the session's choice, also when
     // those shown now do not.
     takeSessionsChoice();
     m_ui->lbLoading->setText(QStringLiteral("Загрузка..."));
@@ -106,7 +106,7 @@ void TaskForm::showSession()
     refreshed();
 }
 
-// One user's teams and tasks are not for the next one to choose from.
+// The next user must not choose from this one's teams and tasks.
 void TaskForm::onLogin()
 {
     showSession();

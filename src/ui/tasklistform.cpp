@@ -138,7 +138,7 @@ void TaskListForm::onTaskClosed(const QString &taskId)
     }
 }
 
-// One user's descriptions are not for the next one's eyes.
+// The next user must not see the descriptions of this one.
 void TaskListForm::onLogin()
 {
     const QString login = m_orvana->session()->login();

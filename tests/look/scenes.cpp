@@ -185,9 +185,10 @@ QWidgetList description(Stage &stage, const QString &task, const char *page)
         return {};
     QWidget *list = stage.openTaskList();
     emit list->findChild<TaskListView *>()->descriptionRequested(task);
-    if (!stage.bench.settle())
-        return {};
     auto *window = list->findChild<TaskDescriptionForm *>();
+    // The focus moves on from a page that is hidden only in an active window.
+    if (!stage.bench.settle() || !QTest::qWaitForWindowActive(window))
+        return {};
     part<QPushButton>(window, page)->click();
     return {window};
 }
