@@ -186,8 +186,8 @@ QWidgetList description(Stage &stage, const QString &task, const char *page)
     QWidget *list = stage.openTaskList();
     emit list->findChild<TaskListView *>()->descriptionRequested(task);
     auto *window = list->findChild<TaskDescriptionForm *>();
-    // The focus moves on from a page that is hidden only in an active window.
-    if (!stage.bench.settle() || !QTest::qWaitForWindowActive(window))
+    // Only a widget that really has the focus passes it on when its page is hidden.
+    if (!stage.bench.settle() || !Stage::focus(part(window, "textTask")))
         return {};
     part<QPushButton>(window, page)->click();
     return {window};
