@@ -1,19 +1,18 @@
 #include "notifications/notificationform.h"
 
+#include "base/shortened.h"
 #include "notifications/notificationhost.h"
 #include "ui_notificationform.h"
+#include "widgets/activation.h"
 #include "widgets/artwork.h"
 #include "widgets/autoscrolllineedit.h"
+#include "widgets/placement.h"
 #include "x11/windowmanager.h"
 
 #include <QGraphicsOpacityEffect>
-#include <QGuiApplication>
 #include <QImage>
-#include <QKeyEvent>
-#include <QMouseEvent>
 #include <QPainter>
 #include <QPropertyAnimation>
-#include <QScreen>
 
 #include <chrono>
 
@@ -27,21 +26,12 @@ const QRect kBackground(0, 0, 179, 107);
 const QString kPane = QStringLiteral(":/images/bg_notifications_withLogo.png");
 const QRect kMessage(10, 20, 161, 70);
 constexpr int kMessageHeightAboveButtons = 40;
-// More nobody waits for in so small a box, and laying out megabytes takes minutes.
+// Nobody reads more in a box this small, and laying out megabytes takes minutes.
 constexpr int kLongestMessage = 2000;
-
-QString shortened(const QString &message)
-{
-    return message.size() > kLongestMessage ? QString(message.left(kLongestMessage) + QChar(0x2026))
-                                            : message;
-}
 
 QRect availableArea(const NotificationHost *host)
 {
-    if (host)
-        return host->notificationArea();
-    const QScreen *screen = QGuiApplication::primaryScreen();
-    return screen ? screen->availableGeometry() : QRect();
+    return host ? host->notificationArea() : Placement::freeArea(nullptr);
 }
 
 QPoint placeOf(int position, const NotificationHost *host)
@@ -79,7 +69,7 @@ NotificationForm::NotificationForm(const QString &text, NotificationType type, c
     m_ui->setupUi(this);
     m_ui->pbUpdate->setObjectName(QStringLiteral("pbOrvana"));
     m_ui->pbLate->setObjectName(QStringLiteral("pbOrvana"));
-    const QString words = shortened(getMessage(text, type));
+    const QString words = shortened(getMessage(text, type), kLongestMessage);
     setAccessibleName(words);
 
     auto *message = new AutoScrollLineEdit(this);
@@ -191,10 +181,7 @@ bool NotificationForm::eventFilter(QObject *watched, QEvent *event)
 // a key that would act is the user's only after a click or Tab in here.
 bool NotificationForm::isStrayKey(const QEvent *event) const
 {
-    if (m_isAttended || (event->type() != QEvent::KeyPress && event->type() != QEvent::KeyRelease))
-        return false;
-    const int key = static_cast<const QKeyEvent *>(event)->key();
-    return key == Qt::Key_Return || key == Qt::Key_Enter || key == Qt::Key_Space;
+    return !m_isAttended && event->type() == QEvent::KeyPress && isActivation(event);
 }
 
 bool NotificationForm::event(QEvent *event)

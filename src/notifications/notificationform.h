@@ -15,7 +15,7 @@ class NotificationForm;
 }
 
 // One popup. It closes by a click, some kinds also after five seconds; fading
-// out it ignores both, and says notificationClosed() at the end.
+// out it ignores both, and emits notificationClosed() at the end.
 class NotificationForm final : public QDialog
 {
     Q_OBJECT

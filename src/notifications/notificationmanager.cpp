@@ -11,9 +11,9 @@
 
 namespace {
 
-// Lists that change altogether bring tens of thousands, which nobody reads; the memory
-// is not the service's to fill.
-constexpr std::size_t kMostWaiting = 1000;
+// Lists in which everything changes bring tens of thousands, which nobody reads, and the
+// service must not be able to fill the memory.
+constexpr std::size_t kMaxWaiting = 1000;
 
 } // namespace
 
@@ -36,10 +36,10 @@ void NotificationManager::setMainForm(NotificationHost *host)
         if (waiting.form)
             waiting.form->setMainForm(host);
     }
-    tellHost();
+    notifyHost();
 }
 
-void NotificationManager::tellHost()
+void NotificationManager::notifyHost()
 {
     if (m_host)
         m_host->updateNotificationState();
@@ -82,7 +82,7 @@ void NotificationManager::addNotification(const QString &text, NotificationType 
 void NotificationManager::clearForNextUser()
 {
     removeTypes([](NotificationType each) { return each != UpdateAvailable; });
-    tellHost();
+    notifyHost();
 }
 
 void NotificationManager::addHidedForm(NotificationForm *form)
@@ -93,12 +93,12 @@ void NotificationManager::addHidedForm(NotificationForm *form)
 void NotificationManager::keepBack(const Waiting &waiting)
 {
     m_hidden.push_back(waiting);
-    if (m_hidden.size() > kMostWaiting)
+    if (m_hidden.size() > kMaxWaiting)
         dropOldest();
     else
         m_hasDropped = false;
     if (m_shown.isEmpty())
-        tellHost();
+        notifyHost();
 }
 
 // But never the offer of an update.
@@ -123,7 +123,7 @@ void NotificationManager::show(const Waiting &waiting)
     form->updatePosition(m_shown.size());
     form->show();
     m_shown.append(form);
-    tellHost();
+    notifyHost();
 }
 
 void NotificationManager::showFirstHidden()
@@ -148,7 +148,7 @@ void NotificationManager::hideForm(NotificationForm *form)
     if (waiting != m_hidden.end()) {
         m_hidden.erase(waiting);
         form->deleteLater();
-        tellHost();
+        notifyHost();
         return;
     }
     if (!m_shown.removeOne(form))
@@ -161,7 +161,7 @@ void NotificationManager::hideForm(NotificationForm *form)
     if (!m_hidden.empty())
         showFirstHidden();
     if (m_shown.isEmpty())
-        tellHost();
+        notifyHost();
     form->hide();
     form->deleteLater();
 }
@@ -179,7 +179,7 @@ void NotificationManager::hideAll()
     // Those that fade out move up, so that slots and places in the list agree.
     for (int i = 0; i < m_shown.size(); ++i)
         m_shown.at(i)->updatePosition(i);
-    tellHost();
+    notifyHost();
 }
 
 void NotificationManager::restoreAll()
@@ -224,5 +224,5 @@ void NotificationManager::destroy()
     m_shown.clear();
     m_hidden.clear();
     qDeleteAll(all);
-    tellHost();
+    notifyHost();
 }

@@ -21,7 +21,7 @@ public:
     static NotificationManager *instance();
 
     // May be null: popups can be raised before the main window exists and after
-    // it is gone. The host is told of every change.
+    // it is gone. The host is notified of every change.
     void setMainForm(NotificationHost *host);
     NotificationHost *mainForm() const { return m_host; }
 
@@ -67,7 +67,7 @@ private:
     void showFirstHidden();
     template <typename Predicate>
     void removeTypes(Predicate isRemoved);
-    void tellHost();
+    void notifyHost();
 
     NotificationHost *m_host = nullptr;
     QList<NotificationForm *> m_shown; // in the order of their slots

@@ -4,24 +4,20 @@
 #include "service/orvana.h"
 #include "ui_aboutform.h"
 #include "update/orvanaupdate.h"
+#include "widgets/activation.h"
 #include "widgets/artwork.h"
 
 #include <QCoreApplication>
-#include <QKeyEvent>
-#include <QMouseEvent>
 
 namespace {
 
-bool isActivation(const QEvent *event, const QWidget *widget)
+// As links do, it opens when the button is released.
+bool opensLink(const QEvent *event, const QWidget *link)
 {
-    if (event->type() == QEvent::MouseButtonRelease) {
-        const auto *mouse = static_cast<const QMouseEvent *>(event);
-        return mouse->button() == Qt::LeftButton && widget->rect().contains(mouse->pos());
-    }
-    if (event->type() != QEvent::KeyPress)
-        return false;
-    const int key = static_cast<const QKeyEvent *>(event)->key();
-    return key == Qt::Key_Space || key == Qt::Key_Return || key == Qt::Key_Enter;
+    if (event->type() != QEvent::MouseButtonRelease)
+        return event->type() == QEvent::KeyPress && isActivation(event);
+    const auto *mouse = static_cast<const QMouseEvent *>(event);
+    return mouse->button() == Qt::LeftButton && link->rect().contains(mouse->pos());
 }
 
 } // namespace
@@ -33,7 +29,7 @@ AboutForm::AboutForm(Orvana *client, QWidget *parent)
 {
     m_ui->setupUi(this);
     setWindowFlag(Qt::WindowContextHelpButtonHint, false);
-    // Set here: a form's own pictures are not looked for in the dense size.
+    // Set here: the form description would load it in the plain size only.
     m_ui->label->setPixmap(QPixmap::fromImage(Artwork::load(QStringLiteral(":/images/res/images/OV.png"))));
     m_ui->lbVersion->setText(QStringLiteral("Версия: ") + QCoreApplication::applicationVersion());
     m_ui->lbBuildDate->setText(QStringLiteral("Дата сборки: ") + buildStamp());
@@ -66,7 +62,7 @@ void AboutForm::updateAvailable(bool available)
 
 bool AboutForm::eventFilter(QObject *watched, QEvent *event)
 {
-    if (watched == m_ui->lbUrl && isActivation(event, m_ui->lbUrl)) {
+    if (watched == m_ui->lbUrl && opensLink(event, m_ui->lbUrl)) {
         m_orvana->openUrl(m_orvana->serviceUrl());
         return true;
     }

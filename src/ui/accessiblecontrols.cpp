@@ -83,7 +83,7 @@ protected:
     QLabel *label() const { return qobject_cast<QLabel *>(object()); }
 };
 
-// A label that is a link, or holds one.
+// A label that is a link, or holds one while it can have the focus.
 class AccessibleLink final : public AccessibleLabel
 {
 public:
@@ -100,8 +100,6 @@ public:
     }
 
 protected:
-    bool canBePressed() const override { return label() && label()->text().contains(QLatin1String("<a ")); }
-
     void press() override
     {
         // Enter opens the link that Tab has chosen.
@@ -165,8 +163,12 @@ QAccessibleInterface *makeInterface(const QString &className, QObject *object)
         return new AccessibleMessage(static_cast<QTextEdit *>(widget));
     if (className == QLatin1String("NotificationForm"))
         return new AccessiblePopup(static_cast<NotificationForm *>(widget));
-    if (className == QLatin1String("QLabel") && widget->focusPolicy() != Qt::NoFocus)
-        return new AccessibleLink(static_cast<QLabel *>(widget));
+    // One that can be reached by keyboard, now or once it holds a link.
+    auto *label = qobject_cast<QLabel *>(object);
+    if (className == QLatin1String("QLabel")
+        && (label->focusPolicy() != Qt::NoFocus
+            || label->textInteractionFlags().testFlag(Qt::LinksAccessibleByKeyboard)))
+        return new AccessibleLink(label);
     return nullptr;
 }
 

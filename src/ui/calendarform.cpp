@@ -78,7 +78,7 @@ void CalendarForm::initCalendar()
     }
     view->setPalette(palette);
 
-    // The menu stays alive: the calendar goes on updating its names.
+    // The menu is not deleted: the calendar still updates its names.
     auto *month = part<QToolButton>(calendar, "qt_calendar_monthbutton");
     month->setEnabled(false);
     month->setMenu(nullptr);

@@ -11,7 +11,7 @@ namespace Ui {
 class CalendarForm;
 }
 
-// Asks for a wished deadline and the reason for it; accepted only with a reason.
+// Asks for a new deadline and the reason for it; accepted only with a reason.
 class CalendarForm final : public AbstractOrvanaForm
 {
     Q_OBJECT

@@ -40,37 +40,23 @@ QString inexactWords(const Keyword &phrase)
     return QStringLiteral("Неточн. ") + titleLine(phrase.count2);
 }
 
-void prepare(QPainter *painter, const QStyleOptionViewItem &option)
-{
-    painter->setFont(option.font);
-    painter->setPen(option.palette.color(QPalette::Text));
-}
-
 } // namespace
 
 QVariant fileItem(const Attachment &file, int role)
 {
     switch (role) {
-    case Qt::DisplayRole:
-        return titleLine(shownName(file));
-    case Qt::ToolTipRole:
-        return literalToolTip(shownName(file));
     case Qt::AccessibleTextRole:
         return QString(titleLine(shownName(file)) + QStringLiteral(", ") + sizeOf(file));
     case SizeRole:
         return sizeOf(file);
     default:
-        return {};
+        return titleData(shownName(file), role);
     }
 }
 
 QVariant phraseItem(const Keyword &phrase, int role)
 {
     switch (role) {
-    case Qt::DisplayRole:
-        return titleLine(phrase.keyword);
-    case Qt::ToolTipRole:
-        return literalToolTip(phrase.keyword);
     case Qt::AccessibleTextRole:
         return QString(titleLine(phrase.keyword) + QStringLiteral(", ") + exactWords(phrase)
                        + QStringLiteral(", ") + inexactWords(phrase));
@@ -79,22 +65,13 @@ QVariant phraseItem(const Keyword &phrase, int role)
     case InexactRole:
         return inexactWords(phrase);
     default:
-        return {};
+        return titleData(phrase.keyword, role);
     }
 }
 
 QVariant textItem(const TextTask &textTask, int role)
 {
-    switch (role) {
-    case Qt::DisplayRole:
-        return titleLine(textTask.title);
-    case Qt::ToolTipRole:
-        return literalToolTip(textTask.title);
-    case Qt::UserRole:
-        return QVariant::fromValue(textTask);
-    default:
-        return {};
-    }
+    return role == Qt::UserRole ? QVariant::fromValue(textTask) : titleData(textTask.title, role);
 }
 
 QString sizeText(float bytes)
@@ -130,28 +107,21 @@ QRect FileRowDelegate::titleRect(const QStyleOptionViewItem &option, const QMode
     return place;
 }
 
-void FileRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
-                            const QModelIndex &index) const
+void FileRowDelegate::drawRow(QPainter *painter, const QStyleOptionViewItem &row,
+                              const QModelIndex &index) const
 {
-    QStyleOptionViewItem row = option;
-    initStyleOption(&row, index);
-    painter->save();
-    drawFace(painter, row);
-    prepare(painter, row);
     QRect icon(QPoint(), iconSize());
     icon.moveCenter(row.rect.center());
     icon.moveLeft(row.rect.left() + kItemPadding + kFileMargin);
     painter->drawPixmap(icon, m_icon);
     drawTitle(painter, row, index);
     drawText(painter, sizeRect(row, index), index.data(SizeRole).toString());
-    painter->restore();
 }
 
-QSize FileRowDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const
+int FileRowDelegate::rowHeight(const QStyleOptionViewItem &option) const
 {
     Q_UNUSED(option)
-    Q_UNUSED(index)
-    return QSize(0, kFileHeight);
+    return kFileHeight;
 }
 
 QRect PhraseRowDelegate::titleRect(const QStyleOptionViewItem &option, const QModelIndex &index) const
@@ -160,14 +130,9 @@ QRect PhraseRowDelegate::titleRect(const QStyleOptionViewItem &option, const QMo
     return QRect(option.rect.left() + kItemPadding, option.rect.top(), kPhraseWidth, option.rect.height());
 }
 
-void PhraseRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
-                              const QModelIndex &index) const
+void PhraseRowDelegate::drawRow(QPainter *painter, const QStyleOptionViewItem &row,
+                                const QModelIndex &index) const
 {
-    QStyleOptionViewItem row = option;
-    initStyleOption(&row, index);
-    painter->save();
-    drawFace(painter, row);
-    prepare(painter, row);
     drawTitle(painter, row, index);
     QRect place = titleRect(row, index);
     for (const int role : {int(ExactRole), int(InexactRole)}) {
@@ -176,12 +141,10 @@ void PhraseRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &opt
         place.setWidth(std::min(kCountWidth, row.fontMetrics.horizontalAdvance(count)));
         drawText(painter, place, count);
     }
-    painter->restore();
 }
 
-QSize PhraseRowDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const
+int PhraseRowDelegate::rowHeight(const QStyleOptionViewItem &option) const
 {
     Q_UNUSED(option)
-    Q_UNUSED(index)
-    return QSize(0, kPhraseHeight);
+    return kPhraseHeight;
 }

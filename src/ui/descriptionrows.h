@@ -6,7 +6,7 @@
 #include <QPixmap>
 #include <QVariant>
 
-// What the rows of a task's files, required phrases and texts say; for a ListModel.
+// What the rows of a task's files, required phrases and texts show; for a ListModel.
 enum DescriptionRole {
     SizeRole = Qt::UserRole, // of a file, in words
     ExactRole = Qt::UserRole, // of a phrase, in words
@@ -31,9 +31,10 @@ public:
     explicit FileRowDelegate(const QPixmap &icon, QObject *parent = nullptr);
 
     QRect titleRect(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
-    void paint(QPainter *painter, const QStyleOptionViewItem &option,
-               const QModelIndex &index) const override;
-    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
+
+protected:
+    void drawRow(QPainter *painter, const QStyleOptionViewItem &row, const QModelIndex &index) const override;
+    int rowHeight(const QStyleOptionViewItem &option) const override;
 
 private:
     QRect sizeRect(const QStyleOptionViewItem &option, const QModelIndex &index) const;
@@ -52,7 +53,8 @@ public:
     using RowDelegate::RowDelegate;
 
     QRect titleRect(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
-    void paint(QPainter *painter, const QStyleOptionViewItem &option,
-               const QModelIndex &index) const override;
-    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
+
+protected:
+    void drawRow(QPainter *painter, const QStyleOptionViewItem &row, const QModelIndex &index) const override;
+    int rowHeight(const QStyleOptionViewItem &option) const override;
 };

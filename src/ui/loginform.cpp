@@ -4,6 +4,7 @@
 #include "service/ovsession.h"
 #include "ui_loginform.h"
 #include "widgets/artwork.h"
+#include "widgets/placement.h"
 
 #include <QMouseEvent>
 #include <QPainter>
@@ -38,7 +39,7 @@ LoginForm::LoginForm(Orvana *orvana, QWidget *parent)
     // Frameless windows report a wrong place unless they are sized first.
     ensurePolished();
     adjustSize();
-    Artwork::centre(this, parent);
+    Placement::centre(this, parent);
     activateWindow();
 
     m_ui->lbEmail->setText(m_orvana->session()->login());

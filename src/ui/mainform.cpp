@@ -9,7 +9,7 @@
 #include "ui/taskform.h"
 #include "ui/tasklistform.h"
 #include "ui_mainform.h"
-#include "widgets/artwork.h"
+#include "widgets/placement.h"
 #include "widgets/scrolltext.h"
 #include "widgets/simplemarkup.h"
 #include "widgets/tooltips.h"
@@ -20,7 +20,6 @@
 #include <QKeyEvent>
 #include <QLocale>
 #include <QMenu>
-#include <QPainter>
 #include <QScreen>
 #include <QShortcut>
 #include <QStyle>
@@ -78,16 +77,12 @@ void notify(const QString &text)
 } // namespace
 
 MainForm::MainForm(Orvana *orvana, QWidget *parent)
-    : QDialog(parent)
+    : AbstractOrvanaForm(parent)
     , m_ui(std::make_unique<Ui::MainForm>())
     , m_orvana(orvana)
 {
     m_ui->setupUi(this);
-    setAttribute(Qt::WA_TranslucentBackground);
-    m_background = Artwork::load(QStringLiteral(":/images/main.png"));
-    // A dialog keeps its place in the task switcher, so that the window can be
-    // found again on a desktop without a tray.
-    setWindowFlags(Qt::Dialog | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
+    setBackground(QStringLiteral(":/images/main.png"));
     showOnAllDesktops(this);
     placeOnScreen();
 
@@ -402,8 +397,7 @@ int MainForm::notificationOffset() const
 
 QRect MainForm::notificationArea() const
 {
-    const QScreen *screen = Artwork::screenOf(this);
-    return screen ? screen->availableGeometry() : QRect();
+    return Placement::freeArea(this);
 }
 
 void MainForm::updateNotificationState()
@@ -419,9 +413,7 @@ void MainForm::openTask(const QString &taskId)
 
 void MainForm::paintEvent(QPaintEvent *event)
 {
-    Q_UNUSED(event)
-    QPainter painter(this);
-    Artwork::drawPane(painter, rect(), m_background);
+    AbstractOrvanaForm::paintEvent(event);
     if (!m_wasPainted)
         QTimer::singleShot(kAfterPaint, this, &MainForm::finishStart);
     m_wasPainted = true;

@@ -1,13 +1,11 @@
 #pragma once
 
 #include "notifications/notificationhost.h"
-#include "widgets/windowdrag.h"
+#include "widgets/abstractorvanaform.h"
 
 #include <QDateTime>
-#include <QDialog>
 #include <QElapsedTimer>
 #include <QIcon>
-#include <QImage>
 #include <QSystemTrayIcon>
 #include <QTimer>
 
@@ -30,7 +28,7 @@ class MainForm;
 // The small window that is always there: task, play button, clocks, overdue
 // time; it owns the tray icon, the menu and the timers that turn a running timer
 // into counted and reported minutes. The client must outlive it.
-class MainForm final : public QDialog, public NotificationHost
+class MainForm final : public AbstractOrvanaForm, public NotificationHost
 {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(MainForm)
@@ -94,9 +92,6 @@ protected:
     void paintEvent(QPaintEvent *event) override;
     bool eventFilter(QObject *watched, QEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
-    void mousePressEvent(QMouseEvent *event) override;
-    void mouseMoveEvent(QMouseEvent *event) override;
-    void mouseReleaseEvent(QMouseEvent *event) override;
     void showEvent(QShowEvent *event) override;
     void hideEvent(QHideEvent *event) override;
     void changeEvent(QEvent *event) override;
@@ -139,7 +134,6 @@ private:
 
     std::unique_ptr<Ui::MainForm> m_ui;
     Orvana *m_orvana;
-    QImage m_background;
     ScrollText *m_taskText = nullptr;
     TaskListForm *m_taskListForm = nullptr;
     TaskForm *m_taskForm = nullptr;
@@ -148,7 +142,6 @@ private:
     QMenu *m_menu = nullptr;
     std::unique_ptr<QMenu> m_trayMenu;
     bool m_showsActiveTime = false;
-    WindowDrag m_drag;
     bool m_hidAll = false; // the other windows come back with this one
     QElapsedTimer m_sinceTrayClick;
     QString m_playStyle;

@@ -10,32 +10,17 @@
 #include "ui/taskform.h"
 #include "ui/tasklistform.h"
 #include "ui_mainform.h"
-#include "widgets/artwork.h"
+#include "widgets/activation.h"
+#include "widgets/placement.h"
 #include "widgets/scrolltext.h"
 #include "x11/windowmanager.h"
 
 #include <QCoreApplication>
 #include <QDebug>
 #include <QGuiApplication>
-#include <QKeyEvent>
-#include <QMouseEvent>
 #include <QScreen>
 #include <QStyleHints>
 #include <QWindow>
-
-namespace {
-
-bool isActivation(const QEvent *event)
-{
-    if (event->type() == QEvent::MouseButtonPress)
-        return static_cast<const QMouseEvent *>(event)->button() == Qt::LeftButton;
-    if (event->type() != QEvent::KeyPress)
-        return false;
-    const int key = static_cast<const QKeyEvent *>(event)->key();
-    return key == Qt::Key_Space || key == Qt::Key_Return || key == Qt::Key_Enter;
-}
-
-} // namespace
 
 bool MainForm::eventFilter(QObject *watched, QEvent *event)
 {
@@ -55,29 +40,10 @@ void MainForm::keyPressEvent(QKeyEvent *event)
         QDialog::keyPressEvent(event);
 }
 
-void MainForm::mousePressEvent(QMouseEvent *event)
-{
-    m_drag.press(event, this);
-    event->accept();
-}
-
-void MainForm::mouseMoveEvent(QMouseEvent *event)
-{
-    m_drag.move(event, this);
-    event->accept();
-}
-
-void MainForm::mouseReleaseEvent(QMouseEvent *event)
-{
-    m_drag.release(event);
-    event->accept();
-}
-
 void MainForm::showEvent(QShowEvent *event)
 {
-    QDialog::showEvent(event);
+    AbstractOrvanaForm::showEvent(event);
     m_wasShown = true;
-    Artwork::trimToPane(this, m_background);
     // Flags that change make another handle.
     connect(windowHandle(), &QWindow::screenChanged, this, &MainForm::placePopups, Qt::UniqueConnection);
     placePopups();
@@ -86,8 +52,7 @@ void MainForm::showEvent(QShowEvent *event)
 
 void MainForm::hideEvent(QHideEvent *event)
 {
-    QDialog::hideEvent(event);
-    m_drag.end();
+    AbstractOrvanaForm::hideEvent(event);
     placePopups();
 }
 
@@ -186,7 +151,7 @@ void MainForm::on_pbTask_clicked()
 {
     finishStart();
     m_taskForm->update();
-    Artwork::centre(m_taskForm, this);
+    Placement::centre(m_taskForm, this);
     m_taskForm->show();
     m_taskForm->raise();
     m_taskForm->activateWindow();
@@ -248,7 +213,7 @@ void MainForm::on_actionAbout_triggered()
     if (!m_aboutForm)
         m_aboutForm = std::make_unique<AboutForm>(m_orvana, nullptr);
     m_aboutForm->update();
-    Artwork::centre(m_aboutForm.get(), this);
+    Placement::centre(m_aboutForm.get(), this);
     m_aboutForm->show();
     m_aboutForm->raise();
     m_aboutForm->activateWindow();
@@ -265,7 +230,7 @@ void MainForm::on_pbTimeExtend_clicked()
     auto *calendar = new CalendarForm(nullptr);
     connect(calendar, &CalendarForm::accepted, this, &MainForm::onRequestDeadlineAccepted);
     connect(calendar, &CalendarForm::rejected, calendar, &QObject::deleteLater);
-    Artwork::centre(calendar, this);
+    Placement::centre(calendar, this);
     calendar->exec();
 }
 

@@ -6,6 +6,7 @@
 #include "ui/tasklistform.h"
 #include "ui_taskdescriptionform.h"
 #include "widgets/artwork.h"
+#include "widgets/placement.h"
 #include "widgets/scrolltext.h"
 #include "widgets/simplemarkup.h"
 #include "widgets/tooltips.h"
@@ -32,7 +33,7 @@ const QString kPageButtonStyle = QStringLiteral(
 const QString kAttachmentIcon = QStringLiteral(":/images/res/images/task_desc_dialog/attachment_icon.png");
 
 constexpr int kAddressWidth = 510;
-constexpr int kLongestAddress = 8192; // browsers take no longer ones
+constexpr int kLongestAddress = 8192; // browsers open no longer ones
 
 void logCall(const char *name)
 {
@@ -52,7 +53,7 @@ TaskDescriptionForm::TaskDescriptionForm(const QString &taskId, Orvana *orvana, 
     m_ui->setupUi(this);
     setFixedSize(size());
     setBackground(QStringLiteral(":/images/res/images/task_desc_dialog/background.png"));
-    Artwork::centre(this, m_list);
+    Placement::centre(this, m_list);
     applyStyles();
     fillLists();
     m_title = new ScrollText(true, this);
@@ -109,8 +110,8 @@ void TaskDescriptionForm::requestUpdateTask(const QString &taskId)
 void TaskDescriptionForm::updateTask(const TaskInfo &info)
 {
     logCall("updateTask");
-    // Every window hears of every task, and of an empty record when a request
-    // got no answer.
+    // The signal reaches every window, whichever task it is about, and brings an empty
+    // record when a request got no answer.
     if (info.id == m_taskId)
         showInfo(info);
 }
@@ -186,6 +187,10 @@ void TaskDescriptionForm::updateTaskText(const TextTask &textTask)
                                           + QStringLiteral("</a>"))
                                 : QString(QStringLiteral("URL: ") + shown));
     m_ui->lbUrl->setToolTip(literalToolTip(address));
+    const bool opens = !target.isEmpty();
+    if (!opens && focusWidget() == m_ui->lbUrl)
+        focusNextChild();
+    m_ui->lbUrl->setFocusPolicy(opens ? Qt::StrongFocus : Qt::NoFocus);
     m_ui->lbSignNumber->setText(QStringLiteral("Количество знаков: ") + titleLine(textTask.minCount));
     m_ui->textRequirements->showText(textTask.text);
     m_phrases->setRecords(textTask.keywords);
@@ -222,30 +227,21 @@ void TaskDescriptionForm::on_pbMainInfo_clicked()
 void TaskDescriptionForm::showAll()
 {
     logCall("showAll");
-    if (m_hiddenByAll)
-        showNormal();
-    m_hiddenByAll = false;
+    comeBack();
 }
 
 void TaskDescriptionForm::hideAll()
 {
     logCall("hideAll");
-    if (!isVisible())
-        return;
-    hide();
-    m_hiddenByAll = true;
+    hideForNow();
 }
 
 void TaskDescriptionForm::showEvent(QShowEvent *event)
 {
     AbstractOrvanaForm::showEvent(event);
-    if (event->spontaneous())
-        return;
-    // Opened by hand meanwhile; what was hidden before no longer counts.
-    m_hiddenByAll = false;
     // Its screen may have gone while it was hidden.
-    if (!QGuiApplication::screenAt(frameGeometry().center()))
-        Artwork::centre(this, m_list);
+    if (!event->spontaneous() && !QGuiApplication::screenAt(frameGeometry().center()))
+        Placement::centre(this, m_list);
 }
 
 void TaskDescriptionForm::openLink(const QString &link)

@@ -42,7 +42,7 @@ public slots:
     void on_pbHide_clicked();
     void on_pbCopyrightTasks_clicked();
     void on_pbMainInfo_clicked();
-    // Shows the window if hideAll() has hidden it.
+    // With the main window: showAll() shows what hideAll() has hidden.
     void showAll();
     void hideAll();
 
@@ -60,7 +60,6 @@ private:
     Orvana *m_orvana;
     const TaskListForm *m_list;
     ScrollText *m_title = nullptr;
-    bool m_hiddenByAll = false;
     // Children.
     ListModel<Attachment> *m_files = nullptr;
     ListModel<Keyword> *m_phrases = nullptr;

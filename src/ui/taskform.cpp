@@ -4,7 +4,7 @@
 #include "service/ovsession.h"
 #include "ui/mainform.h"
 #include "ui_taskform.h"
-#include "widgets/artwork.h"
+#include "widgets/placement.h"
 #include "widgets/simplemarkup.h"
 #include "widgets/tooltips.h"
 
@@ -16,16 +16,7 @@ namespace {
 
 QVariant teamItem(const Team &team, int role)
 {
-    switch (role) {
-    case Qt::DisplayRole:
-        return titleLine(team.name);
-    case Qt::ToolTipRole:
-        return literalToolTip(team.name);
-    case Qt::UserRole:
-        return team.id;
-    default:
-        return {};
-    }
+    return role == Qt::UserRole ? QVariant(team.id) : titleData(team.name, role);
 }
 
 QString itemText(const Task &task)
@@ -34,20 +25,6 @@ QString itemText(const Task &task)
     if (!task.deadline.isValid())
         return title;
     return title + QStringLiteral(" | Истекает: ") + serviceDateTimeText(task.deadline);
-}
-
-QVariant taskItem(const Task &task, int role)
-{
-    switch (role) {
-    case Qt::DisplayRole:
-        return itemText(task);
-    case Qt::ToolTipRole:
-        return literalToolTip(itemText(task));
-    case Qt::UserRole:
-        return task.id;
-    default:
-        return {};
-    }
 }
 
 } // namespace
@@ -64,16 +41,27 @@ TaskForm::TaskForm(MainForm *mainForm, QWidget *parent)
     m_ui->cbTask->setPlaceholderText(QStringLiteral("Задач пока нет"));
     m_teams = new ListModel<Team>(teamItem, this);
     m_ui->cbTeam->setModel(m_teams);
-    const auto item = [mainForm](const Task &task, int role) {
-        return role == Qt::DecorationRole ? mainForm->getTaskIcon(task) : taskItem(task, role);
+    const auto taskItem = [mainForm](const Task &task, int role) -> QVariant {
+        switch (role) {
+        case Qt::DisplayRole:
+            return itemText(task);
+        case Qt::DecorationRole:
+            return mainForm->getTaskIcon(task);
+        case Qt::ToolTipRole:
+            return literalToolTip(itemText(task));
+        case Qt::UserRole:
+            return task.id;
+        default:
+            return {};
+        }
     };
-    m_tasks = new ListModel<Task>(item, this);
+    m_tasks = new ListModel<Task>(taskItem, this);
     m_ui->cbTask->setModel(m_tasks);
     setBackground(QStringLiteral(":/images/main.png"));
     setWindowModality(Qt::WindowModal);
     ensurePolished();
     setFixedSize(sizeHint());
-    Artwork::centre(this);
+    Placement::centre(this);
 
     const Orvana *orvana = m_mainForm->orvana();
     const Orvana::Session *session = orvana->session();
@@ -96,7 +84,7 @@ void TaskForm::update()
     showSession();
     if (!orvana->session()->isOnline())
         return;
-    // The lists that are on their way may hold the session's choice, also when
+    // The lists that have been requested may hold the session's choice, also when
     // those shown now do not.
     takeSessionsChoice();
     m_ui->lbLoading->setText(QStringLiteral("Загрузка..."));
@@ -118,7 +106,7 @@ void TaskForm::showSession()
     refreshed();
 }
 
-// One user's teams and tasks are not for the next one to choose from.
+// The next user must not choose from this one's teams and tasks.
 void TaskForm::onLogin()
 {
     showSession();

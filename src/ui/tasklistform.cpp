@@ -6,7 +6,7 @@
 #include "ui/taskdescriptionform.h"
 #include "ui/tasklistmodel.h"
 #include "ui_tasklistform.h"
-#include "widgets/artwork.h"
+#include "widgets/placement.h"
 #include "widgets/scrolltext.h"
 #include "widgets/tooltips.h"
 
@@ -52,8 +52,8 @@ void TaskListForm::connectSignals()
 {
     const Orvana::Session *session = m_orvana->session();
     connect(m_mainForm, &MainForm::teamChanged, this, &TaskListForm::onCurrentTeamChanged);
-    connect(m_mainForm, &MainForm::showAll, this, &TaskListForm::showAll);
-    connect(m_mainForm, &MainForm::hideAll, this, &TaskListForm::hideAll);
+    connect(m_mainForm, &MainForm::showAll, this, &TaskListForm::comeBack);
+    connect(m_mainForm, &MainForm::hideAll, this, &TaskListForm::hideForNow);
     connect(m_orvana, &Orvana::loginOk, this, &TaskListForm::onLogin);
     connect(session, &Orvana::Session::teamsUpdated, this, &TaskListForm::onTeamsUpdated);
     connect(session, &Orvana::Session::tasksUpdated, this, &TaskListForm::onTasksUpdated);
@@ -74,7 +74,6 @@ void TaskListForm::toggle()
         hide();
         return;
     }
-    placeOnScreen();
     showNormal();
     raise();
     activateWindow();
@@ -84,12 +83,9 @@ void TaskListForm::toggle()
 // main window's screen.
 void TaskListForm::placeOnScreen()
 {
-    const QScreen *screen = Artwork::screenOf(m_mainForm);
-    if (!screen)
-        return;
-    const QRect area = screen->availableGeometry();
-    if (!wasDragged() || !area.contains(frameGeometry()))
-        move(Artwork::beside(m_mainForm->frameGeometry(), size(), area));
+    const QRect area = Placement::freeArea(m_mainForm);
+    if (!area.isNull() && (!wasDragged() || !area.contains(frameGeometry())))
+        move(Placement::nextTo(m_mainForm->frameGeometry(), size(), area));
 }
 
 void TaskListForm::onCurrentTeamChanged(const QString &teamId)
@@ -142,7 +138,7 @@ void TaskListForm::onTaskClosed(const QString &taskId)
     }
 }
 
-// One user's descriptions are not for the next one's eyes.
+// The next user must not see the descriptions of this one.
 void TaskListForm::onLogin()
 {
     const QString login = m_orvana->session()->login();
@@ -217,31 +213,13 @@ void TaskListForm::openDescription(const QString &taskId)
     form->activateWindow();
 }
 
-void TaskListForm::showAll()
-{
-    if (m_hiddenByAll) {
-        placeOnScreen();
-        // A window manager may have minimised it with the main window, and would minimise
-        // the main window with it.
-        showNormal();
-    }
-    m_hiddenByAll = false;
-}
-
-void TaskListForm::hideAll()
-{
-    if (!isVisible())
-        return;
-    hide();
-    m_hiddenByAll = true;
-}
-
 void TaskListForm::showEvent(QShowEvent *event)
 {
+    if (!event->spontaneous())
+        placeOnScreen();
     AbstractOrvanaForm::showEvent(event);
     if (event->spontaneous())
         return;
-    m_hiddenByAll = false;
     refreshIfStale();
     m_model->setNow(QDateTime::currentDateTime());
     m_minuteTimer.start();

@@ -29,7 +29,7 @@ public:
     TaskListForm(Orvana *orvana, MainForm *mainForm);
     ~TaskListForm() override;
 
-    // Shows the window beside the main window, or hides it.
+    // Shows the window next to the main window, or hides it.
     void toggle();
     // Null when the task's description was not opened yet.
     TaskDescriptionForm *description(const QString &taskId) const { return m_descriptions.value(taskId); }
@@ -42,9 +42,6 @@ public slots:
     void onTaskClosed(const QString &taskId);
     // Opens the description of a task that has one.
     void openDescription(const QString &taskId);
-    // Hidden by hideAll(), the window comes back with showAll().
-    void showAll();
-    void hideAll();
 
 protected:
     void showEvent(QShowEvent *event) override;
@@ -69,5 +66,4 @@ private:
     QTimer m_refreshTimer{this}; // many signals of one reply make one refresh
     bool m_stale = false;
     QString m_login; // whose tasks are shown
-    bool m_hiddenByAll = false;
 };

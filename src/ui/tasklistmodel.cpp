@@ -16,22 +16,18 @@ const QString kHeldBack = QStringLiteral("Сначала нужно выполн
 } // namespace
 
 TaskListModel::TaskListModel(IconOf iconOf, QObject *parent)
-    : QAbstractListModel(parent)
+    : ListModel([this](const Task &task, int role) { return dataOf(task, role); }, parent)
     , m_iconOf(std::move(iconOf))
 { }
 
 void TaskListModel::setTasks(const QList<Task> &tasks)
 {
-    if (haveSameContents(tasks, m_given))
-        return;
-    beginResetModel();
-    m_given = tasks;
-    m_tasks = TaskForm::filterBlockTasks(tasks);
-    m_restricted = m_tasks.size() != tasks.size();
+    QList<Task> rows = TaskForm::filterBlockTasks(tasks);
+    m_restricted = rows.size() != tasks.size();
     if (m_restricted)
-        std::copy_if(tasks.cbegin(), tasks.cend(), std::back_inserter(m_tasks),
+        std::copy_if(tasks.cbegin(), tasks.cend(), std::back_inserter(rows),
                      [](const Task &task) { return !task.isBlocking(); });
-    endResetModel();
+    setRecords(rows);
 }
 
 void TaskListModel::setCurrentTask(const QString &taskId)
@@ -53,32 +49,23 @@ void TaskListModel::announceChange(const QString &taskId)
 void TaskListModel::setNow(const QDateTime &now)
 {
     m_now = now;
-    if (!m_tasks.isEmpty())
-        emit dataChanged(index(0), index(m_tasks.size() - 1), {DeadlineRole, OverdueRole});
+    if (rowCount() > 0)
+        emit dataChanged(index(0), index(rowCount() - 1), {DeadlineRole, OverdueRole});
 }
 
 bool TaskListModel::hasListedTasks() const
 {
-    return std::any_of(m_tasks.cbegin(), m_tasks.cend(), [](const Task &task) { return !task.isCatchAll(); });
+    return std::any_of(records().cbegin(), records().cend(),
+                       [](const Task &task) { return !task.isCatchAll(); });
 }
 
 QModelIndex TaskListModel::indexOf(const QString &taskId) const
 {
-    const auto found = std::find_if(m_tasks.cbegin(), m_tasks.cend(),
-                                    [&taskId](const Task &task) { return task.id == taskId; });
-    return found == m_tasks.cend() ? QModelIndex() : index(static_cast<int>(found - m_tasks.cbegin()));
+    return index(rowOf(taskId)); // an invalid one for row -1
 }
 
-int TaskListModel::rowCount(const QModelIndex &parent) const
+QVariant TaskListModel::dataOf(const Task &task, int role) const
 {
-    return parent.isValid() ? 0 : m_tasks.size();
-}
-
-QVariant TaskListModel::data(const QModelIndex &index, int role) const
-{
-    if (!index.isValid() || index.row() >= m_tasks.size())
-        return {};
-    const Task &task = m_tasks.at(index.row());
     switch (role) {
     case Qt::DisplayRole:
         return titleLine(task.title);

@@ -1,15 +1,15 @@
 #pragma once
 
-#include "model/records.h"
+#include "widgets/listmodel.h"
 
-#include <QAbstractListModel>
+#include <QDateTime>
 #include <QIcon>
 
 #include <functional>
 
 // A team's tasks as rows: the blocking ones first, otherwise in the service's
 // order.
-class TaskListModel final : public QAbstractListModel
+class TaskListModel final : public ListModel<Task>
 {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(TaskListModel)
@@ -38,10 +38,8 @@ public:
     bool hasListedTasks() const;
     QModelIndex indexOf(const QString &taskId) const;
 
-    int rowCount(const QModelIndex &parent = QModelIndex()) const override;
-    QVariant data(const QModelIndex &index, int role) const override;
-
 private:
+    QVariant dataOf(const Task &task, int role) const;
     bool isOffered(const Task &task) const { return !m_restricted || task.isBlocking(); }
     QString deadlineText(const Task &task) const;
     QString overdueTextOf(const Task &task) const;
@@ -50,8 +48,6 @@ private:
     void announceChange(const QString &taskId);
 
     IconOf m_iconOf;
-    QList<Task> m_given; // in the service's order
-    QList<Task> m_tasks;
     QString m_currentTaskId;
     QDateTime m_now = QDateTime::currentDateTime();
     bool m_restricted = false;

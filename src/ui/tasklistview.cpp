@@ -2,10 +2,9 @@
 
 #include "ui/tasklistmodel.h"
 #include "ui/taskrowdelegate.h"
+#include "widgets/activation.h"
 
 #include <QApplication>
-#include <QKeyEvent>
-#include <QMouseEvent>
 #include <QToolTip>
 
 TaskListView::TaskListView(QWidget *parent)
@@ -90,16 +89,15 @@ void TaskListView::requestSelection(const QModelIndex &index)
 
 void TaskListView::keyPressEvent(QKeyEvent *event)
 {
-    const bool isEnter = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
     const QModelIndex row = currentIndex();
-    if (!row.isValid() || (!isEnter && event->key() != Qt::Key_Space)) {
+    if (!row.isValid() || !isActivation(event)) {
         RowView::keyPressEvent(event);
         return;
     }
-    if (isEnter && !event->modifiers().testFlag(Qt::ControlModifier))
-        emit descriptionRequested(row.data(TaskListModel::IdRole).toString());
-    else
+    if (event->key() == Qt::Key_Space || event->modifiers().testFlag(Qt::ControlModifier))
         requestSelection(row);
+    else
+        emit descriptionRequested(row.data(TaskListModel::IdRole).toString());
     event->accept();
 }
 

@@ -80,13 +80,9 @@ void TaskRowDelegate::setHotButton(const QModelIndex &index, bool pressed)
     m_buttonIsPressed = pressed;
 }
 
-void TaskRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
-                            const QModelIndex &index) const
+void TaskRowDelegate::drawRow(QPainter *painter, const QStyleOptionViewItem &row,
+                              const QModelIndex &index) const
 {
-    QStyleOptionViewItem row = option;
-    initStyleOption(&row, index);
-    painter->save();
-    drawFace(painter, row);
     if (index.data(TaskListModel::CurrentRole).toBool())
         painter->fillRect(
             QRect(row.rect.topLeft(), QSize(kMarkWidth, row.rect.height())).adjusted(0, 4, 0, -4), kAccent);
@@ -97,17 +93,15 @@ void TaskRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
         QRect(row.rect.left() + kIconLeft, row.rect.center().y() - kIconSize / 2 + 1, kIconSize, kIconSize));
     drawTexts(painter, row, index);
     drawEnd(painter, row.rect, index);
-    painter->restore();
 }
 
-void TaskRowDelegate::drawTexts(QPainter *painter, const QStyleOptionViewItem &option,
+void TaskRowDelegate::drawTexts(QPainter *painter, const QStyleOptionViewItem &row,
                                 const QModelIndex &index) const
 {
-    const QRect title = titleRect(option, index);
-    painter->setFont(option.font);
+    const QRect title = titleRect(row, index);
     painter->setPen(kTitleColour);
-    drawTitle(painter, option, index);
-    const QFont font = smallFont(option.font);
+    drawTitle(painter, row, index);
+    const QFont font = smallFont(row.font);
     painter->setFont(font);
     QRect line(title.left(), title.bottom() + 1 + kLineGap, title.width(), QFontMetrics(font).height());
     painter->setPen(kTextColour);
@@ -136,12 +130,11 @@ void TaskRowDelegate::drawEnd(QPainter *painter, const QRect &row, const QModelI
         (m_buttonIsPressed ? m_buttonPressed : m_buttonHovered).paint(painter, place);
 }
 
-QSize TaskRowDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const
+int TaskRowDelegate::rowHeight(const QStyleOptionViewItem &option) const
 {
-    Q_UNUSED(index)
     const int height =
         2 * kPadding + option.fontMetrics.height() + kLineGap + QFontMetrics(smallFont(option.font)).height();
-    return QSize(kTextLeft + kTextRight, std::max(height, kMinHeight));
+    return std::max(height, kMinHeight);
 }
 
 bool TaskRowDelegate::helpEvent(QHelpEvent *event, QAbstractItemView *view,

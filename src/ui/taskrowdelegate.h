@@ -23,14 +23,15 @@ public:
     // The row whose button is under the pointer; may be invalid.
     void setHotButton(const QModelIndex &index, bool pressed);
 
-    void paint(QPainter *painter, const QStyleOptionViewItem &option,
-               const QModelIndex &index) const override;
-    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
     bool helpEvent(QHelpEvent *event, QAbstractItemView *view, const QStyleOptionViewItem &option,
                    const QModelIndex &index) override;
 
+protected:
+    void drawRow(QPainter *painter, const QStyleOptionViewItem &row, const QModelIndex &index) const override;
+    int rowHeight(const QStyleOptionViewItem &option) const override;
+
 private:
-    void drawTexts(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const;
+    void drawTexts(QPainter *painter, const QStyleOptionViewItem &row, const QModelIndex &index) const;
     void drawEnd(QPainter *painter, const QRect &row, const QModelIndex &index) const;
 
     QIcon m_button;

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "widgets/windowdrag.h"
-
 #include <QDialog>
 #include <QImage>
+
+#include <optional>
 
 // A frameless, translucent dialog that paints a background image over its whole
 // size and can be dragged by any area that no control covers.
@@ -16,9 +16,14 @@ public:
     explicit AbstractOrvanaForm(QWidget *parent = nullptr);
     ~AbstractOrvanaForm() override = default;
 
+    // Hides the window until comeBack(). One that is hidden already stays so, and one
+    // that is shown and closed in between no longer comes back.
+    void hideForNow();
+    void comeBack();
+
 protected:
     void setBackground(const QString &path);
-    // Whether the user ever dragged the window to a place of its own.
+    // Whether the user has dragged the window to a place of its own.
     bool wasDragged() const { return m_wasDragged; }
 
     void showEvent(QShowEvent *event) override;
@@ -31,6 +36,8 @@ protected:
 private:
     QString m_backgroundPath;
     QImage m_background; // null while the window is hidden
-    WindowDrag m_drag;
+    // From the window's corner to the pointer, while the button is down.
+    std::optional<QPoint> m_grip;
     bool m_wasDragged = false;
+    bool m_comesBack = false;
 };

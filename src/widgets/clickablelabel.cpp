@@ -1,25 +1,11 @@
 #include "widgets/clickablelabel.h"
 
-#include <QKeyEvent>
-#include <QMouseEvent>
+#include "widgets/activation.h"
 
-ClickableLabel::ClickableLabel(QWidget *parent)
-    : QLabel(parent)
-{ }
-
-void ClickableLabel::mousePressEvent(QMouseEvent *event)
+bool ClickableLabel::event(QEvent *event)
 {
-    if (event->button() == Qt::LeftButton)
-        emit clicked();
-    else
-        QLabel::mousePressEvent(event);
-}
-
-void ClickableLabel::keyPressEvent(QKeyEvent *event)
-{
-    const int key = event->key();
-    if (key == Qt::Key_Space || key == Qt::Key_Return || key == Qt::Key_Enter)
-        emit clicked();
-    else
-        QLabel::keyPressEvent(event);
+    if (!isEnabled() || !isActivation(event))
+        return QLabel::event(event);
+    emit clicked();
+    return true;
 }

@@ -10,12 +10,11 @@ class ClickableLabel final : public QLabel
     Q_DISABLE_COPY_MOVE(ClickableLabel)
 
 public:
-    explicit ClickableLabel(QWidget *parent = nullptr);
+    using QLabel::QLabel;
 
 signals:
     void clicked();
 
 protected:
-    void mousePressEvent(QMouseEvent *event) override;
-    void keyPressEvent(QKeyEvent *event) override;
+    bool event(QEvent *event) override;
 };

@@ -40,9 +40,9 @@ int ElidedComboBox::listWidth() const
     int widest = 0;
     for (int i = 0; i < measured; ++i)
         widest = std::max(widest, view()->fontMetrics().horizontalAdvance(texts.at(i)));
-    const int besideText = view()->verticalScrollBar()->sizeHint().width() + kAroundRow
+    const int aroundText = view()->verticalScrollBar()->sizeHint().width() + kAroundRow
         + (itemIcon(0).isNull() ? 0 : view()->iconSize().width() + kAroundIcon);
-    return std::min(widest + besideText, kWidestList);
+    return std::min(widest + aroundText, kWidestList);
 }
 
 void ElidedComboBox::showPopup()

@@ -11,7 +11,7 @@
 // Records as rows. What a row shows is put together only when it is seen, so that a
 // list of any length opens at once and needs no memory of its own.
 template <typename Record>
-class ListModel final : public QAbstractListModel
+class ListModel : public QAbstractListModel
 {
     Q_DISABLE_COPY_MOVE(ListModel)
 
@@ -36,7 +36,6 @@ public:
         endResetModel();
         return true;
     }
-    bool isEmpty() const { return m_records.isEmpty(); }
     // -1 when there is no such record.
     int rowOf(const QString &id) const
     {
@@ -55,6 +54,9 @@ public:
         const bool isRow = index.isValid() && index.row() < m_records.size();
         return isRow ? m_dataOf(m_records.at(index.row()), role) : QVariant();
     }
+
+protected:
+    const QList<Record> &records() const { return m_records; }
 
 private:
     DataOf m_dataOf;

@@ -3,7 +3,7 @@
 #include <QTextBrowser>
 
 // Shows a text of the service with its simple markup. Loads nothing, neither
-// from the disk nor from the network, and follows no link: anchorClicked() tells.
+// from the disk nor from the network, and follows no link: anchorClicked() reports a click.
 class MarkupBrowser final : public QTextBrowser
 {
     Q_OBJECT

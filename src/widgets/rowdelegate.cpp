@@ -8,17 +8,30 @@ bool RowDelegate::isUsable(const QModelIndex &index) const
     return index.isValid();
 }
 
-void RowDelegate::drawFace(QPainter *painter, const QStyleOptionViewItem &option)
+void RowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const
 {
-    const QStyle *style = option.widget ? option.widget->style() : QApplication::style();
-    style->drawPrimitive(QStyle::PE_PanelItemViewItem, &option, painter, option.widget);
+    QStyleOptionViewItem row = option;
+    initStyleOption(&row, index);
+    painter->save();
+    const QStyle *style = row.widget ? row.widget->style() : QApplication::style();
+    style->drawPrimitive(QStyle::PE_PanelItemViewItem, &row, painter, row.widget);
+    painter->setFont(row.font);
+    painter->setPen(row.palette.color(QPalette::Text));
+    drawRow(painter, row, index);
+    painter->restore();
 }
 
-void RowDelegate::drawTitle(QPainter *painter, const QStyleOptionViewItem &option,
+QSize RowDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const
+{
+    Q_UNUSED(index)
+    return QSize(0, rowHeight(option));
+}
+
+void RowDelegate::drawTitle(QPainter *painter, const QStyleOptionViewItem &row,
                             const QModelIndex &index) const
 {
     if (m_titledElsewhere != index)
-        drawText(painter, titleRect(option, index), option.text);
+        drawText(painter, titleRect(row, index), row.text);
 }
 
 void RowDelegate::drawText(QPainter *painter, const QRect &place, const QString &text)

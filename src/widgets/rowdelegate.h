@@ -19,10 +19,16 @@ public:
     // The row whose title another widget shows; may be invalid.
     void setTitledElsewhere(const QModelIndex &index) { m_titledElsewhere = index; }
 
+    void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const final;
+    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const final;
+
 protected:
-    // What the style sheet says about items.
-    static void drawFace(QPainter *painter, const QStyleOptionViewItem &option);
-    void drawTitle(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const;
+    // Draws what the style sheet leaves to the row. The painter has the row's font and
+    // text colour; what is changed of it is restored.
+    virtual void drawRow(QPainter *painter, const QStyleOptionViewItem &row,
+                         const QModelIndex &index) const = 0;
+    virtual int rowHeight(const QStyleOptionViewItem &option) const = 0;
+    void drawTitle(QPainter *painter, const QStyleOptionViewItem &row, const QModelIndex &index) const;
     // As much of the text as fits.
     static void drawText(QPainter *painter, const QRect &place, const QString &text);
 

@@ -34,7 +34,7 @@ void RowView::setRowDelegate(RowDelegate *delegate)
     setItemDelegate(delegate);
 }
 
-// Puts the moving title over the row that shows one, or takes it away.
+// Puts the moving title over the row that shows one, or hides it.
 void RowView::followTitle()
 {
     QModelIndex row = m_hovered;

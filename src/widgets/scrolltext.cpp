@@ -1,5 +1,7 @@
 #include "widgets/scrolltext.h"
 
+#include "widgets/simplemarkup.h"
+
 #include <QEvent>
 #include <QPainter>
 #include <QStyleOption>
@@ -13,8 +15,6 @@ constexpr int kRestAtStart = 3000; // ms
 constexpr int kRestAtEnd = 2000; // ms
 constexpr int kStep = 40; // ms for a pixel
 constexpr int kFade = 20;
-// Longer ones nobody reads to the end, and each step lays out the whole line.
-constexpr int kLongestLine = 500;
 
 } // namespace
 
@@ -30,10 +30,7 @@ void ScrollText::setText(const QString &text)
     if (text == m_text)
         return;
     m_text = text;
-    m_line = text.left(kLongestLine);
-    if (m_line.size() < text.size())
-        m_line += QChar(0x2026);
-    m_line.replace(QLatin1Char('\n'), QLatin1Char(' '));
+    m_line = titleLine(text); // each step lays out the whole line
     setAccessibleName(m_line);
     updateGeometry();
     restart();

@@ -1,5 +1,7 @@
 #include "widgets/simplemarkup.h"
 
+#include "base/shortened.h"
+
 #include <QHash>
 #include <QUrl>
 #include <QVector>
@@ -27,7 +29,7 @@ enum class Kind {
     Gap, // separates words
     Link,
     Dropped, // only its contents count
-    Hidden // its contents are no text
+    Hidden // its contents are not text
 };
 
 Kind kindOf(const QString &name, bool *known)
@@ -65,7 +67,7 @@ struct Tag
     Kind kind = Kind::Dropped;
     bool closing = false;
     QStringView attributes;
-    int end = -1; // behind the tag; -1: no tag at all
+    int end = -1; // after the tag; -1: not a tag
 };
 
 bool isNameCharacter(QChar c)
@@ -75,7 +77,7 @@ bool isNameCharacter(QChar c)
         || (c >= QLatin1Char('0') && c <= QLatin1Char('9'));
 }
 
-// Behind the '>' that ends a tag, quoted ones left out; -1 when there is none.
+// After the '>' that ends a tag, quoted ones left out; -1 when there is none.
 int endOfTag(const QString &text, int from)
 {
     const int limit = std::min(text.size(), from + kMaxTagLength);
@@ -300,7 +302,7 @@ private:
     bool m_linePending = false;
 };
 
-// Behind the end of an element whose contents are no text.
+// After the end of an element whose contents are not text.
 int endOfElement(const QString &text, const Tag &tag)
 {
     const int close = text.indexOf(QString(QStringLiteral("</") + tag.name), tag.end, Qt::CaseInsensitive);
@@ -382,7 +384,7 @@ QString breakableText(const QString &text)
 
 QString titleLine(const QString &title)
 {
-    QString line = title.size() > kMaxTitleLength ? QString(title.left(kMaxTitleLength) + kEllipsis) : title;
+    QString line = shortened(title, kMaxTitleLength);
     line.replace(QLatin1Char('\n'), QLatin1Char(' '));
     return line;
 }

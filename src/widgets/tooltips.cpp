@@ -1,5 +1,8 @@
 #include "widgets/tooltips.h"
 
+#include "base/shortened.h"
+#include "widgets/simplemarkup.h"
+
 #include <QTextDocument>
 
 namespace {
@@ -11,10 +14,21 @@ constexpr int kLongestText = 1000;
 
 QString literalToolTip(const QString &text)
 {
-    const QString shown =
-        text.size() > kLongestText ? QString(text.left(kLongestText) + QChar(0x2026)) : text;
+    const QString shown = shortened(text, kLongestText);
     // Escapes would be shown in a text that is not taken for markup.
     if (shown.size() <= kLongestLine && !Qt::mightBeRichText(shown))
         return shown;
     return QStringLiteral("<span>") + shown.toHtmlEscaped() + QStringLiteral("</span>");
+}
+
+QVariant titleData(const QString &title, int role)
+{
+    switch (role) {
+    case Qt::DisplayRole:
+        return titleLine(title);
+    case Qt::ToolTipRole:
+        return literalToolTip(title);
+    default:
+        return {};
+    }
 }

@@ -2,13 +2,14 @@
 // display, with a little of the desktop around it. Fails when a state is not reached.
 #include "scenes.h"
 
+#include <QElapsedTimer>
 #include <QScreen>
 
 namespace {
 
 constexpr int kMargin = 14;
 constexpr int kTitleBar = 24;
-constexpr int kBetweenPictures = 150; // ms
+constexpr int kSettled = 150; // ms
 
 QRect boundsOf(const QWidgetList &windows)
 {
@@ -25,21 +26,23 @@ bool areExposed(const QWidgetList &windows)
                        [](QWidget *w) { return w && QTest::qWaitForWindowExposed(w); });
 }
 
-// The same twice, and not the bare wallpaper: the window manager and the compositor have no
-// signal for "drawn".
+// A picture that has stayed the same for a while and is not the bare wallpaper: the window
+// manager and the compositor have no signal for "drawn".
 QImage settledPicture(QScreen *screen, const QRect &place)
 {
-    QImage before;
-    QImage now;
+    QImage picture;
+    QElapsedTimer unchanged;
     const bool settled = QTest::qWaitFor([&] {
-        QTest::qWait(kBetweenPictures);
-        before = now;
-        now = screen->grabWindow(0, place.x(), place.y(), place.width(), place.height()).toImage();
+        const QImage now =
+            screen->grabWindow(0, place.x(), place.y(), place.width(), place.height()).toImage();
+        if (now != picture)
+            unchanged.start();
+        picture = now;
         QImage plain(now.size(), now.format());
         plain.fill(now.pixelColor(0, now.height() - 1));
-        return now == before && now != plain;
+        return now != plain && unchanged.hasExpired(kSettled);
     });
-    return settled ? now : QImage();
+    return settled ? picture : QImage();
 }
 
 bool photograph(const Scene &scene, const QString &path)

@@ -4,25 +4,10 @@
 #include "ui/calendarform.h"
 #include "ui/loginform.h"
 #include "ui/taskdescriptionform.h"
-#include "ui/taskform.h"
 #include "ui/tasklistform.h"
 #include "ui/tasklistview.h"
 #include "update/orvanaupdate.h"
-#include "widgets/artwork.h"
-
-#include <QAbstractItemView>
-#include <QComboBox>
-#include <QCursor>
-#include <QLabel>
-#include <QLineEdit>
-#include <QMenu>
-#include <QMessageBox>
-#include <QPlainTextEdit>
-#include <QPushButton>
-#include <QScreen>
-#include <QToolTip>
-
-#include <algorithm>
+#include "windowparts.h"
 
 namespace {
 
@@ -31,37 +16,78 @@ const QString kLongTask = QStringLiteral("1705");
 const QString kImportantTask = QStringLiteral("1701");
 const QString kOverdueTask = QStringLiteral("1703");
 
-template <typename Widget>
-Widget *part(const QWidget *window, const char *name)
+using Change = std::function<bool(Stage &)>;
+
+// The main window with this task after some changes, each of which must succeed.
+Scene mainWindow(const char *name, const QString &task, const std::vector<Change> &changes = {})
 {
-    return window->findChild<Widget *>(QString::fromLatin1(name));
+    return {name, [task, changes](Stage &stage) {
+                MainForm *form = stage.openMain(task);
+                const bool reached = form
+                    && std::all_of(changes.begin(), changes.end(), [&](const Change &c) { return c(stage); });
+                return reached ? QWidgetList{form} : QWidgetList();
+            }};
 }
 
-QPushButton *button(const QWidget *window, const QString &text)
+bool start(Stage &stage)
 {
-    const auto all = window->findChildren<QPushButton *>();
-    const auto found =
-        std::find_if(all.begin(), all.end(), [&](const QPushButton *b) { return b->text() == text; });
-    return found == all.end() ? nullptr : *found;
+    stage.bench.child<QPushButton>("pbPlay")->setChecked(true);
+    return stage.bench.session()->isActive();
 }
 
-LoginForm *openLogin(Stage &stage, const QString &email, const QString &password)
+bool goOffline(Stage &stage)
 {
-    auto *login = stage.own(std::make_unique<LoginForm>(stage.bench.orvana()));
-    login->findChild<QLineEdit *>(QStringLiteral("lbEmail"))->setText(email);
-    login->findChild<QLineEdit *>(QStringLiteral("lbPassword"))->setText(password);
-    return login;
+    stage.bench.server().setOutage(localservice::Outage::Unavailable);
+    stage.bench.orvana()->requestTeamsAndTasks();
+    const bool answered = stage.bench.settle();
+    WindowBench::dropPopups();
+    return answered && !stage.bench.session()->isOnline();
 }
 
-QWidgetList mainWindow(Stage &stage, const QString &task, const std::function<bool(MainForm *)> &change = {})
+bool press(Stage &stage)
 {
-    MainForm *form = stage.openMain(task);
-    return form && (!change || change(form)) ? QWidgetList{form} : QWidgetList();
+    stage.bench.child<QPushButton>("pbPlay")->setDown(true);
+    return true;
 }
 
-QWidgetList openChooser(Stage &stage, const char *openedList)
+bool showActiveTime(Stage &stage)
 {
-    MainForm *form = stage.openMain(kImportantTask);
+    return QMetaObject::invokeMethod(stage.bench.form.get(), "on_lbActivity_clicked");
+}
+
+// The pointer comes to rest on the button, so that it is drawn as hovered.
+bool hover(Stage &stage)
+{
+    auto *play = stage.bench.child<QWidget>("pbPlay");
+    QCursor::setPos(play->mapToGlobal(play->rect().center()));
+    return QTest::qWaitFor([play] { return play->underMouse(); });
+}
+
+Change focusOn(const char *name)
+{
+    return [name](Stage &stage) { return Stage::focus(stage.bench.child<QWidget>(name)); };
+}
+
+// With the message that appears when the entries are checked.
+QWidgetList login(Stage &stage, const char *email, const char *password, const char *service)
+{
+    auto *form = stage.own(std::make_unique<LoginForm>(stage.bench.orvana()));
+    part<QLineEdit>(form, "lbEmail")->setText(s(email));
+    part<QLineEdit>(form, "lbPassword")->setText(s(password));
+    if (qstrcmp(service, "hangs") == 0)
+        stage.bench.server().setFault(s("*"), localservice::Fault::hang());
+    QSignalSpy failed(stage.bench.orvana(), &Orvana::error);
+    if (*service)
+        button(form, s("Вход"))->click();
+    const bool reached = qstrcmp(service, "refuses") != 0 || failed.count() > 0 || failed.wait();
+    return reached ? QWidgetList{form} : QWidgetList();
+}
+
+QWidgetList chooser(Stage &stage, const char *openedList, bool hasTeams = true)
+{
+    if (!hasTeams)
+        stage.bench.server().edit([](localservice::World &world) { world.teams.clear(); });
+    MainForm *form = stage.openMain(hasTeams ? kImportantTask : QString());
     part<QPushButton>(form, "pbTask")->click();
     auto *chooser = form->findChild<TaskForm *>();
     if (!stage.bench.settle())
@@ -73,80 +99,42 @@ QWidgetList openChooser(Stage &stage, const char *openedList)
     return {chooser, box->view()->window()};
 }
 
-QWidgetList emptyChooser(Stage &stage)
+// The windows of this class that are shown, after the main window.
+QWidgetList withMainWindow(Stage &stage, const char *className)
 {
-    stage.bench.server().edit([](localservice::World &world) { world.teams.clear(); });
-    MainForm *form = stage.openMain(QString());
-    part<QPushButton>(form, "pbTask")->click();
-    return stage.bench.settle() ? QWidgetList{form->findChild<TaskForm *>()} : QWidgetList();
-}
-
-QWidgetList popups(Stage &stage, const std::vector<std::pair<NotificationType, QString>> &raised)
-{
-    MainForm *form = stage.openMain(kPlainTask);
-    QWidgetList windows{form};
-    for (const auto &[type, text] : raised)
-        NotificationManager::instance()->addNotification(text, type, kPlainTask);
+    QWidgetList windows{stage.bench.form.get()};
     const QWidgetList all = QApplication::topLevelWidgets();
-    for (QWidget *window : all) {
-        if (qobject_cast<NotificationForm *>(window) && window->isVisible())
-            windows.append(window);
-    }
+    std::copy_if(all.begin(), all.end(), std::back_inserter(windows),
+                 [className](const QWidget *each) { return each->inherits(className) && each->isVisible(); });
     return windows;
 }
 
-QWidgetList message(Stage &stage, QMessageBox::Icon icon, const QString &text, const QStringList &buttons)
+QWidgetList popups(Stage &stage)
 {
-    auto box = std::make_unique<QMessageBox>(icon, QStringLiteral("Orvana Team Monitor"), text);
-    for (const QString &words : buttons)
-        box->addButton(words, QMessageBox::AcceptRole);
-    return {stage.own(std::move(box))};
+    stage.openMain(kPlainTask);
+    const std::pair<NotificationType, const char *> raised[] = {
+        {TaskAdded, "Вычитать новости за неделю"},
+        {CommentAdded,
+         "Подобрать фотографии к обзору кофеен и согласовать подписи с авторами, редактором и "
+         "заказчиком"},
+        {UpdateAvailable, " 9.9.9"},
+        {Plain, "Переход в оффлайн-режим."}};
+    for (const auto &[type, text] : raised)
+        NotificationManager::instance()->addNotification(s(text), type, kPlainTask);
+    return withMainWindow(stage, "NotificationForm");
 }
 
-QWidgetList loginFails(Stage &stage)
+QWidgetList toolTip(Stage &stage)
 {
-    LoginForm *login = openLogin(stage, QStringLiteral("anna@orvana.example"), QStringLiteral("не тот"));
-    QSignalSpy failed(stage.bench.orvana(), &Orvana::error);
-    button(login, QStringLiteral("Вход"))->click();
-    if (failed.isEmpty() && !failed.wait(TestClient::waitLimit))
+    // An activation ends every tool tip.
+    if (!Stage::focus(part(stage.openMain(kImportantTask), "pbTask")))
         return {};
-    return {login};
+    auto *task = stage.bench.child<QWidget>("lbTask");
+    QToolTip::showText(task->mapToGlobal(QPoint(20, 20)), task->toolTip(), task);
+    return withMainWindow(stage, "QTipLabel");
 }
 
-QWidgetList loginIsChecked(Stage &stage)
-{
-    stage.bench.server().setFault(QStringLiteral("*"), localservice::Fault::hang());
-    LoginForm *login = openLogin(stage, QStringLiteral("anna@orvana.example"), QStringLiteral("orvana"));
-    button(login, QStringLiteral("Вход"))->click();
-    return {login};
-}
-
-QWidgetList calendar(Stage &stage, bool filled)
-{
-    MainForm *form = stage.openMain(kPlainTask);
-    auto *window = stage.own(std::make_unique<CalendarForm>(nullptr));
-    Artwork::centre(window, form);
-    if (filled) {
-        part<QPlainTextEdit>(window, "reasonTextEdit")
-            ->setPlainText(QStringLiteral("Жду от заказчика фотографии и согласованный текст."));
-        if (!Stage::focus(part<QPlainTextEdit>(window, "reasonTextEdit")))
-            return {};
-    }
-    return {window};
-}
-
-QWidgetList about(Stage &stage, const QString &version)
-{
-    MainForm *form = stage.openMain(kPlainTask);
-    stage.bench.server().edit([&](localservice::World &world) { world.setVersions({version}); });
-    OrvanaUpdate::instance()->init(stage.bench.orvana());
-    auto *window = stage.own(std::make_unique<AboutForm>(stage.bench.orvana(), nullptr));
-    Artwork::centre(window, form);
-    window->update();
-    return stage.bench.settle() ? QWidgetList{window} : QWidgetList();
-}
-
-QWidgetList openMenu(Stage &stage)
+QWidgetList menu(Stage &stage)
 {
     MainForm *form = stage.openMain(kPlainTask);
     auto *opener = part<QPushButton>(form, "pbMenu");
@@ -154,128 +142,102 @@ QWidgetList openMenu(Stage &stage)
     return {form, opener->menu()};
 }
 
-QWidgetList toolTip(Stage &stage)
+QWidgetList message(Stage &stage, QMessageBox::Icon icon, const char *text, const QStringList &buttons)
 {
-    MainForm *form = stage.openMain(kImportantTask);
-    auto *task = part<QWidget>(form, "lbTask");
-    // An activation ends every tool tip.
-    if (!Stage::focus(part<QWidget>(form, "pbTask")))
-        return {};
-    QToolTip::showText(task->mapToGlobal(QPoint(20, 20)), task->toolTip(), task);
-    QWidgetList windows{form};
-    const QWidgetList all = QApplication::topLevelWidgets();
-    for (QWidget *window : all) {
-        if (window->inherits("QTipLabel"))
-            windows.append(window);
-    }
-    return windows;
+    auto box = std::make_unique<QMessageBox>(icon, s("Orvana Team Monitor"), s(text));
+    for (const QString &words : buttons)
+        box->addButton(words, QMessageBox::AcceptRole);
+    return {stage.own(std::move(box))};
 }
 
-QWidgetList secondPage(Stage &stage)
+QWidgetList calendar(Stage &stage, const char *reason)
 {
-    QWidget *window = stage.openDescription(kImportantTask);
-    if (window)
-        part<QPushButton>(window, "pbCopyrightTasks")->click();
-    return window ? QWidgetList{window} : QWidgetList();
+    MainForm *form = stage.openMain(kPlainTask);
+    auto *window = stage.own(std::make_unique<CalendarForm>(nullptr), form);
+    auto *field = part<QPlainTextEdit>(window, "reasonTextEdit");
+    field->setPlainText(s(reason));
+    return *reason && !Stage::focus(field) ? QWidgetList() : QWidgetList{window};
 }
 
-QWidgetList emptyTeam(Stage &stage)
+QWidgetList about(Stage &stage, const char *version)
 {
-    stage.bench.server().edit([](localservice::World &world) {
+    MainForm *form = stage.openMain(kPlainTask);
+    stage.bench.server().edit([&](localservice::World &world) { world.setVersions({s(version)}); });
+    OrvanaUpdate::instance()->init(stage.bench.orvana());
+    auto *window = stage.own(std::make_unique<AboutForm>(stage.bench.orvana(), nullptr), form);
+    window->update();
+    return stage.bench.settle() ? QWidgetList{window} : QWidgetList();
+}
+
+QWidgetList taskList(Stage &stage, bool hasTasks)
+{
+    stage.bench.server().edit([hasTasks](localservice::World &world) {
         for (localservice::Team &team : world.teams)
-            team.tasks.clear();
+            team.tasks = hasTasks ? team.tasks : QVector<localservice::Task>();
     });
-    QWidget *list = stage.openMain(QString()) ? stage.openTaskList() : nullptr;
-    return list ? QWidgetList{list} : QWidgetList();
+    return stage.openMain(hasTasks ? kImportantTask : QString()) ? QWidgetList{stage.openTaskList()}
+                                                                 : QWidgetList();
+}
+
+QWidgetList description(Stage &stage, const QString &task, const char *page)
+{
+    if (!stage.openMain(task))
+        return {};
+    QWidget *list = stage.openTaskList();
+    emit list->findChild<TaskListView *>()->descriptionRequested(task);
+    auto *window = list->findChild<TaskDescriptionForm *>();
+    // Only a widget that really has the focus passes it on when its page is hidden.
+    if (!stage.bench.settle() || !Stage::focus(part(window, "textTask")))
+        return {};
+    part<QPushButton>(window, page)->click();
+    return {window};
 }
 
 std::vector<Scene> makeScenes()
 {
     return {
-        {"login", [](Stage &s) { return QWidgetList{openLogin(s, {}, {})}; }},
-        {"login-error", loginFails},
-        {"login-checking", loginIsChecked},
-        {"main-no-task", [](Stage &s) { return mainWindow(s, QString()); }},
-        {"main-stopped", [](Stage &s) { return mainWindow(s, kPlainTask); }},
-        {"main-stopped-hovered",
-         [](Stage &s) {
-             return mainWindow(s, kPlainTask,
-                               [](MainForm *f) { return Stage::hover(part<QWidget>(f, "pbPlay")); });
-         }},
-        {"main-running",
-         [](Stage &s) { return mainWindow(s, kPlainTask, [&](MainForm *) { return s.startTimer(); }); }},
-        {"main-running-focused",
-         [](Stage &s) {
-             return mainWindow(s, kPlainTask, [&](MainForm *f) {
-                 return s.startTimer() && Stage::focus(part<QWidget>(f, "pbPlay"));
-             });
-         }},
-        {"main-running-pressed",
-         [](Stage &s) {
-             return mainWindow(s, kPlainTask, [&](MainForm *f) {
-                 part<QPushButton>(f, "pbPlay")->setDown(true);
-                 return s.startTimer();
-             });
-         }},
-        {"main-offline-stopped",
-         [](Stage &s) { return mainWindow(s, kPlainTask, [&](MainForm *) { return s.goOffline(); }); }},
-        {"main-offline-running",
-         [](Stage &s) {
-             return mainWindow(s, kPlainTask, [&](MainForm *) { return s.startTimer() && s.goOffline(); });
-         }},
-        {"main-overdue-active-time",
-         [](Stage &s) {
-             return mainWindow(s, kOverdueTask, [&](MainForm *f) {
-                 return s.startTimer() && QMetaObject::invokeMethod(f, "on_lbActivity_clicked");
-             });
-         }},
-        {"main-long-title", [](Stage &s) { return mainWindow(s, kLongTask); }},
-        {"main-focus-on-task",
-         [](Stage &s) {
-             return mainWindow(s, kImportantTask,
-                               [](MainForm *f) { return Stage::focus(part<QWidget>(f, "lbTask")); });
-         }},
-        {"main-menu", openMenu},
+        {"login", [](Stage &s) { return login(s, "", "", ""); }},
+        {"login-error", [](Stage &s) { return login(s, "anna@orvana.example", "не тот", "refuses"); }},
+        {"login-checking", [](Stage &s) { return login(s, "anna@orvana.example", "orvana", "hangs"); }},
+        mainWindow("main-no-task", QString()),
+        mainWindow("main-stopped", kPlainTask),
+        mainWindow("main-stopped-hovered", kPlainTask, {hover}),
+        mainWindow("main-running", kPlainTask, {start}),
+        mainWindow("main-running-focused", kPlainTask, {start, focusOn("pbPlay")}),
+        mainWindow("main-running-pressed", kPlainTask, {press, start}),
+        mainWindow("main-offline-stopped", kPlainTask, {goOffline}),
+        mainWindow("main-offline-running", kPlainTask, {start, goOffline}),
+        mainWindow("main-overdue-active-time", kOverdueTask, {start, showActiveTime}),
+        mainWindow("main-long-title", kLongTask),
+        mainWindow("main-focus-on-task", kImportantTask, {focusOn("lbTask")}),
+        {"main-menu", menu},
         {"main-tool-tip", toolTip},
-        {"chooser", [](Stage &s) { return openChooser(s, nullptr); }},
-        {"chooser-teams", [](Stage &s) { return openChooser(s, "cbTeam"); }},
-        {"chooser-tasks", [](Stage &s) { return openChooser(s, "cbTask"); }},
-        {"chooser-empty", emptyChooser},
-        {"task-list",
-         [](Stage &s) {
-             s.openMain(kImportantTask);
-             return QWidgetList{s.openTaskList()};
-         }},
-        {"task-list-empty", emptyTeam},
-        {"description", [](Stage &s) { return QWidgetList{s.openDescription(kImportantTask)}; }},
-        {"description-texts", secondPage},
-        {"description-bare", [](Stage &s) { return QWidgetList{s.openDescription(kOverdueTask)}; }},
-        {"calendar", [](Stage &s) { return calendar(s, false); }},
-        {"calendar-filled", [](Stage &s) { return calendar(s, true); }},
-        {"about", [](Stage &s) { return about(s, QStringLiteral("1.0.0")); }},
-        {"about-new-version", [](Stage &s) { return about(s, QStringLiteral("9.9.9")); }},
-        {"popups",
-         [](Stage &s) {
-             return popups(s,
-                           {{TaskAdded, QStringLiteral("Вычитать новости за неделю")},
-                            {CommentAdded,
-                             QStringLiteral("Подобрать фотографии к обзору кофеен и согласовать подписи с "
-                                            "авторами, редактором и заказчиком")},
-                            {UpdateAvailable, QStringLiteral(" 9.9.9")},
-                            {Plain, QStringLiteral("Переход в оффлайн-режим.")}});
-         }},
+        {"chooser", [](Stage &s) { return chooser(s, nullptr); }},
+        {"chooser-teams", [](Stage &s) { return chooser(s, "cbTeam"); }},
+        {"chooser-tasks", [](Stage &s) { return chooser(s, "cbTask"); }},
+        {"chooser-empty", [](Stage &s) { return chooser(s, nullptr, false); }},
+        {"task-list", [](Stage &s) { return taskList(s, true); }},
+        {"task-list-empty", [](Stage &s) { return taskList(s, false); }},
+        {"description", [](Stage &s) { return description(s, kImportantTask, "pbMainInfo"); }},
+        {"description-texts", [](Stage &s) { return description(s, kImportantTask, "pbCopyrightTasks"); }},
+        {"description-bare", [](Stage &s) { return description(s, kOverdueTask, "pbMainInfo"); }},
+        {"calendar", [](Stage &s) { return calendar(s, ""); }},
+        {"calendar-filled",
+         [](Stage &s) { return calendar(s, "Жду от заказчика фотографии и согласованный текст."); }},
+        {"about", [](Stage &s) { return about(s, "1.0.0"); }},
+        {"about-new-version", [](Stage &s) { return about(s, "9.9.9"); }},
+        {"popups", popups},
         {"message-critical",
-         [](Stage &s) {
-             return message(s, QMessageBox::Critical,
-                            QStringLiteral("Только одна копия программы может быть одновременно запущена."),
-                            {QStringLiteral("ОК")});
+         [](Stage &stage) {
+             return message(stage, QMessageBox::Critical,
+                            "Только одна копия программы может быть одновременно запущена.", {s("ОК")});
          }},
         {"message-question",
-         [](Stage &s) {
-             return message(s, QMessageBox::Question,
-                            QStringLiteral("Не удалось начать обработку вашей активности.\n"
-                                           "Желаете продолжить работу с программой?"),
-                            {QStringLiteral("Да"), QStringLiteral("Нет")});
+         [](Stage &stage) {
+             return message(stage, QMessageBox::Question,
+                            "Не удалось начать обработку вашей активности.\n"
+                            "Желаете продолжить работу с программой?",
+                            {s("Да"), s("Нет")});
          }},
     };
 }
@@ -293,40 +255,10 @@ MainForm *Stage::openMain(const QString &taskId)
     return bench.openFor(taskId) ? bench.form.get() : nullptr;
 }
 
-bool Stage::startTimer()
-{
-    bench.child<QPushButton>("pbPlay")->setChecked(true);
-    return bench.session()->isActive();
-}
-
-bool Stage::goOffline()
-{
-    bench.server().setOutage(localservice::Outage::Unavailable);
-    bench.orvana()->requestTeamsAndTasks();
-    const bool answered = bench.settle();
-    WindowBench::dropPopups();
-    return answered && !bench.session()->isOnline();
-}
-
 QWidget *Stage::openTaskList()
 {
     bench.child<QPushButton>("pbTaskList")->click();
     return bench.form->findChild<TaskListForm *>();
-}
-
-QWidget *Stage::openDescription(const QString &taskId)
-{
-    if (!openMain(taskId))
-        return nullptr;
-    QWidget *list = openTaskList();
-    emit list->findChild<TaskListView *>()->descriptionRequested(taskId);
-    return bench.settle() ? list->findChild<TaskDescriptionForm *>() : nullptr;
-}
-
-bool Stage::hover(QWidget *widget)
-{
-    QCursor::setPos(widget->mapToGlobal(widget->rect().center()));
-    return QTest::qWaitFor([widget] { return widget->underMouse(); });
 }
 
 bool Stage::focus(QWidget *widget)

@@ -1,12 +1,13 @@
 #pragma once
 
+#include "widgets/placement.h"
 #include "windowbench.h"
 
 #include <functional>
 #include <memory>
 #include <vector>
 
-/// The client in front of a service of its own, brought into some state to be looked at.
+// The client in front of a service of its own, brought into some state.
 class Stage final
 {
 public:
@@ -16,21 +17,18 @@ public:
 
     WindowBench bench;
 
-    /// The main window with this task chosen; an empty id leaves it without one.
+    // The main window with this task chosen; an empty id leaves it without one.
     MainForm *openMain(const QString &taskId);
-    bool startTimer();
-    bool goOffline();
     QWidget *openTaskList();
-    QWidget *openDescription(const QString &taskId);
-    /// The pointer comes to rest on the widget, so that it is drawn as hovered.
-    static bool hover(QWidget *widget);
     static bool focus(QWidget *widget);
-    /// Shows a window that ends with the stage.
+    // Shows a window that ends with the stage, in the middle of the other's screen.
     template <typename Window>
-    Window *own(std::unique_ptr<Window> window)
+    Window *own(std::unique_ptr<Window> window, const QWidget *other = nullptr)
     {
         Window *shown = window.get();
         m_owned.push_back(std::move(window));
+        if (other)
+            Placement::centre(shown, other);
         shown->show();
         return shown;
     }
@@ -39,12 +37,11 @@ private:
     std::vector<std::unique_ptr<QWidget>> m_owned;
 };
 
-/// One state of one window.
-#undef x
+// One state of one window.
 struct Scene
 {
     const char *name;
-    /// Returns the windows to look at; empty when the state was not reached.
+    // Returns the windows that show it; empty when the state was not reached.
     std::function<QWidgetList(Stage &)> open;
 };
 

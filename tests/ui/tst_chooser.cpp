@@ -1,6 +1,7 @@
 #include "rows.h"
 #include "ui/taskform.h"
 #include "windowbench.h"
+#include "windowparts.h"
 
 using localservice::Fault;
 using localservice::World;
@@ -53,38 +54,38 @@ private slots:
     void refreshesAndDetours()
     {
         open();
-        const auto task = [this] { return m_form->currentTaskId(); };
-        tasks()->setCurrentIndex(ids(tasks()).indexOf(s("1706")));
+        pick("1706");
         m_bench->server().edit([](World &world) { world.removeTask(s("1701")); });
         QVERIFY(m_bench->refresh());
         QVERIFY(!ids(tasks()).contains(s("1701")));
-        QCOMPARE(task(), s("1706"));
+        QCOMPARE(m_form->currentTaskId(), s("1706"));
         for (const bool byKey : {false, true}) {
-            tasks()->setCurrentIndex(ids(tasks()).indexOf(s("1706")));
+            pick("1706");
             if (byKey)
                 QTest::keyClick(tasks(), Qt::Key_Escape);
             else
-                QTest::mouseClick(button(s("Отмена")), Qt::LeftButton);
+                click(button(m_form, s("Отмена")));
             QVERIFY(!m_form->isVisible() && m_bench->form->isVisible());
             QCOMPARE(m_bench->session()->currentTaskID(), s("1704"));
             // Shown again, it starts from what is being worked on.
             open();
-            QCOMPARE(task(), s("1704"));
+            QCOMPARE(m_form->currentTaskId(), s("1704"));
         }
         // Of a team with a blocking task nothing else is offered.
         teams()->setCurrentIndex(1);
         QCOMPARE(ids(tasks()), texts({"4101"}));
         teams()->setCurrentIndex(0);
-        QCOMPARE(task(), s("1704"));
+        QCOMPARE(m_form->currentTaskId(), s("1704"));
         teams()->setCurrentIndex(2);
-        m_bench->server().edit([](World &world) { world.removeTeam(s("2192")); });
+        m_bench->server().edit([](World &world) {
+            world.removeTeam(s("2192"));
+            for (const char *id : {"1702", "1705"})
+                world.setBlock(s(id), s("1"));
+        });
         QVERIFY(m_bench->refresh());
         QCOMPARE(m_form->currentTeamId(), s("17"));
-        for (const char *id : {"1702", "1705"})
-            m_bench->server().edit([id](World &world) { world.setBlock(s(id), s("1")); });
-        QVERIFY(m_bench->refresh());
         QCOMPARE(ids(tasks()), texts({"1702", "1705"}));
-        QCOMPARE(task(), s("1702"));
+        QCOMPARE(m_form->currentTaskId(), s("1702"));
     }
 
     void acceptedByKeyboard()
@@ -104,34 +105,40 @@ private slots:
         QVERIFY(m_bench->child<QPushButton>("pbPlay")->isCheckable());
 
         // The catch-all entry has the same id in every team.
-        choose("2192", "0");
+        m_bench->orvana()->changeTask(s("2192"), s("0"));
         open();
         teams()->setCurrentIndex(0);
-        tasks()->setCurrentIndex(tasks()->count() - 1);
-        QTest::mouseClick(button(s("Ок")), Qt::LeftButton);
+        pick("0");
+        click(button(m_form, s("Ок")));
         QCOMPARE(m_bench->session()->currentTeamID(), s("17"));
         QCOMPARE(m_bench->session()->currentTaskID(), s("0"));
     }
 
+    void loadingEnds_data()
+    {
+        addColumns<QByteArray, bool>("answer", "hasTeams");
+        QTest::newRow("lists") << QByteArray() << true;
+        QTest::newRow("garbage") << QByteArray("\t<!DOCTYPE html>") << true;
+        QTest::newRow("no teams") << QByteArray("[]") << false;
+    }
+
     void loadingEnds()
     {
-        for (const QByteArray &answer : {QByteArray(), QByteArray("\t<!DOCTYPE html>"), QByteArray("[]")}) {
-            Fault fault = answer.isEmpty() ? Fault::delayed({}) : Fault::answer(200, answer);
-            fault.delay = std::chrono::milliseconds(200);
-            m_bench->server().setFault(kListPath, fault);
-            QTest::mouseClick(m_bench->child<QPushButton>("pbTask"), Qt::LeftButton);
-            QCOMPARE(status(), s("Загрузка..."));
-            QVERIFY(!teams()->isEnabled() && !tasks()->isEnabled());
-            QTRY_VERIFY(teams()->isEnabled() && tasks()->isEnabled());
-            QCOMPARE(status(), QString());
-            QCOMPARE(teams()->count(), answer == "[]" ? 0 : 3);
-            // Without anything to choose there is nothing to accept.
-            QCOMPARE(button(s("Ок"))->isEnabled(), answer != "[]");
-            QTest::mouseClick(button(s("Ок")), Qt::LeftButton);
-            QCOMPARE(m_form->isVisible(), answer == "[]");
-            QCOMPARE(m_bench->session()->currentTaskID(), s("1704"));
-            QVERIFY(m_bench->settle());
-        }
+        QFETCH(QByteArray, answer);
+        QFETCH(bool, hasTeams);
+        Fault fault = answer.isEmpty() ? Fault::delayed({}) : Fault::answer(200, answer);
+        fault.delay = std::chrono::milliseconds(200);
+        m_bench->server().setFault(kListPath, fault);
+        click(m_bench->child<QWidget>("pbTask"));
+        QCOMPARE(status(), s("Загрузка..."));
+        QVERIFY(!teams()->isEnabled() && !tasks()->isEnabled());
+        QTRY_VERIFY(teams()->isEnabled() && tasks()->isEnabled());
+        QCOMPARE(status(), QString());
+        QCOMPARE(teams()->count(), hasTeams ? 3 : 0);
+        // Without anything to choose there is nothing to accept.
+        click(button(m_form, s("Ок")));
+        QCOMPARE(m_form->isVisible(), !hasTeams);
+        QCOMPARE(m_bench->session()->currentTaskID(), s("1704"));
     }
 
     void onlyWhatTheSessionHolds_data()
@@ -149,10 +156,10 @@ private slots:
         QFETCH(QString, before);
         QFETCH(QString, chosen);
         open();
-        tasks()->setCurrentIndex(ids(tasks()).indexOf(s("1706")));
+        pick("1706");
         m_bench->server().setFault(kListPath, Fault::hang());
         if (before.contains(s("cancel")))
-            QTest::mouseClick(button(s("Отмена")), Qt::LeftButton);
+            click(button(m_form, s("Отмена")));
         if (before.contains(s("login"))) {
             QSignalSpy accepted(m_bench->orvana(), &Orvana::loginOk);
             m_bench->orvana()->requestCheckLogin(s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я"));
@@ -162,16 +169,16 @@ private slots:
         if (before == s("gone"))
             m_bench->session()->removeAllSavedTasks(m_bench->session()->task(s("17"), s("1706")));
         if (!m_form->isVisible())
-            QTest::mouseClick(m_bench->child<QPushButton>("pbTask"), Qt::LeftButton);
+            click(m_bench->child<QWidget>("pbTask"));
         QTRY_COMPARE(status(), before == s("gone") ? QString() : s("Загрузка..."));
-        QTest::mouseClick(button(s("Ок")), Qt::LeftButton);
+        click(button(m_form, s("Ок")));
         QCOMPARE(m_bench->session()->currentTaskID(), chosen);
     }
 
     void offline()
     {
         m_bench->session()->setOnline(false);
-        QTest::mouseClick(m_bench->child<QPushButton>("pbTask"), Qt::LeftButton);
+        click(m_bench->child<QWidget>("pbTask"));
         QVERIFY(teams()->isEnabled() && tasks()->isEnabled());
         QCOMPARE(m_form->currentTaskId(), s("1704"));
         QVERIFY(m_bench->settle());
@@ -193,18 +200,9 @@ private slots:
     }
 
 private:
-    QComboBox *teams() const { return m_form->findChild<QComboBox *>(s("cbTeam")); }
-    QComboBox *tasks() const { return m_form->findChild<QComboBox *>(s("cbTask")); }
-    QString status() const { return m_form->findChild<QLabel *>(s("lbLoading"))->text(); }
-    QPushButton *button(const QString &text) const
-    {
-        const auto all = m_form->findChildren<QPushButton *>(s("pbOrvana"));
-        for (QPushButton *candidate : all) {
-            if (candidate->text() == text)
-                return candidate;
-        }
-        return nullptr;
-    }
+    QComboBox *teams() const { return part<QComboBox>(m_form, "cbTeam"); }
+    QComboBox *tasks() const { return part<QComboBox>(m_form, "cbTask"); }
+    QString status() const { return part<QLabel>(m_form, "lbLoading")->text(); }
     static QStringList ids(const QComboBox *box)
     {
         QStringList found;
@@ -212,12 +210,12 @@ private:
             found.append(box->itemData(i).toString());
         return found;
     }
-    void choose(const char *team, const char *task) { m_bench->orvana()->changeTask(s(team), s(task)); }
+    void pick(const char *task) { tasks()->setCurrentIndex(ids(tasks()).indexOf(s(task))); }
 
     // As a person does.
     void open()
     {
-        QTest::mouseClick(m_bench->child<QPushButton>("pbTask"), Qt::LeftButton);
+        click(m_bench->child<QWidget>("pbTask"));
         QVERIFY(QTest::qWaitForWindowActive(m_form));
         QTRY_VERIFY(teams()->isEnabled());
         QVERIFY(m_bench->settle());

@@ -4,22 +4,9 @@
 #include "update/orvanaupdate.h"
 #include "urlcatcher.h"
 #include "windowbench.h"
+#include "windowparts.h"
 
 namespace {
-
-QPushButton *button(const QWidget *window, const QString &text)
-{
-    const auto buttons = window->findChildren<QPushButton *>();
-    const auto found = std::find_if(buttons.begin(), buttons.end(), [&text](const QPushButton *candidate) {
-        return candidate->text() == text;
-    });
-    return found == buttons.end() ? nullptr : *found;
-}
-
-void click(QWidget *widget)
-{
-    QTest::mouseClick(widget, Qt::LeftButton);
-}
 
 // Acts on the dialog that the next call opens and waits for.
 template <typename Action>
@@ -48,14 +35,13 @@ private slots:
         form.show();
         QVERIFY(QTest::qWaitForWindowExposed(&form));
         auto *calendar = form.findChild<QCalendarWidget *>();
-        const auto part = [&form](const char *name) { return form.findChild<QToolButton *>(s(name)); };
         calendar->setCurrentPage(2024, 1);
-        QCOMPARE(part("qt_calendar_monthbutton")->text().toLower(), s("январь"));
+        QCOMPARE(part<QToolButton>(&form, "qt_calendar_monthbutton")->text().toLower(), s("январь"));
         for (const char *name : {"qt_calendar_monthbutton", "qt_calendar_yearbutton"}) {
-            click(part(name));
-            QVERIFY(!QApplication::activePopupWidget() && part(name)->isVisible());
+            click(part(&form, name));
+            QVERIFY(!QApplication::activePopupWidget() && part(&form, name)->isVisible());
         }
-        click(part("qt_calendar_prevmonth"));
+        click(part(&form, "qt_calendar_prevmonth"));
         QCOMPARE(QDate(calendar->yearShown(), calendar->monthShown(), 1), QDate(2023, 12, 1));
     }
 
@@ -69,7 +55,7 @@ private slots:
                 opened = form;
                 form->findChild<QCalendarWidget *>()->setSelectedDate(QDate(2031, 5, 7));
                 form->findChild<QTimeEdit *>()->setTime(QTime(18, 30));
-                auto *reason = form->findChild<QPlainTextEdit *>(s("reasonTextEdit"));
+                auto *reason = part<QPlainTextEdit>(form, "reasonTextEdit");
                 for (const char *missing : {"", " \n\t \n"}) {
                     WindowBench::dropPopups();
                     reason->setPlainText(s(missing));
@@ -84,7 +70,7 @@ private slots:
                     click(button(form, s("Ок")));
                 QVERIFY(!form->isVisible());
             });
-            click(bench.child<QPushButton>("pbTimeExtend"));
+            click(bench.child<QWidget>("pbTimeExtend"));
             QTRY_VERIFY(opened.isNull());
             QVERIFY(bench.settle());
         }
@@ -101,8 +87,9 @@ private slots:
                 QFAIL("the calendar was opened");
             }
         });
-        click(bench.child<QPushButton>("pbTimeExtend"));
-        QVERIFY(WindowBench::popupTexts().contains(s("Для данной задачи невозможно выполнить перенос дедлайна.")));
+        click(bench.child<QWidget>("pbTimeExtend"));
+        QVERIFY(WindowBench::popupTexts().contains(
+            s("Для данной задачи невозможно выполнить перенос дедлайна.")));
     }
 
     void about()
@@ -111,16 +98,17 @@ private slots:
         QCoreApplication::setApplicationVersion(s("1.1.0"));
         OrvanaUpdate::instance()->init(client.orvana.get());
         AboutForm about(client.orvana.get(), nullptr);
-        const auto *info = about.findChild<QLabel *>(s("lbUpdateInfo"));
-        const auto check = [&](const QStringList &versions, const char *told) {
+        const auto *info = part<QLabel>(&about, "lbUpdateInfo");
+        const std::pair<QStringList, const char *> answers[] = {
+            {{s("1.2.0")}, "Доступно обновление 1.2.0"},
+            {{s("1.1.0")}, "Установлена последняя версия"},
+            {{}, "Установлена последняя версия"}};
+        for (const auto &[versions, text] : answers) {
             client.server.edit([&](localservice::World &world) { world.setVersions(versions); });
             about.update();
             QCOMPARE(info->text(), s("Проверка обновления..."));
-            QTRY_COMPARE(info->text(), s(told));
-        };
-        check({s("1.2.0")}, "Доступно обновление 1.2.0");
-        check({s("1.1.0")}, "Установлена последняя версия");
-        check({}, "Установлена последняя версия");
+            QTRY_COMPARE(info->text(), s(text));
+        }
         client.server.stop();
         QSignalSpy offline(client.orvana.get(), &Orvana::onlineChanged);
         about.update();
@@ -130,7 +118,7 @@ private slots:
         const UrlCatcher catcher;
         about.show();
         QVERIFY(QTest::qWaitForWindowActive(&about));
-        auto *link = about.findChild<QLabel *>(s("lbUrl"));
+        auto *link = part(&about, "lbUrl");
         click(link);
         QTest::keyClick(&about, Qt::Key_Tab);
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);

@@ -1,6 +1,7 @@
 #include "rows.h"
 #include "ui/loginform.h"
 #include "windowbench.h"
+#include "windowparts.h"
 
 using localservice::Fault;
 
@@ -35,53 +36,56 @@ private slots:
         m_bench.reset();
     }
 
+    void emptyFields_data()
+    {
+        addColumns<QString, QString, QString, QString>("email", "password", "message", "focus");
+        QTest::newRow("both") << QString() << QString() << s("Введите e-mail") << s("lbEmail");
+        QTest::newRow("e-mail") << QString() << s("p") << s("Введите e-mail") << s("lbEmail");
+        QTest::newRow("password") << s("a") << QString() << s("Введите пароль") << s("lbPassword");
+    }
+
     void emptyFields()
     {
-        const auto verify = [this](const char *typed, const char *message, const QWidget *focus) {
-            type(email(), s(typed));
-            pressEnter();
-            QCOMPARE(this->message(), s(message));
-            QVERIFY(enter()->isEnabled());
-            QCOMPARE(QApplication::focusWidget(), focus);
-        };
-        verify("", "Введите e-mail", email());
-        verify("a", "Введите пароль", password());
-        email()->clear();
-        type(password(), s("p"));
-        verify("", "Введите e-mail", email());
+        QFETCH(QString, email);
+        QFETCH(QString, password);
+        enter(email, password);
+        QTEST(message(), "message");
+        QVERIFY(pbEnter()->isEnabled());
+        QTEST(QApplication::focusWidget()->objectName(), "focus");
         QCOMPARE(checks(), 0);
+    }
+
+    void errorCodes_data()
+    {
+        addColumns<int, QString>("code", "text");
+        const QString unreachable = s("Не удалось соединиться с сервером.");
+        QTest::newRow("0") << 0 << s("Неверный логин или пароль");
+        QTest::newRow("1") << 1 << unreachable;
+        QTest::newRow("3") << 3 << unreachable;
+        QTest::newRow("5") << 5 << s("Ошибка соединения с базой данных.");
+        for (const int code : {4, 6, -1})
+            QTest::addRow("%d", code) << code << s("?");
     }
 
     void errorCodes()
     {
+        QFETCH(int, code);
         m_bench->server().setFault(kLoginPath, Fault::hang());
-        type(email(), s("a"));
-        type(password(), s("b"));
-        const std::pair<int, const char *> rows[] = {{0, "Неверный логин или пароль"},
-                                                     {1, "Не удалось соединиться с сервером."},
-                                                     {3, "Не удалось соединиться с сервером."},
-                                                     {4, "?"},
-                                                     {5, "Ошибка соединения с базой данных."},
-                                                     {6, "?"},
-                                                     {-1, "?"}};
-        for (const auto &[code, text] : rows) {
-            pressEnter();
-            QVERIFY(!enter()->isEnabled());
-            QCOMPARE(message(), QString());
-            child<QLabel>("lbInfo")->setText(s("?"));
-            email()->setFocus();
-            password()->deselect();
-            emit m_bench->orvana()->error(code);
-            QCOMPARE(message(), s(text));
-            QVERIFY(enter()->isEnabled() && m_form->isVisible());
-            // The next key replaces a wrong password.
-            QCOMPARE(password()->selectedText(), code == 0 ? s("b") : QString());
-            QCOMPARE(QApplication::focusWidget(), code == 0 ? password() : email());
-        }
-        // A refusal of another request, or of what has been typed over meanwhile.
+        enter(s("a"), s("b"));
+        QVERIFY(!pbEnter()->isEnabled());
+        QCOMPARE(message(), QString());
+        child<QLabel>("lbInfo")->setText(s("?"));
+        email()->setFocus();
+        emit m_bench->orvana()->error(code);
+        QTEST(message(), "text");
+        QVERIFY(pbEnter()->isEnabled() && m_form->isVisible());
+        // The next key replaces a wrong password, but not one that has been typed since the
+        // request, or when another request is refused.
+        QCOMPARE(password()->selectedText(), code == 0 ? s("b") : QString());
+        QCOMPARE(QApplication::focusWidget(), code == 0 ? password() : email());
         for (const bool checking : {false, true}) {
             if (checking)
-                pressEnter();
+                click(pbEnter());
             type(password(), s("c"));
             emit m_bench->orvana()->error(Orvana::InvalidCredentials);
             QVERIFY(password()->hasFocus() && !password()->hasSelectedText());
@@ -91,20 +95,18 @@ private slots:
     void unreachableThenRefusedThenAccepted()
     {
         QSignalSpy accepted(m_form.get(), &QDialog::accepted);
-        type(email(), TestClient::anna());
-        type(password(), s(" %41\"ё+& "));
         m_bench->server().stop();
-        pressEnter();
-        QVERIFY(!enter()->isEnabled());
+        enter(TestClient::anna(), s(" %41\"ё+& "));
+        QVERIFY(!pbEnter()->isEnabled());
         QTRY_COMPARE(message(), s("Не удалось соединиться с сервером."));
-        QVERIFY(enter()->isEnabled() && m_bench->server().start());
-        pressEnter();
+        QVERIFY(pbEnter()->isEnabled() && m_bench->server().start());
+        click(pbEnter());
         QTRY_COMPARE(message(), s("Неверный логин или пароль"));
         const auto request = m_bench->server().requestsTo(kLoginPath).constFirst();
         QCOMPARE(request.queryValue(s("password")), s(" %41\"ё+& "));
         QVERIFY(m_bench->session()->login().isEmpty());
         type(password(), s("orvana")); // over the wrong one
-        pressEnter();
+        click(pbEnter());
         QCOMPARE(message(), QString());
         QVERIFY(accepted.wait());
         QCOMPARE(m_form->result(), int(QDialog::Accepted));
@@ -121,9 +123,9 @@ private slots:
         for (int i = 0; i < 2; ++i)
             QTest::keyClick(password(), Qt::Key_Return);
         QTest::keyClick(email(), Qt::Key_Enter);
-        pressEnter();
+        click(pbEnter());
         QTRY_COMPARE(checks(), 1);
-        QVERIFY(!enter()->isEnabled());
+        QVERIFY(!pbEnter()->isEnabled());
         // Closed meanwhile, it stays closed.
         QSignalSpy rejected(m_form.get(), &QDialog::rejected);
         QTest::keyClick(m_form.get(), Qt::Key_Escape);
@@ -135,7 +137,7 @@ private slots:
         QCOMPARE(checks(), 1);
         // The cross is the same.
         m_form->show();
-        QTest::mouseClick(child<QPushButton>("pbClose"), Qt::LeftButton);
+        click(child<QWidget>("pbClose"));
         QCOMPARE(rejected.count(), 2);
     }
 
@@ -169,13 +171,18 @@ private:
     template <typename T>
     T *child(const char *name) const
     {
-        return m_form->findChild<T *>(QString::fromLatin1(name));
+        return part<T>(m_form.get(), name);
     }
     QLineEdit *email() const { return child<QLineEdit>("lbEmail"); }
     QLineEdit *password() const { return child<QLineEdit>("lbPassword"); }
-    QPushButton *enter() const { return child<QPushButton>("pbOrvana"); }
+    QPushButton *pbEnter() const { return child<QPushButton>("pbOrvana"); }
     QString message() const { return child<QLabel>("lbInfo")->text(); }
-    void pressEnter() { QTest::mouseClick(enter(), Qt::LeftButton); }
+    void enter(const QString &user, const QString &secret)
+    {
+        type(email(), user);
+        type(password(), secret);
+        click(pbEnter());
+    }
     void open()
     {
         m_form = std::make_unique<LoginForm>(m_bench->orvana());

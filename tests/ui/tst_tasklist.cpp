@@ -5,17 +5,19 @@
 #include "ui/tasklistmodel.h"
 #include "ui/tasklistview.h"
 #include "ui/taskrowdelegate.h"
-#include "widgets/artwork.h"
+#include "widgets/placement.h"
 #include "widgets/scrolltext.h"
 #include "windowbench.h"
+#include "windowparts.h"
 
 #include <functional>
 
 namespace {
 
 const QString kTeam = s("17");
-const QString kCatchAll = s("0");
-QVector<localservice::Task> plainTasks()
+
+// Three tasks, a, b and c; b may be a blocking one.
+QVector<localservice::Task> threeTasks(const char *block = "")
 {
     QVector<localservice::Task> tasks(3);
     const QStringList titles = texts({"Первая", "Вторая", "Третья"});
@@ -23,13 +25,7 @@ QVector<localservice::Task> plainTasks()
         tasks[i].id = QString(QLatin1Char(char('a' + i)));
         tasks[i].title = titles.at(i);
     }
-    return tasks;
-}
-
-QVector<localservice::Task> withBlockingTask()
-{
-    QVector<localservice::Task> tasks = plainTasks();
-    tasks[1].block = s("1");
+    tasks[1].block = s(block);
     return tasks;
 }
 
@@ -37,15 +33,14 @@ QVector<localservice::Task> withBlockingTask()
 class Desktop final
 {
 public:
-    explicit Desktop(const QVector<localservice::Task> &tasks = plainTasks(),
-                     const QString &current = QString())
+    explicit Desktop(const QVector<localservice::Task> &tasks = threeTasks(), const QString &current = {})
     {
         bench.server().edit([&tasks](localservice::World &world) { world.team(kTeam)->tasks = tasks; });
         if (!bench.openFor(current))
             return;
         list = bench.form->findChild<TaskListForm *>();
         view = list->findChild<TaskListView *>();
-        QTest::mouseClick(bench.child<QPushButton>("pbTaskList"), Qt::LeftButton);
+        click(bench.child<QWidget>("pbTaskList"));
         ready = QTest::qWaitFor([this] { return view->hasFocus(); }, TestClient::waitLimit);
     }
 
@@ -57,28 +52,22 @@ public:
         return texts;
     }
     QModelIndex row(const QString &id) const { return view->model()->index(rows().indexOf(id), 0); }
-    QPoint place(const QString &id) const { return view->visualRect(row(id)).center(); }
 
-    void click(const QString &id) const
-    {
-        QTest::mouseClick(view->viewport(), Qt::LeftButton, Qt::NoModifier, place(id));
-    }
-    void doubleClick(const QString &id) const
-    {
-        // The second press is the double click itself.
-        click(id);
-        QTest::mouseDClick(view->viewport(), Qt::LeftButton, Qt::NoModifier, place(id));
-        QTest::mouseRelease(view->viewport(), Qt::LeftButton, Qt::NoModifier, place(id));
-    }
-    void clickButton(const QString &id) const
-    {
-        QTest::mouseClick(view->viewport(), Qt::LeftButton, Qt::NoModifier,
-                          TaskRowDelegate::buttonRect(view->visualRect(row(id))).center());
-    }
-    void press(const QString &id, Qt::Key key, Qt::KeyboardModifier modifier = Qt::NoModifier) const
+    // "click", "click click", or "button", or the names of keys.
+    void use(const QString &id, const QString &way) const
     {
         view->setCurrentIndex(row(id));
-        QTest::keyClick(view, key, modifier);
+        const QPoint at = way == s("button") ? TaskRowDelegate::buttonRect(view->visualRect(row(id))).center()
+                                             : view->visualRect(row(id)).center();
+        if (way.startsWith(s("click")) || way == s("button"))
+            QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, at);
+        else
+            QTest::keyClick(view, way == s("Space") ? Qt::Key_Space : Qt::Key_Return,
+                            way.startsWith(s("Ctrl")) ? Qt::ControlModifier : Qt::NoModifier);
+        if (way == s("click click")) {
+            QTest::mouseDClick(view->viewport(), Qt::LeftButton, {}, at);
+            QTest::mouseRelease(view->viewport(), Qt::LeftButton, {}, at);
+        }
     }
     bool isOpen(const QString &id) const
     {
@@ -104,78 +93,66 @@ private slots:
 
     void rowsAndTheirMarks()
     {
-        QVector<localservice::Task> tasks = withBlockingTask();
-        tasks[2].importance = 1;
-        Desktop desktop(tasks, s("b"));
+        Desktop desktop(threeTasks("1"), s("b"));
         QVERIFY(desktop.ready);
         QCOMPARE(desktop.rows(), texts({"b", "a", "c", "0"}));
         for (const int role : {TaskListModel::OfferedRole, TaskListModel::CurrentRole})
             QCOMPARE(desktop.rows(role), texts({"true", "false", "false", "false"}));
         QVERIFY(desktop.rows(Qt::ToolTipRole).at(1).contains(s("блокирующие")));
-        const std::pair<const char *, const char *> icons[] = {
-            {"b", "Blocked"}, {"c", "UrgentGrey"}, {"a", ""}};
-        for (const auto &[id, name] : icons) {
-            const auto icon = desktop.row(s(id)).data(Qt::DecorationRole).value<QIcon>();
-            QCOMPARE(icon.pixmap(20).toImage(),
-                     QIcon(s(":/images/pbTask%1.png").arg(s(name))).pixmap(20).toImage());
-        }
+        const auto icon = desktop.row(s("b")).data(Qt::DecorationRole).value<QIcon>();
+        QCOMPARE(icon.pixmap(20).toImage(), QIcon(s(":/images/pbTaskBlocked.png")).pixmap(20).toImage());
     }
 
     void clicksOpenTheDescription()
     {
         Desktop desktop;
         QVERIFY(desktop.ready);
-        // A double click chooses and opens nothing, also when the clicks' timers have ended.
-        desktop.doubleClick(s("a"));
-        QCOMPARE(desktop.bench.child<ScrollText>("lbTask")->text(), s("Первая"));
-        QTimer later;
-        QSignalSpy passed(&later, &QTimer::timeout);
-        later.start(QApplication::doubleClickInterval() + 1);
-        QVERIFY(passed.wait());
-        QVERIFY(!desktop.list->description(s("a")));
-
-        desktop.click(s("b"));
+        desktop.use(s("b"), s("click"));
         QTRY_VERIFY(desktop.isOpen(s("b")));
         TaskDescriptionForm *form = desktop.list->description(s("b"));
-        QTRY_COMPARE(form->findChild<QLabel *>(s("lbTaskTitle"))->text(), s("Вторая"));
-        QCOMPARE(desktop.current(), s("a"));
+        QTRY_COMPARE(part<QLabel>(form, "lbTaskTitle")->text(), s("Вторая"));
+        QCOMPARE(desktop.current(), QString());
         form->hide();
-        // The second look asks the service again and opens the window that was kept.
+        // Opened again, the window that was kept asks the service again.
         QSignalSpy refreshed(desktop.bench.orvana(), &Orvana::taskInfoUpdated);
-        desktop.click(s("b"));
+        desktop.use(s("b"), s("click"));
         QTRY_VERIFY(desktop.isOpen(s("b")) && refreshed.count() > 0);
         QCOMPARE(desktop.list->description(s("b")), form);
     }
 
+    void choosing_data()
+    {
+        QTest::addColumn<QString>("way");
+        for (const char *way : {"click click", "button", "Space", "Ctrl+Enter"})
+            QTest::newRow(way) << s(way);
+    }
+
     void choosing()
     {
-        using Way = std::function<void(const QString &)>;
-        Desktop desktop(withBlockingTask());
+        QFETCH(QString, way);
+        Desktop desktop(threeTasks("1"));
         QVERIFY(desktop.ready);
-        const Way ways[] = {
-            [&](const QString &id) { desktop.doubleClick(id); },
-            [&](const QString &id) { desktop.clickButton(id); },
-            [&](const QString &id) { desktop.press(id, Qt::Key_Space); },
-            [&](const QString &id) { desktop.press(id, Qt::Key_Return, Qt::ControlModifier); }};
-        for (const Way &choose : ways) {
-            desktop.bench.orvana()->changeTask(kTeam, QString());
-            for (const QString &heldBack : {s("c"), kCatchAll}) {
-                choose(heldBack);
-                QCOMPARE(desktop.current(), QString());
-            }
-            choose(s("b"));
-            QCOMPARE(desktop.current(), s("b"));
-            QVERIFY(desktop.row(s("b")).data(TaskListModel::CurrentRole).toBool());
+        for (const char *heldBack : {"c", "0"}) {
+            desktop.use(s(heldBack), way);
+            QCOMPARE(desktop.current(), QString());
         }
+        desktop.use(s("b"), way);
+        QCOMPARE(desktop.current(), s("b"));
+        QVERIFY(desktop.row(s("b")).data(TaskListModel::CurrentRole).toBool());
+        QCOMPARE(desktop.bench.child<ScrollText>("lbTask")->text(), s("Вторая"));
+        // It opens nothing, also when the time of a double click is over.
+        QSignalSpy opened(desktop.view, &TaskListView::descriptionRequested);
+        QVERIFY(!opened.wait(QApplication::doubleClickInterval() + 50));
     }
 
     void keyboard()
     {
         Desktop desktop;
         QVERIFY(desktop.ready);
-        desktop.press(kCatchAll, Qt::Key_Return);
-        QVERIFY(!desktop.list->description(kCatchAll)); // there is nothing to tell
-        desktop.press(s("a"), Qt::Key_Down);
+        desktop.use(s("0"), s("Enter"));
+        QVERIFY(!desktop.list->description(s("0"))); // it has no description
+        desktop.view->setCurrentIndex(desktop.row(s("a")));
+        QTest::keyClick(desktop.view, Qt::Key_Down);
         QTest::keyClick(desktop.view, Qt::Key_Return);
         QVERIFY(desktop.isOpen(s("b")) && desktop.list->isVisible());
         QTest::keyClick(desktop.list, Qt::Key_Escape);
@@ -184,10 +161,10 @@ private slots:
 
     void followsTheSession()
     {
-        Desktop desktop(plainTasks(), s("a"));
+        Desktop desktop(threeTasks(), s("a"));
         QVERIFY(desktop.ready);
-        const auto *empty = desktop.list->findChild<QLabel *>(s("lbEmpty"));
-        const auto *team = desktop.list->findChild<ScrollText *>(s("lbTeam"));
+        const auto *empty = part<QLabel>(desktop.list, "lbEmpty");
+        const auto *team = part<ScrollText>(desktop.list, "lbTeam");
         QVERIFY(empty->isHidden());
         desktop.view->setCurrentIndex(desktop.row(s("c")));
         desktop.bench.server().edit([](localservice::World &world) {
@@ -203,7 +180,7 @@ private slots:
         // Without tasks there is still the work that belongs to none.
         desktop.bench.server().edit([](localservice::World &world) { world.team(kTeam)->tasks.clear(); });
         QVERIFY(desktop.bench.refresh());
-        desktop.bench.orvana()->changeTask(kTeam, kCatchAll);
+        desktop.bench.orvana()->changeTask(kTeam, s("0"));
         QVERIFY(empty->isVisible());
         QCOMPARE(empty->text(), s("В команде нет задач"));
         QCOMPARE(desktop.rows(), texts({"0"}));
@@ -237,7 +214,7 @@ private slots:
             QTRY_VERIFY(isVisible() && !desktop.isOpen(s("b")));
             QTRY_VERIFY(!form->isMinimized() && form->windowHandle()->isExposed());
         }
-        QTest::mouseClick(desktop.list->findChild<QPushButton *>(s("pbClose")), Qt::LeftButton);
+        click(part(desktop.list, "pbClose"));
         emit desktop.bench.form->hideAll();
         emit desktop.bench.form->showAll();
         QVERIFY(!desktop.list->isVisible() && desktop.isOpen(s("a")));
@@ -254,37 +231,50 @@ private slots:
         QCOMPARE(desktop.rows(), QStringList());
     }
 
+    void places_data()
+    {
+        addColumns<QPoint, QRect, bool>("anchor", "area", "hasRoom");
+        QTest::newRow("right below") << QPoint(928, 652) << QRect(0, 24, 1280, 776) << true;
+        QTest::newRow("second screen") << QPoint(2848, 0) << QRect(1280, 0, 1920, 1080) << true;
+        QTest::newRow("narrow screen") << QPoint(128, 0) << QRect(0, 0, 480, 800) << true;
+        QTest::newRow("small screen") << QPoint(128, 0) << QRect(0, 0, 480, 430) << false;
+    }
+
     void places()
     {
-        const QSize anchor(352, 148);
-        const QRect small(0, 0, 480, 430);
-        const std::pair<QRect, QRect> rows[] = {{{QPoint(928, 652), anchor}, {0, 24, 1280, 776}},
-                                                {{QPoint(2848, 0), anchor}, {1280, 0, 1920, 1080}},
-                                                {{QPoint(128, 0), anchor}, {0, 0, 480, 800}},
-                                                {{QPoint(128, 0), anchor}, small}};
-        for (const auto &[beside, area] : rows) {
-            const QRect window(Artwork::beside(beside, QSize(460, 420), area), QSize(460, 420));
-            QVERIFY(area.contains(window));
-            QCOMPARE(window.intersects(beside), area == small); // no room
-        }
+        QFETCH(QPoint, anchor);
+        QFETCH(QRect, area);
+        const QRect mainWindow(anchor, QSize(352, 148));
+        const QSize size(460, 420);
+        const QRect window(Placement::nextTo(mainWindow, size, area), size);
+        QVERIFY(area.contains(window));
+        QTEST(!window.intersects(mainWindow), "hasRoom");
+    }
+
+    void deadlines_data()
+    {
+        addColumns<QDateTime, QString>("deadline", "texts");
+        const auto row = [](int hour, int second, const char *texts) {
+            QTest::newRow(texts) << QDateTime(QDate(2024, 1, 30), QTime(hour, 59, second)) << s(texts);
+        };
+        QTest::newRow("none") << QDateTime() << s("Без срока ");
+        row(12, 1, "Истекает: 2024-01-30 12:59:01 ");
+        row(12, 0, "Истёк срок: 2024-01-30 12:59:00 Просрочено: меньше минуты");
+        row(11, 0, "Истёк срок: 2024-01-30 11:59:00 Просрочено: 1ч.");
     }
 
     void deadlines()
     {
-        const QDateTime now(QDate(2024, 1, 31), QTime(12, 0));
+        QFETCH(QDateTime, deadline);
+        Task task;
+        task.deadline = deadline;
         TaskListModel model([](const Task &) { return QIcon(); });
-        const auto verify = [&](int secondsAgo, const char *deadline, const char *overdue) {
-            Task task;
-            task.deadline = secondsAgo == 0 ? QDateTime() : now.addSecs(-secondsAgo);
-            model.setTasks({task});
-            model.setNow(now);
-            QCOMPARE(model.index(0).data(TaskListModel::DeadlineRole).toString(), s(deadline));
-            QCOMPARE(model.index(0).data(TaskListModel::OverdueRole).toString(), s(overdue));
-        };
-        verify(0, "Без срока", "");
-        verify(-60, "Истекает: 2024-01-31 12:01:00", "");
-        verify(1, "Истёк срок: 2024-01-31 11:59:59", "Просрочено: меньше минуты");
-        verify(25 * 3600, "Истёк срок: 2024-01-30 11:00:00", "Просрочено: 1д. 1ч.");
+        model.setTasks({task});
+        model.setNow(QDateTime(QDate(2024, 1, 30), QTime(12, 59)));
+        const auto text = [&model](int role) { return model.index(0).data(role).toString(); };
+        QTEST(
+            QString(text(TaskListModel::DeadlineRole) + QLatin1Char(' ') + text(TaskListModel::OverdueRole)),
+            "texts");
     }
 
     void onlyVisibleRowsAreDrawn()
@@ -305,7 +295,7 @@ private slots:
         view.scrollToBottom();
         view.repaint();
         QVERIFY2(asked > 0 && asked < 2 * visible, qPrintable(QString::number(asked)));
-        // Another look at the clock, and the same tasks again, lay nothing out anew.
+        // A later moment, and the same tasks again, lay out nothing again.
         QSignalSpy reset(&model, &QAbstractItemModel::modelReset);
         asked = 0;
         model.setTasks(tasks);
