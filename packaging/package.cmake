@@ -63,8 +63,8 @@ install(FILES ${here}/orvana-watcher.desktop
     DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/xdg/autostart COMPONENT client)
 
 set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_VENDOR "Orvana developers")
-set(CPACK_PACKAGE_CONTACT "Orvana developers <maintainers@orvana.example>")
+set(CPACK_PACKAGE_VENDOR "Orvana Team Monitor developers")
+set(CPACK_PACKAGE_CONTACT "Orvana Team Monitor developers <maintainers@orvana.example>")
 set(CPACK_PACKAGE_HOMEPAGE_URL "https://orvana.example/")
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
