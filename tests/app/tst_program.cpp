@@ -131,7 +131,7 @@ private slots:
             const QString first = QString::fromUtf8(log.readLine());
             const QRegularExpression expected(
                 s("^Message\\(0\\) at \\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ: \"Orvana Team Monitor "
-                  "1\\.1\\.0 started\\. "
+                  "\\d+\\.\\d+\\.\\d+ started\\. "
                   "Build date: [A-Z][a-z]{2} [ \\d]\\d \\d{4}, \\d\\d:\\d\\d:\\d\\d\"\n$"));
             QVERIFY2(expected.match(first).hasMatch(), qPrintable(first));
             QVERIFY2(run->output.contains("\"\n\r"), "standard output ends its lines the other way round");
