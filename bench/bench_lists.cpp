@@ -5,7 +5,6 @@
 #include "service/ovsession.h"
 #include "service/replyparser.h"
 
-#include <QApplication>
 #include <QSettings>
 #include <QTemporaryDir>
 

@@ -6,8 +6,8 @@
 #include "service/ovsession.h"
 #include "service/requestbody.h"
 
-#include <QApplication>
 #include <QBuffer>
+#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QLocale>
