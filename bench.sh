@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# bench.sh [--quick] [--only micro|starts|idle|installed]: builds what is handed out,
-# measures it beside its yardsticks and prints one table. The windows idle side by side
-# for ten minutes; --quick makes that one.
+# bench.sh [--quick] [--only micro|starts|idle|installed]: builds the release, measures it
+# and its yardsticks and prints one table. Idle windows are measured for ten minutes, with
+# --quick for one.
 set -euo pipefail
 cd "$(dirname "$0")"
 . scripts/common.sh
@@ -16,8 +16,7 @@ for argument in "$@"; do
     esac
 done
 
-mapfile -t packages < <(grep -v '^#' scripts/packages-bench.txt)
-install_packages "${packages[@]}"
+install_packages bench
 build_preset bench
 
 box=$(mktemp -d /tmp/orvana-bench.XXXXXX)

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds the client and opens it against the local task service and the activity
-# watcher, with a storage folder of its own. Without a display it works on a
-# virtual one by itself, as a person would, and saves a picture of each step.
+# Builds the client and opens it with the local task service and the activity watcher,
+# with a storage folder of its own. Without a display it works through a demonstration on
+# a virtual one and saves a screenshot of each step.
 set -euo pipefail
 cd "$(dirname "$0")"
 . scripts/common.sh
@@ -35,8 +35,6 @@ start_watcher "$box" build/release
 if [ -n "$virtual" ]; then
     . scripts/demo.sh
     demo "$box" build/demo
-    say "Снимки всех окон"
-    scripts/gallery.sh
     exit
 fi
 cat <<TEXT

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds everything and runs every test. A preset may be named: ./test.sh asan
+# test.sh [PRESET [CTEST OPTIONS]]: builds everything and runs every test, by default of
+# the preset dev.
 set -euo pipefail
 cd "$(dirname "$0")"
 . scripts/common.sh

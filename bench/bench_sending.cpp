@@ -6,8 +6,8 @@
 #include "service/ovsession.h"
 #include "service/requestbody.h"
 
-#include <QApplication>
 #include <QBuffer>
+#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QLocale>
@@ -123,8 +123,7 @@ void drainOurs(benchmark::State &state)
         QObject::connect(orvana.get(), &Orvana::loginOk, orvana.get(), [&] { loggedIn = true; });
         orvana->requestCheckLogin(QStringLiteral("anna@orvana.example"), QStringLiteral("orvana"));
         waitUntil([&] { return loggedIn; });
-        const QString folder =
-            StorageFolder::ofUser(orvana->storageDirectory(), orvana->session()->login())
+        const QString folder = StorageFolder::ofUser(orvana->storageDirectory(), orvana->session()->login())
             + QStringLiteral("/activity/json");
         const QString url = service().baseUrl() + QStringLiteral("/api_active2");
         for (int i = 0; i < kMinutes; ++i) {
@@ -135,7 +134,8 @@ void drainOurs(benchmark::State &state)
                             {QStringLiteral("api-url"), url},
                             {QStringLiteral("body"), minute(i)},
                             {QStringLiteral("timestamp"),
-                             QLocale::c().toString(QDateTime::currentDateTime(), QStringLiteral("dd-MM-yyyy-hh-mm-ss"))}}));
+                             QLocale::c().toString(QDateTime::currentDateTime(),
+                                                   QStringLiteral("dd-MM-yyyy-hh-mm-ss"))}}));
         }
         service().clearReceived();
         const Progress progress(orvana->findChild<QNetworkAccessManager *>());

@@ -7,17 +7,18 @@ set(desktop_id org.example.orvana)
 set(client_package orvana-team-monitor)
 set(localservice_package orvana-localservice)
 
-# packaged_gzip(COMPONENT FOLDER FILE): installs FILE compressed as Debian wants
-# it, without a time stamp.
+# packaged_gzip(COMPONENT FOLDER FILE): installs FILE with the values of this build filled
+# in, compressed as Debian wants it, without a time stamp.
 set(gzipped_files)
 function(packaged_gzip component folder file)
     get_filename_component(name ${file} NAME)
-    set(result ${CMAKE_CURRENT_BINARY_DIR}/packaging/${component}/${name}.gz)
-    get_filename_component(result_folder ${result} DIRECTORY)
+    string(REGEX REPLACE "\\.in$" "" name ${name})
+    set(text ${CMAKE_CURRENT_BINARY_DIR}/packaging/${component}/${name})
+    configure_file(${file} ${text} @ONLY)
+    set(result ${text}.gz)
     add_custom_command(OUTPUT ${result}
-        COMMAND ${CMAKE_COMMAND} -E make_directory ${result_folder}
-        COMMAND gzip -9nc ${file} > ${result}
-        DEPENDS ${file}
+        COMMAND gzip -9nc ${text} > ${result}
+        DEPENDS ${text}
         VERBATIM)
     install(FILES ${result} DESTINATION ${folder} COMPONENT ${component})
     set(gzipped_files ${gzipped_files} ${result} PARENT_SCOPE)
@@ -32,17 +33,16 @@ endforeach()
 packaged_gzip(localservice ${CMAKE_INSTALL_MANDIR}/man1 ${here}/man/orvana-localservice.1)
 foreach(component client localservice)
     set(doc ${CMAKE_INSTALL_DATAROOTDIR}/doc/${${component}_package})
-    set(changelog ${CMAKE_CURRENT_BINARY_DIR}/packaging/${component}/changelog)
     set(package ${${component}_package})
-    configure_file(${here}/changelog.in ${changelog} @ONLY)
-    packaged_gzip(${component} ${doc} ${changelog})
+    packaged_gzip(${component} ${doc} ${here}/changelog.in)
     install(FILES ${here}/copyright DESTINATION ${doc} COMPONENT ${component})
 endforeach()
 add_custom_target(packaged_texts ALL DEPENDS ${gzipped_files})
 
 install(FILES ${here}/${desktop_id}.desktop
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/applications COMPONENT client)
-install(FILES ${here}/${desktop_id}.metainfo.xml
+configure_file(${here}/${desktop_id}.metainfo.xml ${CMAKE_CURRENT_BINARY_DIR}/packaging/${desktop_id}.metainfo.xml @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/packaging/${desktop_id}.metainfo.xml
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/metainfo COMPONENT client)
 foreach(size 16 22 24 32 48 64 128 256)
     install(FILES ${artwork}/hicolor/${size}/orvana.png
@@ -63,8 +63,8 @@ install(FILES ${here}/orvana-watcher.desktop
     DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/xdg/autostart COMPONENT client)
 
 set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_VENDOR "Orvana developers")
-set(CPACK_PACKAGE_CONTACT "Orvana developers <maintainers@orvana.example>")
+set(CPACK_PACKAGE_VENDOR "Orvana Team Monitor developers")
+set(CPACK_PACKAGE_CONTACT "Orvana Team Monitor developers <maintainers@orvana.example>")
 set(CPACK_PACKAGE_HOMEPAGE_URL "https://orvana.example/")
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)

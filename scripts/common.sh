@@ -1,4 +1,5 @@
-# Sourced by the commands at the root: set-up, build, and stopping what was started.
+# Sourced by the commands at the root: installs packages, builds, and stops what was started.
+# shellcheck disable=SC2120 # install_packages may be called without arguments
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 say() { printf '%s\n' "$*"; }
@@ -9,38 +10,58 @@ as_root() {
     elif command -v sudo >/dev/null; then
         sudo "$@"
     else
-        say "Need root rights or sudo to install packages." >&2
+        say "This needs root rights or sudo: $*" >&2
         return 1
     fi
 }
 
-# Installs the Debian packages that are missing; without any it does nothing.
+# install_packages [LIST...]: installs what is missing of the Debian packages in packages.txt
+# and in packages-LIST.txt, and the locales of the tests.
 install_packages() {
-    local wanted missing=() name
-    mapfile -t wanted < <(grep -v '^#' "$root/scripts/packages.txt")
-    local installed
+    local wanted missing=() name installed lists=(packages.txt) rights=sudo
+    for name in "$@"; do lists+=("packages-$name.txt"); done
+    mapfile -t wanted < <(cd "$root/scripts" && sed '/^#/d' "${lists[@]}")
+    [ "$(id -u)" != 0 ] || rights=root
     installed=$(dpkg-query -W -f '${db:Status-Abbrev} ${Package}\n' 2>/dev/null | sed -n 's/^ii  *//p')
-    for name in "${wanted[@]}" "$@"; do
+    for name in "${wanted[@]}"; do
         grep -qxF "$name" <<<"$installed" || missing+=("$name")
     done
     if [ ${#missing[@]} -gt 0 ]; then
-        say "Installing: ${missing[*]}"
+        say "Installing ${#missing[@]} Debian packages as $rights: ${missing[*]}"
         as_root apt-get -qq update
-        as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -y --no-install-recommends install "${missing[@]}" >/dev/null
+        as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -y --no-install-recommends install \
+            "${missing[@]}" >/dev/null
     fi
-    # The second one has digits of its own.
+    # Persian has digits of its own.
     for name in ru_RU fa_IR; do
         if ! locale -a 2>/dev/null | grep -qi "^$name\.utf-\?8$"; then
+            say "Generating the locale $name.UTF-8 as $rights"
             as_root localedef -i "$name" -f UTF-8 "$name.UTF-8"
         fi
     done
 }
 
-# build_preset NAME: configures and builds what has changed, in build/NAME.
+# show_progress TEXT: of the lines of a build, "TEXT: n of m": in place on a terminal, else
+# after each tenth.
+show_progress() {
+    local line next=0 eol='\n'
+    [ ! -t 1 ] || eol='\r'
+    while IFS= read -r line; do
+        [[ $line =~ ^\[([0-9]+)/([0-9]+)\] ]] || continue
+        if [ -t 1 ] || ((BASH_REMATCH[1] * 10 >= next * BASH_REMATCH[2])); then
+            printf "%s: %d of %d$eol" "$1" "${BASH_REMATCH[1]}" "${BASH_REMATCH[2]}"
+            next=$((BASH_REMATCH[1] * 10 / BASH_REMATCH[2] + 1))
+        fi
+    done
+    if [ -t 1 ] && [ "$next" -gt 0 ]; then say; fi
+}
+
+# build_preset NAME [TARGET]: configures and builds what has changed, in build/NAME.
 build_preset() {
     local log=$root/build/$1.log
     mkdir -p "$root/build"
-    if ! (cd "$root" && cmake --preset "$1" && cmake --build "build/$1") >"$log" 2>&1; then
+    if ! (cd "$root" && cmake --preset "$1" && cmake --build "build/$1" ${2:+--target "$2"}) 2>&1 |
+        tee "$log" | show_progress "Building $1"; then
         tail -n 60 "$log" >&2
         say "The build failed; all of its output is in $log" >&2
         return 1
@@ -75,7 +96,8 @@ stop_all() {
 # on_exit COMMAND: at the end, after an error and on Ctrl-C alike. A second Ctrl-C must not
 # interrupt it, or programs would be left running.
 on_exit() {
-    trap "trap '' HUP INT TERM; trap - EXIT; $1" EXIT
+    at_exit=$1
+    trap 'trap "" HUP INT TERM; trap - EXIT; $at_exit' EXIT
     trap 'exit 129' HUP
     trap 'exit 130' INT
     trap 'exit 143' TERM
@@ -86,7 +108,7 @@ wait_for() {
     local end=$((SECONDS + $1))
     shift
     until "$@" >/dev/null 2>&1; do
-        [ $SECONDS -lt $end ] || return 1
+        [ "$SECONDS" -lt "$end" ] || return 1
         sleep 0.1
     done
 }

@@ -1,14 +1,13 @@
 #!/usr/bin/env bash
-# crash-trials.sh [KILLS [SEED]]: kills the client so many times while the service
-# fails in every way and somebody starts and stops the timer and changes tasks, users
-# and the service's address. Compares what was counted with what arrived, and what the
-# next start does with what was chosen last. A thousand kills take about a quarter of
-# an hour.
+# crash-trials.sh [KILLS [SEED]]: kills the client KILLS times, by default 1000, while the
+# service fails in every way and somebody starts and stops the timer and changes tasks,
+# users and the service's address. Compares the minutes that were counted with those that
+# arrived, and what the next start does with the last choice. A thousand kills take about
+# a quarter of an hour.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/common.sh
 
 install_packages
-cmake --preset dev >/dev/null
-cmake --build build/dev --target crashtrials >/dev/null
+build_preset dev crashtrials
 exec nice tests/support/sandbox.sh display C.UTF-8 build/dev/tests/crashtrials "${1:-1000}" "${@:2}"

@@ -1,13 +1,13 @@
-# Sourced by run.sh: a day's work in two minutes, with real clicks and keys.
-# Needs scripts/common.sh and a running virtual desktop.
+# Sourced by run.sh: a day's work in a minute, with real clicks and keys.
+# Needs scripts/common.sh, scripts/services.sh and a running virtual desktop.
 
 # window TITLE: the id of a visible window, or nothing.
 window() { xdotool search --onlyvisible --name "$1" 2>/dev/null | tail -n 1; }
 has_window() { [ -n "$(window "$1")" ]; }
 has_no_window() { [ -z "$(window "$1")" ]; }
 
-# click TITLE X Y [CLICKS]: in the window's own coordinates; a negative X counts
-# from its right edge.
+# click TITLE X Y [CLICKS]: X and Y are the window's own coordinates; a negative X
+# counts from its right edge.
 click() {
     local id x=$2
     id=$(window "$1")
@@ -21,7 +21,7 @@ press() { xdotool key --delay 60 "$@"; }
 
 picture() {
     step=$((step + 1))
-    # What was just changed has to be drawn and composed.
+    # The last change has to be drawn and composed first.
     sleep 0.7
     import -window root "$pictures/$(printf %02d "$step")-$1.png"
     say "  снимок: $pictures/$(printf %02d "$step")-$1.png"
@@ -29,6 +29,11 @@ picture() {
 
 received() { grep -c "$1" "$service_log" || true; }
 has_received() { [ "$(received "$1")" -ge "$2" ]; }
+# For wait_for: somebody works at this desktop meanwhile.
+works_until_received() {
+    xdotool mousemove_relative -- "$((RANDOM % 2 * 200 - 100))" 0
+    has_received "$1" 1
+}
 
 fail() {
     say "Не получилось: $1" >&2
@@ -44,7 +49,7 @@ demo() {
     service_log=$box/service.log
     client_log=$box/client.log
     step=0
-    # Cyrillic is typed with keys that exist, not by redefining them at every letter.
+    # With a Russian layout xdotool need not redefine a key for each Cyrillic letter.
     setxkbmap -layout us,ru
     rm -rf "$pictures"
     mkdir -p "$pictures"
@@ -78,21 +83,10 @@ demo() {
     sleep 2
     picture tracking
 
-    say "Ждём, пока закончится минута"
-    local end=$((SECONDS + 90)) step=120
-    until has_received 'отчёт:' 1; do
-        [ $SECONDS -lt $end ] || { fail "отчёт за минуту"; return 1; }
-        # Somebody works at this desktop.
-        step=$((-step))
-        xdotool mousemove_relative -- "$step" 0
-        sleep 2
-    done
-    picture minute-reported
-
     demo_task_windows
     demo_deadline
     demo_update
-    demo_screenshot
+    demo_minutes
 
     say "Сервис получил:"
     grep -E 'отчёт:|снимок|дедлайн' "$service_log"
@@ -146,16 +140,18 @@ demo_update() {
     press Escape
 }
 
-# The next start goes on tracking; with a clock twenty times as fast the picture
-# of the desktop falls due within seconds.
-demo_screenshot() {
-    say "Перезапуск с ускоренными часами: снимок экрана"
+# The next start resumes the timer. Its clock runs twenty times as fast, so that a minute
+# and the screenshot are due within seconds.
+demo_minutes() {
+    say "Перезапуск с ускоренными часами: отчёты за минуты и снимок экрана"
     kill "$client_pid"
     wait "$client_pid" || true
     start "$client_log" env LD_PRELOAD='/usr/$LIB/faketime/libfaketime.so.1' FAKETIME='+0 x20' build/release/src/orvana
     wait_for 20 has_window '^Orvana$' || fail "второй запуск"
     picture resumed
-    wait_for 60 has_received 'снимок' 1 || fail "снимок экрана"
+    wait_for 60 works_until_received 'отчёт:' || fail "отчёт за минуту"
+    picture minute-reported
+    wait_for 60 works_until_received 'снимок' || fail "снимок экрана"
     cp "$(find "$service_data/screenshots" -name '*.jpg' | head -n 1)" "$pictures/uploaded-desktop.jpg"
     say "  сервис сохранил: $pictures/uploaded-desktop.jpg"
 }

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# desktops.sh [NAME...]: runs the client on real desktops (xfce, mate, gnome, kde; all when
-# none is named) under X servers of their own, installs what they need, and prints what
-# held on which. Pictures are in build/desktops/NAME. Exit code 1 when something failed.
-# ORVANA_PRESET names the build, release when unset; ORVANA_ROWS the rows to try besides
-# the first, all when unset; ORVANA_KEEP=1 leaves the folder of home, logs and service.
+# desktops.sh [NAME...]: installs real desktops (xfce, mate, gnome, kde; by default all),
+# tries the client on each under X servers of its own and prints a table of the outcomes.
+# Screenshots are in build/desktops/NAME. Exit code 1 when a row failed.
+# ORVANA_PRESET is the build to try, by default release; ORVANA_ROWS the rows to try after
+# the first, by default all; ORVANA_KEEP=1 keeps the folder with home, logs and service.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-# Programs of one desktop must not meet those of another, or of somebody else's.
+# These programs must not share memory with those of another desktop or user.
 if [ -z "${ORVANA_DESKTOPS_APART:-}" ] && unshare --ipc true 2>/dev/null; then
     ORVANA_DESKTOPS_APART=1 exec unshare --ipc "$0" "$@"
 fi
@@ -33,13 +33,10 @@ rows=(
 )
 desktops=("$@")
 [ $# -gt 0 ] || desktops=(xfce mate gnome kde)
-lists=(scripts/packages-desktops.txt)
 for name in "${desktops[@]}"; do
-    lists+=("scripts/packages-desktops-$name.txt")
-    [ -f "${lists[-1]}" ] || { say "There is no desktop called $name." >&2; exit 2; }
+    [ -f "scripts/packages-desktops-$name.txt" ] || { say "There is no desktop called $name." >&2; exit 2; }
 done
-mapfile -t packages < <(sed '/^#/d' "${lists[@]}")
-install_packages "${packages[@]}"
+install_packages desktops "${desktops[@]/#/desktops-}"
 preset=${ORVANA_PRESET:-release}
 build_preset "$preset"
 build=$root/build/$preset
@@ -51,7 +48,7 @@ outcome() {
     printf '%-6s %-20s %s%s\n' "$name" "$1" "$2" "${3:+: $3}"
 }
 
-# shot: a picture of the screen for the row that is being tried.
+# shot: a screenshot for the row that is being tried.
 shot() { capture "$pictures/$row.png"; }
 
 # try ROW
@@ -76,6 +73,7 @@ trial() {
     mkdir -p "$pictures"
     box=$(mktemp -d /tmp/orvana-desktops.XXXXXX)
     on_exit finish
+    # shellcheck source=scripts/desktops/xfce.sh
     . "scripts/desktops/$name.sh"
     prepare_home
     start_system_bus
@@ -141,5 +139,5 @@ for name in "${desktops[@]}"; do
     awk -F '\t' -v name="$name" '$2 != "ok" { printf "%s, %s: %s: %s\n", name, $1, $2, $3 }' "build/desktops/$name/outcomes"
     ! grep -q $'\tFAILED\t' "build/desktops/$name/outcomes" || status=1
 done
-say "Pictures: build/desktops"
+say "Screenshots: build/desktops"
 exit $status

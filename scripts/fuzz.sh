@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# fuzz.sh [SECONDS [TARGET...]]: feeds damaged input to the JSON reader, to every
-# reply handler, to the waiting records and to the stored files, so long each. What
-# was learnt stays in build/fuzz/corpus; an input that fails is left in build/fuzz.
+# fuzz.sh [SECONDS [TARGET...]]: feeds damaged input to the JSON reader, every reply
+# handler, the cache records and the stored files, for 600 seconds each if none are given.
+# The corpus grows in build/fuzz/corpus; an input that fails is left in build/fuzz.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/common.sh
@@ -11,12 +11,11 @@ shift || true
 targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=(json reply record stored)
 
-mapfile -t packages < <(grep -v '^#' scripts/packages-fuzz.txt)
-install_packages "${packages[@]}"
+install_packages fuzz
 build_preset fuzz
 
-# What Qt and the font libraries keep is no leak of ours; whole stacks for every
-# allocation take most of the time.
+# Qt and the font libraries never free some of their memory; whole stacks for each
+# allocation would take most of the time.
 export ASAN_OPTIONS=detect_leaks=0:malloc_context_size=4:quarantine_size_mb=64:allocator_may_return_null=0
 export UBSAN_OPTIONS=print_stacktrace=1
 status=0

@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# gallery.sh [SCENE...]: saves pictures of every window in every state in build/gallery: three
-# scales and larger fonts, with and without a compositor, on a dark and on a light wallpaper.
+# gallery.sh [SCENE...]: saves screenshots of every window in every state in build/gallery:
+# three scales and larger fonts, with and without a compositor, on a dark and a light
+# wallpaper. Takes five minutes.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/common.sh
 . scripts/desktop.sh
 
 install_packages
-build_preset release
-cmake --build build/release --target gallery >build/gallery.log 2>&1 || { tail -n 40 build/gallery.log >&2; exit 1; }
+build_preset release gallery
 
 box=$(mktemp -d /tmp/orvana-gallery.XXXXXX)
 finish() {
@@ -47,8 +47,8 @@ for scale in 1 1.5 2; do
     2) size=2560x1600 ;;
     esac
     for kind in compositor plain; do
-        variant "$scale-$kind-dark" $size $dark $kind $scale 96 "$@"
-        variant "$scale-$kind-light" $size $light $kind $scale 96 "$@"
+        variant "$scale-$kind-dark" "$size" "$dark" "$kind" "$scale" 96 "$@"
+        variant "$scale-$kind-light" "$size" "$light" "$kind" "$scale" 96 "$@"
     done
 done
 variant larger-fonts 1280x800 '#5b6f80' compositor 1 120 "$@"

@@ -9,8 +9,8 @@ start_service() {
     export ORVANA_SERVICE_URL
 }
 
-# start_watcher FOLDER BUILD: at a port of its own, so that a watcher of this desktop
-# stays as it is.
+# start_watcher FOLDER BUILD: on a port of its own, so that a watcher of this desktop keeps
+# running.
 start_watcher() {
     local port
     for port in $(shuf -i 20000-40000 -n 20); do

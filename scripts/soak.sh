@@ -1,14 +1,13 @@
 #!/usr/bin/env bash
-# soak.sh [HOURS]: lets the release client work through so many hours at sixty times
-# their speed, with failures of the service and changed lists every minute, and fails
-# when memory, descriptors or files grow or a counted minute does not arrive. A day
-# takes 24 minutes.
+# soak.sh [HOURS]: lets the release client work for HOURS, by default 24, at sixty times
+# their speed, with failures of the service and changed lists every minute. Fails when
+# memory, descriptors or files grow or a counted minute does not arrive. A day takes 24
+# minutes.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/common.sh
 
 install_packages
 build_preset release
-cmake --preset dev >/dev/null
-cmake --build build/dev --target soak >/dev/null
+build_preset dev soak
 exec tests/support/sandbox.sh display C.UTF-8 build/dev/tests/soak build/release/src/orvana "${1:-24}"

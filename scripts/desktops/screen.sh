@@ -5,7 +5,7 @@ capture() { import -window root "$1"; }
 
 # geometry ID: WIDTHxHEIGHT+X+Y
 geometry() {
-    local WINDOW X Y WIDTH HEIGHT SCREEN
+    local X Y WIDTH HEIGHT
     eval "$(xdotool getwindowgeometry --shell "$1")"
     printf '%dx%d+%d+%d\n' "$WIDTH" "$HEIGHT" "$X" "$Y"
 }

@@ -107,6 +107,7 @@ has_window_manager() { wmctrl -m | grep -q '^Name: .'; }
 # start_session [ANY]: until the desktop stands; any argument: without waiting for a panel.
 start_session() {
     rm -f "$box/environment"
+    # shellcheck disable=SC2086 # a command with its arguments
     start "$box/session.log" env ORVANA_TRIAL="$box" dbus-run-session -- $session_command
     session_pid=${started[-1]}
     wait_for 60 test -s "$box/environment" &&
@@ -137,6 +138,7 @@ end_session() {
 }
 
 # As a program that the user starts from a menu.
+# shellcheck source=/dev/null
 in_session() { (. "$box/environment"; exec "$@"); }
 
 client_pids() {

@@ -2,8 +2,8 @@
 
 #include <QObject>
 
-// Where starting with the desktop would be switched. Nothing is registered: the
-// package's own desktop entry is left to the user.
+// The switch for starting with the desktop. It registers nothing: users make an autostart
+// entry of their own.
 class AutoRun final : public QObject
 {
     Q_OBJECT
@@ -13,7 +13,7 @@ public:
     explicit AutoRun(QObject *parent = nullptr);
 
 public slots:
-    // Reports the wish as done.
+    // Returns what was requested.
     bool enable(bool on);
     bool isEnabled();
 };

@@ -21,7 +21,7 @@ constexpr qint64 kMaxLogSize = 104857600; // bytes
 constexpr size_t kLongestErrorLine = 64 * 1024;
 constexpr char kNullDevice[] = "/dev/null";
 
-std::mutex s_mutex; // the network's thread has messages, too
+std::mutex s_mutex; // the network's thread logs too
 QFile s_logFile;
 QTextStream s_stream(&s_logFile);
 QtMessageHandler s_lastHandler = nullptr;
@@ -32,8 +32,8 @@ QString line(QtMsgType type, const QString &message)
         + QDateTime::currentDateTimeUtc().toString(Qt::ISODate) + QStringLiteral(": ") + message;
 }
 
-// Standard output or errors. Whoever reads them may stop without closing them, as a
-// terminal does after Ctrl+S. Lines that are not taken at once are lost.
+// Standard output or errors. Their reader may pause without closing them, as a terminal
+// does after Ctrl+S. Lines that cannot be written at once are lost.
 class Output final
 {
 public:
@@ -41,7 +41,7 @@ public:
         : m_descriptor(descriptor)
     { }
 
-    void stopWaiting()
+    void makeNonBlocking()
     {
         struct stat state = {};
         if (fstat(m_descriptor, &state) != 0)
@@ -49,10 +49,10 @@ public:
         m_isSocket = S_ISSOCK(state.st_mode);
         if (!S_ISFIFO(state.st_mode) && !isatty(m_descriptor))
             return;
-        // Opened once more: the flag would otherwise hold for the shell, too.
+        // A second description: on the first one the flag would apply to the shell too.
         const QByteArray path = "/proc/self/fd/" + QByteArray::number(m_descriptor);
         int own = open(path.constData(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-        // Another user's terminal, for instance, after su.
+        // As another user's terminal, after su.
         if (own < 0)
             own = open(kNullDevice, O_WRONLY | O_CLOEXEC);
         if (own < 0)
@@ -64,15 +64,15 @@ public:
     void print(const std::string &line)
     {
         if (!m_rest.empty())
-            m_rest.erase(0, taken(m_rest));
+            m_rest.erase(0, writeNow(m_rest));
         if (!m_rest.empty())
             return;
-        if (const size_t size = taken(line); size > 0)
+        if (const size_t size = writeNow(line); size > 0)
             m_rest = line.substr(size);
     }
 
 private:
-    size_t taken(const std::string &bytes) const
+    size_t writeNow(const std::string &bytes) const
     {
         const ssize_t count = m_isSocket
             ? send(m_descriptor, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL)
@@ -82,7 +82,7 @@ private:
 
     int m_descriptor;
     bool m_isSocket = false;
-    std::string m_rest; // of a line that was taken in part
+    std::string m_rest; // of a line that was written in part
 };
 
 // Never destroyed: libraries write errors until the very end.
@@ -90,7 +90,7 @@ auto &s_standardOutput = *new Output(STDOUT_FILENO);
 auto &s_errorOutput = *new Output(STDERR_FILENO);
 auto &s_errorLine = *new std::string;
 
-// Behind `stderr`, which is written to in pieces.
+// What `stderr` calls, in pieces of a line.
 ssize_t printError(void *, const char *bytes, size_t size)
 {
     s_errorLine.append(bytes, size);
@@ -112,7 +112,7 @@ void qDebugHandler(QtMsgType type, const QMessageLogContext &context, const QStr
     if (s_logFile.isOpen()) {
         s_stream << line(type, message) << '\n';
         s_stream.flush();
-        // After a refused line the stream would take no other, only gather them.
+        // After a failed write the stream would only buffer the lines that follow.
         s_stream.resetStatus();
     }
     // Line feed before carriage return: readers of this output split on it.
@@ -123,14 +123,14 @@ void qDebugHandler(QtMsgType type, const QMessageLogContext &context, const QStr
 
 void openOutputs()
 {
-    // A file or a connection that is opened later would get the number of a closed
-    // one, and the log with it.
+    // A file or connection that is opened later would get the number of a closed one, and
+    // receive the log.
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
         if (fcntl(descriptor, F_GETFD) < 0)
             open(kNullDevice, O_RDWR);
     }
-    s_standardOutput.stopWaiting();
-    s_errorOutput.stopWaiting();
+    s_standardOutput.makeNonBlocking();
+    s_errorOutput.makeNonBlocking();
     if (FILE *errors = fopencookie(nullptr, "w", {nullptr, printError, nullptr, nullptr})) {
         setvbuf(errors, nullptr, _IONBF, 0);
         stderr = errors;
@@ -139,7 +139,7 @@ void openOutputs()
 
 void openLogFile(const QString &path)
 {
-    // A pipe would be waited for.
+    // Opening a pipe would block.
     if (const QFileInfo found(path); found.exists() && !found.isFile())
         return;
     s_logFile.setFileName(path);

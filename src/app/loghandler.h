@@ -8,12 +8,12 @@
 // dropped.
 void qDebugHandler(QtMsgType type, const QMessageLogContext &context, const QString &message);
 
-// From here on neither standard output nor errors are waited for, whatever they are;
-// what they do not take at once is lost. To be called before any file is opened.
+// Makes standard output and errors non-blocking, whatever they are; what cannot be written
+// at once is lost. To be called before any file is opened.
 void openOutputs();
 
-// Opens the log file for appending; one larger than 100 MiB is deleted first. One
-// that cannot be opened, or is no regular file, leaves the other two outlets.
+// Opens the log file for appending; one larger than 100 MiB is deleted first. Without a
+// regular file that can be opened, messages go to the other two outlets only.
 void openLogFile(const QString &path);
 void closeLogFile();
 void installLogHandler();

@@ -40,7 +40,7 @@ TerminationSignals::TerminationSignals(QObject *parent)
         QCoreApplication::quit();
     });
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
-        // Started with SIGHUP ignored, as by nohup, it stays ignored.
+        // It stays ignored if it was ignored at the start, as by nohup.
         if (std::signal(number, wake) == SIG_IGN && number == SIGHUP)
             std::signal(number, SIG_IGN);
     }

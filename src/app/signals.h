@@ -13,7 +13,7 @@ public:
     explicit TerminationSignals(QObject *parent = nullptr);
     ~TerminationSignals() override;
 
-    // For where no event loop runs: QCoreApplication::quit() ends only those that do.
+    // For code outside the event loops, which are all that QCoreApplication::quit() ends.
     static bool areReceived();
 
 private:

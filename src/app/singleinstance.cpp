@@ -16,15 +16,15 @@ namespace {
 
 constexpr int kAttempts = 2;
 constexpr int kSize = 1; // bytes
-constexpr unsigned long kPatience = 3000; // ms
+constexpr unsigned long kLockTimeout = 3000; // ms
 
-// Every user of the machine may hold the semaphore around the segment, for ever if
-// they like. False: the work still waits, and is left to itself.
+// Any user of the machine can hold the semaphore around the segment for ever. False when
+// the work still waits for it; its thread is then abandoned.
 bool endsInTime(std::function<void()> work)
 {
     QThread *helper = QThread::create(std::move(work));
     helper->start();
-    if (!helper->wait(kPatience))
+    if (!helper->wait(kLockTimeout))
         return false;
     delete helper;
     return true;
@@ -40,11 +40,11 @@ struct Release
 
 void acquire(QSharedMemory &lock)
 {
-    // What a crashed instance left can only be attached to once there is a key file,
-    // which a cleaner of temporary files may have deleted: the first create() makes it.
+    // Attaching to what a crashed instance left needs the key file, which a cleaner of
+    // temporary files may have deleted: the first create() makes it.
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        // Letting go of what a crashed instance left behind destroys it; the segment
-        // of a running one stays.
+        // Detaching destroys a segment that a crashed instance left; that of a running
+        // one stays.
         if (lock.attach(QSharedMemory::ReadOnly))
             lock.detach();
         if (lock.create(kSize, QSharedMemory::ReadWrite))
@@ -52,8 +52,8 @@ void acquire(QSharedMemory &lock)
     }
 }
 
-// Another user's segment outlives a crash, and the key, with 16 bits of the key file's
-// number, may be that of another program's.
+// Another user's segment outlives a crash; and as the key has only 16 bits of the key
+// file's inode, another program's segment may have the same.
 bool isHeldByAnother(const QString &keyFile)
 {
     enum Column { Key, Size = 3, Creator, Attached = 6 };

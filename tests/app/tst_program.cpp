@@ -37,11 +37,9 @@ private slots:
         press(s("Tab"));
         type(s("orvana"));
         press(s("Return"));
-        QVERIFY(waitForWindow(kMainTitle));
-        QTRY_VERIFY_WITH_TIMEOUT(windowsNamed(kLoginTitle).isEmpty(), kPatience);
         QTRY_VERIFY_WITH_TIMEOUT(!m_room->server.requestsTo(s("/api_teams_tasks")).isEmpty(), kPatience);
-        run->process.terminate();
-        QVERIFY(endedWith(*run, 0));
+        QTRY_VERIFY_WITH_TIMEOUT(windowsNamed(kLoginTitle).isEmpty(), kPatience);
+        QVERIFY(opensAndEnds(*run));
         QCOMPARE(QSettings(m_room->stored(s("config.ini")), QSettings::IniFormat).value(s("lastLogin")),
                  QVariant(s("anna@orvana.example")));
     }
@@ -52,63 +50,64 @@ private slots:
         // Only as the first argument, and only in small letters.
         for (const QStringList &arguments : {texts({"x", "--clean"}), texts({"--Clean"})}) {
             const auto run = start(arguments);
-            QVERIFY(waitForWindow(kMainTitle));
-            run->process.terminate();
-            QVERIFY(endedWith(*run, 0));
+            QVERIFY(opensAndEnds(*run));
         }
         QVERIFY(QFileInfo::exists(m_room->path(s(".orvana"))));
         QVERIFY(endedWith(*start(texts({"--clean", "x"})), 0));
         QVERIFY(!QFileInfo::exists(m_room->path(s(".orvana"))));
     }
 
-    void watcherMissing()
+    void watcherMissing_data()
     {
-        m_room->watcher.close();
-        m_room->leaveUser(false);
-        for (const bool goesOn : {true, false}) {
-            const auto run = start();
-            activate(s("^Ошибка$"));
-            if (!goesOn)
-                press(s("Tab"));
-            press(s("Return"));
-            if (goesOn) {
-                QVERIFY(waitForWindow(kMainTitle));
-                run->process.terminate();
-            }
-            QVERIFY(endedWith(*run, 0));
-        }
-        for (const int number : {SIGTERM, SIGHUP}) {
-            const auto run = start();
-            activate(s("^Ошибка$"));
-            kill(static_cast<pid_t>(run->process.processId()), number);
-            QVERIFY(endedWith(*run, 0));
-        }
+        addColumns<QStringList, int>("keys", "number");
+        QTest::newRow("accepted") << texts({"Return"}) << 0;
+        QTest::newRow("declined") << texts({"Tab", "Return"}) << 0;
+        QTest::newRow("terminated") << QStringList() << SIGTERM;
+        QTest::newRow("hung up") << QStringList() << SIGHUP;
     }
 
-    void goesOnTrackingUntilItIsTerminated()
+    void watcherMissing()
     {
-        m_room->leaveUser(true);
-        for (const int number : {SIGTERM, SIGINT}) {
-            m_room->server.clearReceived();
-            QFile::remove(m_room->stored(s("log.log")));
-            const auto run = start({}, s("+0 x20"));
-            QTRY_VERIFY_WITH_TIMEOUT(m_room->watcher.hasPendingConnections(), kPatience);
-            QTcpSocket *client = m_room->watcher.nextPendingConnection();
-            QTimer input;
-            connect(&input, &QTimer::timeout, client, [client] { client->write("a"); });
-            input.start(50);
-            QTRY_VERIFY_WITH_TIMEOUT(m_room->server.reports().size() >= 3, kPatience);
-            const localservice::ActivityReport report = m_room->server.reports().constLast();
-            QCOMPARE(report.taskId, s("1702"));
-            QCOMPARE(report.teamId, s("17"));
-            QCOMPARE(report.active, 10);
+        QFETCH(QStringList, keys);
+        QFETCH(int, number);
+        m_room->watcher.close();
+        m_room->leaveUser(false);
+        const auto run = start();
+        activate(s("^Ошибка$"));
+        for (const QString &key : keys)
+            press(key);
+        if (keys.isEmpty())
             kill(static_cast<pid_t>(run->process.processId()), number);
-            QVERIFY(endedWith(*run, 0));
-            QVERIFY(contentsOf(m_room->stored(s("log.log"))).contains("Exit Orvana Team Monitor OK"));
-            const QSettings session(m_room->ofUser(s("session.ini")), QSettings::IniFormat);
-            QVERIFY2(session.value(s("active")).toBool(), "the next start goes on tracking");
-            QCOMPARE(session.value(s("taskID")).toString(), s("1702"));
-        }
+        QVERIFY(keys.size() == 1 ? opensAndEnds(*run) : endedWith(*run, 0));
+    }
+
+    void resumesTracking_data()
+    {
+        addColumns<int>("number");
+        QTest::newRow("SIGTERM") << SIGTERM;
+        QTest::newRow("SIGINT") << SIGINT;
+    }
+
+    void resumesTracking()
+    {
+        QFETCH(int, number);
+        m_room->leaveUser(true);
+        const auto run = start({}, s("+0 x20"));
+        QTRY_VERIFY_WITH_TIMEOUT(m_room->watcher.hasPendingConnections(), kPatience);
+        QTcpSocket *client = m_room->watcher.nextPendingConnection();
+        QTimer input;
+        connect(&input, &QTimer::timeout, client, [client] { client->write("a"); });
+        input.start(50);
+        QTRY_VERIFY_WITH_TIMEOUT(m_room->server.reports().size() >= 3, kPatience);
+        const localservice::ActivityReport report = m_room->server.reports().constLast();
+        QCOMPARE(texts({"1702", "17"}), (QStringList{report.taskId, report.teamId}));
+        QCOMPARE(report.active, 10);
+        kill(static_cast<pid_t>(run->process.processId()), number);
+        QVERIFY(endedWith(*run, 0));
+        QVERIFY(contentsOf(m_room->stored(s("log.log"))).contains("Exit Orvana Team Monitor OK"));
+        const QSettings session(m_room->ofUser(s("session.ini")), QSettings::IniFormat);
+        QVERIFY2(session.value(s("active")).toBool(), "the next start resumes");
+        QCOMPARE(session.value(s("taskID")).toString(), s("1702"));
         QVERIFY(QFile::exists(m_room->ofUser(s("tasks.ini"))));
     }
 
@@ -121,17 +120,14 @@ private slots:
             QVERIFY(log.open(QIODevice::WriteOnly | QIODevice::Truncate) && log.resize(size));
             log.close();
             const auto run = start();
-            QVERIFY(waitForWindow(kMainTitle));
-            run->process.terminate();
-            QVERIFY(endedWith(*run, 0));
-            run->output += run->process.readAll();
+            QVERIFY(opensAndEnds(*run));
             const bool isKept = size == limit;
             QCOMPARE(log.size() > size, isKept);
             QVERIFY(log.open(QIODevice::ReadOnly) && log.seek(isKept ? size : 0));
             const QString first = QString::fromUtf8(log.readLine());
             const QRegularExpression expected(
                 s("^Message\\(0\\) at \\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ: \"Orvana Team Monitor "
-                  "1\\.1\\.0 started\\. "
+                  "\\d+\\.\\d+\\.\\d+ started\\. "
                   "Build date: [A-Z][a-z]{2} [ \\d]\\d \\d{4}, \\d\\d:\\d\\d:\\d\\d\"\n$"));
             QVERIFY2(expected.match(first).hasMatch(), qPrintable(first));
             QVERIFY2(run->output.contains("\"\n\r"), "standard output ends its lines the other way round");
@@ -153,7 +149,7 @@ private slots:
         QTest::newRow("no port") << QByteArray("watcher-port=70000\n") << s("watcher-port=70000 is no port");
         QTest::newRow("no settings") << QByteArray("verify-certificates: true\n")
                                      << s("verify-certificates: true is no setting");
-        QTest::newRow("sound") << QByteArray(
+        QTest::newRow("valid") << QByteArray(
             "; a\n#b=c\n\n[General]\nverify-certificates=True\nservice-url=x\n")
                                << QString();
     }
@@ -166,7 +162,7 @@ private slots:
         QVERIFY(config.isEmpty() ? QFile::remove(path) : writeFile(path, config));
         const auto run = start(texts({"--clean"}));
         QVERIFY(endedWith(*run, 0));
-        const QString output = QString::fromUtf8(run->output + run->process.readAll());
+        const QString output = QString::fromUtf8(run->output);
         QCOMPARE(output.contains(s("Message(1)")), !said.isEmpty());
         QVERIFY2(output.contains(said), qPrintable(output));
     }
@@ -198,7 +194,7 @@ private:
         ~Run()
         {
             if (QTest::currentTestFailed())
-                qWarning("%s", QByteArray(output + process.readAll()).constData());
+                qWarning("%s", output.constData());
         }
     };
 
@@ -216,13 +212,21 @@ private:
 
     static bool endedWith(Run &run, int code)
     {
-        return (run.process.state() == QProcess::NotRunning || run.process.waitForFinished(kPatience))
-            && run.process.exitStatus() == QProcess::NormalExit && run.process.exitCode() == code;
+        const bool ended =
+            run.process.state() == QProcess::NotRunning || run.process.waitForFinished(kPatience);
+        run.output += run.process.readAll();
+        return ended && run.process.exitStatus() == QProcess::NormalExit && run.process.exitCode() == code;
     }
 
     static bool waitForWindow(const QString &title)
     {
         return QTest::qWaitFor([&] { return !windowsNamed(title).isEmpty(); }, kPatience);
+    }
+    static bool opensAndEnds(Run &run)
+    {
+        const bool opens = waitForWindow(kMainTitle);
+        run.process.terminate();
+        return opens && endedWith(run, 0);
     }
 
     static void activate(const QString &title)

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # hardening.sh PROJECT_FOLDER PROGRAM...
-# What of the hardening a program shows of itself is looked for in each program; what
-# only its compiler knows, in the commands with which a release is built.
+# Checks each program for the hardening that a binary shows, and the commands that build a
+# release for what only the compiler knows.
 set -euo pipefail
 project=$1
 shift
