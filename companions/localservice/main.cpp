@@ -14,8 +14,8 @@
 
 namespace {
 
-constexpr int defaultPort = 8443;
-constexpr int largestPort = 65535;
+constexpr int kDefaultPort = 8443;
+constexpr int kMaxPort = 65535;
 
 // UTF-8 whatever the locale says: addresses and titles are Russian.
 void print(std::FILE *stream, const QString &line)
@@ -47,7 +47,7 @@ void printHelp()
 
 struct Arguments
 {
-    int port = defaultPort;
+    int port = kDefaultPort;
     QString folder;
     bool help = false;
 };
@@ -56,7 +56,7 @@ bool readArguments(Arguments *arguments, QString *error)
 {
     QCommandLineParser parser;
     const QCommandLineOption port(QStringLiteral("port"), QString(), QStringLiteral("N"),
-                                  QString::number(defaultPort));
+                                  QString::number(kDefaultPort));
     const QCommandLineOption data(QStringLiteral("data"), QString(), QStringLiteral("FOLDER"));
     const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
     parser.addOptions({port, data, help});
@@ -70,7 +70,7 @@ bool readArguments(Arguments *arguments, QString *error)
     }
     bool isNumber = false;
     arguments->port = parser.value(port).toInt(&isNumber);
-    if (!isNumber || arguments->port < 0 || arguments->port > largestPort) {
+    if (!isNumber || arguments->port < 0 || arguments->port > kMaxPort) {
         *error = QStringLiteral("«%1» — не номер порта").arg(parser.value(port));
         return false;
     }
@@ -92,9 +92,8 @@ int main(int argc, char *argv[])
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     Arguments arguments;
     QString error;
-    if (!readArguments(&arguments, &error)) {
+    if (!readArguments(&arguments, &error))
         return fail(error % QStringLiteral(" (справка: --help)"));
-    }
     if (arguments.help) {
         printHelp();
         return 0;
@@ -117,9 +116,8 @@ int main(int argc, char *argv[])
         print(stdout, QLocale::c().toString(QTime::currentTime(), QStringLiteral("HH:mm:ss ")) % line);
     };
     localservice::Server server(options);
-    if (!server.start(&error)) {
+    if (!server.start(&error))
         return fail(error);
-    }
     const localservice::World world = server.world();
     print(stdout,
           QStringLiteral("Сервис задач: %1 · страница: %1/ · вход: %2 / %3")

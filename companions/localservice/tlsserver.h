@@ -11,16 +11,16 @@
 
 namespace localservice {
 
-/// The library's TLS server, with the connections in sight: they can be closed all at once,
-/// also those that are idle, so that stopping does not wait for keep-alive times to pass. Each
-/// holds a worker; when another waits for one, idle and slow connections make way.
+// The library's TLS server, with the connections in sight: they can be closed all at once,
+// also those that are idle, so that stopping does not wait for keep-alive times to pass. Each
+// holds a worker; when another waits for one, idle and slow connections make way.
 class TlsServer final : public httplib::SSLServer
 {
 public:
     TlsServer(X509 *certificate, EVP_PKEY *key);
     Q_DISABLE_COPY_MOVE(TlsServer)
 
-    /// Later connections are closed as they come.
+    // Later connections are closed as they come.
     void closeConnections();
 
 private:
