@@ -50,9 +50,9 @@ Fault Fault::hang()
     return ofKind(Kind::Hang);
 }
 
-void FaultBook::set(const QString &path, const Fault &fault)
+void FaultBook::set(const QString &path, const Fault &fault, int times)
 {
-    m_faults.insert(path, fault);
+    m_faults.insert(path, {fault, times});
     ++m_generation;
 }
 
@@ -62,12 +62,15 @@ void FaultBook::clear()
     ++m_generation;
 }
 
-std::optional<Fault> FaultBook::of(const QString &path) const
+std::optional<Fault> FaultBook::take(const QString &path)
 {
     for (const QString &key : {path, QStringLiteral("*")}) {
-        const auto found = m_faults.constFind(key);
-        if (found != m_faults.constEnd())
-            return *found;
+        const auto found = m_faults.find(key);
+        if (found == m_faults.end() || found->times == 0)
+            continue;
+        if (found->times != kAlways)
+            --found->times;
+        return found->fault;
     }
     return std::nullopt;
 }

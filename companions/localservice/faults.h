@@ -49,16 +49,25 @@ enum class Outage {
 class FaultBook final
 {
 public:
+    static constexpr int kAlways = -1;
+
     // `path` is "/api_teams" and the like, or "*" for every path that has no fault of its own.
     // Replaces what was set for the path.
-    void set(const QString &path, const Fault &fault);
+    void set(const QString &path, const Fault &fault, int times = kAlways);
     void clear();
-    std::optional<Fault> of(const QString &path) const;
+    // The fault of a request that has just come in; counts it.
+    std::optional<Fault> take(const QString &path);
     // Changes whenever a fault is set or cleared, so that hanging requests notice.
     int generation() const { return m_generation; }
 
 private:
-    QHash<QString, Fault> m_faults;
+    struct Entry
+    {
+        Fault fault;
+        int times;
+    };
+
+    QHash<QString, Entry> m_faults;
     int m_generation = 0;
 };
 

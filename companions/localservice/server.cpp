@@ -209,7 +209,7 @@ Server::Plan Server::planFor(const QString &path)
     case Outage::None:
         break;
     }
-    return {m_faults.of(path), m_faults.generation()};
+    return {m_faults.take(path), m_faults.generation()};
 }
 
 // Returns false when no client is left to answer.
@@ -292,10 +292,10 @@ void Server::clearRequests()
     m_recordedBytes = 0;
 }
 
-void Server::setFault(const QString &path, const Fault &fault)
+void Server::setFault(const QString &path, const Fault &fault, int times)
 {
     const std::lock_guard lock(m_mutex);
-    m_faults.set(path, fault);
+    m_faults.set(path, fault, times);
     m_changed.notify_all();
 }
 

@@ -59,7 +59,7 @@ public:
     void clearRequests();
 
     // See FaultBook. Setting or clearing any fault releases hanging requests.
-    void setFault(const QString &path, const Fault &fault);
+    void setFault(const QString &path, const Fault &fault, int times = FaultBook::kAlways);
     void clearFaults();
     void setOutage(Outage outage);
 
