@@ -1,32 +1,22 @@
 // Kills the client again and again, at named places and at any moment, while the
 // service fails in every way it knows and somebody starts and stops the timer,
-// changes tasks, users and the service's address. Compares what was counted with
-// what arrived, and what the client does with what was chosen last:
+// changes tasks, users and the service's address. Compares what the client counted with
+// what arrived, and what it does with what was chosen last:
 // crashtrials KILLS [SEED]
-#include "clientroom.h"
 #include "ledger.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QEventLoop>
-#include <QFile>
 #include <QMap>
-#include <QRandomGenerator>
-#include <QTcpSocket>
-#include <QTimer>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <functional>
 #include <optional>
 #include <vector>
 
-using localservice::Fault;
-using localservice::Outage;
 using namespace std::chrono_literals;
 
 namespace {
@@ -36,17 +26,15 @@ constexpr auto kPatience = 60s;
 constexpr auto kInputPeriod = 10ms;
 constexpr int kInputChance = 40; // percent
 constexpr auto kShortRun = 1200; // ms
-constexpr auto kLongRun = 4000; // ms, so that pictures fall due
-constexpr int kSlowest = 150; // ms
+constexpr auto kLongRun = 4000; // ms, so that screenshots fall due
 constexpr int kLongestWait = 75000; // ms of the client's time, before a choice
 constexpr int kTeamRows = 3;
 constexpr int kTaskRows = 8;
 constexpr auto kBetweenRuns = 300; // s of the client's time
 
-// Where the service, not the client, is the one to strike: the report is taken
-// and the answer has not left.
+// Here the service strikes, not the client: the report is accepted and not yet answered.
 const QByteArray kAccepted = "accepted";
-// The client has dealt with a click or a key and has not yet come to anything else.
+// The client has handled a click or a key and nothing after it.
 const QByteArray kChoiceMade = "choice-made";
 const std::array<QByteArray, 12> kPlaces{
     "minute-over",    kChoiceMade, "record-opened",  "record-written", kChoiceMade,      "record-renamed",
@@ -121,40 +109,28 @@ public:
         localservice::Server::Options options;
         options.recordRequests = false;
         // Called between accepting a report and answering it.
-        options.log = [this](const QString &) { takeIn(); };
-        m_room = std::make_unique<ClientRoom>(options);
+        options.log = [this](const QString &) { receive(); };
+        m_client = std::make_unique<FastClient>(options, kSpeed, kInputPeriod, kInputChance);
         m_other = std::make_unique<localservice::Server>(options);
         if (!m_other->start())
             qFatal("no second service");
-        m_addresses = {{&m_room->server, m_room->server.baseUrl()},
+        localservice::Server &service = m_client->room.server;
+        m_addresses = {{&service, service.baseUrl()},
                        {m_other.get(), s("https://LocalHost:%1/").arg(m_other->port())}};
-        m_port = m_room->server.port();
-        m_room->leaveUser(true);
+        m_port = service.port();
         m_said = {kAccounts.front().login, {{kAccounts.front().login, {s("17"), s("1702"), true}}}};
         for (const Account &account : kAccounts) {
-            const QString folder = m_room->stored(account.login + s("/activity"));
+            const QString folder = m_client->room.stored(account.login + s("/activity"));
             QDir().mkpath(folder);
             m_ledger.watch(account.login, folder);
         }
-
-        QTcpServer *watcher = &m_room->watcher;
-        QObject::connect(&m_input, &QTimer::timeout, watcher, [this, watcher] {
-            const auto clients = watcher->findChildren<QTcpSocket *>();
-            for (QTcpSocket *client : clients) {
-                if (below(100) < kInputChance)
-                    client->write("a");
-            }
-        });
-        QObject::connect(watcher, &QTcpServer::newConnection, watcher, [watcher] {
-            while (QTcpSocket *client = watcher->nextPendingConnection())
-                QObject::connect(client, &QTcpSocket::disconnected, client, &QObject::deleteLater);
-        });
-        QObject::connect(&m_weatherTimer, &QTimer::timeout, watcher, [this] {
-            const bool clearsUp = m_weather != Fine;
-            setWeather(clearsUp ? Fine : static_cast<Weather>(1 + below(WeatherCount - 1)));
+        QObject::connect(&m_weatherTimer, &QTimer::timeout, &m_weatherTimer, [this] {
+            const bool clearsUp = m_weather != Weather::Fine;
+            changeWeather(clearsUp ? Weather::Fine
+                                   : static_cast<Weather>(1 + below(static_cast<int>(Weather::Count) - 1)));
             m_weatherTimer.start(clearsUp ? 200 + below(600) : 200 + below(1500));
         });
-        m_input.start(kInputPeriod);
+        changeWeather(Weather::Fine);
     }
 
     Q_DISABLE_COPY_MOVE(Trials)
@@ -178,55 +154,34 @@ public:
     }
 
 private:
-    enum Weather { Fine, Slow, Unavailable, Refused, Lost, Cut, Hanging, Stopped, WeatherCount };
-
-    void setWeather(Weather weather)
+    // The day's totals are those of another clock: the client keeps its own.
+    void changeWeather(Weather weather)
     {
         m_weather = weather;
-        if (weather == Lost || weather == Cut || weather == Stopped)
+        if (losesReplies(weather))
             m_ledger.repliesGetLost();
-        for (Address &address : m_addresses)
-            setWeather(*address.service);
-        if (weather != Lost && weather != Cut && weather != Stopped)
+        for (Address &address : m_addresses) {
+            setWeather(*address.service, weather, m_random);
+            address.service->setFault(s("/api_get_active"), localservice::Fault::answer(503));
+        }
+        if (!losesReplies(weather))
             m_ledger.repliesArrive();
     }
 
-    void setWeather(localservice::Server &service)
+    void receive()
     {
-        const auto all = s("*");
-        if (m_weather == Stopped)
-            service.stop();
-        else if (!service.isRunning() && !service.start())
-            qFatal("the service does not come back");
-        service.setOutage(m_weather == Refused
-                              ? Outage::Dropped
-                              : (m_weather == Unavailable ? Outage::Unavailable : Outage::None));
-        if (m_weather == Slow)
-            service.setFault(all, Fault::delayed(std::chrono::milliseconds(below(kSlowest))));
-        else if (m_weather == Lost)
-            service.setFault(all, Fault::loseReply());
-        else if (m_weather == Cut)
-            service.setFault(all, Fault::truncate(below(20)));
-        else if (m_weather == Hanging)
-            service.setFault(all, Fault::hang());
-        else
-            service.clearFaults();
-    }
-
-    void takeIn()
-    {
-        const std::lock_guard lock(m_takeIn);
+        const std::lock_guard lock(m_receiving);
         m_ledger.readFolder();
-        int taken = 0;
+        int received = 0;
         for (Address &address : m_addresses)
-            taken += takeInFrom(address);
-        if (taken == 0 || m_passesLeft < 0)
+            received += receiveFrom(address);
+        if (received == 0 || m_passesLeft < 0)
             return;
-        if ((m_passesLeft -= taken) < 0)
+        if ((m_passesLeft -= received) < 0)
             ::kill(static_cast<pid_t>(m_clientId), SIGKILL);
     }
 
-    int takeInFrom(Address &from)
+    int receiveFrom(Address &from)
     {
         const auto accept = [this, &from](const auto &record, const QString &rest) {
             const QString booking =
@@ -240,7 +195,7 @@ private:
             accept(reports.at(from.reports), QString::number(reports.at(from.reports).active));
         for (; from.pictures < pictures.size(); ++from.pictures) {
             const auto &picture = pictures.at(from.pictures);
-            // Without its picture it is not what was promised.
+            // Without its image it is not what was promised.
             accept(picture, picture.jpeg.isEmpty() ? QString() : picture.fileName);
         }
         return from.reports + from.pictures - before;
@@ -278,65 +233,46 @@ private:
         const Address &address = m_addresses.at(static_cast<size_t>(below(3)) / 2);
         m_moves += address.service->port() == m_port ? 0 : 1;
         m_port = address.service->port();
-        // Every run begins after the one before it ended, or records would come from
-        // the future.
-        auto environment =
-            m_room->environment(m_clientClock.toString(s("@yyyy-MM-dd HH:mm:ss x%1")).arg(kSpeed));
-        environment.insert(s("ORVANA_SERVICE_URL"), address.url);
-        environment.insert(s("ORVANA_CRASH_JOURNAL"), journalPath());
-        environment.insert(s("ORVANA_CRASH_CHOICES"), choices.join(QLatin1Char('\n')));
-        environment.insert(s("ORVANA_CRASH_RUN"), QString::number(++m_run));
-        environment.insert(s("ORVANA_CRASH_AT"), QString::fromLatin1(place));
-        environment.insert(s("ORVANA_CRASH_PASS"), QString::number(passes));
-        m_client.setProcessEnvironment(environment);
-        m_client.setStandardOutputFile(m_room->path(s("output")));
-        m_client.setStandardErrorFile(QProcess::nullDevice());
-        m_client.setWorkingDirectory(m_room->path());
         m_passesLeft = place == kAccepted ? passes : -1;
         m_clientTime.start();
-        m_client.start(s(CRASHABLE_CLIENT), QStringList());
-        if (!m_client.waitForStarted())
-            qFatal("the client does not start");
-        m_clientId = m_client.processId();
-    }
-
-    bool clientEnds(std::chrono::milliseconds limit)
-    {
-        if (m_client.state() != QProcess::NotRunning) {
-            QEventLoop loop;
-            QObject::connect(&m_client, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), &loop,
-                             &QEventLoop::quit);
-            QTimer::singleShot(limit, &loop, &QEventLoop::quit);
-            loop.exec();
-        }
-        return m_client.state() == QProcess::NotRunning;
+        m_counters = counters();
+        // Every run begins after the one before it ended, or records would come from the future.
+        m_client->start(s(CRASHABLE_CLIENT), m_clientClock,
+                        {{s("ORVANA_SERVICE_URL"), address.url},
+                         {s("ORVANA_CRASH_JOURNAL"), journalPath()},
+                         {s("ORVANA_CRASH_CHOICES"), choices.join(QLatin1Char('\n'))},
+                         {s("ORVANA_CRASH_RUN"), QString::number(++m_run)},
+                         {s("ORVANA_CRASH_AT"), QString::fromLatin1(place)},
+                         {s("ORVANA_CRASH_PASS"), QString::number(passes)}});
+        m_clientId = m_client->process.processId();
     }
 
     void strikeAt(const QByteArray &place)
     {
         if (needsService(place)) {
             m_weatherTimer.stop();
-            setWeather(Fine);
+            changeWeather(Weather::Fine);
         }
         const int passes = below(3);
         // All other places are on the way of a minute.
         startClient(place, passes,
                     place == kChoiceMade ? someChoices(passes + 1)
                                          : someChoices(below(3)) << choice(s("start")));
-        if (clientEnds(kPatience))
+        if (m_client->ends(kPatience))
             ++m_strikes[place];
         else
             fail(place.constData());
-        endOfRun();
+        const std::array<QByteArray, 3> beforeTheRecord{"minute-over", "record-opened", "record-written"};
+        endOfRun(std::find(beforeTheRecord.begin(), beforeTheRecord.end(), place) != beforeTheRecord.end());
     }
 
     void strikeAtRandom()
     {
         startClient(QByteArray(), 0, someChoices(below(3)));
         const int length = below(10) == 0 ? kLongRun : kShortRun;
-        if (clientEnds(std::chrono::milliseconds(below(length))))
+        if (m_client->ends(std::chrono::milliseconds(below(length))))
             fail("the client ended by itself");
-        endOfRun();
+        endOfRun(true);
         ++m_strikes["random"];
     }
 
@@ -344,7 +280,7 @@ private:
     bool drain()
     {
         m_weatherTimer.stop();
-        setWeather(Fine);
+        changeWeather(Weather::Fine);
         return std::all_of(kAccounts.cbegin(), kAccounts.cend(),
                            [this](const Account &account) { return drain(account); });
     }
@@ -360,32 +296,80 @@ private:
             const int before = m_ledger.counted();
             startClient(QByteArray(), 0, {toUser(account), choice(s("start"))});
             while ((m_ledger.counted() == before || m_ledger.waiting(account.login) > 0) && !isLate()) {
-                if (clientEnds(5ms))
+                if (m_client->ends(5ms))
                     fail("the client ended by itself");
             }
-            m_client.terminate();
-            if (!clientEnds(kPatience) || m_client.exitStatus() != QProcess::NormalExit
-                || m_client.exitCode() != 0)
+            if (!m_client->quit())
                 fail("the client did not end well");
-            endOfRun();
+            endOfRun(false);
             if (m_ledger.waiting(account.login) == 0)
                 return true;
         }
         return false;
     }
 
-    void endOfRun()
+    // A minute is counted before it has a record: a kill in between may lose one.
+    void endOfRun(bool mayLoseMinute)
     {
         m_passesLeft = -1;
-        m_client.kill();
-        m_client.waitForFinished();
-        if (m_client.exitStatus() == QProcess::CrashExit && m_client.exitCode() != SIGKILL)
+        QProcess &process = m_client->process;
+        process.kill();
+        process.waitForFinished();
+        if (process.exitStatus() == QProcess::CrashExit && process.exitCode() != SIGKILL)
             fail("the client crashed by itself");
         m_clientClock = m_clientClock.addMSecs(m_clientTime.elapsed() * kSpeed).addSecs(kBetweenRuns);
-        judge(m_ledger.clientIsGone());
+        const QMultiHash<QString, QString> bookings = m_ledger.clientIsGone();
+        judgeCounters(bookings, mayLoseMinute);
+        judge(bookings);
     }
 
-    // As long as the client has not dealt with a choice, it may act on it or not.
+    struct Counter
+    {
+        QString date;
+        int minutes = 0;
+    };
+
+    QMap<QString, Counter> counters() const
+    {
+        QMap<QString, Counter> read;
+        for (const Account &account : kAccounts) {
+            const QSettings stored(m_client->room.stored(account.login + s("/session.ini")),
+                                   QSettings::IniFormat);
+            const QTime time = QTime::fromString(stored.value(s("todayWorktime")).toString(), s("hh:mm:ss"));
+            read[account.login] = {stored.value(s("worktimeDate")).toString(), QTime(0, 0).secsTo(time) / 60};
+        }
+        return read;
+    }
+
+    // What each user sees as worked has to grow by the records of this run.
+    void judgeCounters(const QMultiHash<QString, QString> &bookings, bool mayLoseMinute)
+    {
+        const QMap<QString, Counter> now = counters();
+        int lost = 0;
+        for (const Account &account : kAccounts) {
+            const Counter &before = m_counters[account.login];
+            const Counter &after = now[account.login];
+            if (before.date != after.date)
+                continue; // midnight has passed
+            QSet<QString> recorded;
+            for (auto it = bookings.cbegin(); it != bookings.cend(); ++it) {
+                if (it->startsWith(account.login + QLatin1Char('\t')))
+                    recorded.insert(it.key());
+            }
+            const int missing = after.minutes - before.minutes - recorded.size();
+            lost += missing;
+            m_compared += recorded.size();
+            if (missing < 0 || lost > (mayLoseMinute ? 1 : 0)) {
+                ++m_miscounted;
+                complain(s("%1 minutes counted and %2 recorded of %3")
+                             .arg(after.minutes - before.minutes)
+                             .arg(recorded.size())
+                             .arg(account.login));
+            }
+        }
+    }
+
+    // As long as the client has not handled a choice, it may act on it or not.
     void judge(const QMultiHash<QString, QString> &bookings)
     {
         QFile journal(journalPath());
@@ -439,12 +423,12 @@ private:
                      .arg(bookings.join(s("; ")), m_said.state().join(QLatin1Char(' '))));
     }
 
-    QString journalPath() const { return m_room->path(s("journal")); }
+    QString journalPath() const { return m_client->room.path(s("journal")); }
 
     void fail(const char *what)
     {
         ++m_complaints;
-        QFile output(m_room->path(s("output")));
+        QFile output(m_client->room.path(s("output")));
         output.open(QIODevice::ReadOnly);
         complain(s("%1 after %2 ms\n%3")
                      .arg(s(what))
@@ -465,47 +449,48 @@ private:
             std::printf("  %-15s %d\n", it.key().constData(), it.value());
         std::printf(
             "%d Starts, %d Stops, %d tasks, %d users chosen, %d changes of address, %d choices forgotten, "
-            "%d minutes invented or misbooked\n",
+            "%d minutes invented or misbooked, %d compared with the session's counter, %d users miscounted\n",
             m_made[s("start")], m_made[s("stop")], m_made[s("task")], m_made[s("user")], m_moves, m_forgotten,
-            m_invented);
+            m_invented, m_compared, m_miscounted);
         std::printf(
             "%d kills (seed %u), %d counted, %d received, %d waiting, %d missing, %d gone unsent, %d "
             "never counted, "
             "%d repeated after a kill or a lost reply, %d repeated without reason, %d other complaints\n",
             kills, m_seed, sums.counted, sums.received, sums.waiting, sums.missing, sums.unread,
             sums.uncounted, sums.excused, sums.unexcused, m_complaints);
-        return drained && sums.isClean() && m_complaints + m_forgotten + m_invented == 0
-            && sums.counted > kills / 4;
+        return drained && sums.isClean() && m_complaints + m_forgotten + m_invented + m_miscounted == 0
+            && sums.counted > kills / 4 && m_compared > kills / 4;
     }
 
     int below(int bound) { return static_cast<int>(m_random.bounded(bound)); }
 
     QRandomGenerator m_random;
     quint32 m_seed;
-    QTimer m_input;
     QTimer m_weatherTimer;
     Ledger m_ledger;
-    std::unique_ptr<ClientRoom> m_room;
+    std::unique_ptr<FastClient> m_client;
     std::unique_ptr<localservice::Server> m_other;
     std::vector<Address> m_addresses;
     Choices m_said;
-    std::optional<Choices> m_asked; // as it would be, were it answered
+    std::optional<Choices> m_asked; // as it will be once it is made
     QString m_lastAsked;
     int m_port = 0;
     int m_moves = 0;
     int m_forgotten = 0;
     int m_invented = 0;
+    int m_compared = 0; // minutes
+    int m_miscounted = 0;
+    QMap<QString, Counter> m_counters; // at the start of this run
     QMap<QString, int> m_made;
     std::atomic<int> m_passesLeft{-1}; // accepted reports until the service strikes
     std::atomic<qint64> m_clientId{0};
-    QProcess m_client;
     QElapsedTimer m_clientTime;
     QDateTime m_clientClock = QDateTime(QDate(2026, 3, 2), QTime(8, 0));
     int m_run = 0;
     int m_complaints = 0;
     QMap<QByteArray, int> m_strikes;
-    Weather m_weather = Fine;
-    std::mutex m_takeIn;
+    Weather m_weather = Weather::Fine;
+    std::mutex m_receiving;
 };
 
 } // namespace
