@@ -359,7 +359,7 @@ private:
             const int missing = after.minutes - before.minutes - recorded.size();
             lost += missing;
             m_compared += recorded.size();
-            if (missing < 0 || lost > (mayLoseMinute ? 1 : 0)) {
+            if (missing < 0 || (missing > 0 && lost > (mayLoseMinute ? 1 : 0))) {
                 ++m_miscounted;
                 complain(s("%1 minutes counted and %2 recorded of %3")
                              .arg(after.minutes - before.minutes)
