@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# soak.sh [HOURS]: lets the release client work through so many hours at sixty times
+# soak.sh [HOURS]: lets the release client work through HOURS hours at sixty times
 # their speed, with failures of the service and changed lists every minute, and fails
 # when memory, descriptors or files grow or a counted minute does not arrive. A day
 # takes 24 minutes.

@@ -54,7 +54,7 @@ QString whyForeign(const RecordedRequest &request, int port, bool isForControlPa
                          [port](const QByteArray &sender) { return isOwnAddress(sender, port); }))
             return QStringLiteral("Запрос с чужой страницы");
     }
-    // A foreign name that leads to this machine would make its pages the same site.
+    // Pages of a foreign name that resolves to this machine would be of the same site.
     const QList<QByteArray> hosts = request.headers.values(QByteArrayLiteral("host"));
     if (isForControlPage && (hosts.size() != 1 || !isOwnHost(hosts.first(), port)))
         return QStringLiteral("Страница открывается только по адресу https://127.0.0.1:%1/").arg(port);

@@ -28,7 +28,7 @@ struct Endpoint
     Reply (*answer)(const Call &);
 };
 
-// Written out by hand where the order of the keys matters: clients look at how the text begins.
+// Not through a JSON object, which sorts its keys: clients check how the text begins.
 Reply refused(const QString &status, const QString &message)
 {
     const QByteArray quoted =
@@ -48,7 +48,7 @@ Reply failReply(const QString &message)
     return refused(QStringLiteral("fail"), message);
 }
 
-// A full store refuses one upload after another; the operator reads it once.
+// A full store refuses one upload after another; it is logged once.
 Reply notKept(const Call &call, Journal::Outcome outcome, const QString &status)
 {
     const bool isFull = outcome == Journal::Outcome::Full;
@@ -136,7 +136,7 @@ QString text(const QJsonObject &object, const QString &key)
     return object.value(key).toVariant().toString();
 }
 
-// What is common to minutes and pictures; false when the client sent nonsense.
+// Reads what reports and screenshots have in common. Returns false for invalid values.
 template <typename Record>
 bool readIdentity(const Call &call, const QJsonObject &object, Record *record)
 {
@@ -179,7 +179,7 @@ Reply answerScreenshot(const Call &call)
     if (!readIdentity(call, object, &shot))
         return errorReply(QStringLiteral("Неверный снимок экрана"));
     shot.fileName = text(object, QStringLiteral("fileName"));
-    // A client that has lost its picture sends none; refusing would make it try for ever.
+    // A client that has lost the image sends none; if it were refused, it would retry for ever.
     if (object.contains(QStringLiteral("file"))) {
         shot.jpeg = QByteArray::fromBase64(text(object, QStringLiteral("file")).toLatin1());
         if (!shot.jpeg.startsWith(QByteArrayLiteral("\xFF\xD8\xFF")))

@@ -6,7 +6,7 @@
 
 namespace localservice {
 
-// Answers a request of the client: lists, reports, pictures, details, deadline requests, the
+// Answers a request of the client: lists, reports, screenshots, details, deadline requests, the
 // version description and the two plain pages. Unknown paths get status 404.
 Reply answerClient(const RecordedRequest &request, const World &world, Journal &journal);
 

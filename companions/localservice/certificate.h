@@ -17,7 +17,7 @@ struct FreeKey
     void operator()(EVP_PKEY *key) const;
 };
 
-// A certificate for localhost and 127.0.0.1 that signs itself, made in memory.
+// A self-signed certificate for localhost and 127.0.0.1, made in memory.
 struct Certificate
 {
     std::unique_ptr<X509, FreeCertificate> x509;

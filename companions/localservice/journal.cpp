@@ -38,7 +38,7 @@ ActivityReport reportOf(const QJsonObject &record)
     return report;
 }
 
-// Roughly what a record with these texts takes in memory.
+// The approximate size in memory of a record with these texts.
 qint64 sizeWith(std::initializer_list<QString> texts)
 {
     constexpr qint64 record = 400;
@@ -155,7 +155,7 @@ Journal::Outcome Journal::store(const QString &file, const QJsonObject &record, 
             return Outcome::NotWritten;
         const qint64 before = out.size();
         if (out.write(line) != line.size() || !out.flush()) {
-            // Half a line would spoil the next one as well.
+            // Half a line would damage the next one too.
             out.resize(before);
             return Outcome::NotWritten;
         }
@@ -185,13 +185,13 @@ Journal::Outcome Journal::add(const ActivityReport &report)
 
 Journal::Outcome Journal::add(Screenshot shot)
 {
-    const qint64 picture = shot.jpeg.size();
-    if (!hasRoom(sizeOf(shot), picture))
+    const qint64 imageSize = shot.jpeg.size();
+    if (!hasRoom(sizeOf(shot), imageSize))
         return Outcome::Full;
     if (!m_folder.isEmpty() && !shot.jpeg.isEmpty()) {
         const QString stem = m_folder % QLatin1Char('/') % kScreenshotFolder % QLatin1Char('/')
             % QLocale::c().toString(shot.moment(), QStringLiteral("yyyy-MM-dd-HH-mm-ss"));
-        // Two pictures of one second keep both; names from the client are never used.
+        // There may be two of one second; names from the client are never used.
         QFile out(stem % QStringLiteral(".jpg"));
         for (int number = m_screenshots.size() + 1; !out.open(QIODevice::NewOnly | QIODevice::WriteOnly);
              ++number) {
@@ -208,7 +208,7 @@ Journal::Outcome Journal::add(Screenshot shot)
     }
     const Outcome outcome = store(QStringLiteral("screenshots.jsonl"), recordOf(shot), sizeOf(shot));
     if (outcome == Outcome::Kept) {
-        m_disk += shot.path.isEmpty() ? 0 : picture;
+        m_disk += shot.path.isEmpty() ? 0 : imageSize;
         m_screenshots.append(shot);
     } else if (!shot.path.isEmpty()) {
         // The client sends it again.

@@ -34,7 +34,7 @@ struct Screenshot
     QString version;
     QString fileName; // as the client names it
     qint64 pastSeconds = 0;
-    QByteArray jpeg; // empty once it is stored, or when the client had no picture to send
+    QByteArray jpeg; // empty once it is stored, or when the client sent no image
     QString path; // where it is stored; empty without a data folder
 
     QDateTime moment() const { return arrived.addSecs(-pastSeconds); }
@@ -55,21 +55,21 @@ QJsonObject recordOf(const ActivityReport &report);
 QJsonObject recordOf(const Screenshot &shot);
 QJsonObject recordOf(const DeadlineRequest &request);
 
-// Bytes beyond which nothing more is kept. Generous for a day's work, whose 1,440 reports take
-// a megabyte and whose 300 pictures a few megabytes each.
+// Bytes beyond which nothing more is stored. Generous for a day's work, whose 1,440 reports take
+// a megabyte and whose 300 screenshots a few megabytes each.
 struct Limits
 {
-    qint64 memory = qint64{2} << 30; // records, and pictures without a folder
+    qint64 memory = qint64{2} << 30; // records, and images when there is no folder
     qint64 disk = qint64{8} << 30; // the files in the folder, those of earlier runs too
 };
 
-// What was received: in memory and, with a folder, also as lines of JSON and pictures there.
+// What was received: in memory and, with a folder, also as lines of JSON and images there.
 // Not synchronised.
 class Journal final
 {
 public:
-    // Makes the folder and takes up the minutes that an earlier run left there. An empty name
-    // keeps everything in memory. Lines that cannot be read are passed over.
+    // Creates the folder and loads the minutes that an earlier run left there. An empty name
+    // keeps everything in memory. Unreadable lines are skipped.
     bool open(const QString &folder, const Limits &limits, QString *error);
 
     enum class Outcome {
@@ -88,10 +88,10 @@ public:
     // True for the first record that found no room, once after each clear().
     bool takeFullNotice();
 
-    // Forgets what is in memory; files stay, and count on.
+    // Forgets what is in memory; files stay and still count towards the limit.
     void clear();
 
-    // The minutes of the day that were reported, besides those that the user brings along.
+    // The minutes of the day that were reported, plus those of the seed.
     DayTotals totals(const User &user, const QDate &day) const;
 
 private:

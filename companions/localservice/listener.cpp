@@ -27,7 +27,7 @@ QByteArray bytesOf(const std::string &text)
     return {text.data(), static_cast<int>(text.size())};
 }
 
-// Without the library's own SO_REUSEPORT, with which two services would share a port unnoticed.
+// Instead of the library's SO_REUSEPORT, with which two services could share a port unnoticed.
 void allowQuickRestart(socket_t socket)
 {
     const int yes = 1;
@@ -152,7 +152,7 @@ Listener::Listener(const Certificate &certificate, const Handler &handler)
             handler(exchange);
             return httplib::Server::HandlerResponse::Handled;
         });
-    // The library reads at most 8 KB of a form unless it is asked for the content piece by piece.
+    // The library reads at most 8 KB of a form unless the content is read piece by piece.
     m_server->Post("/",
                    [this, handler](const httplib::Request &request, httplib::Response &response,
                                    const httplib::ContentReader &reader) {
@@ -181,7 +181,7 @@ int Listener::start(int port)
         m_server->listen_after_bind();
         *ended = true;
     });
-    // Until it runs the library ignores a request to stop.
+    // Until it runs, the library ignores stop().
     while (!m_server->is_running() && !*ended)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     return port;

@@ -20,7 +20,7 @@ constexpr int kMaxPort = 65535;
 // UTF-8 whatever the locale says: addresses and titles are Russian.
 void print(std::FILE *stream, const QString &line)
 {
-    // Texts that were sent must not make lines of their own nor speak to the terminal.
+    // Texts of clients must not start new lines nor control the terminal.
     constexpr int longest = 1000;
     static const QRegularExpression unprintable(QStringLiteral("[\\p{C}\\p{Zl}\\p{Zp}]"));
     const QByteArray bytes = line.left(longest).replace(unprintable, QStringLiteral(" ")).toUtf8() + '\n';
@@ -88,7 +88,7 @@ bool readArguments(Arguments *arguments, QString *error)
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
-    // Readers of a pipe see each line when it happens.
+    // Readers of a pipe get each line at once.
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     Arguments arguments;
     QString error;
@@ -105,7 +105,7 @@ int main(int argc, char *argv[])
     sigaddset(&endings, SIGINT);
     sigaddset(&endings, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &endings, nullptr);
-    // Pictures of a desktop are for its owner alone.
+    // Screenshots are for the owner of the desktop only.
     ::umask(S_IRWXG | S_IRWXO);
 
     localservice::Server::Options options;

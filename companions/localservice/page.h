@@ -16,7 +16,7 @@ struct ControlState
     const QByteArray &token; // sent back with every change
 };
 
-// The paths that belong to the person at the control page, not to the client.
+// Whether a path belongs to the control page, not to the client.
 bool isControlPath(const QString &path);
 
 // The page and its files, the state that its script shows, screenshots, and the changes that its forms

@@ -36,7 +36,7 @@ bool readDeadline(const Pairs &form, QDateTime *deadline)
     return given.isEmpty() || deadline->isValid();
 }
 
-// Ids that leave no room above them do not count.
+// Ignores ids that leave no room above them.
 template <typename List>
 int largestId(const List &list)
 {
@@ -104,7 +104,7 @@ QString setDeadline(const Pairs &form, const ControlState &state)
     return doneOr(state.world.setDeadline(taskId(form), deadline), kNoSuchTask);
 }
 
-// A user who sees only some teams would not see a new one.
+// Otherwise a user who sees only some teams would not see it.
 QString addTeam(const Pairs &form, const ControlState &state)
 {
     Team team;

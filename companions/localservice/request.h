@@ -13,7 +13,7 @@ namespace localservice {
 
 using Pairs = QVector<QPair<QString, QString>>;
 
-// One request as it came in. What is named raw is exactly the bytes that were received.
+// One request. What is called raw has exactly the bytes that were received.
 struct RecordedRequest
 {
     QByteArray method;
@@ -39,7 +39,7 @@ QString valueOf(const Pairs &pairs, const QString &name);
 bool hasName(const Pairs &pairs, const QString &name);
 
 // The JSON text of a "data=" form value. Senders widen each byte of the JSON to one character
-// before encoding it as UTF-8; nothing is returned for a text that cannot come from there.
+// before encoding it as UTF-8; returns nothing for a text that they cannot have sent.
 std::optional<QByteArray> jsonOfFormValue(const QString &value);
 
 struct Reply

@@ -15,7 +15,7 @@ namespace localservice {
 
 namespace {
 
-// A place in the seed that cannot be understood, already in words.
+// What is wrong in the seed, and where.
 class SeedError final : public std::runtime_error
 {
 public:
@@ -24,8 +24,8 @@ public:
     { }
 };
 
-// One object of the seed. Asking for a value marks its key as known; close() complains about
-// the others, which are misspelt most of the time.
+// One object of the seed. Reading a value marks its key as known; close() rejects the others,
+// which are most likely misspelt.
 class Node final
 {
 public:

@@ -11,7 +11,7 @@
 #include <chrono>
 #include <utility>
 
-// The macro wants to stand outside of any namespace.
+// The macro must be used outside of any namespace.
 static void initResources()
 {
     Q_INIT_RESOURCE(localservice);
@@ -89,7 +89,7 @@ void Server::stop()
         m_stopping = true;
     }
     m_changed.notify_all();
-    // Not under the lock: the handlers that are waited for need it.
+    // Without the lock, which the running handlers need to finish.
     m_listener.reset();
     const std::lock_guard lock(m_mutex);
     m_stopping = false;
@@ -129,7 +129,7 @@ void Server::handle(Exchange &exchange)
 void Server::refuse(Exchange &exchange, const QString &problem)
 {
     constexpr int kForbidden = 403;
-    QByteArray ignored; // what is left unread would be taken for the next request
+    QByteArray ignored; // unread, it would be taken for the next request
     if (!exchange.readBody(&ignored)) {
         exchange.drop();
         return;
@@ -216,7 +216,7 @@ Server::Plan Server::planFor(const QString &path)
 bool Server::hold(const Exchange &exchange, const Plan &plan)
 {
     using Clock = std::chrono::steady_clock;
-    // A client that goes away is noticed in time to keep the workers free.
+    // Soon enough to keep workers free when clients go away.
     constexpr std::chrono::milliseconds kClientCheck{50};
     const bool hangs = plan.fault && plan.fault->kind == Fault::Kind::Hang;
     if (!hangs && (!plan.fault || plan.fault->delay.count() <= 0))

@@ -36,7 +36,6 @@ public:
     // Demonstration data on any free port, all in memory.
     Server();
     explicit Server(Options options);
-    // Stops.
     ~Server();
     Q_DISABLE_COPY_MOVE(Server)
 

@@ -23,7 +23,7 @@ namespace {
 
 constexpr size_t kWorkers = 48;
 constexpr std::chrono::milliseconds kKeepAlive = std::chrono::seconds(60);
-// What an idle connection and one within a request have when another waits for a worker.
+// How long an idle connection and one within a request stay open when another waits for a worker.
 constexpr std::chrono::seconds kIdleGrant{1};
 constexpr std::chrono::seconds kBusyGrant{10};
 constexpr std::chrono::milliseconds kTimeout = std::chrono::seconds(10);
@@ -57,7 +57,7 @@ public:
         return SSL_pending(m_ssl) > 0 || ready(m_socket, POLLIN, wait);
     }
 
-    // The library sets no limit to a line without an end, nor to the number of lines.
+    // The library limits neither the length of a line nor the number of lines.
     void beginHead()
     {
         m_inHead = true;
@@ -70,8 +70,8 @@ public:
 
     ssize_t read(char *bytes, size_t size) override
     {
-        // Clients send head and body of a post apart and wait for the first to be acknowledged;
-        // the kernel would take 40 ms for that. The option lasts for one reading only.
+        // Clients send the head and the body of a post separately and wait for the first to be
+        // acknowledged, which the kernel delays by 40 ms. The option lasts for one read only.
         const int on = 1;
         ::setsockopt(m_socket, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
         ERR_clear_error();
@@ -159,7 +159,7 @@ void TlsServer::makeRoom()
         return;
     const std::lock_guard lock(m_mutex);
     if (m_open.size() < kWorkers)
-        return; // one of them is about to begin
+        return; // one of them is about to start
     const auto ending = std::count_if(m_open.begin(), m_open.end(), [](const Connection &each) {
         return each.second == Clock::time_point::max();
     });

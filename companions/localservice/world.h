@@ -98,17 +98,17 @@ struct World
     // The team that holds the task, or null.
     const Team *teamOf(const QString &taskId) const;
 
-    // Each of these is false, and changes nothing, when the id is empty, unknown, or taken already.
+    // These return false, and change nothing, when the id is empty, unknown, or taken already.
     bool addTeam(const Team &team);
     bool removeTeam(const QString &teamId);
     bool addTask(const QString &teamId, const Task &task);
     bool removeTask(const QString &taskId);
-    // Moves the time of the last comment; whole seconds, as the wire has it.
+    // Sets the time of the last comment; clients get whole seconds.
     bool addComment(const QString &taskId, const QDateTime &when);
     bool setBlock(const QString &taskId, const QString &block);
     bool setDeadline(const QString &taskId, const QDateTime &deadline);
 
-    // One entry a version, in this order, each with its download link.
+    // One entry for each version, in this order, with its download link.
     void setVersions(const QStringList &list);
 };
 

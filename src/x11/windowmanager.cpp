@@ -27,9 +27,8 @@ xcb_window_t nativeWindow(const QWidget *window)
     return static_cast<xcb_window_t>(window->internalWinId());
 }
 
-// Asked for after each mapping: a window manager forgets it with a window that is hidden,
-// and Xfwm takes the number that stands for all desktops, read from a new window, for that
-// of the last one.
+// Repeats the request after each mapping: a window manager forgets it when a window is hidden,
+// and Xfwm takes the number for all desktops, read from a new window, for the last desktop.
 class Request final : public QObject
 {
 public:

@@ -49,7 +49,7 @@ struct Account
 const std::array<Account, 2> kAccounts{
     {{s("anna@orvana.example"), s("orvana")}, {s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я")}}};
 
-// What the client was told to do; every user's task and timer are kept for the next login.
+// What was chosen in the client; every user's task and timer are kept for the next login.
 struct Choices
 {
     struct Work
@@ -96,7 +96,7 @@ struct Address
     localservice::Server *service;
     QString url;
     int reports = 0; // seen
-    int pictures = 0;
+    int screenshots = 0;
 };
 
 class Trials final
@@ -154,7 +154,7 @@ public:
     }
 
 private:
-    // The day's totals are those of another clock: the client keeps its own.
+    // The service's totals are of another clock's day; without them the client keeps its own.
     void changeWeather(Weather weather)
     {
         m_weather = weather;
@@ -189,16 +189,16 @@ private:
             m_ledger.accepted(Ledger::idOf(record.version, booking, rest));
         };
         const auto reports = from.service->reports();
-        const auto pictures = from.service->screenshots();
-        const int before = from.reports + from.pictures;
+        const auto screenshots = from.service->screenshots();
+        const int before = from.reports + from.screenshots;
         for (; from.reports < reports.size(); ++from.reports)
             accept(reports.at(from.reports), QString::number(reports.at(from.reports).active));
-        for (; from.pictures < pictures.size(); ++from.pictures) {
-            const auto &picture = pictures.at(from.pictures);
+        for (; from.screenshots < screenshots.size(); ++from.screenshots) {
+            const auto &shot = screenshots.at(from.screenshots);
             // Without its image it is not what was promised.
-            accept(picture, picture.jpeg.isEmpty() ? QString() : picture.fileName);
+            accept(shot, shot.jpeg.isEmpty() ? QString() : shot.fileName);
         }
-        return from.reports + from.pictures - before;
+        return from.reports + from.screenshots - before;
     }
 
     QString choice(const QString &kind)
@@ -254,7 +254,7 @@ private:
             changeWeather(Weather::Fine);
         }
         const int passes = below(3);
-        // All other places are on the way of a minute.
+        // A minute passes all other places.
         startClient(place, passes,
                     place == kChoiceMade ? someChoices(passes + 1)
                                          : someChoices(below(3)) << choice(s("start")));
@@ -408,7 +408,7 @@ private:
         m_said.users[m_said.login] = {state.value(1), state.value(2), state.value(3) == s("recording")};
     }
 
-    // The record and perhaps a picture; none when the client died before they came to the disk.
+    // The record and perhaps a screenshot; neither when the client died before they were written.
     void judgeMinute(const QStringList &bookings)
     {
         const auto allows = [&](const Choices &choices) {

@@ -146,7 +146,7 @@ public:
             + QString::number(port);
     }
 
-    // What else has to arrive: the slices of a minute, the name of a picture.
+    // What else has to arrive: the slices of a minute, the name of a screenshot.
     static QString idOf(const QString &version, const QString &booking, const QString &rest)
     {
         return version + QLatin1Char('\t') + booking + QLatin1Char('\t') + rest;

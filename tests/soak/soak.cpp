@@ -28,12 +28,11 @@ constexpr qint64 kFileGrowth = 256; // bytes: a date or a number may get longer
 constexpr double kFewestMinutes = 0.95; // of those that have passed
 constexpr int kSamplesAtTheHour = 10;
 const QString kTask = s("1702");
-// A blocking task in the team one works for would stop the work.
+// A blocking task in the current team would stop the work.
 const QString kOtherTeam = s("41");
 const QString kPopupTitle = s("^Dialog$");
 
-// KiB. What is shared counts in the second in full, in the first by the number of
-// programs that happen to share it, in the third not at all.
+// KiB: the proportional set, the resident set and its anonymous part.
 struct Memory
 {
     qint64 pss = 0;
@@ -44,10 +43,9 @@ struct Memory
 struct Hour
 {
     Memory memory;
-    // Connections come and go.
     int fewestDescriptors = 0;
     int mostDescriptors = 0;
-    QMap<QString, qint64> files; // largest sizes, but for the log and what waits to be sent
+    QMap<QString, qint64> files; // largest sizes, without the log and waiting records
     qint64 log = 0;
 };
 
@@ -173,7 +171,7 @@ void Soak::sample()
         if (file.fileName() == QLatin1String("log.log"))
             m_hour.log = file.fileInfo().size();
         else if (!file.filePath().contains(QLatin1String("/activity/"))) {
-            // A save replaces the whole file under a name that is gone at once.
+            // A save uses another name for a moment.
             const QString name = QDir(m_room.path(s(".orvana"))).relativeFilePath(file.filePath());
             const bool isPrevious = file.fileName().startsWith(QLatin1String(".old-"));
             if (!isPrevious
@@ -185,7 +183,7 @@ void Soak::sample()
 
 void Soak::closeHour()
 {
-    // The middle one of the last: a screenshot takes megabytes for a moment.
+    // The median of the last ones: a screenshot takes megabytes for a moment.
     const QVector<Memory> last = m_memory.mid(std::max(0, m_memory.size() - kSamplesAtTheHour));
     const auto middle = [&last](qint64 Memory::*kind) {
         QVector<qint64> values;
@@ -220,7 +218,7 @@ void Soak::minute()
     changeLists();
     if (!m_clearUp.isActive())
         startOutage();
-    // Somebody reads the popups and closes them.
+    // The user closes the popups.
     if (m_popupCloser.state() == QProcess::NotRunning)
         m_popupCloser.start(s("xdotool"),
                             {s("search"), s("--onlyvisible"), s("--name"), kPopupTitle, s("keydown"),
