@@ -3,6 +3,7 @@
 // changes tasks, users and the service's address. Compares what the client counted with
 // what arrived, and what it does with what was chosen last:
 // crashtrials KILLS [SEED]
+#include "judge.h"
 #include "ledger.h"
 
 #include <QCoreApplication>
@@ -14,7 +15,6 @@
 #include <atomic>
 #include <csignal>
 #include <cstdio>
-#include <optional>
 #include <vector>
 
 using namespace std::chrono_literals;
@@ -39,51 +39,6 @@ const QByteArray kChoiceMade = "choice-made";
 const std::array<QByteArray, 12> kPlaces{
     "minute-over",    kChoiceMade, "record-opened",  "record-written", kChoiceMade,      "record-renamed",
     "request-posted", kAccepted,   "reply-received", kChoiceMade,      "before-removal", "record-removed"};
-
-struct Account
-{
-    QString login;
-    QString password;
-};
-
-const std::array<Account, 2> kAccounts{
-    {{s("anna@orvana.example"), s("orvana")}, {s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я")}}};
-
-// What was chosen in the client; every user's task and timer are kept for the next login.
-struct Choices
-{
-    struct Work
-    {
-        QString team;
-        QString task;
-        bool recording = false;
-    };
-
-    Work work() const { return users.value(login); }
-
-    // A kind and what belongs to it, as in the journal.
-    Choices after(const QStringList &choice) const
-    {
-        Choices next = *this;
-        const QString kind = choice.value(0);
-        Work &work = next.users[login];
-        if (kind == s("user"))
-            next.login = choice.value(1);
-        else if (kind == s("task"))
-            work = {choice.value(1), choice.value(2), work.recording};
-        else
-            work.recording = kind == s("start");
-        return next;
-    }
-
-    QStringList state() const
-    {
-        return {login, work().team, work().task, work().recording ? s("recording") : s("idle")};
-    }
-
-    QString login;
-    QMap<QString, Work> users;
-};
 
 bool needsService(const QByteArray &place)
 {
@@ -118,7 +73,7 @@ public:
         m_addresses = {{&service, service.baseUrl()},
                        {m_other.get(), s("https://LocalHost:%1/").arg(m_other->port())}};
         m_port = service.port();
-        m_said = {kAccounts.front().login, {{kAccounts.front().login, {s("17"), s("1702"), true}}}};
+        m_judge = std::make_unique<Judge>(m_client->room);
         for (const Account &account : kAccounts) {
             const QString folder = m_client->room.stored(account.login + s("/activity"));
             QDir().mkpath(folder);
@@ -229,19 +184,19 @@ private:
 
     void startClient(const QByteArray &place, int passes, const QStringList &choices)
     {
-        QFile::remove(journalPath());
+        QFile::remove(m_judge->journalPath());
         const Address &address = m_addresses.at(static_cast<size_t>(below(3)) / 2);
         m_moves += address.service->port() == m_port ? 0 : 1;
         m_port = address.service->port();
         m_passesLeft = place == kAccepted ? passes : -1;
         m_clientTime.start();
-        m_counters = counters();
+        m_judge->runStarts(++m_run, m_port);
         // Every run begins after the one before it ended, or records would come from the future.
         m_client->start(s(CRASHABLE_CLIENT), m_clientClock,
                         {{s("ORVANA_SERVICE_URL"), address.url},
-                         {s("ORVANA_CRASH_JOURNAL"), journalPath()},
+                         {s("ORVANA_CRASH_JOURNAL"), m_judge->journalPath()},
                          {s("ORVANA_CRASH_CHOICES"), choices.join(QLatin1Char('\n'))},
-                         {s("ORVANA_CRASH_RUN"), QString::number(++m_run)},
+                         {s("ORVANA_CRASH_RUN"), QString::number(m_run)},
                          {s("ORVANA_CRASH_AT"), QString::fromLatin1(place)},
                          {s("ORVANA_CRASH_PASS"), QString::number(passes)}});
         m_clientId = m_client->process.processId();
@@ -308,7 +263,6 @@ private:
         return false;
     }
 
-    // A minute is counted before it has a record: a kill in between may lose one.
     void endOfRun(bool mayLoseMinute)
     {
         m_passesLeft = -1;
@@ -318,128 +272,17 @@ private:
         if (process.exitStatus() == QProcess::CrashExit && process.exitCode() != SIGKILL)
             fail("the client crashed by itself");
         m_clientClock = m_clientClock.addMSecs(m_clientTime.elapsed() * kSpeed).addSecs(kBetweenRuns);
-        const QMultiHash<QString, QString> bookings = m_ledger.clientIsGone();
-        judgeCounters(bookings, mayLoseMinute);
-        judge(bookings);
+        m_judge->runHasEnded(m_ledger.clientIsGone(), mayLoseMinute);
     }
-
-    struct Counter
-    {
-        QString date;
-        int minutes = 0;
-    };
-
-    QMap<QString, Counter> counters() const
-    {
-        QMap<QString, Counter> read;
-        for (const Account &account : kAccounts) {
-            const QSettings stored(m_client->room.stored(account.login + s("/session.ini")),
-                                   QSettings::IniFormat);
-            const QTime time = QTime::fromString(stored.value(s("todayWorktime")).toString(), s("hh:mm:ss"));
-            read[account.login] = {stored.value(s("worktimeDate")).toString(), QTime(0, 0).secsTo(time) / 60};
-        }
-        return read;
-    }
-
-    // What each user sees as worked has to grow by the records of this run.
-    void judgeCounters(const QMultiHash<QString, QString> &bookings, bool mayLoseMinute)
-    {
-        const QMap<QString, Counter> now = counters();
-        int lost = 0;
-        for (const Account &account : kAccounts) {
-            const Counter &before = m_counters[account.login];
-            const Counter &after = now[account.login];
-            if (before.date != after.date)
-                continue; // midnight has passed
-            QSet<QString> recorded;
-            for (auto it = bookings.cbegin(); it != bookings.cend(); ++it) {
-                if (it->startsWith(account.login + QLatin1Char('\t')))
-                    recorded.insert(it.key());
-            }
-            const int missing = after.minutes - before.minutes - recorded.size();
-            lost += missing;
-            m_compared += recorded.size();
-            if (missing < 0 || (missing > 0 && lost > (mayLoseMinute ? 1 : 0))) {
-                ++m_miscounted;
-                complain(s("%1 minutes counted and %2 recorded of %3")
-                             .arg(after.minutes - before.minutes)
-                             .arg(recorded.size())
-                             .arg(account.login));
-            }
-        }
-    }
-
-    // As long as the client has not handled a choice, it may act on it or not.
-    void judge(const QMultiHash<QString, QString> &bookings)
-    {
-        QFile journal(journalPath());
-        journal.open(QIODevice::ReadOnly);
-        while (!journal.atEnd()) {
-            QStringList entry =
-                QString::fromUtf8(journal.readLine()).remove(QLatin1Char('\n')).split(QLatin1Char('\t'));
-            const QString what = entry.takeFirst();
-            if (what == s("asks")) {
-                m_asked = m_said.after(entry);
-                m_lastAsked = entry.value(0);
-            } else if (what == s("minute")) {
-                judgeMinute(bookings.values(entry.value(0)));
-            } else {
-                if (what == s("made")) {
-                    m_said = *m_asked;
-                    ++m_made[m_lastAsked];
-                }
-                judgeState(what, entry);
-            }
-        }
-    }
-
-    void judgeState(const QString &when, const QStringList &state)
-    {
-        if (m_asked && m_asked->state() == state)
-            m_said = *m_asked;
-        m_asked.reset();
-        if (m_said.state() == state)
-            return;
-        ++m_forgotten;
-        complain(
-            s("%1 with [%2] and not [%3], last choice: %4")
-                .arg(when, state.join(QLatin1Char(' ')), m_said.state().join(QLatin1Char(' ')), m_lastAsked));
-        m_said.login = state.value(0);
-        m_said.users[m_said.login] = {state.value(1), state.value(2), state.value(3) == s("recording")};
-    }
-
-    // The record and perhaps a screenshot; neither when the client died before they were written.
-    void judgeMinute(const QStringList &bookings)
-    {
-        const auto allows = [&](const Choices &choices) {
-            const Choices::Work work = choices.work();
-            const QString booking = Ledger::booking(choices.login, work.team, work.task, m_port);
-            return work.recording && bookings.count(booking) == bookings.size();
-        };
-        if (allows(m_said) || (m_asked && allows(*m_asked)))
-            return;
-        ++m_invented;
-        complain(s("minute of [%1] and not [%2]")
-                     .arg(bookings.join(s("; ")), m_said.state().join(QLatin1Char(' '))));
-    }
-
-    QString journalPath() const { return m_client->room.path(s("journal")); }
 
     void fail(const char *what)
     {
-        ++m_complaints;
         QFile output(m_client->room.path(s("output")));
         output.open(QIODevice::ReadOnly);
-        complain(s("%1 after %2 ms\n%3")
-                     .arg(s(what))
-                     .arg(m_clientTime.elapsed())
-                     .arg(QString::fromUtf8(output.readAll().right(2000))));
-    }
-
-    void complain(const QString &what)
-    {
-        std::printf("run %d: %s\n", m_run, qPrintable(what));
-        std::fflush(stdout);
+        m_judge->complain(s("%1 after %2 ms\n%3")
+                              .arg(s(what))
+                              .arg(m_clientTime.elapsed())
+                              .arg(QString::fromUtf8(output.readAll().right(2000))));
     }
 
     bool report(int kills, bool drained)
@@ -447,19 +290,14 @@ private:
         const Ledger::Sums sums = m_ledger.sums();
         for (auto it = m_strikes.cbegin(); it != m_strikes.cend(); ++it)
             std::printf("  %-15s %d\n", it.key().constData(), it.value());
-        std::printf(
-            "%d Starts, %d Stops, %d tasks, %d users chosen, %d changes of address, %d choices forgotten, "
-            "%d minutes invented or misbooked, %d compared with the session's counter, %d users miscounted\n",
-            m_made[s("start")], m_made[s("stop")], m_made[s("task")], m_made[s("user")], m_moves, m_forgotten,
-            m_invented, m_compared, m_miscounted);
-        std::printf(
-            "%d kills (seed %u), %d counted, %d received, %d waiting, %d missing, %d gone unsent, %d "
-            "never counted, "
-            "%d repeated after a kill or a lost reply, %d repeated without reason, %d other complaints\n",
-            kills, m_seed, sums.counted, sums.received, sums.waiting, sums.missing, sums.unread,
-            sums.uncounted, sums.excused, sums.unexcused, m_complaints);
-        return drained && sums.isClean() && m_complaints + m_forgotten + m_invented + m_miscounted == 0
-            && sums.counted > kills / 4 && m_compared > kills / 4;
+        std::printf("%d changes of address\n", m_moves);
+        m_judge->print();
+        std::printf("%d kills (seed %u), %d counted, %d received, %d waiting, %d missing, %d gone unsent, %d "
+                    "never counted, "
+                    "%d repeated after a kill or a lost reply, %d repeated without reason\n",
+                    kills, m_seed, sums.counted, sums.received, sums.waiting, sums.missing, sums.unread,
+                    sums.uncounted, sums.excused, sums.unexcused);
+        return drained && sums.isClean() && m_judge->isSatisfied(kills / 4) && sums.counted > kills / 4;
     }
 
     int below(int bound) { return static_cast<int>(m_random.bounded(bound)); }
@@ -469,25 +307,16 @@ private:
     QTimer m_weatherTimer;
     Ledger m_ledger;
     std::unique_ptr<FastClient> m_client;
+    std::unique_ptr<Judge> m_judge;
     std::unique_ptr<localservice::Server> m_other;
     std::vector<Address> m_addresses;
-    Choices m_said;
-    std::optional<Choices> m_asked; // as it will be once it is made
-    QString m_lastAsked;
     int m_port = 0;
     int m_moves = 0;
-    int m_forgotten = 0;
-    int m_invented = 0;
-    int m_compared = 0; // minutes
-    int m_miscounted = 0;
-    QMap<QString, Counter> m_counters; // at the start of this run
-    QMap<QString, int> m_made;
     std::atomic<int> m_passesLeft{-1}; // accepted reports until the service strikes
     std::atomic<qint64> m_clientId{0};
     QElapsedTimer m_clientTime;
     QDateTime m_clientClock = QDateTime(QDate(2026, 3, 2), QTime(8, 0));
     int m_run = 0;
-    int m_complaints = 0;
     QMap<QByteArray, int> m_strikes;
     Weather m_weather = Weather::Fine;
     std::mutex m_receiving;
