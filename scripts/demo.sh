@@ -127,7 +127,7 @@ demo_deadline() {
 demo_update() {
     say "О программе и новая версия"
     local token
-    token=$(curl --silent --insecure --noproxy '*' "$ORVANA_SERVICE_URL/" | grep -om 1 'name="token" value="[0-9a-f]*' | head -n 1)
+    token=$(curl --silent --insecure --noproxy '*' "$ORVANA_SERVICE_URL/state" | grep -o '"token":"[0-9a-f]*')
     curl --silent --insecure --noproxy '*' --data "version=1.2.0&token=${token##*\"}" \
         "$ORVANA_SERVICE_URL/control/set-versions" >/dev/null
     click '^Orvana$' -61 27

@@ -13,13 +13,12 @@ namespace {
 
 bool isOwnHost(const QByteArray &host, int port)
 {
-    constexpr int portThatIsLeftOut = 443;
+    constexpr int kHttpsPort = 443;
     const QByteArray name = host.toLower();
     const QByteArray suffix = ':' + QByteArray::number(port);
     for (const QByteArray &own : {QByteArrayLiteral("127.0.0.1"), QByteArrayLiteral("localhost")}) {
-        if (name == own + suffix || (port == portThatIsLeftOut && name == own)) {
+        if (name == own + suffix || (port == kHttpsPort && name == own))
             return true;
-        }
     }
     return false;
 }
@@ -52,15 +51,13 @@ QString whyForeign(const RecordedRequest &request, int port, bool isForControlPa
         const QList<QByteArray> senders = request.headers.values(QByteArrayLiteral("origin"))
             + request.headers.values(QByteArrayLiteral("referer"));
         if (!std::all_of(senders.begin(), senders.end(),
-                         [port](const QByteArray &sender) { return isOwnAddress(sender, port); })) {
+                         [port](const QByteArray &sender) { return isOwnAddress(sender, port); }))
             return QStringLiteral("Запрос с чужой страницы");
-        }
     }
-    // A foreign name that leads to this machine would make its pages the same site.
+    // Pages of a foreign name that resolves to this machine would be of the same site.
     const QList<QByteArray> hosts = request.headers.values(QByteArrayLiteral("host"));
-    if (isForControlPage && (hosts.size() != 1 || !isOwnHost(hosts.first(), port))) {
+    if (isForControlPage && (hosts.size() != 1 || !isOwnHost(hosts.first(), port)))
         return QStringLiteral("Страница открывается только по адресу https://127.0.0.1:%1/").arg(port);
-    }
     return {};
 }
 

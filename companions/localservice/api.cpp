@@ -16,7 +16,7 @@ struct Call
     const RecordedRequest &request;
     const World &world;
     Journal &journal;
-    const User *user = nullptr; ///< whose credentials came along
+    const User *user = nullptr; // whose credentials came along
 };
 
 struct Endpoint
@@ -28,7 +28,7 @@ struct Endpoint
     Reply (*answer)(const Call &);
 };
 
-// Written out by hand where the order of the keys matters: clients look at how the text begins.
+// Not through a JSON object, which sorts its keys: clients check how the text begins.
 Reply refused(const QString &status, const QString &message)
 {
     const QByteArray quoted =
@@ -48,16 +48,15 @@ Reply failReply(const QString &message)
     return refused(QStringLiteral("fail"), message);
 }
 
-// A full store refuses one upload after another; the operator reads it once.
+// A full store refuses one upload after another; it is logged once.
 Reply notKept(const Call &call, Journal::Outcome outcome, const QString &status)
 {
     const bool isFull = outcome == Journal::Outcome::Full;
     const QString problem =
         isFull ? QStringLiteral("Место для данных исчерпано") : QStringLiteral("Не удалось сохранить");
     Reply reply = refused(status, problem);
-    if (!isFull || call.journal.takeFullNotice()) {
+    if (!isFull || call.journal.takeFullNotice())
         reply.note = QStringLiteral("отклонено: ") % problem;
-    }
     return reply;
 }
 
@@ -85,9 +84,8 @@ Reply answerTeamsAndTasks(const Call &call)
 Reply answerTask(const Call &call)
 {
     const QString id = call.request.queryValue(QStringLiteral("task_id"));
-    if (!userSeesTask(call, id)) {
+    if (!userSeesTask(call, id))
         return failReply(QStringLiteral("Задача не найдена"));
-    }
     return jsonReply(
         QJsonDocument(QJsonObject{{QStringLiteral("status"), QStringLiteral("ok")},
                                   {QStringLiteral("message"), detailsJson(*call.world.task(id))}}));
@@ -111,17 +109,14 @@ Reply answerDeadlineRequest(const Call &call)
                                   call.request.formValue(QStringLiteral("dl_time")),
                                   call.request.formValue(QStringLiteral("message"))};
     const bool timeGiven = hasName(call.request.formPairs, QStringLiteral("dl_time"));
-    if (!userSeesTask(call, request.taskId)) {
+    if (!userSeesTask(call, request.taskId))
         return failReply(QStringLiteral("Задача не найдена"));
-    }
     if (!QDate::fromString(request.date, QStringLiteral("yyyy-MM-dd")).isValid()
-        || (timeGiven && !QTime::fromString(request.time, QStringLiteral("HH:mm")).isValid())) {
+        || (timeGiven && !QTime::fromString(request.time, QStringLiteral("HH:mm")).isValid()))
         return failReply(QStringLiteral("Неверная дата или время"));
-    }
     const Journal::Outcome outcome = call.journal.add(request);
-    if (outcome != Journal::Outcome::Kept) {
+    if (outcome != Journal::Outcome::Kept)
         return notKept(call, outcome, QStringLiteral("fail"));
-    }
     Reply reply{200, QByteArrayLiteral("{\"status\":\"ok\"}")};
     reply.note = QStringLiteral("перенос дедлайна: %1, задача %2, %3 %4: %5")
                      .arg(request.login, request.taskId, request.date, request.time, request.message);
@@ -141,7 +136,7 @@ QString text(const QJsonObject &object, const QString &key)
     return object.value(key).toVariant().toString();
 }
 
-// What is common to minutes and pictures; false when the client sent nonsense.
+// Reads what reports and screenshots have in common. Returns false for invalid values.
 template <typename Record>
 bool readIdentity(const Call &call, const QJsonObject &object, Record *record)
 {
@@ -152,7 +147,7 @@ bool readIdentity(const Call &call, const QJsonObject &object, Record *record)
     record->version = text(object, QStringLiteral("version"));
     bool isNumber = false;
     record->pastSeconds = text(object, QStringLiteral("past")).toLongLong(&isNumber);
-    return isNumber && record->pastSeconds >= 0 && record->pastSeconds <= ActivityReport::largestPast
+    return isNumber && record->pastSeconds >= 0 && record->pastSeconds <= ActivityReport::kLargestPast
         && call.world.user(record->email);
 }
 
@@ -163,13 +158,11 @@ Reply answerReport(const Call &call)
     bool isNumber = false;
     report.active = text(object, QStringLiteral("active")).toInt(&isNumber);
     if (!readIdentity(call, object, &report) || !isNumber || report.active < 0
-        || report.active > ActivityReport::slicesOfMinute) {
+        || report.active > ActivityReport::kSlicesOfMinute)
         return errorReply(QStringLiteral("Неверный отчёт об активности"));
-    }
     const Journal::Outcome outcome = call.journal.add(report);
-    if (outcome != Journal::Outcome::Kept) {
+    if (outcome != Journal::Outcome::Kept)
         return notKept(call, outcome, QStringLiteral("error"));
-    }
     Reply reply{200, QByteArrayLiteral("{\"status\":\"ok\"}")};
     reply.note = QStringLiteral("отчёт: %1, команда %2, задача %3, активность %4, возраст %5 с, версия %6")
                      .arg(report.email, report.teamId, report.taskId)
@@ -183,21 +176,18 @@ Reply answerScreenshot(const Call &call)
 {
     const QJsonObject object = uploadedObject(call.request);
     Screenshot shot;
-    if (!readIdentity(call, object, &shot)) {
+    if (!readIdentity(call, object, &shot))
         return errorReply(QStringLiteral("Неверный снимок экрана"));
-    }
     shot.fileName = text(object, QStringLiteral("fileName"));
-    // A client that has lost its picture sends none; refusing would make it try for ever.
+    // A client that has lost the image sends none; if it were refused, it would retry for ever.
     if (object.contains(QStringLiteral("file"))) {
         shot.jpeg = QByteArray::fromBase64(text(object, QStringLiteral("file")).toLatin1());
-        if (!shot.jpeg.startsWith(QByteArrayLiteral("\xFF\xD8\xFF"))) {
+        if (!shot.jpeg.startsWith(QByteArrayLiteral("\xFF\xD8\xFF")))
             return errorReply(QStringLiteral("Снимок экрана не в формате JPEG"));
-        }
     }
     const Journal::Outcome outcome = call.journal.add(shot);
-    if (outcome != Journal::Outcome::Kept) {
+    if (outcome != Journal::Outcome::Kept)
         return notKept(call, outcome, QStringLiteral("error"));
-    }
     Reply reply{200, QByteArrayLiteral("ok"), QByteArrayLiteral("text/plain; charset=utf-8")};
     reply.note = QStringLiteral("снимок экрана: %1, команда %2, задача %3, %4 байт")
                      .arg(shot.email, shot.teamId, shot.taskId)
@@ -247,22 +237,19 @@ QByteArray invalidCredentialsBody()
 
 Reply answerClient(const RecordedRequest &request, const World &world, Journal &journal)
 {
-    constexpr int notFound = 404;
-    constexpr int wrongMethod = 405;
+    constexpr int kNotFound = 404;
+    constexpr int kWrongMethod = 405;
     const auto endpoint = endpoints().constFind(request.path);
-    if (endpoint == endpoints().constEnd()) {
-        return messagePage(notFound, QStringLiteral("Страница не найдена"));
-    }
-    if (endpoint->method != request.method && !(endpoint->method == "GET" && request.method == "HEAD")) {
-        return messagePage(wrongMethod, QStringLiteral("Так к этой странице не обращаются"));
-    }
+    if (endpoint == endpoints().constEnd())
+        return textPage(kNotFound, QStringLiteral("Страница не найдена"));
+    if (endpoint->method != request.method && !(endpoint->method == "GET" && request.method == "HEAD"))
+        return textPage(kWrongMethod, QStringLiteral("Так к этой странице не обращаются"));
     Call call{request, world, journal};
     if (endpoint->needs == Endpoint::Needs::Credentials) {
         const Pairs &fields = endpoint->method == "GET" ? request.queryPairs : request.formPairs;
         call.user = world.user(valueOf(fields, QStringLiteral("login")));
-        if (!call.user || call.user->password != valueOf(fields, QStringLiteral("password"))) {
+        if (!call.user || call.user->password != valueOf(fields, QStringLiteral("password")))
             return {200, invalidCredentialsBody()};
-        }
     }
     return endpoint->answer(call);
 }

@@ -2,9 +2,7 @@
 
 #include <chrono>
 
-#include <openssl/bio.h>
 #include <openssl/evp.h>
-#include <openssl/pem.h>
 #include <openssl/rand.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
@@ -13,17 +11,12 @@ namespace localservice {
 
 namespace {
 
-constexpr std::chrono::seconds validBefore = std::chrono::hours(24);
-constexpr std::chrono::seconds validAfter = std::chrono::hours(24 * 365);
+constexpr std::chrono::seconds kValidBefore = std::chrono::hours(24);
+constexpr std::chrono::seconds kValidAfter = std::chrono::hours(24 * 365);
 
 struct FreeExtension
 {
     void operator()(X509_EXTENSION *extension) const { X509_EXTENSION_free(extension); }
-};
-
-struct FreeBio
-{
-    void operator()(BIO *bio) const { BIO_free(bio); }
 };
 
 bool addExtension(X509 *certificate, int nid, const char *value)
@@ -40,23 +33,21 @@ bool addExtension(X509 *certificate, int nid, const char *value)
 bool setSerial(X509 *certificate)
 {
     unsigned char bytes[8] = {};
-    if (RAND_bytes(bytes, sizeof bytes) != 1) {
+    if (RAND_bytes(bytes, sizeof bytes) != 1)
         return false;
-    }
     uint64_t serial = 0;
-    for (const unsigned char byte : bytes) {
+    for (const unsigned char byte : bytes)
         serial = serial << 8 | byte;
-    }
     return ASN1_INTEGER_set_uint64(X509_get_serialNumber(certificate), serial >> 1) == 1;
 }
 
 bool fill(X509 *certificate, EVP_PKEY *key)
 {
-    constexpr long version3 = 2;
+    constexpr long kVersion3 = 2;
     X509_NAME *name = X509_get_subject_name(certificate);
-    return X509_set_version(certificate, version3) == 1 && setSerial(certificate)
-        && X509_gmtime_adj(X509_getm_notBefore(certificate), -validBefore.count()) != nullptr
-        && X509_gmtime_adj(X509_getm_notAfter(certificate), validAfter.count()) != nullptr
+    return X509_set_version(certificate, kVersion3) == 1 && setSerial(certificate)
+        && X509_gmtime_adj(X509_getm_notBefore(certificate), -kValidBefore.count()) != nullptr
+        && X509_gmtime_adj(X509_getm_notAfter(certificate), kValidAfter.count()) != nullptr
         && X509_NAME_add_entry_by_NID(name, NID_commonName, MBSTRING_UTF8,
                                       reinterpret_cast<const unsigned char *>("localhost"), -1, -1, 0)
         == 1
@@ -78,24 +69,12 @@ void FreeKey::operator()(EVP_PKEY *key) const
     EVP_PKEY_free(key);
 }
 
-QByteArray Certificate::pem() const
-{
-    const std::unique_ptr<BIO, FreeBio> memory(BIO_new(BIO_s_mem()));
-    if (!x509 || !memory || PEM_write_bio_X509(memory.get(), x509.get()) != 1) {
-        return {};
-    }
-    char *text = nullptr;
-    const long length = BIO_get_mem_data(memory.get(), &text);
-    return {text, static_cast<int>(length)};
-}
-
 Certificate makeCertificate()
 {
     Certificate made{std::unique_ptr<X509, FreeCertificate>(X509_new()),
                      std::unique_ptr<EVP_PKEY, FreeKey>(EVP_EC_gen("P-256"))};
-    if (!made.x509 || !made.key || !fill(made.x509.get(), made.key.get())) {
+    if (!made.x509 || !made.key || !fill(made.x509.get(), made.key.get()))
         return {};
-    }
     return made;
 }
 

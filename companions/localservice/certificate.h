@@ -1,7 +1,5 @@
 #pragma once
 
-#include <QByteArray>
-
 #include <memory>
 
 using X509 = struct x509_st;
@@ -19,16 +17,14 @@ struct FreeKey
     void operator()(EVP_PKEY *key) const;
 };
 
-/// A certificate for localhost and 127.0.0.1 that signs itself, made in memory.
+// A self-signed certificate for localhost and 127.0.0.1, made in memory.
 struct Certificate
 {
     std::unique_ptr<X509, FreeCertificate> x509;
     std::unique_ptr<EVP_PKEY, FreeKey> key;
-
-    QByteArray pem() const;
 };
 
-/// Both members are null when the crypto library fails.
+// Both members are null when the crypto library fails.
 Certificate makeCertificate();
 
 } // namespace localservice

@@ -52,56 +52,27 @@ Fault Fault::hang()
 
 void FaultBook::set(const QString &path, const Fault &fault, int times)
 {
-    m_queues.remove(path);
-    append(path, fault, times);
-}
-
-void FaultBook::append(const QString &path, const Fault &fault, int times)
-{
-    m_queues[path].push_back({fault, times});
-    ++m_generation;
-}
-
-void FaultBook::clear(const QString &path)
-{
-    m_queues.remove(path);
+    m_faults.insert(path, {fault, times});
     ++m_generation;
 }
 
 void FaultBook::clear()
 {
-    m_queues.clear();
+    m_faults.clear();
     ++m_generation;
 }
 
 std::optional<Fault> FaultBook::take(const QString &path)
 {
     for (const QString &key : {path, QStringLiteral("*")}) {
-        const auto queue = m_queues.find(key);
-        if (queue == m_queues.end()) {
+        const auto found = m_faults.find(key);
+        if (found == m_faults.end() || found->times == 0)
             continue;
-        }
-        while (!queue->empty() && queue->front().times == 0) {
-            queue->pop_front();
-        }
-        if (!queue->empty()) {
-            return takeFrom(*queue);
-        }
+        if (found->times != kAlways)
+            --found->times;
+        return found->fault;
     }
     return std::nullopt;
-}
-
-std::optional<Fault> FaultBook::takeFrom(std::deque<Entry> &queue)
-{
-    Entry &next = queue.front();
-    if (next.fault.skip > 0) {
-        --next.fault.skip;
-        return std::nullopt;
-    }
-    if (next.times > 0) {
-        --next.times;
-    }
-    return next.fault;
 }
 
 } // namespace localservice

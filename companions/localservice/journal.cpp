@@ -14,27 +14,12 @@ namespace localservice {
 
 namespace {
 
-QString reportsFile()
-{
-    return QStringLiteral("reports.jsonl");
-}
-
-QString pictureFolder()
-{
-    return QStringLiteral("screenshots");
-}
+const QString kReportsFile = QStringLiteral("reports.jsonl");
+const QString kScreenshotFolder = QStringLiteral("screenshots");
 
 QString stamp(const QDateTime &when)
 {
     return when.toString(Qt::ISODateWithMs);
-}
-
-QJsonObject recordOf(const ActivityReport &report)
-{
-    return {{QStringLiteral("arrived"), stamp(report.arrived)}, {QStringLiteral("email"), report.email},
-            {QStringLiteral("team_id"), report.teamId},         {QStringLiteral("task_id"), report.taskId},
-            {QStringLiteral("version"), report.version},        {QStringLiteral("active"), report.active},
-            {QStringLiteral("past"), report.pastSeconds}};
 }
 
 ActivityReport reportOf(const QJsonObject &record)
@@ -46,40 +31,21 @@ ActivityReport reportOf(const QJsonObject &record)
     report.teamId = record.value(QStringLiteral("team_id")).toString();
     report.taskId = record.value(QStringLiteral("task_id")).toString();
     report.version = record.value(QStringLiteral("version")).toString();
-    report.active = qBound(0, record.value(QStringLiteral("active")).toInt(), ActivityReport::slicesOfMinute);
+    report.active =
+        qBound(0, record.value(QStringLiteral("active")).toInt(), ActivityReport::kSlicesOfMinute);
     report.pastSeconds = static_cast<qint64>(
-        qBound(0.0, record.value(QStringLiteral("past")).toDouble(), double(ActivityReport::largestPast)));
+        qBound(0.0, record.value(QStringLiteral("past")).toDouble(), double(ActivityReport::kLargestPast)));
     return report;
 }
 
-QJsonObject recordOf(const Screenshot &shot)
-{
-    return {{QStringLiteral("arrived"), stamp(shot.arrived)},
-            {QStringLiteral("email"), shot.email},
-            {QStringLiteral("team_id"), shot.teamId},
-            {QStringLiteral("task_id"), shot.taskId},
-            {QStringLiteral("version"), shot.version},
-            {QStringLiteral("past"), shot.pastSeconds},
-            {QStringLiteral("picture"), shot.path}};
-}
-
-QJsonObject recordOf(const DeadlineRequest &request)
-{
-    return {
-        {QStringLiteral("arrived"), stamp(request.arrived)}, {QStringLiteral("login"), request.login},
-        {QStringLiteral("task_id"), request.taskId},         {QStringLiteral("dl_date"), request.date},
-        {QStringLiteral("dl_time"), request.time},           {QStringLiteral("message"), request.message}};
-}
-
-// Roughly what a record with these texts takes in memory.
+// The approximate size in memory of a record with these texts.
 qint64 sizeWith(std::initializer_list<QString> texts)
 {
     constexpr qint64 record = 400;
     constexpr qint64 header = 32;
     qint64 size = record;
-    for (const QString &text : texts) {
+    for (const QString &text : texts)
         size += header + text.size() * qint64{sizeof(QChar)};
-    }
     return size;
 }
 
@@ -111,15 +77,41 @@ qint64 sizeOfFilesIn(const QString &folder)
 
 } // namespace
 
+QJsonObject recordOf(const ActivityReport &report)
+{
+    return {{QStringLiteral("arrived"), stamp(report.arrived)}, {QStringLiteral("email"), report.email},
+            {QStringLiteral("team_id"), report.teamId},         {QStringLiteral("task_id"), report.taskId},
+            {QStringLiteral("version"), report.version},        {QStringLiteral("active"), report.active},
+            {QStringLiteral("past"), report.pastSeconds}};
+}
+
+QJsonObject recordOf(const Screenshot &shot)
+{
+    return {{QStringLiteral("arrived"), stamp(shot.arrived)},
+            {QStringLiteral("email"), shot.email},
+            {QStringLiteral("team_id"), shot.teamId},
+            {QStringLiteral("task_id"), shot.taskId},
+            {QStringLiteral("version"), shot.version},
+            {QStringLiteral("past"), shot.pastSeconds},
+            {QStringLiteral("picture"), shot.path}};
+}
+
+QJsonObject recordOf(const DeadlineRequest &request)
+{
+    return {
+        {QStringLiteral("arrived"), stamp(request.arrived)}, {QStringLiteral("login"), request.login},
+        {QStringLiteral("task_id"), request.taskId},         {QStringLiteral("dl_date"), request.date},
+        {QStringLiteral("dl_time"), request.time},           {QStringLiteral("message"), request.message}};
+}
+
 bool Journal::open(const QString &folder, const Limits &limits, QString *error)
 {
     m_folder = folder;
     m_limits = limits;
     clear();
-    if (m_folder.isEmpty()) {
+    if (m_folder.isEmpty())
         return true;
-    }
-    if (!QDir().mkpath(m_folder % QLatin1Char('/') % pictureFolder())) {
+    if (!QDir().mkpath(m_folder % QLatin1Char('/') % kScreenshotFolder)) {
         *error = QStringLiteral("не удалось создать папку данных «%1»").arg(m_folder);
         return false;
     }
@@ -129,10 +121,9 @@ bool Journal::open(const QString &folder, const Limits &limits, QString *error)
 
 bool Journal::readReports(QString *error)
 {
-    QFile file(m_folder % QLatin1Char('/') % reportsFile());
-    if (!file.exists()) {
+    QFile file(m_folder % QLatin1Char('/') % kReportsFile);
+    if (!file.exists())
         return true;
-    }
     if (!file.open(QIODevice::ReadOnly)) {
         *error = QStringLiteral("не удалось прочитать «%1»: %2").arg(file.fileName(), file.errorString());
         return false;
@@ -156,17 +147,15 @@ bool Journal::hasRoom(qint64 memory, qint64 disk) const
 Journal::Outcome Journal::store(const QString &file, const QJsonObject &record, qint64 memory)
 {
     const QByteArray line = QJsonDocument(record).toJson(QJsonDocument::Compact) + '\n';
-    if (!hasRoom(memory, line.size())) {
+    if (!hasRoom(memory, line.size()))
         return Outcome::Full;
-    }
     if (!m_folder.isEmpty()) {
         QFile out(m_folder % QLatin1Char('/') % file);
-        if (!out.open(QIODevice::WriteOnly | QIODevice::Append)) {
+        if (!out.open(QIODevice::WriteOnly | QIODevice::Append))
             return Outcome::NotWritten;
-        }
         const qint64 before = out.size();
         if (out.write(line) != line.size() || !out.flush()) {
-            // Half a line would spoil the next one as well.
+            // Half a line would damage the next one too.
             out.resize(before);
             return Outcome::NotWritten;
         }
@@ -188,29 +177,26 @@ void Journal::keep(const ActivityReport &report)
 
 Journal::Outcome Journal::add(const ActivityReport &report)
 {
-    const Outcome outcome = store(reportsFile(), recordOf(report), sizeOf(report));
-    if (outcome == Outcome::Kept) {
+    const Outcome outcome = store(kReportsFile, recordOf(report), sizeOf(report));
+    if (outcome == Outcome::Kept)
         keep(report);
-    }
     return outcome;
 }
 
 Journal::Outcome Journal::add(Screenshot shot)
 {
-    const qint64 picture = shot.jpeg.size();
-    if (!hasRoom(sizeOf(shot), picture)) {
+    const qint64 imageSize = shot.jpeg.size();
+    if (!hasRoom(sizeOf(shot), imageSize))
         return Outcome::Full;
-    }
     if (!m_folder.isEmpty() && !shot.jpeg.isEmpty()) {
-        const QString stem = m_folder % QLatin1Char('/') % pictureFolder() % QLatin1Char('/')
+        const QString stem = m_folder % QLatin1Char('/') % kScreenshotFolder % QLatin1Char('/')
             % QLocale::c().toString(shot.moment(), QStringLiteral("yyyy-MM-dd-HH-mm-ss"));
-        // Two pictures of one second keep both; names from the client are never used.
+        // There may be two of one second; names from the client are never used.
         QFile out(stem % QStringLiteral(".jpg"));
         for (int number = m_screenshots.size() + 1; !out.open(QIODevice::NewOnly | QIODevice::WriteOnly);
              ++number) {
-            if (!out.exists()) {
+            if (!out.exists())
                 return Outcome::NotWritten;
-            }
             out.setFileName(stem % QLatin1Char('-') % QString::number(number) % QStringLiteral(".jpg"));
         }
         if (out.write(shot.jpeg) != shot.jpeg.size() || !out.flush()) {
@@ -222,7 +208,7 @@ Journal::Outcome Journal::add(Screenshot shot)
     }
     const Outcome outcome = store(QStringLiteral("screenshots.jsonl"), recordOf(shot), sizeOf(shot));
     if (outcome == Outcome::Kept) {
-        m_disk += shot.path.isEmpty() ? 0 : picture;
+        m_disk += shot.path.isEmpty() ? 0 : imageSize;
         m_screenshots.append(shot);
     } else if (!shot.path.isEmpty()) {
         // The client sends it again.
@@ -235,9 +221,8 @@ Journal::Outcome Journal::add(const DeadlineRequest &request)
 {
     const Outcome outcome =
         store(QStringLiteral("deadline-requests.jsonl"), recordOf(request), sizeOf(request));
-    if (outcome == Outcome::Kept) {
+    if (outcome == Outcome::Kept)
         m_deadlineRequests.append(request);
-    }
     return outcome;
 }
 
@@ -262,9 +247,8 @@ DayTotals Journal::totals(const User &user, const QDate &day) const
     const DayTotals received = m_totals.value({user.login, day});
     totals.total += received.total;
     totals.active += received.active;
-    for (auto task = received.tasks.begin(); task != received.tasks.end(); ++task) {
+    for (auto task = received.tasks.begin(); task != received.tasks.end(); ++task)
         totals.tasks[task.key()] += task.value();
-    }
     return totals;
 }
 

@@ -8,7 +8,7 @@
 
 namespace localservice {
 
-/// A minute that was accepted.
+// A minute that was accepted.
 struct ActivityReport
 {
     QDateTime arrived;
@@ -16,11 +16,11 @@ struct ActivityReport
     QString teamId;
     QString taskId;
     QString version;
-    static constexpr int slicesOfMinute = 10;
-    static constexpr qint64 largestPast = 4294967295; ///< clients count in 32 bits
+    static constexpr int kSlicesOfMinute = 10;
+    static constexpr qint64 kLargestPast = 4294967295; // clients count in 32 bits
 
-    int active = 0; ///< slices of the minute with activity, 0 to 10
-    qint64 pastSeconds = 0; ///< its age when it was sent
+    int active = 0; // slices of the minute with activity, 0 to 10
+    qint64 pastSeconds = 0; // its age when it was sent
 
     QDateTime moment() const { return arrived.addSecs(-pastSeconds); }
 };
@@ -32,10 +32,10 @@ struct Screenshot
     QString teamId;
     QString taskId;
     QString version;
-    QString fileName; ///< as the client names it
+    QString fileName; // as the client names it
     qint64 pastSeconds = 0;
-    QByteArray jpeg; ///< empty once it is stored, or when the client had no picture to send
-    QString path; ///< where it is stored; empty without a data folder
+    QByteArray jpeg; // empty once it is stored, or when the client sent no image
+    QString path; // where it is stored; empty without a data folder
 
     QDateTime moment() const { return arrived.addSecs(-pastSeconds); }
 };
@@ -45,32 +45,37 @@ struct DeadlineRequest
     QDateTime arrived;
     QString login;
     QString taskId;
-    QString date; ///< "yyyy-MM-dd"
-    QString time; ///< "HH:mm", empty when the client left it out
+    QString date; // "yyyy-MM-dd"
+    QString time; // "HH:mm", empty when the client left it out
     QString message;
 };
 
-/// Bytes beyond which nothing more is kept. Generous for a day's work, whose 1,440 reports take
-/// a megabyte and whose 300 pictures a few megabytes each.
+// A record as it is stored: times in ISO 8601, no image.
+QJsonObject recordOf(const ActivityReport &report);
+QJsonObject recordOf(const Screenshot &shot);
+QJsonObject recordOf(const DeadlineRequest &request);
+
+// Bytes beyond which nothing more is stored. Generous for a day's work, whose 1,440 reports take
+// a megabyte and whose 300 screenshots a few megabytes each.
 struct Limits
 {
-    qint64 memory = qint64{2} << 30; ///< records, and pictures without a folder
-    qint64 disk = qint64{8} << 30; ///< the files in the folder, those of earlier runs too
+    qint64 memory = qint64{2} << 30; // records, and images when there is no folder
+    qint64 disk = qint64{8} << 30; // the files in the folder, those of earlier runs too
 };
 
-/// What was received: in memory and, with a folder, also as lines of JSON and pictures there.
-/// Not synchronised.
+// What was received: in memory and, with a folder, also as lines of JSON and images there.
+// Not synchronised.
 class Journal final
 {
 public:
-    /// Makes the folder and takes up the minutes that an earlier run left there. An empty name
-    /// keeps everything in memory. Lines that cannot be read are passed over.
+    // Creates the folder and loads the minutes that an earlier run left there. An empty name
+    // keeps everything in memory. Unreadable lines are skipped.
     bool open(const QString &folder, const Limits &limits, QString *error);
 
     enum class Outcome {
         Kept,
-        NotWritten, ///< the disk failed
-        Full ///< a limit is reached
+        NotWritten, // the disk failed
+        Full // a limit is reached
     };
     // What could not be stored is not kept at all.
     Outcome add(const ActivityReport &report);
@@ -80,13 +85,13 @@ public:
     const QVector<ActivityReport> &reports() const { return m_reports; }
     const QVector<Screenshot> &screenshots() const { return m_screenshots; }
     const QVector<DeadlineRequest> &deadlineRequests() const { return m_deadlineRequests; }
-    /// True for the first record that found no room, once after each clear().
+    // True for the first record that found no room, once after each clear().
     bool takeFullNotice();
 
-    /// Forgets what is in memory; files stay, and count on.
+    // Forgets what is in memory; files stay and still count towards the limit.
     void clear();
 
-    /// The minutes of the day that were reported, besides those that the user brings along.
+    // The minutes of the day that were reported, plus those of the seed.
     DayTotals totals(const User &user, const QDate &day) const;
 
 private:

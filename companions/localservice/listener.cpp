@@ -17,9 +17,9 @@ namespace localservice {
 
 namespace {
 
-constexpr int largestBody = 64 * 1024 * 1024;
-constexpr qint64 largestBodies = 4 * qint64{largestBody};
-constexpr size_t requestsPerConnection = 100000;
+constexpr int kMaxBody = 64 * 1024 * 1024;
+constexpr qint64 kMaxBodies = 4 * qint64{kMaxBody};
+constexpr size_t kRequestsPerConnection = 100000;
 constexpr const char *host = "127.0.0.1";
 
 QByteArray bytesOf(const std::string &text)
@@ -27,7 +27,7 @@ QByteArray bytesOf(const std::string &text)
     return {text.data(), static_cast<int>(text.size())};
 }
 
-// Without the library's own SO_REUSEPORT, with which two services would share a port unnoticed.
+// Instead of the library's SO_REUSEPORT, with which two services could share a port unnoticed.
 void allowQuickRestart(socket_t socket)
 {
     const int yes = 1;
@@ -58,13 +58,11 @@ RecordedRequest Exchange::head() const
     const int mark = record.target.indexOf('?');
     record.path = QString::fromUtf8(
         QByteArray::fromPercentEncoding(mark < 0 ? record.target : record.target.left(mark)));
-    if (mark >= 0) {
+    if (mark >= 0)
         record.query = record.target.mid(mark + 1);
-    }
     record.queryPairs = decodePairs(record.query);
-    for (const auto &[name, value] : m_request.headers) {
+    for (const auto &[name, value] : m_request.headers)
         record.headers.insert(bytesOf(name).toLower(), bytesOf(value));
-    }
     record.contentType = record.headers.value(QByteArrayLiteral("content-type"));
     return record;
 }
@@ -75,9 +73,8 @@ bool Exchange::readBody(QByteArray *body)
     return !m_reader || (*m_reader)([this, body](const char *bytes, size_t count) {
         const auto more = static_cast<qint64>(count);
         m_taken += more;
-        if ((m_bodies += more) > largestBodies || body->size() + more > largestBody) {
+        if ((m_bodies += more) > kMaxBodies || body->size() + more > kMaxBody)
             return false;
-        }
         body->append(bytes, static_cast<int>(more));
         return true;
     });
@@ -104,17 +101,14 @@ bool Exchange::clientIsOfThisUser() const
     };
     const sockaddr_in client = named(::getpeername);
     const sockaddr_in service = named(::getsockname);
-    return connectionOwner(ntohl(client.sin_addr.s_addr), ntohs(client.sin_port), ntohl(service.sin_addr.s_addr),
-                           ntohs(service.sin_port))
+    return connectionOwner(ntohl(client.sin_addr.s_addr), ntohs(client.sin_port),
+                           ntohl(service.sin_addr.s_addr), ntohs(service.sin_port))
         == ::getuid();
 }
 
 void Exchange::answer(const Reply &reply)
 {
     m_response.status = reply.status;
-    if (!reply.location.isEmpty()) {
-        m_response.set_header("Location", reply.location.toStdString());
-    }
     m_response.set_content(reply.body.toStdString(), reply.contentType.toStdString());
 }
 
@@ -141,25 +135,24 @@ Listener::Listener(const Certificate &certificate, const Handler &handler)
 {
     m_server->set_socket_options(allowQuickRestart);
     m_server->set_tcp_nodelay(true);
-    m_server->set_keep_alive_max_count(requestsPerConnection);
-    m_server->set_payload_max_length(static_cast<size_t>(largestBody));
+    m_server->set_keep_alive_max_count(kRequestsPerConnection);
+    m_server->set_payload_max_length(static_cast<size_t>(kMaxBody));
     m_server->set_default_headers(
         {{"Content-Security-Policy",
-          "default-src 'none'; style-src 'unsafe-inline'; script-src 'self'; img-src 'self'; "
-          "connect-src 'self'; form-action 'self'; base-uri 'none'; frame-ancestors 'none'"},
+          "default-src 'none'; style-src 'self'; script-src 'self'; img-src 'self'; connect-src 'self'; "
+          "form-action 'none'; base-uri 'none'; frame-ancestors 'none'"},
          {"Cross-Origin-Resource-Policy", "same-origin"},
          {"Referrer-Policy", "same-origin"},
          {"X-Content-Type-Options", "nosniff"}});
     m_server->set_pre_routing_handler(
         [this, handler](const httplib::Request &request, httplib::Response &response) {
-            if (request.method == "POST") {
+            if (request.method == "POST")
                 return httplib::Server::HandlerResponse::Unhandled;
-            }
             Exchange exchange(request, response, nullptr, m_bodies);
             handler(exchange);
             return httplib::Server::HandlerResponse::Handled;
         });
-    // The library reads at most 8 KB of a form unless it is asked for the content piece by piece.
+    // The library reads at most 8 KB of a form unless the content is read piece by piece.
     m_server->Post("/",
                    [this, handler](const httplib::Request &request, httplib::Response &response,
                                    const httplib::ContentReader &reader) {
@@ -175,26 +168,22 @@ Listener::~Listener()
 
 int Listener::start(int port)
 {
-    if (!m_server->is_valid()) {
+    if (!m_server->is_valid())
         return 0;
-    }
-    if (port == 0) {
+    if (port == 0)
         port = m_server->bind_to_any_port(host);
-    } else if (!m_server->bind_to_port(host, port)) {
+    else if (!m_server->bind_to_port(host, port))
         port = 0;
-    }
-    if (port <= 0) {
+    if (port <= 0)
         return 0;
-    }
     const auto ended = std::make_shared<std::atomic<bool>>(false);
     m_thread = std::thread([this, ended] {
         m_server->listen_after_bind();
         *ended = true;
     });
-    // Until it runs the library ignores a request to stop.
-    while (!m_server->is_running() && !*ended) {
+    // Until it runs, the library ignores stop().
+    while (!m_server->is_running() && !*ended)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
     return port;
 }
 

@@ -16,8 +16,8 @@ class ContentReader;
 
 namespace localservice {
 
-/// One request on its connection, for the time of the handler. Exactly one of the
-/// answers below is to be called.
+// One request on its connection, for the time of the handler, which calls exactly one of
+// answer(), answerCut() and drop().
 class Exchange final
 {
 public:
@@ -26,19 +26,19 @@ public:
     ~Exchange();
     Q_DISABLE_COPY_MOVE(Exchange)
 
-    /// Everything that is known before the body is read.
+    // Everything that is known before the body is read.
     RecordedRequest head() const;
-    /// False when the body is too large, alone or with those of other connections, or the
-    /// connection broke; only drop() helps then.
+    // False when the body is too large, alone or with those of other connections, or when the
+    // connection broke; then only drop() may follow.
     bool readBody(QByteArray *body);
     bool clientIsGone() const;
-    /// The other end belongs to a process of the user who runs the service.
+    // The other end belongs to a process of the user who runs the service.
     bool clientIsOfThisUser() const;
 
     void answer(const Reply &reply);
-    /// Announces the whole body, sends its first bytes and closes the connection.
+    // Announces the whole body, sends its first bytes and closes the connection.
     void answerCut(const Reply &reply, int keepBytes);
-    /// Closes the connection without a reply.
+    // Closes the connection without a reply.
     void drop();
 
 private:
@@ -53,7 +53,7 @@ private:
 
 class TlsServer;
 
-/// HTTPS on 127.0.0.1 in threads of its own; the handler is called from several of them at once.
+// HTTPS on 127.0.0.1 in threads of its own; the handler is called from several of them at once.
 class Listener final
 {
 public:
@@ -63,9 +63,9 @@ public:
     ~Listener();
     Q_DISABLE_COPY_MOVE(Listener)
 
-    /// The port that is listened on, 0 when it cannot be had. `port` 0 means any.
+    // Returns the port, or 0 when it is not available. `port` 0 means any.
     int start(int port);
-    /// Closes every connection and waits for the handlers that are under way.
+    // Closes every connection and waits for the handlers that are under way.
     void stop();
 
 private:

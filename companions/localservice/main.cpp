@@ -14,13 +14,13 @@
 
 namespace {
 
-constexpr int defaultPort = 8443;
-constexpr int largestPort = 65535;
+constexpr int kDefaultPort = 8443;
+constexpr int kMaxPort = 65535;
 
 // UTF-8 whatever the locale says: addresses and titles are Russian.
 void print(std::FILE *stream, const QString &line)
 {
-    // Texts that were sent must not make lines of their own nor speak to the terminal.
+    // Texts of clients must not start new lines nor control the terminal.
     constexpr int longest = 1000;
     static const QRegularExpression unprintable(QStringLiteral("[\\p{C}\\p{Zl}\\p{Zp}]"));
     const QByteArray bytes = line.left(longest).replace(unprintable, QStringLiteral(" ")).toUtf8() + '\n';
@@ -47,7 +47,7 @@ void printHelp()
 
 struct Arguments
 {
-    int port = defaultPort;
+    int port = kDefaultPort;
     QString folder;
     bool help = false;
 };
@@ -56,7 +56,7 @@ bool readArguments(Arguments *arguments, QString *error)
 {
     QCommandLineParser parser;
     const QCommandLineOption port(QStringLiteral("port"), QString(), QStringLiteral("N"),
-                                  QString::number(defaultPort));
+                                  QString::number(kDefaultPort));
     const QCommandLineOption data(QStringLiteral("data"), QString(), QStringLiteral("FOLDER"));
     const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
     parser.addOptions({port, data, help});
@@ -70,7 +70,7 @@ bool readArguments(Arguments *arguments, QString *error)
     }
     bool isNumber = false;
     arguments->port = parser.value(port).toInt(&isNumber);
-    if (!isNumber || arguments->port < 0 || arguments->port > largestPort) {
+    if (!isNumber || arguments->port < 0 || arguments->port > kMaxPort) {
         *error = QStringLiteral("«%1» — не номер порта").arg(parser.value(port));
         return false;
     }
@@ -88,13 +88,12 @@ bool readArguments(Arguments *arguments, QString *error)
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
-    // Readers of a pipe see each line when it happens.
+    // Readers of a pipe get each line at once.
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     Arguments arguments;
     QString error;
-    if (!readArguments(&arguments, &error)) {
+    if (!readArguments(&arguments, &error))
         return fail(error % QStringLiteral(" (справка: --help)"));
-    }
     if (arguments.help) {
         printHelp();
         return 0;
@@ -106,7 +105,7 @@ int main(int argc, char *argv[])
     sigaddset(&endings, SIGINT);
     sigaddset(&endings, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &endings, nullptr);
-    // Pictures of a desktop are for its owner alone.
+    // Screenshots are for the owner of the desktop only.
     ::umask(S_IRWXG | S_IRWXO);
 
     localservice::Server::Options options;
@@ -117,9 +116,8 @@ int main(int argc, char *argv[])
         print(stdout, QLocale::c().toString(QTime::currentTime(), QStringLiteral("HH:mm:ss ")) % line);
     };
     localservice::Server server(options);
-    if (!server.start(&error)) {
+    if (!server.start(&error))
         return fail(error);
-    }
     const localservice::World world = server.world();
     print(stdout,
           QStringLiteral("Сервис задач: %1 · страница: %1/ · вход: %2 / %3")

@@ -7,19 +7,20 @@
 
 namespace localservice {
 
-/// What the control page shows and changes.
+// What the control page shows and changes.
 struct ControlState
 {
     World &world;
     Outage &outage;
     const Journal &journal;
-    const QByteArray &token; ///< what a form has to send back
+    const QByteArray &token; // sent back with every change
 };
 
-/// The paths that belong to the person at the control page, not to the client.
+// Whether a path belongs to the control page, not to the client.
 bool isControlPath(const QString &path);
 
-/// The page itself, its pictures, and the changes that its forms ask for.
+// The page and its files, the state that its script shows, screenshots, and the changes that its forms
+// request.
 Reply answerControl(const RecordedRequest &request, const ControlState &state);
 
 } // namespace localservice

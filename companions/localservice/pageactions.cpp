@@ -8,6 +8,11 @@ namespace localservice {
 
 namespace {
 
+constexpr int kMaxTeamsAndTasks = 10000; // made by forms; seeds and programs may have more
+constexpr int kMaxId = 999999999;
+const QString kNoSuchTask = QStringLiteral("Такой задачи уже нет");
+const QString kNoSuchTeam = QStringLiteral("Такой команды уже нет");
+
 QString field(const Pairs &form, const QString &name)
 {
     return valueOf(form, name).trimmed();
@@ -23,11 +28,6 @@ QString doneOr(bool done, const QString &problem)
     return done ? QString() : problem;
 }
 
-QString noSuchTask()
-{
-    return QStringLiteral("Такой задачи уже нет");
-}
-
 // An empty field means "no deadline".
 bool readDeadline(const Pairs &form, QDateTime *deadline)
 {
@@ -36,15 +36,14 @@ bool readDeadline(const Pairs &form, QDateTime *deadline)
     return given.isEmpty() || deadline->isValid();
 }
 
-// Ids that leave no room above them do not count.
+// Ignores ids that leave no room above them.
 template <typename List>
 int largestId(const List &list)
 {
-    constexpr int highest = 999999999;
     int largest = 0;
     for (const auto &item : list) {
         const int id = item.id.toInt();
-        largest = id < highest ? std::max(largest, id) : largest;
+        largest = id < kMaxId ? std::max(largest, id) : largest;
     }
     return largest;
 }
@@ -52,21 +51,17 @@ int largestId(const List &list)
 QString freeTaskId(const World &world)
 {
     int largest = 0;
-    for (const Team &team : world.teams) {
+    for (const Team &team : world.teams)
         largest = std::max(largest, largestId(team.tasks));
-    }
     return QString::number(largest + 1);
 }
 
-// For forms; seeds and programs may have more.
 bool isFull(const World &world)
 {
-    constexpr int most = 10000;
     int count = world.teams.size();
-    for (const Team &team : world.teams) {
+    for (const Team &team : world.teams)
         count += team.tasks.size();
-    }
-    return count >= most;
+    return count >= kMaxTeamsAndTasks;
 }
 
 QString addTask(const Pairs &form, const ControlState &state)
@@ -77,73 +72,62 @@ QString addTask(const Pairs &form, const ControlState &state)
     task.importance = hasName(form, QStringLiteral("important")) ? 1 : 0;
     task.block = hasName(form, QStringLiteral("block")) ? QStringLiteral("1") : QStringLiteral("0");
     task.details.text = field(form, QStringLiteral("text"));
-    if (task.title.isEmpty()) {
+    if (task.title.isEmpty())
         return QStringLiteral("Укажите название задачи");
-    }
-    if (!readDeadline(form, &task.deadline)) {
+    if (!readDeadline(form, &task.deadline))
         return QStringLiteral("Неверная дата дедлайна");
-    }
-    if (isFull(state.world)) {
+    if (isFull(state.world))
         return QStringLiteral("Слишком много команд и задач");
-    }
-    return doneOr(state.world.addTask(valueOf(form, QStringLiteral("team")), task),
-                  QStringLiteral("Такой команды уже нет"));
+    return doneOr(state.world.addTask(valueOf(form, QStringLiteral("team")), task), kNoSuchTeam);
 }
 
 QString removeTask(const Pairs &form, const ControlState &state)
 {
-    return doneOr(state.world.removeTask(taskId(form)), noSuchTask());
+    return doneOr(state.world.removeTask(taskId(form)), kNoSuchTask);
 }
 
 QString addComment(const Pairs &form, const ControlState &state)
 {
-    return doneOr(state.world.addComment(taskId(form), QDateTime::currentDateTime()), noSuchTask());
+    return doneOr(state.world.addComment(taskId(form), QDateTime::currentDateTime()), kNoSuchTask);
 }
 
 QString setBlock(const Pairs &form, const ControlState &state)
 {
-    return doneOr(state.world.setBlock(taskId(form), valueOf(form, QStringLiteral("block"))), noSuchTask());
+    return doneOr(state.world.setBlock(taskId(form), valueOf(form, QStringLiteral("block"))), kNoSuchTask);
 }
 
 QString setDeadline(const Pairs &form, const ControlState &state)
 {
     QDateTime deadline;
-    if (!readDeadline(form, &deadline)) {
+    if (!readDeadline(form, &deadline))
         return QStringLiteral("Неверная дата дедлайна");
-    }
-    return doneOr(state.world.setDeadline(taskId(form), deadline), noSuchTask());
+    return doneOr(state.world.setDeadline(taskId(form), deadline), kNoSuchTask);
 }
 
-// A user who sees only some teams would not see a new one.
+// Otherwise a user who sees only some teams would not see it.
 QString addTeam(const Pairs &form, const ControlState &state)
 {
     Team team;
     team.id = field(form, QStringLiteral("id"));
     team.name = field(form, QStringLiteral("name"));
-    if (team.id.isEmpty()) {
+    if (team.id.isEmpty())
         team.id = QString::number(largestId(state.world.teams) + 1);
-    }
-    if (team.name.isEmpty()) {
+    if (team.name.isEmpty())
         return QStringLiteral("Укажите название команды");
-    }
-    if (isFull(state.world)) {
+    if (isFull(state.world))
         return QStringLiteral("Слишком много команд и задач");
-    }
-    if (!state.world.addTeam(team)) {
+    if (!state.world.addTeam(team))
         return QStringLiteral("Команда с таким номером уже есть");
-    }
     for (User &user : state.world.users) {
-        if (!user.sees(team.id)) {
+        if (!user.sees(team.id))
             user.teams.append(team.id);
-        }
     }
     return {};
 }
 
 QString removeTeam(const Pairs &form, const ControlState &state)
 {
-    return doneOr(state.world.removeTeam(valueOf(form, QStringLiteral("team"))),
-                  QStringLiteral("Такой команды уже нет"));
+    return doneOr(state.world.removeTeam(valueOf(form, QStringLiteral("team"))), kNoSuchTeam);
 }
 
 QString setVersions(const Pairs &form, const ControlState &state)
@@ -154,15 +138,19 @@ QString setVersions(const Pairs &form, const ControlState &state)
     return {};
 }
 
-QString setOutage(const Pairs &form, const ControlState &state)
+const QHash<QString, Outage> &outages()
 {
-    static const QHash<QString, Outage> modes{{QStringLiteral("none"), Outage::None},
+    static const QHash<QString, Outage> names{{QStringLiteral("none"), Outage::None},
                                               {QStringLiteral("unavailable"), Outage::Unavailable},
                                               {QStringLiteral("dropped"), Outage::Dropped}};
-    const auto mode = modes.constFind(valueOf(form, QStringLiteral("mode")));
-    if (mode == modes.constEnd()) {
+    return names;
+}
+
+QString setOutage(const Pairs &form, const ControlState &state)
+{
+    const auto mode = outages().constFind(valueOf(form, QStringLiteral("mode")));
+    if (mode == outages().constEnd())
         return QStringLiteral("Неизвестный вид сбоя");
-    }
     state.outage = *mode;
     return {};
 }
@@ -181,6 +169,11 @@ QString applyControl(const QString &action, const Pairs &form, const ControlStat
     };
     const Apply apply = actions.value(action);
     return apply ? apply(form, state) : QStringLiteral("Неизвестное действие");
+}
+
+QString outageName(Outage outage)
+{
+    return outages().key(outage);
 }
 
 } // namespace localservice

@@ -4,8 +4,11 @@
 
 namespace localservice {
 
-/// Carries out what a form of the control page asks for. The answer is empty when it is done,
-/// otherwise the reason in Russian.
+// Makes the change that a form of the control page requests. Returns the reason in Russian
+// when it cannot be made, otherwise nothing.
 QString applyControl(const QString &action, const Pairs &form, const ControlState &state);
+
+// As the field "mode" names it.
+QString outageName(Outage outage);
 
 } // namespace localservice

@@ -7,15 +7,7 @@ namespace localservice {
 
 namespace {
 
-QString wireFormat()
-{
-    return QStringLiteral("yyyy-MM-dd HH:mm:ss");
-}
-
-QByteArray htmlType()
-{
-    return QByteArrayLiteral("text/html; charset=utf-8");
-}
+const QString kWireFormat = QStringLiteral("yyyy-MM-dd HH:mm:ss");
 
 QJsonObject taskJson(const Task &task)
 {
@@ -23,12 +15,10 @@ QJsonObject taskJson(const Task &task)
                        {QStringLiteral("title"), task.title},
                        {QStringLiteral("block"), task.block},
                        {QStringLiteral("importance"), task.importance}};
-    if (task.deadline.isValid()) {
+    if (task.deadline.isValid())
         object.insert(QStringLiteral("deadline"), wireTime(task.deadline));
-    }
-    if (task.lastComment.isValid()) {
+    if (task.lastComment.isValid())
         object.insert(QStringLiteral("last_comment"), wireTime(task.lastComment));
-    }
     return object;
 }
 
@@ -67,9 +57,8 @@ QJsonArray teamsJson(const World &world, const User &user)
 {
     QJsonArray list;
     for (const Team &team : world.teams) {
-        if (user.sees(team.id)) {
+        if (user.sees(team.id))
             list.append(QJsonObject{{QStringLiteral("id"), team.id}, {QStringLiteral("name"), team.name}});
-        }
     }
     return list;
 }
@@ -78,13 +67,11 @@ QJsonArray teamsAndTasksJson(const World &world, const User &user)
 {
     QJsonArray list;
     for (const Team &team : world.teams) {
-        if (!user.sees(team.id)) {
+        if (!user.sees(team.id))
             continue;
-        }
         QJsonArray tasks;
-        for (const Task &task : team.tasks) {
+        for (const Task &task : team.tasks)
             tasks.append(taskJson(task));
-        }
         list.append(QJsonObject{{QStringLiteral("id"), team.id},
                                 {QStringLiteral("name"), team.name},
                                 {QStringLiteral("tasks"), tasks}});
@@ -95,13 +82,11 @@ QJsonArray teamsAndTasksJson(const World &world, const User &user)
 QJsonObject detailsJson(const Task &task)
 {
     QJsonArray files;
-    for (const Attachment &file : task.details.files) {
+    for (const Attachment &file : task.details.files)
         files.append(attachmentJson(file));
-    }
     QJsonArray texts;
-    for (const TextAssignment &text : task.details.texts) {
+    for (const TextAssignment &text : task.details.texts)
         texts.append(textJson(text));
-    }
     QJsonObject object{{QStringLiteral("id"), task.id},
                        {QStringLiteral("title"), task.title},
                        {QStringLiteral("text"), task.details.text},
@@ -110,67 +95,47 @@ QJsonObject detailsJson(const Task &task)
                        {QStringLiteral("auditor_name"), task.details.auditor},
                        {QStringLiteral("files"), files},
                        {QStringLiteral("texts"), texts}};
-    if (task.deadline.isValid()) {
+    if (task.deadline.isValid())
         object.insert(QStringLiteral("deadline"), wireTime(task.deadline));
-    }
     return object;
 }
 
-QByteArray htmlDocument(const QString &title, const QString &content)
+Reply textPage(int status, const QString &title, const QString &text)
 {
-    const QString page = QStringLiteral("<!DOCTYPE html>\n<html lang=\"ru\"><head><meta charset=\"utf-8\">"
-                                        "<meta name=\"viewport\" content=\"width=device-width\"><title>")
-        % title.toHtmlEscaped() % QStringLiteral("</title><style>")
-        % QString::fromUtf8(resource(QStringLiteral("page.css")))
-        % QStringLiteral("</style></head><body><main>") % content % QStringLiteral("</main></body></html>\n");
-    return page.toUtf8();
-}
-
-Reply messagePage(int status, const QString &message)
-{
-    return {status,
-            htmlDocument(message,
-                         QString(QStringLiteral("<h1>") % message.toHtmlEscaped() % QStringLiteral("</h1>"))),
-            htmlType()};
+    const QString page = QString::fromUtf8(resource(QStringLiteral("message.html")))
+                             .arg(title.toHtmlEscaped(), text.toHtmlEscaped());
+    return {status, page.toUtf8(), QByteArrayLiteral("text/html; charset=utf-8")};
 }
 
 Reply taskPage(const Task *task)
 {
-    constexpr int notFound = 404;
-    if (!task) {
-        return messagePage(notFound, QStringLiteral("Задача не найдена"));
-    }
+    constexpr int kNotFound = 404;
+    if (!task)
+        return textPage(kNotFound, QStringLiteral("Задача не найдена"));
     const QString deadline =
         task->deadline.isValid() ? wireTime(task->deadline) : QStringLiteral("без срока");
-    const QString content = QStringLiteral("<h1>") % task->title.toHtmlEscaped()
-        % QStringLiteral("</h1><section><p>Задача ") % task->id.toHtmlEscaped()
-        % QStringLiteral(" · дедлайн: ") % deadline.toHtmlEscaped() % QStringLiteral("</p><p class=\"text\">")
-        % task->details.text.toHtmlEscaped() % QStringLiteral("</p></section>");
-    return {200, htmlDocument(task->title, content), htmlType()};
+    return textPage(
+        200, task->title,
+        QStringLiteral("Задача %1 · дедлайн: %2\n\n%3").arg(task->id, deadline, task->details.text));
 }
 
 Reply downloadPage(const QJsonArray &versions)
 {
-    QString items;
+    QString text = QStringLiteral("Доступные версии для Linux:");
     for (const QJsonValue &entry : versions) {
-        const QString version = entry.toObject().value(QStringLiteral("version")).toVariant().toString();
-        items += QStringLiteral("<li>") % version.toHtmlEscaped() % QStringLiteral("</li>");
+        text += QLatin1Char('\n') % entry.toObject().value(QStringLiteral("version")).toVariant().toString();
     }
-    const QString title = QStringLiteral("Загрузка Orvana Team Monitor");
-    const QString content = QStringLiteral("<h1>") % title
-        % QStringLiteral("</h1><section><p>Доступные версии для Linux:</p><ul>") % items
-        % QStringLiteral("</ul></section>");
-    return {200, htmlDocument(title, content), htmlType()};
+    return textPage(200, QStringLiteral("Загрузка Orvana Team Monitor"), text);
 }
 
 QString wireTime(const QDateTime &when)
 {
-    return QLocale::c().toString(when, wireFormat());
+    return QLocale::c().toString(when, kWireFormat);
 }
 
 QDateTime fromWireTime(const QString &text)
 {
-    return QDateTime::fromString(text, wireFormat());
+    return QDateTime::fromString(text, kWireFormat);
 }
 
 } // namespace localservice

@@ -28,9 +28,8 @@ Pairs decodePairs(const QByteArray &encoded)
     Pairs pairs;
     const QList<QByteArray> items = encoded.split('&');
     for (const QByteArray &item : items) {
-        if (item.isEmpty()) {
+        if (item.isEmpty())
             continue;
-        }
         const int equals = item.indexOf('=');
         pairs.append({decoded(equals < 0 ? item : item.left(equals)),
                       equals < 0 ? QString() : decoded(item.mid(equals + 1))});
@@ -52,10 +51,9 @@ bool hasName(const Pairs &pairs, const QString &name)
 
 std::optional<QByteArray> jsonOfFormValue(const QString &value)
 {
-    constexpr ushort lastByte = 0xFF;
-    if (std::any_of(value.begin(), value.end(), [](QChar c) { return c.unicode() > lastByte; })) {
+    constexpr ushort kLastByte = 0xFF;
+    if (std::any_of(value.begin(), value.end(), [](QChar c) { return c.unicode() > kLastByte; }))
         return std::nullopt;
-    }
     return value.toLatin1();
 }
 

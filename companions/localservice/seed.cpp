@@ -15,7 +15,7 @@ namespace localservice {
 
 namespace {
 
-/// A place in the seed that cannot be understood, already in words.
+// What is wrong in the seed, and where.
 class SeedError final : public std::runtime_error
 {
 public:
@@ -24,8 +24,8 @@ public:
     { }
 };
 
-/// One object of the seed. Asking for a value marks its key as known; close() complains about
-/// the others, which are misspelt most of the time.
+// One object of the seed. Reading a value marks its key as known; close() rejects the others,
+// which are most likely misspelt.
 class Node final
 {
 public:
@@ -34,26 +34,23 @@ public:
         , m_place(place)
         , m_now(now)
     {
-        if (!value.isObject()) {
+        if (!value.isObject())
             throw SeedError(place, QStringLiteral("здесь должен быть объект {…}"));
-        }
     }
 
     QString text(const QString &key)
     {
         const QJsonValue value = take(key);
-        if (!value.isUndefined() && !value.isString() && !value.isDouble()) {
+        if (!value.isUndefined() && !value.isString() && !value.isDouble())
             throw SeedError(placeOf(key), QStringLiteral("здесь должен быть текст"));
-        }
         return value.toVariant().toString();
     }
 
     QString requiredText(const QString &key)
     {
         QString value = text(key);
-        if (value.isEmpty()) {
+        if (value.isEmpty())
             throw SeedError(placeOf(key), QStringLiteral("значение обязательно"));
-        }
         return value;
     }
 
@@ -62,9 +59,8 @@ public:
         const QJsonValue value = take(key);
         constexpr int wrong = -1;
         const int number = value.isUndefined() ? 0 : value.toInt(wrong);
-        if (number < 0) {
+        if (number < 0)
             throw SeedError(placeOf(key), QStringLiteral("здесь должно быть целое число от нуля"));
-        }
         return number;
     }
 
@@ -72,9 +68,8 @@ public:
     {
         static const QRegularExpression relative(QStringLiteral("^([+-][0-9]{1,6})([mhd])$"));
         const QString given = text(key);
-        if (given.isEmpty()) {
+        if (given.isEmpty())
             return {};
-        }
         const QRegularExpressionMatch match = relative.match(given);
         if (match.hasMatch()) {
             constexpr qint64 minute = 60;
@@ -98,9 +93,8 @@ public:
     QVector<Item> list(const QString &key, Read read)
     {
         const QJsonValue value = take(key);
-        if (!value.isUndefined() && !value.isArray()) {
+        if (!value.isUndefined() && !value.isArray())
             throw SeedError(placeOf(key), QStringLiteral("здесь должен быть список […]"));
-        }
         QVector<Item> items;
         const QJsonArray array = value.toArray();
         for (int i = 0; i < array.size(); ++i) {
@@ -195,15 +189,13 @@ User readUser(Node &node)
     user.login = node.requiredText(QStringLiteral("login"));
     user.password = node.requiredText(QStringLiteral("password"));
     const QVariantList teams = node.take(QStringLiteral("teams")).toArray().toVariantList();
-    for (const QVariant &team : teams) {
+    for (const QVariant &team : teams)
         user.teams.append(team.toString());
-    }
     user.worked.active = node.number(QStringLiteral("today_active"));
     user.worked.total = node.number(QStringLiteral("today_total"));
     const QJsonObject tasks = node.take(QStringLiteral("today_tasks")).toObject();
-    for (auto entry = tasks.begin(); entry != tasks.end(); ++entry) {
+    for (auto entry = tasks.begin(); entry != tasks.end(); ++entry)
         user.worked.tasks.insert(entry.key(), entry.value().toInt());
-    }
     user.workedOn = node.now().date();
     return user;
 }
@@ -228,13 +220,11 @@ World readWorld(const QJsonValue &root, const QDateTime &now)
     }
     QStringList versions;
     const QVariantList offered = node.take(QStringLiteral("versions")).toArray().toVariantList();
-    for (const QVariant &version : offered) {
+    for (const QVariant &version : offered)
         versions.append(version.toString());
-    }
     world.setVersions(versions);
-    if (world.users.isEmpty()) {
+    if (world.users.isEmpty())
         throw SeedError(QStringLiteral("users"), QStringLiteral("нужен хотя бы один пользователь"));
-    }
     node.close();
     return world;
 }
@@ -289,9 +279,8 @@ std::optional<World> loadWorld(const QString &folder, const QDateTime &now, QStr
         return std::nullopt;
     }
     std::optional<World> world = worldFromSeed(file.readAll(), now, error);
-    if (!world) {
+    if (!world)
         *error = QStringLiteral("«%1»: %2").arg(name, *error);
-    }
     return world;
 }
 

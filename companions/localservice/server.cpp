@@ -11,7 +11,7 @@
 #include <chrono>
 #include <utility>
 
-// The macro wants to stand outside of any namespace.
+// The macro must be used outside of any namespace.
 static void initResources()
 {
     Q_INIT_RESOURCE(localservice);
@@ -19,7 +19,7 @@ static void initResources()
 
 namespace localservice {
 
-/// What is going to happen to one request.
+// What will happen to one request.
 struct Server::Plan
 {
     std::optional<Fault> fault;
@@ -37,9 +37,8 @@ Server::Server(Options options)
     , m_port(m_options.port)
 {
     initResources();
-    if (m_options.dataFolder.isEmpty()) {
+    if (m_options.dataFolder.isEmpty())
         m_world = demoWorld();
-    }
 }
 
 Server::~Server()
@@ -49,15 +48,13 @@ Server::~Server()
 
 bool Server::prepare(QString *error)
 {
-    if (m_prepared) {
+    if (m_prepared)
         return true;
-    }
     if (!m_options.dataFolder.isEmpty()) {
         const std::optional<World> world =
             loadWorld(m_options.dataFolder, QDateTime::currentDateTime(), error);
-        if (!world) {
+        if (!world)
             return false;
-        }
         m_world = *world;
     }
     m_prepared = m_journal.open(m_options.dataFolder, m_options.limits, error);
@@ -68,13 +65,11 @@ bool Server::start(QString *error)
 {
     QString ignored;
     QString *reason = error ? error : &ignored;
-    if (m_listener) {
+    if (m_listener)
         return true;
-    }
     const std::lock_guard lock(m_mutex);
-    if (!prepare(reason)) {
+    if (!prepare(reason))
         return false;
-    }
     auto listener =
         std::make_unique<Listener>(*m_certificate, [this](Exchange &exchange) { handle(exchange); });
     const int port = listener->start(m_port);
@@ -94,7 +89,7 @@ void Server::stop()
         m_stopping = true;
     }
     m_changed.notify_all();
-    // Not under the lock: the handlers that are waited for need it.
+    // Without the lock, which the running handlers need to finish.
     m_listener.reset();
     const std::lock_guard lock(m_mutex);
     m_stopping = false;
@@ -116,49 +111,43 @@ QString Server::baseUrl() const
     return QStringLiteral("https://127.0.0.1:%1").arg(port());
 }
 
-QByteArray Server::certificatePem() const
-{
-    return m_certificate->pem();
-}
-
 void Server::handle(Exchange &exchange)
 {
     RecordedRequest request = exchange.head();
     const bool isForPage = isControlPath(request.path);
     const QString problem = whyForeign(request, port(), isForPage);
-    if (!problem.isEmpty()) {
+    if (!problem.isEmpty())
         refuse(exchange, problem);
-    } else if (isForPage && !exchange.clientIsOfThisUser()) {
+    else if (isForPage && !exchange.clientIsOfThisUser())
         refuse(exchange, QStringLiteral("Страница открывается только у того, кто запустил сервис"));
-    } else if (isForPage) {
+    else if (isForPage)
         handlePage(exchange, std::move(request));
-    } else {
+    else
         handleClient(exchange, std::move(request));
-    }
 }
 
 void Server::refuse(Exchange &exchange, const QString &problem)
 {
-    constexpr int forbidden = 403;
-    QByteArray ignored; // what is left unread would be taken for the next request
+    constexpr int kForbidden = 403;
+    QByteArray ignored; // unread, it would be taken for the next request
     if (!exchange.readBody(&ignored)) {
         exchange.drop();
         return;
     }
     log(QStringLiteral("отклонено: ") % problem);
-    exchange.answer(messagePage(forbidden, problem));
+    exchange.answer(textPage(kForbidden, problem));
 }
 
 void Server::handlePage(Exchange &exchange, RecordedRequest request)
 {
-    constexpr int largestForm = 16 * 1024;
-    constexpr int tooLarge = 413;
+    constexpr int kMaxForm = 16 * 1024;
+    constexpr int kTooLarge = 413;
     if (!exchange.readBody(&request.body)) {
         exchange.drop();
         return;
     }
-    if (request.body.size() > largestForm) {
-        exchange.answer(messagePage(tooLarge, QStringLiteral("Слишком длинный текст")));
+    if (request.body.size() > kMaxForm) {
+        exchange.answer(textPage(kTooLarge, QStringLiteral("Слишком длинный текст")));
         return;
     }
     request.formPairs = decodePairs(request.body);
@@ -179,14 +168,12 @@ void Server::handleClient(Exchange &exchange, RecordedRequest request)
     const std::optional<Fault> &fault = plan.fault;
     const bool refused = fault && fault->kind == Kind::Refuse;
     const bool complete = !refused && exchange.readBody(&request.body);
-    if (complete && request.contentType.startsWith("application/x-www-form-urlencoded")) {
+    if (complete && request.contentType.startsWith("application/x-www-form-urlencoded"))
         request.formPairs = decodePairs(request.body);
-    }
     const std::optional<qint64> serial = record(request);
     if (!serial) {
-        constexpr int insufficientStorage = 507;
-        exchange.answer(
-            messagePage(insufficientStorage, QStringLiteral("Слишком много записанных запросов")));
+        constexpr int kInsufficientStorage = 507;
+        exchange.answer(textPage(kInsufficientStorage, QStringLiteral("Слишком много записанных запросов")));
         return;
     }
     if (!hold(exchange, plan) || !complete) {
@@ -195,28 +182,25 @@ void Server::handleClient(Exchange &exchange, RecordedRequest request)
     }
     Reply reply;
     const bool substituted = fault && fault->kind == Kind::Answer;
-    if (!substituted || fault->process) {
-        reply = process(request, *serial);
-    }
-    if (substituted) {
+    if (substituted)
         reply = {fault->status, fault->body, fault->contentType};
-    }
-    if (fault && fault->kind == Kind::LoseReply) {
+    else
+        reply = process(request, *serial);
+    if (fault && fault->kind == Kind::LoseReply)
         exchange.drop();
-    } else if (fault && fault->kind == Kind::Truncate) {
+    else if (fault && fault->kind == Kind::Truncate)
         exchange.answerCut(reply, fault->keepBytes);
-    } else {
+    else
         exchange.answer(reply);
-    }
 }
 
 Server::Plan Server::planFor(const QString &path)
 {
-    constexpr int unavailable = 503;
+    constexpr int kUnavailable = 503;
     const std::lock_guard lock(m_mutex);
     switch (m_outage) {
     case Outage::Unavailable: {
-        Fault fault = Fault::answer(unavailable, QByteArrayLiteral("Service Unavailable"));
+        Fault fault = Fault::answer(kUnavailable, QByteArrayLiteral("Service Unavailable"));
         fault.contentType = QByteArrayLiteral("text/plain");
         return {fault, m_faults.generation()};
     }
@@ -225,45 +209,41 @@ Server::Plan Server::planFor(const QString &path)
     case Outage::None:
         break;
     }
-    Plan plan{m_faults.take(path)};
-    plan.generation = m_faults.generation();
-    return plan;
+    return {m_faults.take(path), m_faults.generation()};
 }
 
-// False: nobody is left to answer.
+// Returns false when no client is left to answer.
 bool Server::hold(const Exchange &exchange, const Plan &plan)
 {
     using Clock = std::chrono::steady_clock;
-    // A client that goes away is noticed in time to keep the workers free.
-    constexpr std::chrono::milliseconds lookAgain{50};
+    // Soon enough to keep workers free when clients go away.
+    constexpr std::chrono::milliseconds kClientCheck{50};
     const bool hangs = plan.fault && plan.fault->kind == Fault::Kind::Hang;
-    if (!hangs && (!plan.fault || plan.fault->delay.count() <= 0)) {
+    if (!hangs && (!plan.fault || plan.fault->delay.count() <= 0))
         return true;
-    }
     const Clock::time_point until = Clock::now() + plan.fault->delay;
     std::unique_lock lock(m_mutex);
     const auto over = [&] {
         return Clock::now() >= until && (!hangs || m_faults.generation() != plan.generation);
     };
     while (!m_stopping && !over() && !exchange.clientIsGone()) {
-        const auto next = Clock::now() + lookAgain;
+        const auto next = Clock::now() + kClientCheck;
         m_changed.wait_until(lock, hangs ? next : std::min(next, until));
     }
     return !m_stopping && !exchange.clientIsGone();
 }
 
-// Nothing when there is no room.
+// Returns nothing when there is no room.
 std::optional<qint64> Server::record(const RecordedRequest &request)
 {
     const std::lock_guard lock(m_mutex);
     if (m_options.recordRequests) {
         // Decoded texts have two bytes a character, and the target is there in parts as well.
-        constexpr qint64 overhead = 2000;
-        constexpr qint64 copies = 4;
-        const qint64 size = overhead + copies * (qint64{request.target.size()} + request.body.size());
-        if (m_recordedBytes + size > m_options.limits.memory) {
+        constexpr qint64 kOverhead = 2000;
+        constexpr qint64 kCopies = 4;
+        const qint64 size = kOverhead + kCopies * (qint64{request.target.size()} + request.body.size());
+        if (m_recordedBytes + size > m_options.limits.memory)
             return std::nullopt;
-        }
         m_recordedBytes += size;
         m_requests.push_back(request);
     }
@@ -276,9 +256,8 @@ Reply Server::process(const RecordedRequest &request, qint64 serial)
     {
         const std::lock_guard lock(m_mutex);
         reply = answerClient(request, m_world, m_journal);
-        if (m_options.recordRequests && serial >= m_forgotten) {
+        if (m_options.recordRequests && serial >= m_forgotten)
             m_requests[static_cast<size_t>(serial - m_forgotten)].processed = true;
-        }
     }
     log(reply.note);
     return reply;
@@ -286,9 +265,8 @@ Reply Server::process(const RecordedRequest &request, qint64 serial)
 
 void Server::log(const QString &line) const
 {
-    if (m_options.log && !line.isEmpty()) {
+    if (m_options.log && !line.isEmpty())
         m_options.log(line);
-    }
 }
 
 QVector<RecordedRequest> Server::requests() const
@@ -321,20 +299,6 @@ void Server::setFault(const QString &path, const Fault &fault, int times)
     m_changed.notify_all();
 }
 
-void Server::appendFault(const QString &path, const Fault &fault, int times)
-{
-    const std::lock_guard lock(m_mutex);
-    m_faults.append(path, fault, times);
-    m_changed.notify_all();
-}
-
-void Server::clearFault(const QString &path)
-{
-    const std::lock_guard lock(m_mutex);
-    m_faults.clear(path);
-    m_changed.notify_all();
-}
-
 void Server::clearFaults()
 {
     const std::lock_guard lock(m_mutex);
@@ -348,22 +312,10 @@ void Server::setOutage(Outage outage)
     m_outage = outage;
 }
 
-Outage Server::outage() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_outage;
-}
-
 World Server::world() const
 {
     const std::lock_guard lock(m_mutex);
     return m_world;
-}
-
-void Server::setWorld(const World &world)
-{
-    const std::lock_guard lock(m_mutex);
-    m_world = world;
 }
 
 void Server::edit(const std::function<void(World &)> &change)
@@ -394,13 +346,6 @@ void Server::clearReceived()
 {
     const std::lock_guard lock(m_mutex);
     m_journal.clear();
-}
-
-DayTotals Server::totals(const QString &login, const QDate &day) const
-{
-    const std::lock_guard lock(m_mutex);
-    const User *user = m_world.user(login);
-    return user ? m_journal.totals(*user, day) : DayTotals();
 }
 
 } // namespace localservice

@@ -17,68 +17,60 @@ class Exchange;
 class Listener;
 struct Certificate;
 
-/// The team task service on this machine, over HTTPS on 127.0.0.1, in threads of its own.
-/// start(), stop() and isRunning() belong to one thread; everything else may be called from any
-/// thread and hands out copies.
+// The team task service on this machine, over HTTPS on 127.0.0.1, in threads of its own.
+// start(), stop() and isRunning() belong to one thread; everything else may be called from any
+// thread and returns copies.
 class Server final
 {
 public:
     struct Options
     {
-        int port = 0; ///< 0: any free one, which start() then keeps
-        QString dataFolder{}; ///< seed and what is received; empty: demonstration data, all in memory
-        bool recordRequests = true; ///< off for a long run: requests() stays empty
-        /// When one is reached, uploads are refused; the one for memory holds once more for requests().
+        int port = 0; // 0: any free one, which start() then keeps
+        QString dataFolder{}; // seed and what is received; empty: demonstration data, all in memory
+        bool recordRequests = true; // off for a long run: requests() stays empty
+        // Beyond them uploads are refused; the one for memory also limits requests().
         Limits limits{};
-        std::function<void(const QString &)> log{}; ///< a line per event, from the service's threads
+        std::function<void(const QString &)> log{}; // a line for each event, from the service's threads
     };
 
-    /// Demonstration data on any free port, all in memory.
+    // Demonstration data on any free port, all in memory.
     Server();
     explicit Server(Options options);
-    /// Stops.
     ~Server();
     Q_DISABLE_COPY_MOVE(Server)
 
-    /// False with a reason in Russian, for instance when the port is taken. May follow a stop():
-    /// port, data, faults and everything recorded stay as they were.
+    // False with a reason in Russian, for instance when the port is taken. May follow a stop():
+    // port, data, faults and everything recorded stay as they were.
     bool start(QString *error = nullptr);
-    /// Closes every connection, also those whose reply is still held back, and returns at once.
+    // Closes every connection, including those whose reply is still held back, and returns at once.
     void stop();
     bool isRunning() const;
 
     int port() const;
-    /// "https://127.0.0.1:PORT", without a slash at the end.
+    // "https://127.0.0.1:PORT", without a slash at the end.
     QString baseUrl() const;
-    /// For a client that checks certificates; the same after a restart.
-    QByteArray certificatePem() const;
-    /// The field "token" that a post to "/control/..." has to bring along; the same after a restart.
+    // The field "token" that a post to "/control/..." must have; the same after a restart.
     QByteArray controlToken() const { return m_token; }
 
-    /// In order of arrival, those that fell to a fault included; not those of the control page.
+    // In order of arrival, including those that met a fault; without those of the control page.
     QVector<RecordedRequest> requests() const;
     QVector<RecordedRequest> requestsTo(const QString &path) const;
     void clearRequests();
 
-    // See FaultBook. Setting or clearing any fault lets hanging requests go on.
-    void setFault(const QString &path, const Fault &fault, int times = FaultBook::always);
-    void appendFault(const QString &path, const Fault &fault, int times = FaultBook::always);
-    void clearFault(const QString &path);
+    // See FaultBook. Setting or clearing any fault releases hanging requests.
+    void setFault(const QString &path, const Fault &fault, int times = FaultBook::kAlways);
     void clearFaults();
     void setOutage(Outage outage);
-    Outage outage() const;
 
     World world() const;
-    void setWorld(const World &world);
-    /// Changes the world while no request is being answered; `change` must not call the server.
+    // Changes the world while no request is being answered; `change` must not call the server.
     void edit(const std::function<void(World &)> &change);
 
     QVector<ActivityReport> reports() const;
     QVector<Screenshot> screenshots() const;
     QVector<DeadlineRequest> deadlineRequests() const;
-    /// Forgets reports, screenshots and deadline requests; files stay.
+    // Forgets reports, screenshots and deadline requests; files stay.
     void clearReceived();
-    DayTotals totals(const QString &login, const QDate &day) const;
 
 private:
     struct Plan;

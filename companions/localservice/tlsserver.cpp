@@ -21,12 +21,12 @@ namespace localservice {
 
 namespace {
 
-constexpr size_t workers = 48;
-constexpr std::chrono::milliseconds keepAlive = std::chrono::seconds(60);
-// What an idle connection and one within a request have when another waits for a worker.
-constexpr std::chrono::seconds idleGrant{1};
-constexpr std::chrono::seconds busyGrant{10};
-constexpr std::chrono::milliseconds patience = std::chrono::seconds(10);
+constexpr size_t kWorkers = 48;
+constexpr std::chrono::milliseconds kKeepAlive = std::chrono::seconds(60);
+// How long an idle connection and one within a request stay open when another waits for a worker.
+constexpr std::chrono::seconds kIdleGrant{1};
+constexpr std::chrono::seconds kBusyGrant{10};
+constexpr std::chrono::milliseconds kTimeout = std::chrono::seconds(10);
 
 struct FreeSsl
 {
@@ -57,7 +57,7 @@ public:
         return SSL_pending(m_ssl) > 0 || ready(m_socket, POLLIN, wait);
     }
 
-    // The library sets no limit to a line without an end, nor to the number of lines.
+    // The library limits neither the length of a line nor the number of lines.
     void beginHead()
     {
         m_inHead = true;
@@ -65,29 +65,27 @@ public:
     }
     void endHead() { m_inHead = false; }
 
-    bool is_readable() const override { return waitReadable(patience); }
-    bool is_writable() const override { return ready(m_socket, POLLOUT, patience); }
+    bool is_readable() const override { return waitReadable(kTimeout); }
+    bool is_writable() const override { return ready(m_socket, POLLOUT, kTimeout); }
 
     ssize_t read(char *bytes, size_t size) override
     {
-        // Clients send head and body of a post apart and wait for the first to be acknowledged;
-        // the kernel would take 40 ms for that. The option lasts for one reading only.
+        // Clients send the head and the body of a post separately and wait for the first to be
+        // acknowledged, which the kernel delays by 40 ms. The option lasts for one read only.
         const int on = 1;
         ::setsockopt(m_socket, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
         ERR_clear_error();
         size_t count = 0;
-        if (m_headLeft == 0 || SSL_read_ex(m_ssl, bytes, std::min(size, m_headLeft), &count) != 1) {
+        if (m_headLeft == 0 || SSL_read_ex(m_ssl, bytes, std::min(size, m_headLeft), &count) != 1)
             return -1;
-        }
         m_headLeft -= m_inHead ? count : 0;
         return static_cast<ssize_t>(count);
     }
 
     ssize_t write(const char *bytes, size_t size) override
     {
-        if (size == 0) {
+        if (size == 0)
             return 0;
-        }
         ERR_clear_error();
         size_t count = 0;
         return SSL_write_ex(m_ssl, bytes, size, &count) == 1 ? static_cast<ssize_t>(count) : -1;
@@ -129,7 +127,7 @@ class TlsServer::Workers final : public httplib::ThreadPool
 {
 public:
     explicit Workers(TlsServer &server)
-        : httplib::ThreadPool(workers)
+        : httplib::ThreadPool(kWorkers)
         , m_server(server)
     { }
     Q_DISABLE_COPY_MOVE(Workers)
@@ -157,13 +155,11 @@ TlsServer::TlsServer(X509 *certificate, EVP_PKEY *key)
 void TlsServer::makeRoom()
 {
     using Connection = decltype(m_open)::value_type;
-    if (m_waiting == 0) {
+    if (m_waiting == 0)
         return;
-    }
     const std::lock_guard lock(m_mutex);
-    if (m_open.size() < workers) {
-        return; // one of them is about to begin
-    }
+    if (m_open.size() < kWorkers)
+        return; // one of them is about to start
     const auto ending = std::count_if(m_open.begin(), m_open.end(), [](const Connection &each) {
         return each.second == Clock::time_point::max();
     });
@@ -171,9 +167,8 @@ void TlsServer::makeRoom()
         const auto next =
             std::min_element(m_open.begin(), m_open.end(),
                              [](const Connection &a, const Connection &b) { return a.second < b.second; });
-        if (next == m_open.end() || next->second > Clock::now()) {
+        if (next == m_open.end() || next->second > Clock::now())
             return;
-        }
         next->second = Clock::time_point::max();
         ::shutdown(next->first, SHUT_RDWR);
     }
@@ -185,9 +180,8 @@ bool TlsServer::grant(socket_t socket, Clock::duration time)
 {
     const std::lock_guard lock(m_mutex);
     Clock::time_point &until = m_open[socket];
-    if (until == Clock::time_point::max()) {
+    if (until == Clock::time_point::max())
         return false;
-    }
     until = Clock::now() + time;
     return true;
 }
@@ -196,15 +190,14 @@ void TlsServer::closeConnections()
 {
     const std::lock_guard lock(m_mutex);
     m_closing = true;
-    for (const auto &each : m_open) {
+    for (const auto &each : m_open)
         ::shutdown(each.first, SHUT_RDWR);
-    }
 }
 
 bool TlsServer::enter(socket_t socket)
 {
     const std::lock_guard lock(m_mutex);
-    return !m_closing && m_open.emplace(socket, Clock::now() + busyGrant).second;
+    return !m_closing && m_open.emplace(socket, Clock::now() + kBusyGrant).second;
 }
 
 void TlsServer::leave(socket_t socket)
@@ -230,12 +223,12 @@ bool TlsServer::process_and_close_socket(socket_t socket)
 void TlsServer::serve(socket_t socket)
 {
     const std::unique_ptr<SSL, FreeSsl> ssl(SSL_new(ssl_context()));
-    if (!ssl || SSL_set_fd(ssl.get(), socket) != 1 || SSL_accept(ssl.get()) != 1) {
+    if (!ssl || SSL_set_fd(ssl.get(), socket) != 1 || SSL_accept(ssl.get()) != 1)
         return;
-    }
     TlsStream stream(ssl.get(), socket);
     bool last = false;
-    while (!last && grant(socket, idleGrant) && stream.waitReadable(keepAlive) && grant(socket, busyGrant)) {
+    while (!last && grant(socket, kIdleGrant) && stream.waitReadable(kKeepAlive)
+           && grant(socket, kBusyGrant)) {
         stream.beginHead();
         if (!process_request(stream, false, last, [&ssl, &stream](httplib::Request &request) {
                 stream.endHead();

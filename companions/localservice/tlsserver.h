@@ -11,16 +11,16 @@
 
 namespace localservice {
 
-/// The library's TLS server, with the connections in sight: they can be closed all at once,
-/// also those that are idle, so that stopping does not wait for keep-alive times to pass. Each
-/// holds a worker; when another waits for one, idle and slow connections make way.
+// The library's TLS server with access to its connections: all of them can be closed at once,
+// so that stopping does not wait for idle ones to time out. Each holds a worker; when another
+// waits for one, idle and slow connections are closed.
 class TlsServer final : public httplib::SSLServer
 {
 public:
     TlsServer(X509 *certificate, EVP_PKEY *key);
     Q_DISABLE_COPY_MOVE(TlsServer)
 
-    /// Later connections are closed as they come.
+    // Later connections are closed as they come.
     void closeConnections();
 
 private:
@@ -36,7 +36,7 @@ private:
 
     std::atomic<int> m_waiting{0}; // connections that have no worker yet
     std::mutex m_mutex;
-    std::map<socket_t, Clock::time_point> m_open; // until when each is left alone; max(): it is being closed
+    std::map<socket_t, Clock::time_point> m_open; // when each may be closed; max(): it is being closed
     bool m_closing = false;
 };
 

@@ -52,18 +52,16 @@ const Task *World::task(const QString &taskId) const
 Task *World::task(const QString &taskId)
 {
     for (Team &each : teams) {
-        if (Task *found = withId(each.tasks, taskId)) {
+        if (Task *found = withId(each.tasks, taskId))
             return found;
-        }
     }
     return nullptr;
 }
 
 bool World::addTeam(const Team &added)
 {
-    if (added.id.isEmpty() || team(added.id)) {
+    if (added.id.isEmpty() || team(added.id))
         return false;
-    }
     teams.append(added);
     return true;
 }
@@ -71,9 +69,8 @@ bool World::addTeam(const Team &added)
 bool World::removeTeam(const QString &teamId)
 {
     const Team *found = team(teamId);
-    if (!found) {
+    if (!found)
         return false;
-    }
     teams.removeAt(static_cast<int>(found - teams.constData()));
     return true;
 }
@@ -81,9 +78,8 @@ bool World::removeTeam(const QString &teamId)
 bool World::addTask(const QString &teamId, const Task &added)
 {
     Team *holder = team(teamId);
-    if (!holder || added.id.isEmpty() || teamOf(added.id)) {
+    if (!holder || added.id.isEmpty() || teamOf(added.id))
         return false;
-    }
     holder->tasks.append(added);
     return true;
 }
@@ -102,27 +98,24 @@ bool World::removeTask(const QString &taskId)
 bool World::addComment(const QString &taskId, const QDateTime &when)
 {
     Task *found = task(taskId);
-    if (found) {
+    if (found)
         found->lastComment = when;
-    }
     return found != nullptr;
 }
 
 bool World::setBlock(const QString &taskId, const QString &block)
 {
     Task *found = task(taskId);
-    if (found) {
+    if (found)
         found->block = block;
-    }
     return found != nullptr;
 }
 
 bool World::setDeadline(const QString &taskId, const QDateTime &deadline)
 {
     Task *found = task(taskId);
-    if (found) {
+    if (found)
         found->deadline = deadline;
-    }
     return found != nullptr;
 }
 

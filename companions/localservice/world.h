@@ -14,7 +14,7 @@ struct Attachment
     QString id;
     QString fileName;
     QString originalName;
-    QString size; ///< bytes, as text
+    QString size; // bytes, as text
 };
 
 struct Keyword
@@ -50,9 +50,9 @@ struct Task
 {
     QString id;
     QString title;
-    QDateTime deadline{}; ///< invalid: the task has none
+    QDateTime deadline{}; // invalid: the task has none
     QString block = QStringLiteral("0");
-    QDateTime lastComment{}; ///< invalid: nobody has commented
+    QDateTime lastComment{}; // invalid: nobody has commented
     int importance = 0;
     TaskDetails details{};
 };
@@ -64,51 +64,51 @@ struct Team
     QVector<Task> tasks{};
 };
 
-/// Whole minutes of one day.
+// Whole minutes of one day.
 struct DayTotals
 {
     int active = 0;
     int total = 0;
-    QMap<QString, int> tasks{}; ///< by task id
+    QMap<QString, int> tasks{}; // by task id
 };
 
 struct User
 {
     QString login;
     QString password;
-    QStringList teams{}; ///< ids; empty: every team
-    DayTotals worked{}; ///< what counts as worked on `workedOn` besides the received reports
+    QStringList teams{}; // ids; empty: every team
+    DayTotals worked{}; // what counts as worked on `workedOn` besides the received reports
     QDate workedOn{};
 
     bool sees(const QString &teamId) const { return teams.isEmpty() || teams.contains(teamId); }
 };
 
-/// What the service knows: a plain value, copied in and out of the running service.
+// What the service knows: a plain value, copied in and out of the running service.
 struct World
 {
     QVector<User> users;
     QVector<Team> teams;
-    QJsonArray versions; ///< the version description as it is served
+    QJsonArray versions; // the version description as it is served
 
     const User *user(const QString &login) const;
     const Team *team(const QString &teamId) const;
     const Task *task(const QString &taskId) const;
     Team *team(const QString &teamId);
     Task *task(const QString &taskId);
-    /// The team that holds the task, or null.
+    // The team that holds the task, or null.
     const Team *teamOf(const QString &taskId) const;
 
-    // Each of these is false, and changes nothing, when the id is empty, unknown, or taken already.
+    // These return false, and change nothing, when the id is empty, unknown, or taken already.
     bool addTeam(const Team &team);
     bool removeTeam(const QString &teamId);
     bool addTask(const QString &teamId, const Task &task);
     bool removeTask(const QString &taskId);
-    /// Moves the time of the last comment; whole seconds, as the wire has it.
+    // Sets the time of the last comment; clients get whole seconds.
     bool addComment(const QString &taskId, const QDateTime &when);
     bool setBlock(const QString &taskId, const QString &block);
     bool setDeadline(const QString &taskId, const QDateTime &deadline);
 
-    /// One entry a version, in this order, each with its download link.
+    // One entry for each version, in this order, with its download link.
     void setVersions(const QStringList &list);
 };
 

@@ -9,7 +9,7 @@
 
 namespace {
 constexpr char kActivity = '.';
-// What a client sends means nothing; this much of it is held until it is thrown away.
+// What clients send is discarded; at most this many bytes of it are buffered.
 constexpr qint64 kReadBufferSize = 512;
 
 bool isOwnUsers(const QTcpSocket &client)
@@ -71,7 +71,7 @@ void ActivityServer::acceptClients()
         client->setReadBufferSize(kReadBufferSize);
         client->setSocketOption(QAbstractSocket::LowDelayOption, 1);
         connect(client, &QTcpSocket::readyRead, client, [client] { client->skip(client->bytesAvailable()); });
-        // A client that closed its end with a byte unread would keep its place for ever.
+        // Otherwise a client that closed its end with a byte unread would keep its place for ever.
         connect(client, &QTcpSocket::readChannelFinished, client, &QTcpSocket::abort, Qt::QueuedConnection);
         connect(client, &QTcpSocket::disconnected, this, [this, client] { forget(client); });
         m_clients.append(client);

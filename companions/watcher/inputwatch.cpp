@@ -56,14 +56,14 @@ std::unique_ptr<InputWatch> InputWatch::open(QString *error)
     int opcode = 0;
     int eventBase = 0;
     int errorBase = 0;
-    // The X server of a Wayland session, known by this lack, sees the input of its own windows alone:
-    // most of the work would not count.
+    // Only the X server of a Wayland session lacks it. That server sees the input of its own windows
+    // only: most of the work would not count.
     if (!XQueryExtension(display, "MIT-SCREEN-SAVER", &opcode, &eventBase, &errorBase)) {
         *error =
             QStringLiteral("сеансы Wayland не поддерживаются (X-сервер без расширения MIT-SCREEN-SAVER)");
         return nullptr;
     }
-    // From 2.1 on, raw events come during grabs too; 2.2 has those of touch screens.
+    // Since 2.1 raw events are sent during grabs too; 2.2 adds those of touch screens.
     int major = 2;
     int minor = 2;
     if (!XQueryExtension(display, "XInputExtension", &connection->inputExtension, &eventBase, &errorBase)
@@ -87,13 +87,13 @@ InputWatch::InputWatch(std::unique_ptr<Connection> connection)
     connect(m_notifier.get(), &QSocketNotifier::activated, this, &InputWatch::readEvents);
     select(true);
     XSync(m_connection->display.get(), False);
-    // Events that came with the answer wait in Xlib, where the notifier does not see them.
+    // Events that came with the reply are in the queue of Xlib, of which the notifier does not know.
     QTimer::singleShot(0, this, &InputWatch::readEvents);
 }
 
 InputWatch::~InputWatch() = default;
 
-// Raw events come from input alone: not when a program moves the pointer or resets the screen saver.
+// Raw events come from input devices only, not when a program moves the pointer or resets the screen saver.
 void InputWatch::select(bool input)
 {
     std::array<unsigned char, XIMaskLen(XI_LASTEVENT)> bits = {};
@@ -102,7 +102,7 @@ void InputWatch::select(bool input)
                                XI_RawMotion, XI_RawTouchBegin, XI_RawTouchUpdate, XI_RawTouchEnd})
             bits[size_t(type) / 8] = static_cast<unsigned char>(bits[size_t(type) / 8] | 1U << type % 8);
     }
-    // All devices: those that are plugged in later, and those that drive no pointer, too.
+    // All devices, including those that are plugged in later and those that move no pointer.
     XIEventMask mask = {XIAllDevices, bits.size(), bits.data()};
     Display *display = m_connection->display.get();
     XISelectEvents(display, DefaultRootWindow(display), &mask, 1);
@@ -111,8 +111,8 @@ void InputWatch::select(bool input)
 void InputWatch::readEvents()
 {
     Display *display = m_connection->display.get();
-    // XPending() also sends what is waiting to be sent, before it looks for events: none is left
-    // behind in Xlib when it says so.
+    // XPending() also sends pending requests before it checks for events: when it returns 0, none is
+    // left in the queue of Xlib.
     while (!m_connection->isLost && XPending(display) > 0) {
         XEvent event;
         XNextEvent(display, &event);
@@ -139,7 +139,7 @@ void InputWatch::resume()
     readEvents();
 }
 
-// A key that is held down has one raw event, at its beginning.
+// A key that is held down has only one raw event.
 bool InputWatch::isKeyRepeating()
 {
     Display *display = m_connection->display.get();

@@ -7,8 +7,8 @@
 
 class QSocketNotifier;
 
-// Notices that the user works with the keyboard, mouse, touch screen or pen of an X server.
-// Costs nothing while nobody does.
+// Detects use of the keyboard, mouse, touch screen or pen of an X server. Costs nothing while
+// there is none.
 class InputWatch final : public QObject
 {
     Q_OBJECT
@@ -20,9 +20,9 @@ public:
     Q_DISABLE_COPY_MOVE(InputWatch)
 
 signals:
-    // At most once a second, however much input there is.
+    // At most once a second.
     void active();
-    // The server is gone, at most once; nothing follows.
+    // The connection is lost; emitted at most once, and last.
     void lost();
 
 private:

@@ -42,7 +42,7 @@ QString helpText()
         .arg(systemConfigFile());
 }
 
-// Makes SIGTERM and SIGINT leave the event loop. Must come before anything that starts threads.
+// Makes SIGTERM and SIGINT quit the event loop. Must be called before any thread starts.
 void quitOnTermination(QCoreApplication *application)
 {
     sigset_t signalSet;

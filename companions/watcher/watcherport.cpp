@@ -15,6 +15,6 @@ QString systemConfigFile()
 quint16 configuredPort()
 {
     const QSettings settings(systemConfigFile(), QSettings::IniFormat);
-    // The client wraps values outside the range of a port in the same way, so both meet.
+    // The client wraps values outside the range of a port in the same way.
     return static_cast<quint16>(settings.value(QStringLiteral("watcher-port"), kDefaultPort).toInt());
 }

@@ -5,6 +5,6 @@
 // Path of the system configuration file: environment variable ORVANA_CONFIG or the built-in one.
 QString systemConfigFile();
 
-// The port that the client connects to, read afresh from the system configuration file.
-// 0 when the file names no usable port.
+// The port that the client connects to, read from the system configuration file at each call.
+// 0 when the file has no usable port.
 quint16 configuredPort();

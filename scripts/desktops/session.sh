@@ -186,8 +186,7 @@ control() {
     local action=$1 token fields=() field
     shift
     for field in "$@"; do fields+=(--data-urlencode "$field"); done
-    token=$(curl --silent --insecure --noproxy '*' "$ORVANA_SERVICE_URL/" |
-        grep -om 1 'name="token" value="[0-9a-f]*' | head -n 1)
+    token=$(curl --silent --insecure --noproxy '*' "$ORVANA_SERVICE_URL/state" | grep -o '"token":"[0-9a-f]*')
     curl --silent --insecure --noproxy '*' --data-urlencode "token=${token##*\"}" "${fields[@]}" \
         "$ORVANA_SERVICE_URL/control/$action" >/dev/null
 }

@@ -4,5 +4,5 @@
 
 QImage grabDesktop()
 {
-    return rootWindowPicture();
+    return rootWindowScreenshot();
 }

@@ -9,7 +9,8 @@
 #include <optional>
 
 // What the X server and the window manager know about the desktop at this moment. Any window id may
-// be asked about, also one that is gone by now. Without X11 there are no windows and no idle time.
+// be passed, even of a window that no longer exists. Without X11 there are no windows and no idle
+// time; without a window manager there are no windows.
 class QxtWindowSystem final
 {
 public:
@@ -27,6 +28,6 @@ public:
     // The uppermost window with exactly this title, 0 when there is none.
     static WId findWindow(const QString &title);
 
-    // Time since the last keyboard or pointer input; nothing when the server cannot tell.
+    // Time since the last keyboard or pointer input; nothing when the server does not measure it.
     static std::optional<std::chrono::milliseconds> idleTime();
 };

@@ -72,14 +72,14 @@ QImage toImage(xcb_connection_t *connection, Reply<xcb_get_image_reply_t> pixels
         * layout->scanline_pad / kBitsPerByte;
     if (format == std::end(kPixelFormats) || xcb_get_image_data_length(pixels.get()) / height < line)
         return {};
-    // A copy of a large desktop would take longer than all the rest of this.
+    // Copying the pixels of a large desktop would take longer than everything else here.
     uchar *data = xcb_get_image_data(pixels.get());
     return QImage(data, width, height, line, format->format, std::free, pixels.release());
 }
 
 } // namespace
 
-QImage rootWindowPicture()
+QImage rootWindowScreenshot()
 {
     xcb_connection_t *connection = QX11Info::isPlatformX11() ? QX11Info::connection() : nullptr;
     if (!connection)

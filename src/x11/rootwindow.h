@@ -2,10 +2,9 @@
 
 #include <QImage>
 
-// Everything on all monitors, pixel by pixel whatever the scale of the windows. Null
-// without X11 and when it cannot be taken.
-QImage rootWindowPicture();
+// A screenshot of all monitors in device pixels. Null without X11 and when it cannot be taken.
+QImage rootWindowScreenshot();
 
-// The dots per inch that the user's X resources ask for, 0 when they ask for none. By a
-// connection of its own: to be asked before the application object exists.
+// The dots per inch of the user's X resources, 0 when they have none. Uses a connection of its
+// own, so that it can be called before the application object exists.
 int configuredDpi();

@@ -37,9 +37,8 @@ void leaveTaskbar(const QWidget *window)
     xcb_flush(hints()->connection);
 }
 
-// Sent after each mapping: a window manager forgets it with a window that is hidden,
-// and Xfwm takes the number that stands for all desktops, read from a new window, for that
-// of the last one.
+// Repeats the request after each mapping: a window manager forgets it when a window is hidden,
+// and Xfwm takes the number for all desktops, read from a new window, for the last desktop.
 class Request final : public QObject
 {
 public:

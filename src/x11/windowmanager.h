@@ -2,20 +2,19 @@
 
 class QWidget;
 
-// What window managers say and take by their common properties, and Qt does not pass on.
+// Properties that window managers share and Qt does not offer. Without X11 nothing happens.
 
-// From its next show on, the window is on every virtual desktop. Without X11 nothing
-// changes.
+// Puts the window on every virtual desktop whenever it is shown from now on.
 void showOnAllDesktops(QWidget *window);
 
-// At once, when it is shown: somebody may have sent it to one desktop.
+// Does so at once if the window is visible: the user may have moved it to one desktop.
 void moveToAllDesktops(const QWidget *window);
 
 // From its next show on, panels and pagers leave the window out.
 void keepOutOfTaskbar(QWidget *window);
 
-// True as well where the window manager does not say.
+// Also true when the window manager does not say.
 bool isOnCurrentDesktop(const QWidget *window);
 
-// Whether the window that the user works in, of whatever program, fills the screen.
+// Whether the active window, of any program, fills the screen.
 bool isFullScreenWindowActive();

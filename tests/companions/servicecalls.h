@@ -24,7 +24,7 @@ inline Fields asAnna(const Fields &more = {})
     return as(anna(), s("orvana"), more);
 }
 
-/// A minute of Anna's, as JSON; `past` in seconds.
+// A minute of Anna's, as JSON; `past` in seconds.
 inline QJsonObject report(int active, qint64 past = 0, const QString &task = s("1701"))
 {
     return {{s("email"), anna()},
@@ -45,8 +45,8 @@ inline QByteArray formEncoded(const Fields &fields)
     return body;
 }
 
-/// An upload as clients send it: each byte of the JSON is widened to a character, the text is
-/// encoded as UTF-8 and percent-encoded.
+// An upload as clients send it: each byte of the JSON is widened to a character, the text is
+// encoded as UTF-8 and percent-encoded.
 inline QByteArray uploadBody(const QByteArray &json)
 {
     return "data=" + QUrl::toPercentEncoding(QString::fromLatin1(json));
@@ -57,7 +57,7 @@ inline QByteArray uploadBody(const QJsonObject &object)
     return uploadBody(QJsonDocument(QJsonArray{object}).toJson(QJsonDocument::Compact));
 }
 
-/// What came back for one request.
+// What came back for one request.
 struct Answer
 {
     int status = 0;
@@ -67,7 +67,7 @@ struct Answer
     QJsonArray array() const { return QJsonDocument::fromJson(body).array(); }
 };
 
-/// Requests to one service; accepts its certificate, follows no redirection.
+// Requests to one service; accepts its certificate, follows no redirection.
 class ServiceCalls final
 {
 public:
@@ -95,7 +95,7 @@ public:
     }
     Answer post(const QString &path, const Fields &form) { return post(path, formEncoded(form)); }
 
-    /// Waits for the end of a request, at most ten seconds.
+    // Waits for the end of a request, at most ten seconds.
     static Answer finish(QNetworkReply &reply)
     {
         if (!QTest::qWaitFor([&reply] { return reply.isFinished(); }, 10000))

@@ -23,7 +23,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto kGlance = 1s; // of the client's time, as are all others
+constexpr auto kGlance = 1s; // of the client's time, as all others are
 
 int s_minutes = 0;
 int s_passed = 0;
@@ -41,7 +41,7 @@ void note(const QString &line)
 // Somebody who makes the choices of ORVANA_CRASH_CHOICES, a line each: milliseconds to wait, then
 // "press" for the play button, "start", or "task", each with the rows to pick in the chooser, or
 // "user" with login and password. The widgets get the events of mouse and keyboard from within the
-// process, so that it can die at the very moment at which it has dealt with one.
+// process, so that it can die as soon as it has handled one.
 class User final
 {
 public:
@@ -154,7 +154,7 @@ private:
         made();
     }
 
-    // Again and again while the service does not answer.
+    // Retried while the service does not answer.
     void logIn()
     {
         auto *dialog = child<QDialog>(m_form, "LoginForm");
@@ -190,9 +190,8 @@ void seatUser()
 Q_COREAPP_STARTUP_FUNCTION(seatUser)
 
 // ORVANA_CRASH_AT names the place and ORVANA_CRASH_PASS says how often it is passed
-// unharmed. Every minute is also given a number of its own, carried by the version
-// that goes into its record and over the wire: nothing else tells two equally
-// busy minutes of one task apart once they are under way.
+// unharmed. Every minute also gets a number of its own, as the version in its record and
+// request: nothing else distinguishes two equally busy minutes of one task.
 void crashPoint(const char *name)
 {
     static const QByteArray place = qgetenv("ORVANA_CRASH_AT");

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "texts.h"
+#include "fastclient.h"
 
 #include <QDir>
 #include <QHash>
@@ -11,19 +11,14 @@
 #include <QVector>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <mutex>
 #include <utility>
 
-#include <sys/inotify.h>
-#include <unistd.h>
-
-// Keeps book of what the client promised and what the service got. A report is
-// promised from the moment its record has its final name in the watched folder;
-// it is known by the number that the trial build puts into its version, together
-// with its booking: whose it is, on which task, and at which port it has to arrive.
-// Safe to use from several threads.
+// Keeps account of what the client promised and what the service received. A report is promised
+// from the moment its record has its final name in the watched folder. It is identified by the
+// number that the trial build puts into its version, together with its booking: whose it is, on
+// which task, and at which port it has to arrive. Thread-safe.
 class Ledger final
 {
 public:
@@ -40,25 +35,14 @@ public:
         bool isClean() const { return missing + waiting + uncounted + unread + unexcused == 0; }
     };
 
-    Ledger()
-        : m_inotify(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
-    { }
-
-    ~Ledger() { close(m_inotify); }
-
-    Q_DISABLE_COPY_MOVE(Ledger)
-
     // The folder has to exist and to stay.
     void watch(const QString &login, const QString &folder)
     {
-        const int watch = inotify_add_watch(m_inotify, QFile::encodeName(folder).constData(), IN_MOVED_TO);
-        if (watch < 0)
-            qFatal("the folder cannot be watched");
-        m_folders.insert(watch, {login, folder});
+        m_folders.insert(m_watch.add(folder), {login, folder});
     }
 
-    // Takes in the records that have come since the last call. Called before any
-    // answer leaves the service, it sees each one before the client may delete it.
+    // Reads the records that have come since the last call. Called before any answer leaves
+    // the service, it sees each one before the client may delete it.
     void readFolder()
     {
         const std::lock_guard lock(m_mutex);
@@ -88,10 +72,10 @@ public:
             m_lossy.last().to = std::min(m_lossy.constLast().to, Clock::now());
     }
 
-    // No client runs: what was accepted and still lies in the folder fell to the kill.
-    // A client takes a report up again only after another one has got through: as long
-    // as all replies are lost, one acceptance is excused. A kill excuses one that left
-    // the record in the folder. A second sending without such a reason has no excuse.
+    // No client runs: for what was accepted and is still in the folder, the kill is to blame.
+    // A client sends a report again only after another one has been accepted: as long as all
+    // replies are lost, one acceptance is excused. A kill excuses one that left the record in
+    // the folder. Anything else that is sent twice has no excuse.
     // Returns the bookings of the client's records by their version.
     QMultiHash<QString, QString> clientIsGone()
     {
@@ -162,7 +146,7 @@ public:
             + QString::number(port);
     }
 
-    // What else has to arrive: the slices of a minute, the name of a picture.
+    // What else has to arrive: the slices of a minute, the name of a screenshot.
     static QString idOf(const QString &version, const QString &booking, const QString &rest)
     {
         return version + QLatin1Char('\t') + booking + QLatin1Char('\t') + rest;
@@ -190,18 +174,7 @@ private:
 
     void readRecords()
     {
-        alignas(inotify_event) std::array<char, 64 * 1024> buffer;
-        for (ssize_t size; (size = read(m_inotify, buffer.data(), buffer.size())) > 0;) {
-            for (ssize_t at = 0; at < size;) {
-                const auto *event = reinterpret_cast<const inotify_event *>(buffer.data() + at);
-                if (event->mask & IN_Q_OVERFLOW)
-                    qFatal("records went unseen");
-                const QString name = QFile::decodeName(event->name);
-                if (name.startsWith(s("json")))
-                    enter(m_folders.value(event->wd), name);
-                at += static_cast<ssize_t>(sizeof *event + event->len);
-            }
-        }
+        m_watch.read([this](int folder, const QString &name) { enter(m_folders.value(folder), name); });
     }
 
     void enter(const Folder &folder, const QString &name)
@@ -261,7 +234,7 @@ private:
     }
 
     std::mutex m_mutex;
-    int m_inotify;
+    RecordWatch m_watch;
     QHash<int, Folder> m_folders; // by watch
     QMultiHash<QString, QString> m_bookings; // of the client that runs, by version
     QHash<QString, int> m_counted; // by id: how many records

@@ -1,29 +1,16 @@
 // Lets the client work through hours at sixty times their speed while the service
-// fails and its lists change every minute, and looks at what grows:
+// fails and its lists change every minute, and measures what grows:
 // soak CLIENT HOURS
-#include "clientroom.h"
+#include "fastclient.h"
 
 #include <QCoreApplication>
 #include <QDirIterator>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QMap>
-#include <QRandomGenerator>
-#include <QSocketNotifier>
-#include <QTcpSocket>
-#include <QTimer>
 
 #include <algorithm>
-#include <array>
-#include <chrono>
 #include <cstdio>
-#include <cstring>
 
-#include <sys/inotify.h>
-#include <unistd.h>
-
-using localservice::Fault;
-using localservice::Outage;
 using localservice::World;
 using namespace std::chrono_literals;
 
@@ -41,12 +28,11 @@ constexpr qint64 kFileGrowth = 256; // bytes: a date or a number may get longer
 constexpr double kFewestMinutes = 0.95; // of those that have passed
 constexpr int kSamplesAtTheHour = 10;
 const QString kTask = s("1702");
-// A blocking task in the team one works for would stop the work.
+// A blocking task in the current team would stop the work.
 const QString kOtherTeam = s("41");
 const QString kPopupTitle = s("^Dialog$");
 
-// KiB. What is shared counts in the second in full, in the first by the number of
-// programs that happen to share it, in the third not at all.
+// KiB: the proportional set, the resident set and its anonymous part.
 struct Memory
 {
     qint64 pss = 0;
@@ -57,10 +43,9 @@ struct Memory
 struct Hour
 {
     Memory memory;
-    // Connections come and go.
     int fewestDescriptors = 0;
     int mostDescriptors = 0;
-    QMap<QString, qint64> files; // largest sizes, but for the log and what waits to be sent
+    QMap<QString, qint64> files; // largest sizes, without the log and waiting records
     qint64 log = 0;
 };
 
@@ -69,12 +54,10 @@ class Soak final
 public:
     Soak(const QString &client, int hours);
     Q_DISABLE_COPY_MOVE(Soak)
-    ~Soak() { ::close(m_inotify); }
 
     bool run();
 
 private:
-    void startClient(const QString &program);
     void minute();
     void changeLists();
     void startOutage();
@@ -84,20 +67,20 @@ private:
     bool drained();
     bool report();
 
-    ClientRoom m_room{[] {
-        localservice::Server::Options options;
-        options.recordRequests = false;
-        return options;
-    }()};
-    QTimer m_input;
+    FastClient m_client{[] {
+                            localservice::Server::Options options;
+                            options.recordRequests = false;
+                            return options;
+                        }(),
+                        kSpeed, kInputPeriod, 100};
+    ClientRoom &m_room = m_client.room;
+    RecordWatch m_watch;
     QTimer m_minuteTimer;
     QTimer m_clearUp;
-    QProcess m_client;
     QProcess m_popupCloser;
     QElapsedTimer m_passed;
     int m_hours;
     int m_minutes = 0;
-    int m_inotify = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     int m_records = 0;
     QVector<Memory> m_memory; // of this hour
     Hour m_hour;
@@ -107,119 +90,62 @@ private:
 Soak::Soak(const QString &client, int hours)
     : m_hours(hours)
 {
-    m_room.leaveUser(true);
-    const QByteArray cache = QFile::encodeName(m_room.ofUser(s("activity")));
-    if (inotify_add_watch(m_inotify, cache.constData(), IN_MOVED_TO) < 0)
-        qFatal("the folder cannot be watched");
-
-    QObject::connect(&m_input, &QTimer::timeout, &m_room.watcher, [this] {
-        const auto clients = m_room.watcher.findChildren<QTcpSocket *>();
-        for (QTcpSocket *socket : clients)
-            socket->write("a");
-    });
-    QObject::connect(&m_room.watcher, &QTcpServer::newConnection, &m_room.watcher, [this] {
-        while (m_room.watcher.nextPendingConnection()) { }
-    });
+    m_watch.add(m_room.ofUser(s("activity")));
     m_minuteTimer.setTimerType(Qt::PreciseTimer);
-    QObject::connect(&m_minuteTimer, &QTimer::timeout, &m_room.watcher, [this] { minute(); });
+    m_minuteTimer.callOnTimeout(&m_minuteTimer, [this] { minute(); });
     m_clearUp.setSingleShot(true);
-    QObject::connect(&m_clearUp, &QTimer::timeout, &m_room.watcher, [this] {
-        m_room.server.setOutage(Outage::None);
-        m_room.server.clearFaults();
-    });
-    startClient(client);
-    m_input.start(kInputPeriod);
+    m_clearUp.callOnTimeout(
+        &m_clearUp, [this] { setWeather(m_room.server, Weather::Fine, *QRandomGenerator::global()); });
+    m_client.start(QDir().absoluteFilePath(client), QDateTime(QDate(2026, 3, 2), QTime(8, 0)));
     m_minuteTimer.start(kMinute);
     m_passed.start();
 }
 
-void Soak::startClient(const QString &program)
-{
-    m_client.setProcessEnvironment(m_room.environment(s("@2026-03-02 08:00:00 x%1").arg(kSpeed)));
-    m_client.setStandardOutputFile(QProcess::nullDevice());
-    m_client.setStandardErrorFile(QProcess::nullDevice());
-    m_client.setWorkingDirectory(m_room.path());
-    m_client.start(QDir().absoluteFilePath(program), QStringList());
-    if (!m_client.waitForStarted())
-        qFatal("the client does not start");
-}
-
-// Over and over the same teams and tasks: what is gone stays in the session files.
+// Always the same teams and tasks: what is gone stays in the session files.
 void Soak::changeLists()
 {
-    const int step = m_minutes;
     const QDateTime now = QDateTime::currentDateTime();
-    m_room.server.edit([step, &now](World &world) {
-        localservice::Task task;
-        task.id = s("9001");
-        task.title = s("Разобрать входящие");
-        localservice::Team team;
-        team.id = s("99");
-        team.name = s("Дежурные");
-        const std::array<
-            bool (*)(World &, const localservice::Task &, const localservice::Team &, const QDateTime &), 8>
-            changes{
-                [](World &w, const auto &t, const auto &, const auto &) { return w.addTask(kOtherTeam, t); },
-                [](World &w, const auto &, const auto &g, const auto &) { return w.addTeam(g); },
-                [](World &w, const auto &t, const auto &, const auto &) { return w.setBlock(t.id, s("1")); },
-                [](World &w, const auto &, const auto &, const auto &when) {
-                    return w.addComment(kTask, when);
-                },
-                [](World &w, const auto &t, const auto &, const auto &) { return w.setBlock(t.id, s("0")); },
-                [](World &w, const auto &, const auto &, const auto &when) {
-                    return w.setDeadline(kTask, when.addDays(1));
-                },
-                [](World &w, const auto &, const auto &g, const auto &) { return w.removeTeam(g.id); },
-                [](World &w, const auto &t, const auto &, const auto &) { return w.removeTask(t.id); },
-            };
-        changes.at(static_cast<size_t>(step) % changes.size())(world, task, team, now);
+    m_room.server.edit([step = m_minutes % 8, &now](World &world) {
+        const QString task = s("9001");
+        const QString team = s("99");
+        switch (step) {
+        case 0:
+            return world.addTask(kOtherTeam, {task, s("Разобрать входящие")});
+        case 1:
+            return world.addTeam({team, s("Дежурные")});
+        case 2:
+        case 4:
+            return world.setBlock(task, step == 2 ? s("1") : s("0"));
+        case 3:
+            return world.addComment(kTask, now);
+        case 5:
+            return world.setDeadline(kTask, now.addDays(1));
+        case 6:
+            return world.removeTeam(team);
+        default:
+            return world.removeTask(task);
+        }
     });
 }
 
-// None of these takes a report and fails to say so: each is to arrive exactly once.
+// None of these accepts a report and fails to say so: each has to arrive exactly once.
 void Soak::startOutage()
 {
-    const QString all = s("*");
-    switch (QRandomGenerator::global()->bounded(6)) {
-    case 0:
-        m_room.server.setOutage(Outage::Unavailable);
-        break;
-    case 1:
-        m_room.server.setOutage(Outage::Dropped);
-        break;
-    case 2:
-        m_room.server.setFault(all, Fault::hang());
-        break;
-    case 3:
-        m_room.server.setFault(all, Fault::answer(500, "oops"));
-        break;
-    case 4:
-        m_room.server.setFault(all, Fault::delayed(100ms));
-        break;
-    default:
-        m_room.server.setFault(s("/api_active2"), Fault::answer(200, "\t<!DOCTYPE html>"));
-    }
+    auto &random = *QRandomGenerator::global();
+    const int kinds = static_cast<int>(Weather::Rejected);
+    setWeather(m_room.server, static_cast<Weather>(1 + random.bounded(kinds)), random);
     const bool isLong = m_minutes % kLongOutageEvery == 0;
     m_clearUp.start(isLong ? kMinute * kLongOutage : kMinute * 2 / 5);
 }
 
 void Soak::countRecords()
 {
-    alignas(inotify_event) std::array<char, 64 * 1024> buffer;
-    for (ssize_t size; (size = read(m_inotify, buffer.data(), buffer.size())) > 0;) {
-        for (ssize_t at = 0; at < size;) {
-            const auto *event = reinterpret_cast<const inotify_event *>(buffer.data() + at);
-            if (event->mask & IN_Q_OVERFLOW)
-                qFatal("records went unseen");
-            m_records += std::strncmp(event->name, "json", 4) == 0 ? 1 : 0;
-            at += static_cast<ssize_t>(sizeof *event + event->len);
-        }
-    }
+    m_watch.read([this](int, const QString &) { ++m_records; });
 }
 
 void Soak::sample()
 {
-    const QString process = s("/proc/%1/").arg(m_client.processId());
+    const QString process = s("/proc/%1/").arg(m_client.process.processId());
     QFile rollup(process + s("smaps_rollup"));
     Memory memory;
     if (rollup.open(QIODevice::ReadOnly)) {
@@ -245,10 +171,11 @@ void Soak::sample()
         if (file.fileName() == QLatin1String("log.log"))
             m_hour.log = file.fileInfo().size();
         else if (!file.filePath().contains(QLatin1String("/activity/"))) {
-            // A save replaces the whole file under a name that is gone at once.
+            // A save uses another name for a moment.
             const QString name = QDir(m_room.path(s(".orvana"))).relativeFilePath(file.filePath());
             const bool isPrevious = file.fileName().startsWith(QLatin1String(".old-"));
-            if (!isPrevious && (name.endsWith(QLatin1String(".ini")) || name.endsWith(QLatin1String(".json"))))
+            if (!isPrevious
+                && (name.endsWith(QLatin1String(".ini")) || name.endsWith(QLatin1String(".json"))))
                 m_hour.files[name] = std::max(m_hour.files.value(name), file.fileInfo().size());
         }
     }
@@ -256,7 +183,7 @@ void Soak::sample()
 
 void Soak::closeHour()
 {
-    // The middle one of the last: a picture of the desktop takes megabytes for a moment.
+    // The median of the last ones: a screenshot takes megabytes for a moment.
     const QVector<Memory> last = m_memory.mid(std::max(0, m_memory.size() - kSamplesAtTheHour));
     const auto middle = [&last](qint64 Memory::*kind) {
         QVector<qint64> values;
@@ -291,14 +218,14 @@ void Soak::minute()
     changeLists();
     if (!m_clearUp.isActive())
         startOutage();
-    // Somebody reads the popups and closes them.
+    // The user closes the popups.
     if (m_popupCloser.state() == QProcess::NotRunning)
         m_popupCloser.start(s("xdotool"),
                             {s("search"), s("--onlyvisible"), s("--name"), kPopupTitle, s("keydown"),
                              s("--window"), s("%@"), s("Escape")});
     if (m_minutes % kMinutesPerHour == 0)
         closeHour();
-    if (m_done.size() == m_hours || m_client.state() == QProcess::NotRunning)
+    if (m_done.size() == m_hours || !m_client.isRunning())
         QCoreApplication::quit();
 }
 
@@ -306,11 +233,10 @@ bool Soak::drained()
 {
     m_minuteTimer.stop();
     m_clearUp.stop();
-    m_room.server.setOutage(Outage::None);
-    m_room.server.clearFaults();
+    setWeather(m_room.server, Weather::Fine, *QRandomGenerator::global());
     QElapsedTimer passed;
     passed.start();
-    // A later report has to get through before what waits is taken up.
+    // A later report has to be accepted before the waiting ones are sent.
     const int before = m_records;
     while (passed.elapsed() < std::chrono::milliseconds(kPatience).count()) {
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
@@ -329,12 +255,10 @@ bool Soak::run()
 
 bool Soak::report()
 {
-    const bool stillRuns = m_client.state() == QProcess::Running;
+    const bool stillRuns = m_client.isRunning();
     const qint64 passedMinutes = m_passed.elapsed() / kMinute.count();
     const bool isEmpty = stillRuns && drained();
-    m_client.terminate();
-    const bool endedWell = stillRuns && m_client.waitForFinished()
-        && m_client.exitStatus() == QProcess::NormalExit && m_client.exitCode() == 0;
+    const bool endedWell = stillRuns && m_client.quit();
     countRecords();
     const int reports = m_room.server.reports().size();
     const int pictures = m_room.server.screenshots().size();

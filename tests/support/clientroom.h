@@ -10,8 +10,8 @@
 #include <QTcpServer>
 #include <QTemporaryDir>
 
-/// Where the real client runs: a folder of its own, a task service, and a port at which the test is the
-/// watcher.
+// The surroundings of the real client: a folder of its own, a task service, and a port where the
+// test is the watcher.
 class ClientRoom final
 {
 public:
@@ -30,10 +30,10 @@ public:
     QString path(const QString &name = QString()) const { return m_folder.filePath(name); }
     QString stored(const QString &name) const { return path(s(".orvana/") + name); }
     QString ofUser(const QString &name) const { return stored(s("anna@orvana.example/") + name); }
-    /// Reports and pictures on the disk.
+    // The number of records on the disk.
     int waiting() const { return QDir(ofUser(s("activity"))).entryList({s("json*")}, QDir::Files).size(); }
 
-    /// What an earlier run leaves: Anna is logged in and has chosen a task.
+    // What an earlier run leaves: Anna is logged in and has chosen a task.
     void leaveUser(bool isTracking) const
     {
         QDir().mkpath(ofUser(s("activity")));
@@ -47,7 +47,7 @@ public:
         session.setValue(s("taskID"), s("1702"));
     }
 
-    /// For a client of this room; `time` as libfaketime reads it, such as "+0 x20", or the real one.
+    // For a client in this room; `time` as libfaketime reads it, such as "+0 x20", or the real one.
     QProcessEnvironment environment(const QString &time = QString()) const
     {
         QProcessEnvironment made = QProcessEnvironment::systemEnvironment();
@@ -56,10 +56,10 @@ public:
         made.insert(s("ORVANA_CONFIG"), path(s("orvanx.conf")));
         made.insert(s("TMPDIR"), path());
         if (!time.isEmpty()) {
-            // Not through the wrapper program: it would stand between the test and the process.
+            // Not through the wrapper program, so that the child is the client itself.
             made.insert(s("LD_PRELOAD"), s("/usr/$LIB/faketime/libfaketimeMT.so.1"));
             made.insert(s("FAKETIME"), time);
-            // A sanitizer's library wants to be the first that is loaded.
+            // The library of a sanitizer has to be the first that is loaded.
             made.insert(s("ASAN_OPTIONS"), s("verify_asan_link_order=0:detect_leaks=0"));
         }
         return made;

@@ -3,7 +3,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-/// While it lives, whatever this process opens is another user's. Needs root.
+// While it exists, this process acts as another user. Needs root.
 class AsUser final
 {
 public:

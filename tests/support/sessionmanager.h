@@ -6,7 +6,7 @@ typedef struct _SmsConn *SmsConn;
 typedef struct _IceConn *IceConn;
 typedef struct _IceListenObj *IceListenObj;
 
-/// A desktop's session manager, with one client.
+// A desktop's session manager, with one client.
 class SessionManager final : public QObject
 {
 public:
@@ -16,14 +16,14 @@ public:
 
     QString address() const;
 
-    /// Asks whether the session may end, as at a logout.
+    // Asks whether the session may end, as at a logout.
     void askToEnd();
     void end();
     void breakConnection();
 
     int agreed = 0;
     int refused = 0;
-    int questions = 0; // that the client wanted to put to the user
+    int questions = 0; // that the client asked to show to the user
     bool isStartedAgain = true; // with the next session
 
 private:

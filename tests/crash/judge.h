@@ -1,0 +1,211 @@
+#pragma once
+
+#include "fastclient.h"
+#include "ledger.h"
+
+#include <QMap>
+#include <QMultiHash>
+#include <QSet>
+#include <QSettings>
+
+#include <array>
+#include <cstdio>
+#include <optional>
+
+struct Account
+{
+    QString login;
+    QString password;
+};
+
+inline const std::array<Account, 2> kAccounts{
+    {{s("anna@orvana.example"), s("orvana")}, {s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я")}}};
+
+// What was chosen in the client; every user's task and timer are kept for the next login.
+struct Choices
+{
+    struct Work
+    {
+        QString team;
+        QString task;
+        bool recording = false;
+    };
+
+    Work work() const { return users.value(login); }
+
+    // A kind and what belongs to it, as in the journal.
+    Choices after(const QStringList &choice) const
+    {
+        Choices next = *this;
+        const QString kind = choice.value(0);
+        Work &work = next.users[login];
+        if (kind == s("user"))
+            next.login = choice.value(1);
+        else if (kind == s("task"))
+            work = {choice.value(1), choice.value(2), work.recording};
+        else
+            work.recording = kind == s("start");
+        return next;
+    }
+
+    QStringList state() const
+    {
+        return {login, work().team, work().task, work().recording ? s("recording") : s("idle")};
+    }
+
+    QString login;
+    QMap<QString, Work> users;
+};
+
+// Compares what the client does with what was chosen in it, and its counter of the day with its
+// records.
+class Judge final
+{
+public:
+    explicit Judge(const ClientRoom &room)
+        : m_room(room)
+        , m_said{kAccounts.front().login, {{kAccounts.front().login, {s("17"), s("1702"), true}}}}
+    { }
+    Q_DISABLE_COPY_MOVE(Judge)
+
+    // Where the client of the trials writes what happens.
+    QString journalPath() const { return m_room.path(s("journal")); }
+
+    void runStarts(int run, int port)
+    {
+        m_run = run;
+        m_port = port;
+        m_counters = counters();
+    }
+
+    // A minute is counted before it has a record: a kill in between may lose one.
+    void runHasEnded(const QMultiHash<QString, QString> &bookings, bool mayLoseMinute)
+    {
+        judgeCounters(bookings, mayLoseMinute);
+        judgeJournal(bookings);
+    }
+
+    void complain(const QString &what)
+    {
+        ++m_complaints;
+        std::printf("run %d: %s\n", m_run, qPrintable(what));
+        std::fflush(stdout);
+    }
+
+    void print() const
+    {
+        std::printf("%d Starts, %d Stops, %d tasks, %d users chosen; %d minutes compared with the session's "
+                    "counter\n",
+                    m_made[s("start")], m_made[s("stop")], m_made[s("task")], m_made[s("user")], m_compared);
+    }
+
+    bool isSatisfied(int fewestCompared) const { return m_complaints == 0 && m_compared > fewestCompared; }
+
+private:
+    struct Counter
+    {
+        QString date;
+        int minutes = 0;
+    };
+
+    QMap<QString, Counter> counters() const
+    {
+        QMap<QString, Counter> read;
+        for (const Account &account : kAccounts) {
+            const QSettings stored(m_room.stored(account.login + s("/session.ini")), QSettings::IniFormat);
+            const QTime time = QTime::fromString(stored.value(s("todayWorktime")).toString(), s("hh:mm:ss"));
+            read[account.login] = {stored.value(s("worktimeDate")).toString(), QTime(0, 0).secsTo(time) / 60};
+        }
+        return read;
+    }
+
+    // What each user sees as worked has to grow by the records of this run.
+    void judgeCounters(const QMultiHash<QString, QString> &bookings, bool mayLoseMinute)
+    {
+        const QMap<QString, Counter> now = counters();
+        int lost = 0;
+        for (const Account &account : kAccounts) {
+            const Counter &before = m_counters[account.login];
+            const Counter &after = now[account.login];
+            if (before.date != after.date)
+                continue; // midnight has passed
+            QSet<QString> recorded;
+            for (auto it = bookings.cbegin(); it != bookings.cend(); ++it) {
+                if (it->startsWith(account.login + QLatin1Char('\t')))
+                    recorded.insert(it.key());
+            }
+            const int missing = after.minutes - before.minutes - recorded.size();
+            lost += missing;
+            m_compared += recorded.size();
+            if (missing < 0 || (missing > 0 && lost > (mayLoseMinute ? 1 : 0))) {
+                complain(s("%1 minutes counted and %2 recorded of %3")
+                             .arg(after.minutes - before.minutes)
+                             .arg(recorded.size())
+                             .arg(account.login));
+            }
+        }
+    }
+
+    // As long as the client has not handled a choice, it may act on it or not.
+    void judgeJournal(const QMultiHash<QString, QString> &bookings)
+    {
+        QFile journal(journalPath());
+        journal.open(QIODevice::ReadOnly);
+        while (!journal.atEnd()) {
+            QStringList entry =
+                QString::fromUtf8(journal.readLine()).remove(QLatin1Char('\n')).split(QLatin1Char('\t'));
+            const QString what = entry.takeFirst();
+            if (what == s("asks")) {
+                m_asked = m_said.after(entry);
+                m_lastAsked = entry.value(0);
+            } else if (what == s("minute")) {
+                judgeMinute(bookings.values(entry.value(0)));
+            } else {
+                if (what == s("made")) {
+                    m_said = *m_asked;
+                    ++m_made[m_lastAsked];
+                }
+                judgeState(what, entry);
+            }
+        }
+    }
+
+    void judgeState(const QString &when, const QStringList &state)
+    {
+        if (m_asked && m_asked->state() == state)
+            m_said = *m_asked;
+        m_asked.reset();
+        if (m_said.state() == state)
+            return;
+        complain(
+            s("%1 with [%2] and not [%3], last choice: %4")
+                .arg(when, state.join(QLatin1Char(' ')), m_said.state().join(QLatin1Char(' ')), m_lastAsked));
+        m_said.login = state.value(0);
+        m_said.users[m_said.login] = {state.value(1), state.value(2), state.value(3) == s("recording")};
+    }
+
+    // The record and perhaps a screenshot; neither when the client died before they were written.
+    void judgeMinute(const QStringList &bookings)
+    {
+        const auto allows = [&](const Choices &choices) {
+            const Choices::Work work = choices.work();
+            const QString booking = Ledger::booking(choices.login, work.team, work.task, m_port);
+            return work.recording && bookings.count(booking) == bookings.size();
+        };
+        if (allows(m_said) || (m_asked && allows(*m_asked)))
+            return;
+        complain(s("minute of [%1] and not [%2]")
+                     .arg(bookings.join(s("; ")), m_said.state().join(QLatin1Char(' '))));
+    }
+
+    const ClientRoom &m_room;
+    int m_run = 0;
+    int m_port = 0;
+    Choices m_said;
+    std::optional<Choices> m_asked; // as it will be once it is made
+    QString m_lastAsked;
+    QMap<QString, Counter> m_counters; // at the start of this run
+    QMap<QString, int> m_made;
+    int m_compared = 0; // minutes
+    int m_complaints = 0;
+};
