@@ -66,7 +66,10 @@ void Orvana::Session::init(const QString &login, const QString &password)
     if (hasFile(m_sessionStore))
         restoreSession(password.isEmpty());
     restoreLists();
-    m_owner->removeDeprecatedFiles();
+    QStringList teamIds;
+    for (const Team &team : qAsConst(m_teams))
+        teamIds.append(team.id);
+    m_owner->storage().removeDeprecatedFiles(m_login, teamIds);
 }
 
 void Orvana::Session::openStores()

@@ -191,7 +191,7 @@ void TestStoredFaults::waitingRecord()
     s_log.clear();
     const QtMessageHandler before = qInstallMessageHandler(keepLog);
     client->sendCachedActivity();
-    QCoreApplication::sendPostedEvents(client.get(), QEvent::MetaCall);
+    client.runQueued();
     qInstallMessageHandler(before);
     const auto requests = client.takeRequests();
     QCOMPARE(requests.size(), isSent ? 1 : 0);
@@ -247,7 +247,7 @@ void TestStoredFaults::noDescriptorsLeft()
     client->sendTaskActivity(3);
     QCOMPARE(records(), 3);
     for (int left = 3; left > 0; --left) {
-        QCoreApplication::sendPostedEvents(client.get(), QEvent::MetaCall);
+        client.runQueued();
         const auto requests = client.takeRequests();
         QCOMPARE(requests.size(), 1);
         client.answer(requests.first(), R"({"status":"ok"})");

@@ -109,6 +109,12 @@ public:
         return requests;
     }
 
+    // Lets the client do what it has put off, but for its requests.
+    void runQueued() const
+    {
+        QCoreApplication::sendPostedEvents(m_orvana->findChild<ReportSender *>(), QEvent::MetaCall);
+    }
+
     // True when the client let go of the reply afterwards, as it must.
     bool answer(const std::shared_ptr<QNetworkReply> &request, const QByteArray &body,
                 QNetworkReply::NetworkError error = QNetworkReply::NoError)
