@@ -84,8 +84,10 @@ private slots:
     void addresses_data()
     {
         addColumns<QByteArray, QByteArray, QString>("environment", "configured", "used");
-        QTest::newRow("slashes") << QByteArray("https://a.invalid/x//") << QByteArray() << s("https://a.invalid/x");
-        QTest::newRow("configured") << QByteArray() << QByteArray("https://b.invalid/") << s("https://b.invalid");
+        QTest::newRow("slashes") << QByteArray("https://a.invalid/x//") << QByteArray()
+                                 << s("https://a.invalid/x");
+        QTest::newRow("configured") << QByteArray() << QByteArray("https://b.invalid/")
+                                    << s("https://b.invalid");
         QTest::newRow("both") << QByteArray("http://a.invalid") << QByteArray("http://b.invalid")
                               << s("http://a.invalid");
         QTest::newRow("neither") << QByteArray() << QByteArray() << s(ORVANA_BUILTIN_SERVICE_URL);
@@ -101,14 +103,16 @@ private slots:
         client.restart(environment);
         QVERIFY(QFile::remove(config));
         client->requestCheckUpdate();
-        QTEST(client.takeRequests().last()->url().toString().remove(s("/monitor/ubuntu64/ortm.version")), "used");
+        QTEST(client.takeRequests().last()->url().toString().remove(s("/monitor/ubuntu64/ortm.version")),
+              "used");
     }
 
     void fetchesDetailsAhead()
     {
         OfflineClient client(s("user"));
-        load(client, R"({"id":"2192","tasks":[{"id":"90"}]},{"id":"1","tasks":[{"id":"1"},{"id":"2"}]},)"
-                     R"({"id":"2","tasks":[{"id":"2"},{"id":"3"},{"id":"4"},{"id":"5"},{"id":"6"}]})");
+        load(client,
+             R"({"id":"2192","tasks":[{"id":"90"}]},{"id":"1","tasks":[{"id":"1"},{"id":"2"}]},)"
+             R"({"id":"2","tasks":[{"id":"2"},{"id":"3"},{"id":"4"},{"id":"5"},{"id":"6"}]})");
         // Each task once, whatever becomes of each.
         QCOMPARE(answerDetails(client, {s("1"), s("2")}), texts({"1", "2", "3", "4", "5", "6"}));
         // The next list asks for what is missing and for what is new.
@@ -194,7 +198,9 @@ private slots:
         constexpr int day = 24 * 60;
         OfflineClient client(s("user"));
         const QString folder = client.path(s("user/activity"));
-        const auto block = [&] { return QDir(folder).removeRecursively() && writeFile(folder, "in the way"); };
+        const auto block = [&] {
+            return QDir(folder).removeRecursively() && writeFile(folder, "in the way");
+        };
         const QStringList notice =
             texts({"Не удалось сохранить отчёт об активности на диск. Проверьте свободное место."});
         QVERIFY(block());
