@@ -6,7 +6,6 @@
 
 #include <QImage>
 #include <QProcess>
-#include <QSettings>
 
 #include <algorithm>
 
@@ -85,8 +84,7 @@ private slots:
             minute(client, 3, s("full"));
             QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
             const QStringList notices = client.notices.all();
-            QVERIFY(notices.count(kDiskFull) <= 1);
-            QVERIFY(notices.count(kNoPicture) <= 1);
+            QVERIFY(notices.count(kDiskFull) <= 1 && notices.count(kNoPicture) <= 1);
             QVERIFY(received(client).size() == 3 || notices.contains(kDiskFull));
             // What is on the disk is the old or the new, never half of it.
             for (const char *name : {"session.ini", "tasks.ini"}) {
@@ -138,8 +136,7 @@ private slots:
         }
         QStringList notices = client.notices.all();
         notices.sort();
-        const bool unlocked = lockDisk(false);
-        QVERIFY(unlocked);
+        QVERIFY(lockDisk(false));
         QCOMPARE(notices, QStringList({kDiskFull, kNoPicture}));
         // What could not be deleted was sent once.
         QCOMPARE(received(client), QList<int>({1}));
@@ -172,17 +169,14 @@ private slots:
     void storageTaken_data()
     {
         QTest::addColumn<QString>("by");
-        QTest::addColumn<bool>("isRefused");
-        QTest::newRow("nothing") << QString() << false;
-        QTest::newRow("a file") << s("file") << true;
-        QTest::newRow("a link") << s("link") << true;
-        QTest::newRow("another user's folder") << s("foreign") << true;
+        for (const char *by : {"", "file", "link", "foreign"}) // a folder of another user
+            QTest::newRow(by) << s(by);
     }
 
     void storageTaken()
     {
         QFETCH(QString, by);
-        QFETCH(bool, isRefused);
+        const bool isRefused = !by.isEmpty();
         TestClient client;
         QVERIFY(client.logIn());
         OrvanaUpdate::instance()->init(client.orvana.get());
@@ -194,18 +188,16 @@ private slots:
         QVERIFY(QFile::rename(storage, aside));
         // What is planted says that all is well, and wants the client to end.
         QVERIFY(QProcess::execute(s("cp"), {s("-rT"), aside, bait.path()}) == 0);
-        {
-            QSettings planted(bait.filePath(s("update.json")), QSettings::IniFormat);
-            planted.setValue(s("forceUpdate"), true);
-        }
-        if (by == QLatin1String("file"))
+        QVERIFY(writeFile(bait.filePath(s("update.json")), "[General]\nforceUpdate=true\n"));
+        const bool isForeign = by == s("foreign");
+        if (by == s("file"))
             QVERIFY(QFile(storage).open(QIODevice::WriteOnly));
-        else if (by == QLatin1String("link"))
+        else if (by == s("link"))
             QVERIFY(QFile::link(bait.path(), storage));
-        else if (by == QLatin1String("foreign"))
+        else if (isForeign)
             QVERIFY(QFile::rename(bait.path(), storage)
                     && ::chown(QFile::encodeName(storage).constData(), 12345, 12345) == 0);
-        const QString planted = by == QLatin1String("foreign") ? storage : bait.path();
+        const QString planted = isForeign ? storage : bait.path();
         const auto listing = [&planted] {
             QProcess find;
             find.start(s("find"), {planted, s("-printf"), s("%P %s %T@\n")});
@@ -235,8 +227,7 @@ private slots:
         QVERIFY(text.contains(storage));
 
         if (isRefused) {
-            QVERIFY(by == QLatin1String("foreign") ? QDir(storage).removeRecursively()
-                                                   : QFile::remove(storage));
+            QVERIFY(isForeign ? QDir(storage).removeRecursively() : QFile::remove(storage));
             QVERIFY(QFile::rename(aside, storage));
         }
         minute(client, 4, s("again"));

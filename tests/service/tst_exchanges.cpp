@@ -10,24 +10,6 @@ namespace {
 
 const QByteArray kAccepted = R"({"status":"ok"})";
 
-// While one exists nothing can be opened.
-class NoDescriptors final
-{
-    Q_DISABLE_COPY_MOVE(NoDescriptors)
-
-public:
-    NoDescriptors()
-    {
-        getrlimit(RLIMIT_NOFILE, &m_limit);
-        const rlimit none = {0, m_limit.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &none);
-    }
-    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &m_limit); }
-
-private:
-    rlimit m_limit = {};
-};
-
 } // namespace
 
 class TestExchanges final : public QObject
@@ -178,8 +160,12 @@ private slots:
         } else {
             client->sendCachedActivity(); // the folder stays open
             client.answer(client.takeRequests().last(), "", QNetworkReply::TimeoutError);
-            const NoDescriptors none;
+            rlimit limit = {};
+            getrlimit(RLIMIT_NOFILE, &limit);
+            const rlimit none = {0, limit.rlim_max};
+            setrlimit(RLIMIT_NOFILE, &none);
             client->sendCachedActivity();
+            setrlimit(RLIMIT_NOFILE, &limit);
         }
         QVERIFY(client.takeRequests().isEmpty());
         QCOMPARE(client->pendingActivityRequests(), 0);

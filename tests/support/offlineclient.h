@@ -116,19 +116,19 @@ public:
     }
 
     // True when the client has deleted the reply afterwards, as it must.
+    bool answer(const QNetworkReply &request, const QByteArray &body,
+                QNetworkReply::NetworkError error = QNetworkReply::NoError)
+    {
+        const QPointer<CannedReply> reply(new CannedReply(body, error));
+        reply->answer(request);
+        m_orvana->replyFinished(reply);
+        QCoreApplication::sendPostedEvents(reply, QEvent::DeferredDelete);
+        return reply.isNull();
+    }
     bool answer(const std::shared_ptr<QNetworkReply> &request, const QByteArray &body,
                 QNetworkReply::NetworkError error = QNetworkReply::NoError)
     {
-        auto *reply = new CannedReply(body, error);
-        reply->answer(*request);
-        return answer(reply);
-    }
-    bool answer(CannedReply *reply)
-    {
-        const QPointer<CannedReply> watched(reply);
-        m_orvana->replyFinished(reply);
-        QCoreApplication::sendPostedEvents(reply, QEvent::DeferredDelete);
-        return watched.isNull();
+        return answer(*request, body, error);
     }
 
 private:
