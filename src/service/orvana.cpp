@@ -25,27 +25,16 @@ const QTime kEndOfDay(23, 59);
 
 QString reasonPrefix(int code)
 {
-    switch (code) {
-    case kUnreachable:
-        return QStringLiteral("Ошибка соединения. ");
-    case kSiteDown:
-        return QStringLiteral("Сайт недоступен. ");
-    default:
-        return QString();
-    }
+    return code == kUnreachable ? QStringLiteral("Ошибка соединения. ")
+        : code == kSiteDown     ? QStringLiteral("Сайт недоступен. ")
+                                : QString();
 }
 
 int onlineStateCode(QNetworkReply::NetworkError error)
 {
-    switch (error) {
-    case QNetworkReply::HostNotFoundError:
-    case QNetworkReply::UnknownNetworkError:
+    if (error == QNetworkReply::HostNotFoundError || error == QNetworkReply::UnknownNetworkError)
         return kUnreachable;
-    case QNetworkReply::ProtocolUnknownError:
-        return kSiteDown;
-    default:
-        return kOtherFailure;
-    }
+    return error == QNetworkReply::ProtocolUnknownError ? kSiteDown : kOtherFailure;
 }
 
 } // namespace
@@ -215,8 +204,7 @@ void Orvana::requestCheckLogin(const QString &login, const QString &password)
 {
     m_loginAttempt->setLogin(login);
     m_loginAttempt->setPassword(password);
-    QNetworkReply *reply =
-        m_service->get(CheckLogin, QStringLiteral("/api_teams"), Credentials{login, password});
+    QNetworkReply *reply = m_service->get(CheckLogin, QStringLiteral("/api_teams"), {login, password}, {});
     reply->setProperty(kAttemptProperty, ++m_loginAttempts);
 }
 

@@ -16,8 +16,8 @@
 #include <QTime>
 
 // The one way to the task service. Requests are fired and forgotten; every reply
-// comes back through replyFinished, which tells the kinds apart by the reply's
-// property "stage". Failures reach the user as error codes, popups and log lines.
+// arrives in replyFinished, which dispatches it by its property "stage". Failures reach
+// the user as error codes, popups and log lines.
 class Orvana final : public QObject, public ServiceCodes
 {
     Q_OBJECT

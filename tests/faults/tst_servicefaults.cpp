@@ -86,22 +86,15 @@ private slots:
         row("reset in the body", whole.chopped(3), broken, true, Then::Reset);
         row("closed in the head", "HTTP/1.1 200 OK\r\nContent-", broken);
         row("false gzip", ScriptedServer::ok(kAccepted, "Content-Encoding: gzip\r\n"), broken);
-        const std::tuple<const char *, const char *> statuses[] = {
-            {"301 Moved\r\nLocation: https://127.0.0.1:9/", "Redirect refused"},
-            {"301 Moved\r\nLocation: http://127.0.0.1:9/", broken}, // without encryption
-            {"307 Temporary\r\nLocation: /elsewhere", broken},
-            {"401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"x\"", "AuthenticationRequiredError"},
-            {"407 Proxy\r\nProxy-Authenticate: Basic realm=\"x\"", broken},
-            {"404 Not Found", "ContentNotFoundError"},
-            {"429 Too Many Requests\r\nRetry-After: 3600", broken},
-            {"500 Internal", "InternalServerError"},
-            {"501 Not Implemented", "OperationNotImplementedError"},
-            {"502 Bad Gateway", broken},
-            {"503 Busy", "ServiceUnavailableError"},
-        };
-        for (const auto &[status, logged] : statuses) {
+        for (const char *status :
+             {"301 Moved\r\nLocation: https://127.0.0.1:9/", "301 Moved\r\nLocation: http://127.0.0.1:9/",
+              "307 Temporary\r\nLocation: /elsewhere",
+              "401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"x\"",
+              "407 Proxy\r\nProxy-Authenticate: Basic realm=\"x\"", "404 Not Found",
+              "429 Too Many Requests\r\nRetry-After: 3600", "500 Internal", "501 Not Implemented",
+              "502 Bad Gateway", "503 Busy"}) {
             for (const QByteArray &body : {QByteArray(), kAccepted})
-                row(status + body, QByteArray("HTTP/1.1 ") + status + "\r\n\r\n" + body, logged);
+                row(status + body, QByteArray("HTTP/1.1 ") + status + "\r\n\r\n" + body, broken);
         }
         row("nothing", "HTTP/1.1 204 No Content\r\n\r\n", "not sended", false);
         row("empty", ScriptedServer::ok(QByteArray()), "not sended", false);

@@ -170,6 +170,7 @@ private slots:
         QVERIFY(client.takeRequests().isEmpty());
         QCOMPARE(client->pendingActivityRequests(), 0);
         QCOMPARE(client.records(), 1);
+        QCOMPARE(client->backlog().count, 1 - left); // what is set aside no longer waits
         // It stops no other one, and is sent when it can be read.
         client->sendTaskActivity(2);
         for (auto requests = client.takeRequests(); !requests.isEmpty(); requests = client.takeRequests()) {
