@@ -2,9 +2,7 @@
 
 #include "base/notificationtype.h"
 
-#include <QtGlobal>
-
-class QString;
+#include <QString>
 
 // Where the program without windows puts what the user is to be told.
 class NotificationSink
@@ -13,7 +11,8 @@ public:
     virtual ~NotificationSink() = default;
 
     // taskId, which may be empty, is the task that a click opens.
-    virtual void addNotification(const QString &text, NotificationType type, const QString &taskId) = 0;
+    virtual void addNotification(const QString &text, NotificationType type = Plain,
+                                 const QString &taskId = QString()) = 0;
     // Removes what was meant for one user: all but the offer of an update.
     virtual void clearForNextUser() = 0;
 

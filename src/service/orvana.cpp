@@ -1,91 +1,40 @@
 #include "service/orvana.h"
 
 #include "base/deployment.h"
-#include "base/notificationsink.h"
+#include "base/exemptteam.h"
 #include "base/programstart.h"
 #include "service/ovsession.h"
 #include "service/replyparser.h"
-#include "service/requestbody.h"
 
 #include <QDebug>
 #include <QDesktopServices>
-#include <QFile>
+#include <QLocale>
 #include <QMetaEnum>
-#include <QTextCodec>
-
-#include <algorithm>
-#include <chrono>
 
 namespace {
 
-constexpr std::chrono::milliseconds kSweepPause(100);
 constexpr int kUnreachable = 1;
 constexpr int kSiteDown = 2;
 constexpr int kOtherFailure = 3;
 constexpr int kReachable = 7;
-// What is longer would fill the memory or hold up the window.
-constexpr qint64 kLongestList = 32 * 1024 * 1024;
-constexpr qint64 kLongestAnswer = 1024 * 1024;
 
-const char kInvalidCredentialsBody[] = "{\"status\":-1,\"err_msg\":\"Invalid email|pswd|client\"}";
-const char kUserProperty[] = "user";
 const QString kStorageFolder = QStringLiteral(".orvana");
+const char kAttemptProperty[] = "login_attempt";
+// Stands for "by the end of the day" and is not sent.
+const QTime kEndOfDay(23, 59);
 
 QString reasonPrefix(int code)
 {
-    switch (code) {
-    case kUnreachable:
-        return QStringLiteral("Ошибка соединения. ");
-    case kSiteDown:
-        return QStringLiteral("Сайт недоступен. ");
-    default:
-        return QString();
-    }
+    return code == kUnreachable ? QStringLiteral("Ошибка соединения. ")
+        : code == kSiteDown     ? QStringLiteral("Сайт недоступен. ")
+                                : QString();
 }
 
 int onlineStateCode(QNetworkReply::NetworkError error)
 {
-    switch (error) {
-    case QNetworkReply::HostNotFoundError:
-    case QNetworkReply::UnknownNetworkError:
+    if (error == QNetworkReply::HostNotFoundError || error == QNetworkReply::UnknownNetworkError)
         return kUnreachable;
-    case QNetworkReply::ProtocolUnknownError:
-        return kSiteDown;
-    default:
-        return kOtherFailure;
-    }
-}
-
-// The service's database answers in its own code page and with a misspelling.
-bool isDatabaseError(const QByteArray &body)
-{
-    static const QByteArray expected = QTextCodec::codecForName("Windows-1251")
-                                           ->fromUnicode(QStringLiteral("Не могу соединится с базой данных"));
-    return body == expected;
-}
-
-// Nothing of one reply goes into a later request, and what leads elsewhere is refused:
-// that is no answer of the service.
-QNetworkRequest newRequest(const QUrl &url)
-{
-    QNetworkRequest request(url);
-    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
-    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::UserVerifiedRedirectPolicy);
-    return request;
-}
-
-// Qt knows some of them only; none of them is an answer.
-bool isRedirect(const QNetworkReply &reply)
-{
-    const int status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    return status >= 300 && status < 400;
-}
-
-QString upToFirstNul(const QString &text)
-{
-    return QString::fromUtf8(text.toUtf8().constData());
+    return error == QNetworkReply::ProtocolUnknownError ? kSiteDown : kOtherFailure;
 }
 
 } // namespace
@@ -94,23 +43,40 @@ Orvana::Orvana(NotificationSink *notifications, QObject *parent)
     : QObject(parent)
     , m_notifications(notifications)
     , m_storage(QDir(Deployment::storageRoot()).absoluteFilePath(kStorageFolder))
-    , m_serviceUrl(Deployment::serviceUrl())
-    , m_verifyCertificates(Deployment::verifyCertificates())
+    , m_service(new ServiceConnection(notifications, this))
+    , m_reports(new ReportSender(
+          &m_storage, m_service, notifications,
+          [this] {
+              return ReportSubject{m_session->login(), m_session->currentTeamID(),
+                                   m_session->currentTaskID()};
+          },
+          this))
+    , m_details(new DetailFetcher(
+          m_service, notifications,
+          [this] {
+              return Credentials{m_session->login(), m_session->password()};
+          },
+          this))
 {
     registerRecordTypes();
-    m_sweepTimer.setInterval(kSweepPause);
-    connect(&m_sweepTimer, &QTimer::timeout, this, &Orvana::sweepPictures);
+    connect(m_service, &ServiceConnection::finished, this, &Orvana::replyFinished);
+    connect(m_service, &ServiceConnection::refused, this, &Orvana::error);
+    connect(m_details, &DetailFetcher::fetched, this, [this](const TaskInfo &info) {
+        m_session->addTaskInfoData(info.id, info);
+        emit taskInfoUpdated(info);
+    });
     QDir().mkpath(Deployment::storageRoot());
     const bool usable = m_storage.prepare();
     m_session = new Session(this, this);
     if (usable) {
         m_session->initLastLogin();
-        prepareCache();
+        m_reports->loadCache();
     } else {
         qWarning() << "Storage directory can't be used:" << storageDirectory().path();
     }
     m_loginAttempt = new Session(this, this);
-    removeDeprecatedFiles();
+    // A user's own were removed as their files were loaded.
+    m_storage.removeDeprecatedFiles(QString(), {});
 }
 
 Orvana::~Orvana()
@@ -123,32 +89,8 @@ void Orvana::save()
 {
     if (m_cleanMode)
         return;
-    storeUnwritten();
+    m_reports->storeUnwritten();
     m_session->save();
-}
-
-void Orvana::removeDeprecatedFiles()
-{
-    if (!m_storage.isUsable())
-        return;
-    QDir storage = m_storage.dir();
-    const QStringList records = storage.entryList({QStringLiteral("json*")}, QDir::Files, QDir::Unsorted);
-    for (const QString &name : records)
-        storage.remove(name);
-    for (const char *name : {".orvana.db", "comments.data", "session.json"})
-        storage.remove(QString::fromLatin1(name));
-
-    if (!m_session || m_session->login().isEmpty())
-        return;
-    const QDir user(m_storage.ofUser(m_session->login()));
-    for (const char *name : {"session.json", "tasks.json", "teams.json"})
-        QFile::remove(user.filePath(QString::fromLatin1(name)));
-    const QList<Team> teams = m_session->teams();
-    for (const Team &team : teams) {
-        // An id with a slash is no folder name.
-        if (!team.id.contains(QLatin1Char('/')))
-            removeDir(user.filePath(QStringLiteral("team_") + team.id));
-    }
 }
 
 void Orvana::openUrl(const QString &url)
@@ -164,18 +106,13 @@ void Orvana::openUrl(const QString &url)
 
 void Orvana::openTaskUrl(const QString &taskId)
 {
-    openUrl(m_serviceUrl + QLatin1String("/task?id=") + QString::fromLatin1(QUrl::toPercentEncoding(taskId)));
+    openUrl(serviceUrl() + QLatin1String("/task?id=") + QString::fromLatin1(QUrl::toPercentEncoding(taskId)));
 }
 
 void Orvana::openTaskUrl()
 {
     if (const QObject *button = sender())
         openTaskUrl(button->property("task_id").toString());
-}
-
-void Orvana::notify(const QString &text, NotificationType type, const QString &taskId) const
-{
-    m_notifications->addNotification(text, type, taskId);
 }
 
 void Orvana::changeTask(const QString &teamId, const QString &taskId)
@@ -189,161 +126,67 @@ void Orvana::changeTask(const QString &teamId, const QString &taskId)
     m_session->saveChoice();
 }
 
-RequestFields Orvana::credentials(const Session &session) const
+void Orvana::sslErrorHandler(QNetworkReply *qnr, const QList<QSslError> &errors)
 {
-    return {{QStringLiteral("login"), session.login()},
-            {QStringLiteral("password"), upToFirstNul(session.password())}};
-}
-
-QNetworkAccessManager *Orvana::network()
-{
-    if (m_network)
-        return m_network;
-    m_network = new QNetworkAccessManager(this);
-    connect(m_network, &QNetworkAccessManager::finished, this, &Orvana::replyFinished);
-    connect(m_network, &QNetworkAccessManager::sslErrors, this, &Orvana::sslErrorHandler);
-    connect(m_network, &QNetworkAccessManager::networkAccessibleChanged, this,
-            &Orvana::networkAccessibleChangedHandler);
-    return m_network;
-}
-
-QNetworkReply *Orvana::get(Stage stage, const QString &path, const RequestFields &fields)
-{
-    QUrl url(m_serviceUrl + path);
-    if (!fields.isEmpty())
-        url.setQuery(QString::fromLatin1(encodeFields(fields)), QUrl::StrictMode);
-    QNetworkReply *reply = network()->get(newRequest(url));
-    reply->setProperty("stage", static_cast<int>(stage));
-    reply->setProperty(kUserProperty, m_session->login());
-    limitReply(reply);
-    return reply;
-}
-
-QNetworkReply *Orvana::post(Stage stage, const QUrl &url, const QByteArray &body)
-{
-    QNetworkRequest request = newRequest(url);
-    request.setHeader(QNetworkRequest::ContentTypeHeader,
-                      QStringLiteral("application/x-www-form-urlencoded"));
-    request.setHeader(QNetworkRequest::ContentLengthHeader, body.size());
-    auto *device = new OneShotBody(body, nullptr);
-    QNetworkReply *reply = network()->post(request, device);
-    device->setParent(reply);
-    reply->setProperty("stage", static_cast<int>(stage));
-    limitReply(reply);
-    return reply;
-}
-
-void Orvana::limitReply(QNetworkReply *reply)
-{
-    connect(reply, &QNetworkReply::redirected, this, [reply](const QUrl &target) {
-        qWarning() << "Error! Redirect refused:" << reply->request().url().path() << "to" << target.host();
-        reply->abort();
-    });
-    const int stage = reply->property("stage").toInt();
-    const bool isList = stage == CheckLogin || stage == TeamsAndTasks || stage == TaskDetails;
-    connect(reply, &QNetworkReply::readyRead, this, [reply, longest = isList ? kLongestList : kLongestAnswer] {
-        if (reply->bytesAvailable() <= longest)
-            return;
-        qWarning() << "Error! Reply is too long:" << reply->url().path();
-        reply->abort();
-    });
+    m_service->sslErrorHandler(qnr, errors);
 }
 
 void Orvana::replyFinished(QNetworkReply *reply)
 {
     const int stage = reply->property("stage").toInt();
-    if (reply->error() == QNetworkReply::NoError && !isRedirect(*reply)) {
-        if (isForCurrentUser(stage, reply))
-            handleReply(stage, reply);
-        checkOnlineState(kReachable);
-    } else {
-        handleTransportError(stage, reply);
+    const bool isAnswer = ServiceConnection::isAnswer(*reply);
+    if (!isAnswer) {
+        const auto errors = QMetaEnum::fromType<QNetworkReply::NetworkError>();
+        qDebug() << "Request: " << reply->request().url();
+        qDebug() << "Reply finished:" << errors.valueToKey(reply->error()) << " - " << reply->errorString();
     }
-    if (stage == TaskDetails)
-        prefetchDone(reply->property("task_id").toString());
-    reply->deleteLater();
-    if (m_hasBrokenConnections)
-        QMetaObject::invokeMethod(this, &Orvana::forgetBrokenConnections, Qt::QueuedConnection);
-}
-
-// Qt keeps some kilobytes of every encrypted connection that broke until the service
-// has not been asked anything for two minutes, and it is asked every minute. Letting
-// go of them would also take those along that still wait.
-void Orvana::forgetBrokenConnections()
-{
-    const auto replies = m_network->findChildren<QNetworkReply *>(QString(), Qt::FindDirectChildrenOnly);
-    const bool isBusy = std::any_of(replies.cbegin(), replies.cend(),
-                                    [](const QNetworkReply *reply) { return reply->isRunning(); });
-    if (isBusy || !m_hasBrokenConnections)
-        return;
-    m_hasBrokenConnections = false;
-    m_network->clearConnectionCache();
-}
-
-// The account may be changed while replies are under way; one user's lists and
-// totals must not end in another's session.
-bool Orvana::isForCurrentUser(int stage, const QNetworkReply *reply) const
-{
-    if (stage != TeamsAndTasks && stage != TaskDetails && stage != TimeSync)
-        return true;
-    const QVariant user = reply->property(kUserProperty);
-    return !user.isValid() || user.toString() == m_session->login();
-}
-
-void Orvana::handleReply(int stage, QNetworkReply *reply)
-{
+    // The account may be changed while replies are under way; one user's lists and
+    // totals must not end in another's session.
+    const bool isWanted = isAnswer && ServiceConnection::isFor(m_session->login(), *reply);
     switch (stage) {
     case CheckLogin:
-        processCheckLoginReply(reply);
+        if (isAnswer)
+            processCheckLoginReply(reply);
+        else
+            emit loginUnanswered();
         break;
     case TeamsAndTasks:
-        processTeamsAndTasksReply(reply);
+        if (isWanted)
+            processTeamsAndTasksReply(reply);
         break;
     case CheckUpdate:
-        processCheckUpdateReply(reply);
+        if (isAnswer)
+            processCheckUpdateReply(reply);
         break;
     case SendActivity:
-        processSendActivityReply(reply);
+        m_reports->processSendActivityReply(reply);
         break;
     case DeadlineChange:
-        processRequestDeadlineChange(reply);
+        if (isAnswer)
+            processRequestDeadlineChange(reply);
+        else
+            notify(
+                QStringLiteral("Запрос на продление задачи не удалось отправить, повторите попытку позже."));
         break;
     case TaskDetails:
-        processRequestTaskInfo(reply);
+        // The request stores its id under "task_id"; a lookup by "id" finds none, and
+        // listeners get an empty record. They have relied on it.
+        if (!isAnswer)
+            emit taskInfoUpdated(m_session->taskInfo(reply->property("id").toString()));
+        else if (isWanted)
+            m_details->processRequestTaskInfo(reply);
         break;
     case TimeSync:
-        processRequestTimeSync(reply);
+        if (isWanted)
+            processRequestTimeSync(reply);
         break;
     default:
         break;
     }
-}
-
-void Orvana::handleTransportError(int stage, QNetworkReply *reply)
-{
-    m_hasBrokenConnections = true;
-    const auto errors = QMetaEnum::fromType<QNetworkReply::NetworkError>();
-    qDebug() << "Request: " << reply->request().url();
-    qDebug() << "Reply finished:" << errors.valueToKey(reply->error()) << " - " << reply->errorString();
-    switch (stage) {
-    case CheckLogin:
-        emit loginUnanswered();
-        break;
-    case SendActivity:
-        --m_pendingActivity;
-        break;
-    case DeadlineChange:
-        notify(QStringLiteral("Запрос на продление задачи не удалось отправить, повторите попытку позже."));
-        break;
-    case TaskDetails:
-        // The request stores its id under "task_id"; asking for "id" finds none,
-        // and listeners are told of an empty record. They have relied on it.
-        emit taskInfoUpdated(m_session->taskInfo(reply->property("id").toString()));
-        break;
-    default:
-        break;
-    }
-    checkOnlineState(onlineStateCode(reply->error()));
+    checkOnlineState(isAnswer ? kReachable : onlineStateCode(reply->error()));
+    if (stage == TaskDetails)
+        m_details->finish(reply->property("task_id").toString());
+    reply->deleteLater();
 }
 
 void Orvana::checkOnlineState(int code)
@@ -357,46 +200,151 @@ void Orvana::checkOnlineState(int code)
     }
 }
 
-bool Orvana::validateReply(const QByteArray &body)
+void Orvana::requestCheckLogin(const QString &login, const QString &password)
 {
-    if (body == kInvalidCredentialsBody) {
-        qDebug() << "Invalid email/pswd/client";
-        emit error(InvalidCredentials);
-        return false;
-    }
-    if (body.startsWith("{\"status\":\"error\"") || body.startsWith("{\"status\":-1")) {
-        qDebug().noquote() << "Unknown error!" << bodyForLog(body);
-        emit error(ServiceError);
-        return false;
-    }
-    if (body.startsWith("\t<!DOCTYPE")) {
-        qDebug() << "Error! Invalid URL!";
-        emit error(HtmlReply);
-        return false;
-    }
-    if (isDatabaseError(body)) {
-        qDebug().noquote() << QStringLiteral("Не могу соединиться с базой данных");
-        emit error(DatabaseDown);
-        return false;
-    }
-    return true;
+    m_loginAttempt->setLogin(login);
+    m_loginAttempt->setPassword(password);
+    QNetworkReply *reply = m_service->get(CheckLogin, QStringLiteral("/api_teams"), {login, password}, {});
+    reply->setProperty(kAttemptProperty, ++m_loginAttempts);
 }
 
-void Orvana::sslErrorHandler(QNetworkReply *qnr, const QList<QSslError> &errors)
+void Orvana::processCheckLoginReply(QNetworkReply *reply)
 {
-    if (!m_verifyCertificates) {
-        qnr->ignoreSslErrors();
+    if (!validateReply(reply->readAll()))
         return;
+    // Only the latest attempt's answer speaks of the credentials held now.
+    const QString login = m_loginAttempt->login();
+    if (login.isEmpty() || reply->property(kAttemptProperty).toInt() != m_loginAttempts)
+        return;
+    const QString password = m_loginAttempt->password();
+    qDebug() << "Login as " << login;
+    if (!m_session->login().isEmpty()) {
+        m_reports->storeUnwritten();
+        m_session->save();
+        if (m_session->login() != login)
+            m_notifications->clearForNextUser();
+        m_session->clear();
     }
-    for (const QSslError &sslError : errors)
-        qWarning() << "Certificate refused:" << sslError.errorString();
-    if (m_toldCertificate)
-        return;
-    m_toldCertificate = true;
-    notify(QStringLiteral("Сертификат сервера не прошёл проверку. Обратитесь к системному администратору."));
+    m_details->clear();
+    m_session->init(login, password);
+    m_reports->loadCache();
+    m_session->setLogged(true);
+    m_session->save();
+    m_loginAttempt->clear();
+    emit loginOk();
 }
 
-void Orvana::networkAccessibleChangedHandler(QNetworkAccessManager::NetworkAccessibility networkAccessibility)
+void Orvana::requestTeamsAndTasks()
 {
-    Q_UNUSED(networkAccessibility)
+    m_service->get(TeamsAndTasks, QStringLiteral("/api_teams_tasks"),
+                   Credentials{m_session->login(), m_session->password()});
+}
+
+void Orvana::processTeamsAndTasksReply(QNetworkReply *reply)
+{
+    const QByteArray body = reply->readAll();
+    if (!validateReply(body))
+        return;
+    qDebug().noquote() << "Teams and tasks data:" << bodyForLog(body);
+    parseTeamsAndTasksReply(body);
+}
+
+void Orvana::parseTeamsAndTasksReply(const QByteArray &body)
+{
+    QList<Team> teams;
+    int leftOut = 0;
+    const QList<TeamTasks> all = parseTeamsAndTasks(body, m_session->lists(), &leftOut);
+    if (leftOut > 0)
+        qWarning() << "Error! Too many teams or tasks, left out:" << leftOut;
+    teams.reserve(all.size());
+    QStringList missing;
+    for (const TeamTasks &entry : all) {
+        teams.append(entry.team);
+        m_session->addTasksData(entry.tasks, entry.team.id);
+        const int limit = m_details->limit() - missing.size();
+        const QStringList ofTeam = m_session->tasksWithoutDetails(entry.team.id, limit);
+        if (!isExemptTeam(entry.team.id))
+            missing += ofTeam;
+    }
+    m_details->prefetch(missing);
+    m_session->addTeamsData(teams);
+}
+
+void Orvana::requestCheckUpdate()
+{
+    m_service->get(CheckUpdate, QStringLiteral("/monitor/ubuntu64/ortm.version"));
+}
+
+void Orvana::processCheckUpdateReply(QNetworkReply *reply)
+{
+    const QByteArray body = reply->readAll();
+    // A refused body is stored all the same: the last description received is
+    // what counts.
+    if (!validateReply(body))
+        qDebug() << reply->request().url();
+    qDebug().noquote() << "Update data: " << bodyForLog(body);
+    emit updateDescriptionReceived(body);
+}
+
+void Orvana::requestTimeSync(const QString &taskId)
+{
+    RequestFields fields;
+    if (taskId != kCatchAllId)
+        fields.append({QStringLiteral("task_id"), taskId});
+    QNetworkReply *reply = m_service->get(TimeSync, QStringLiteral("/api_get_active"),
+                                          Credentials{m_session->login(), m_session->password()}, fields);
+    reply->setProperty("task_id", taskId);
+}
+
+void Orvana::processRequestTimeSync(QNetworkReply *reply)
+{
+    const QByteArray body = reply->readAll();
+    qDebug().noquote() << "time sync :" << bodyForLog(body);
+    // An error answer sets the counters to zero: a user whom the service does not know
+    // has no time today.
+    if (!validateReply(body))
+        qDebug() << reply->request().url();
+    const DayTotals totals = parseDayTotals(parseObject(body));
+    // Totals without a day would be taken for yesterday's at the first tick.
+    if (!m_session->worktimeDate().isValid())
+        m_session->setWorktimeDate(QDate::currentDate());
+    m_session->setActiveTime(totals.active);
+    m_session->setWorktime(totals.total);
+    // The request keeps its id under "task_id", so the time lands under an empty
+    // id. Kept: under its own id it would overwrite the day total that the
+    // reminder shows for the task.
+    const QString taskId = reply->property("taskId").toString();
+    if (taskId != kCatchAllId)
+        m_session->setActiveTaskTime(taskId, totals.task);
+    // While the timer is stopped no step follows that would show the new totals.
+    emit m_session->timeUpdated();
+    qDebug() << "Active:" << totals.active << "total:" << totals.total;
+}
+
+void Orvana::requestDeadlineChange(const QDate &date, const QString &message, const QTime &time)
+{
+    RequestFields fields = Credentials{m_session->login(), m_session->password()}.with();
+    fields.append({QStringLiteral("task_id"), m_session->currentTaskID()});
+    fields.append({QStringLiteral("dl_date"), QLocale::c().toString(date, QStringLiteral("yyyy-MM-dd"))});
+    if (time != kEndOfDay)
+        fields.append({QStringLiteral("dl_time"), QLocale::c().toString(time, QStringLiteral("HH:mm"))});
+    fields.append({QStringLiteral("message"), message});
+    m_service->post(DeadlineChange, QUrl(serviceUrl() + QStringLiteral("/api_task_deadline_request")),
+                    encodeFields(fields));
+}
+
+void Orvana::processRequestDeadlineChange(QNetworkReply *reply)
+{
+    const QByteArray body = reply->readAll();
+    if (!validateReply(body))
+        qDebug() << reply->request().url();
+    const QVariantMap answer = parseObject(body);
+    if (answer.value(QStringLiteral("status")).toString() == QLatin1String("ok")) {
+        qDebug().noquote() << "Request for deadline change: " << bodyForLog(body);
+        notify(QStringLiteral("Запрос на продление задачи успешно отправлен"));
+        return;
+    }
+    qDebug() << reply->url();
+    qDebug().noquote() << "Request for deadline change: " << bodyForLog(body);
+    notify(QStringLiteral("Ошибка переноса задачи:") + answer.value(QStringLiteral("message")).toString());
 }

@@ -30,7 +30,11 @@ void Orvana::Session::init(const QString &login, const QString &password)
     if (m_files.restore(m_user, m_day, QDate::currentDate(), password.isEmpty()))
         emit timeUpdated();
     m_files.restore(m_lists);
-    m_owner->removeDeprecatedFiles();
+    QStringList teamIds;
+    const QList<Team> all = teams();
+    for (const Team &team : all)
+        teamIds.append(team.id);
+    m_owner->storage().removeDeprecatedFiles(login, teamIds);
 }
 
 void Orvana::Session::clear()

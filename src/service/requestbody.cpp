@@ -15,7 +15,7 @@ bool isUnreserved(char c)
         || c == '_' || c == '~';
 }
 
-// In one pass and one allocation: a picture's payload is megabytes long.
+// In one pass and one allocation: a screenshot's payload is megabytes long.
 void appendPercentEncodedLatin1(const QByteArray &bytes, QByteArray &out)
 {
     static const char hex[] = "0123456789ABCDEF";
@@ -38,6 +38,13 @@ void appendPercentEncodedLatin1(const QByteArray &bytes, QByteArray &out)
 }
 
 } // namespace
+
+RequestFields Credentials::with(const RequestFields &more) const
+{
+    return RequestFields{{QStringLiteral("login"), login},
+                         {QStringLiteral("password"), QString::fromUtf8(password.toUtf8().constData())}}
+    + more;
+}
 
 QByteArray encodeFields(const RequestFields &fields)
 {

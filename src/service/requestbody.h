@@ -1,9 +1,22 @@
 #pragma once
 
-#include "service/orvana.h"
-
 #include <QByteArray>
 #include <QIODevice>
+#include <QPair>
+#include <QString>
+#include <QVariantMap>
+#include <QVector>
+
+using RequestFields = QVector<QPair<QString, QString>>;
+
+struct Credentials
+{
+    QString login;
+    QString password; // sent up to its first NUL
+
+    // As the first fields of a request, followed by its own.
+    RequestFields with(const RequestFields &more = {}) const;
+};
 
 // Percent-encodes each field so that any character arrives as it was typed, in
 // a query as in a form body.

@@ -25,11 +25,11 @@ const char kRecordPrefix[] = "json";
 constexpr int kTimeLength = 19;
 const char kUnfinishedPrefix[] = ".new-";
 const char kPicturePrefix[] = "screenshot";
-// Far beyond the largest reply with ids and the largest picture inside a record.
+// Far beyond the longest ids that a reply can bring.
 constexpr qint64 kMaxRecordSize = 256 * 1024 * 1024;
-constexpr qint64 kMostReadAtOnce = 1024 * 1024; // between other events
+constexpr qint64 kMaxBytesPerSweep = 1024 * 1024;
 
-// When the record was made, as its name has it; of a foreign name the epoch.
+// When the record was made, according to its name; the epoch for any other name.
 QDateTime creationTime(const QString &path)
 {
     const int start = path.lastIndexOf(QLatin1Char('/')) + 1 + static_cast<int>(qstrlen(kRecordPrefix));
@@ -81,7 +81,7 @@ bool moveIntoPlace(const QString &from, const QString &to, QString *errorText)
 } // namespace
 
 // Keeps the folder open, so that the next name costs no new listing. Names of
-// files that were deleted meanwhile may still come up and are passed over.
+// files that were deleted meanwhile may still come up and are skipped.
 class ActivityCache::Cursor
 {
 public:
@@ -158,7 +158,7 @@ void ActivityCache::readFolder()
         return;
     for (QString path = cursor.next(""); !path.isEmpty(); path = cursor.next("")) {
         const QString name = path.mid(m_directory.size() + 1);
-        if (name.startsWith(QLatin1String(kRecordPrefix)) && !isPassedOver(path))
+        if (name.startsWith(QLatin1String(kRecordPrefix)) && !isSkipped(path))
             count(path);
         else if (name.startsWith(QLatin1String(kPicturePrefix)))
             m_unclaimedPictures.insert(name);
@@ -172,7 +172,7 @@ bool ActivityCache::sweepPictures(int recordsToRead)
     if (!m_sweep)
         m_sweep = std::make_unique<Cursor>(m_directory);
     qint64 bytesRead = 0;
-    for (int i = 0; i < recordsToRead && bytesRead < kMostReadAtOnce && m_sweep->isOpen()
+    for (int i = 0; i < recordsToRead && bytesRead < kMaxBytesPerSweep && m_sweep->isOpen()
          && !m_unclaimedPictures.isEmpty();
          ++i) {
         const QString path = m_sweep->next();
@@ -193,7 +193,8 @@ bool ActivityCache::sweepPictures(int recordsToRead)
         if (result != Read::Ok)
             m_unclaimedPictures.clear();
         else
-            m_unclaimedPictures.remove(QFileInfo(CacheRecord::pictureOf(CacheRecord::parse(bytes))).fileName());
+            m_unclaimedPictures.remove(
+                QFileInfo(CacheRecord::pictureOf(CacheRecord::parse(bytes))).fileName());
     }
     if (m_sweep->isOpen() && !m_unclaimedPictures.isEmpty())
         return true;
@@ -210,8 +211,8 @@ void ActivityCache::count(const QString &path)
 
 void ActivityCache::forget(const QString &path)
 {
-    // An answer may come after a change of user.
-    if (!path.startsWith(m_directory + QLatin1Char('/')) || isPassedOver(path))
+    // The reply may come after a change of user.
+    if (!path.startsWith(m_directory + QLatin1Char('/')) || isSkipped(path))
         return;
     const auto found = m_waiting.find(creationTime(path));
     if (found == m_waiting.end())
@@ -312,7 +313,7 @@ void ActivityCache::setAside(const QString &path)
     m_setAside.insert(path);
 }
 
-bool ActivityCache::isPassedOver(const QString &path) const
+bool ActivityCache::isSkipped(const QString &path) const
 {
     return m_spent.contains(path) || m_setAside.contains(path);
 }
@@ -335,12 +336,12 @@ QString ActivityCache::next()
     }
     for (int pass = 0; pass < 2; ++pass) {
         for (QString path = m_cursor->next(); !path.isEmpty(); path = m_cursor->next()) {
-            if (!isPassedOver(path))
+            if (!isSkipped(path))
                 return path;
         }
         m_cursor->rewind();
     }
-    // Deleted by somebody else, or never to be sent.
+    // None is left to send, whoever deleted the others.
     m_waiting.clear();
     m_waitingCount = 0;
     // The folder may have been replaced meanwhile.

@@ -17,7 +17,7 @@ public:
     enum class Read {
         Ok,
         Gone, // there is no such file
-        Denied, // not for this process to read; it stays, and is passed over in this run
+        Denied, // this process may not read it; it stays, and is skipped in this run
         Busy // the system lacks something just now; the record must stay
     };
 
@@ -36,8 +36,8 @@ public:
     void setDirectory(const QString &path);
     QString directory() const { return m_directory; }
 
-    // Pictures of which the record was never written, or was deleted without them, are
-    // removed in steps. Returns false when there is nothing left to do.
+    // Removes, in steps, screenshots whose record was never written or was deleted without
+    // them. Returns false when there is nothing left to do.
     bool sweepPictures(int recordsToRead);
 
     // The path of the new record; empty when it could not be written (errorText
@@ -48,7 +48,7 @@ public:
     static QString write(const QString &directory, const QByteArray &record, const QDateTime &now,
                          QString *errorText = nullptr);
 
-    // Writes any file of the folder in the same all-or-nothing way.
+    // Writes any file, complete or not at all.
     static bool writeWhole(const QString &path, const QByteArray &bytes, QString *errorText = nullptr);
 
     static Read read(const QString &path, QByteArray *bytes);
@@ -58,16 +58,14 @@ public:
     // Deletes an accepted record at once. One that cannot be deleted is emptied, and
     // remembered until it can be.
     void remove(const QString &path);
-    // Passes over a record until the user is loaded again.
+    // Skips a record until the user is loaded again.
     void setAside(const QString &path);
 
     // The next record in the file system's order; continues after the previous one and
-    // wraps around; empty when there is none. Never reads the
-    // whole folder for one record.
+    // wraps around; empty when there is none. Never reads the whole folder for one record.
     QString next();
 
-    // The records that wait, in flight ones included, counted without looking at the
-    // folder again.
+    // The records that wait, those in flight included, without reading the folder again.
     Backlog backlog() const;
 
 private:
@@ -76,14 +74,14 @@ private:
     void readFolder();
     void count(const QString &path);
     void forget(const QString &path);
-    bool isPassedOver(const QString &path) const;
+    bool isSkipped(const QString &path) const;
     void removeSpent();
 
     QString m_directory;
     std::unique_ptr<Cursor> m_cursor;
     QSet<QString> m_spent; // accepted, of every user of this run
     QSet<QString> m_setAside;
-    // File names of pictures that an earlier run left and no record has named yet.
+    // File names of screenshots that an earlier run left and no record has named yet.
     QSet<QString> m_unclaimedPictures;
     std::unique_ptr<Cursor> m_sweep;
     std::map<QDateTime, int> m_waiting; // how many of each second

@@ -15,11 +15,11 @@ const QString kPast = QStringLiteral("past");
 const QString kFile = QStringLiteral("file");
 const QString kFileName = QStringLiteral("fileName");
 
-// Empty when the bytes are no record. Unlike a reply it is read to the end: ids may hold
-// a NUL.
+// Empty when the bytes are no record. Unlike a reply's body it is read beyond a NUL byte,
+// which an id may contain.
 QVariantMap parse(const QByteArray &bytes);
 
-// Path of the picture that belongs to the record; empty when it has none.
+// Path of the screenshot that belongs to the record; empty when it has none.
 QString pictureOf(const QVariantMap &record);
 
 } // namespace CacheRecord

@@ -13,16 +13,15 @@ QString recordTimeText(const QDateTime &time)
     return QLocale::c().toString(time, kFormat);
 }
 
-// Qt's reading by a format takes longer than everything else that is done with a
-// record, so it gets only what is not as this program writes it. Older clients wrote the
-// digits of the user's language.
+// Qt takes longer to parse a format than everything else that is done with a record, so
+// it gets only what this program does not write. Older clients wrote the digits of the
+// user's language.
 QDateTime recordTime(const QString &text)
 {
     bool isPlain = text.size() == kFormat.size();
     for (int i = 0; isPlain && i < text.size(); ++i) {
         const QChar c = text.at(i);
-        isPlain = kFormat.at(i) == QLatin1Char('-') ? c == QLatin1Char('-')
-                                                    : c.digitValue() >= 0;
+        isPlain = kFormat.at(i) == QLatin1Char('-') ? c == QLatin1Char('-') : c.digitValue() >= 0;
     }
     if (!isPlain)
         return QDateTime::fromString(text, kFormat);

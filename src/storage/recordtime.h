@@ -3,7 +3,7 @@
 #include <QDateTime>
 #include <QString>
 
-// The moments in records and in the names of their files: local time, to the second.
+// Times in records and in the names of their files: local, to the second.
 
 QString recordTimeText(const QDateTime &time);
 // Invalid when the text is no such time.

@@ -133,6 +133,29 @@ void StorageFolder::makeFolder(const QString &path)
     QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
+void StorageFolder::removeDeprecatedFiles(const QString &login, const QStringList &teamIds) const
+{
+    if (!isUsable())
+        return;
+    QDir folder = dir();
+    const QStringList records = folder.entryList({QStringLiteral("json*")}, QDir::Files, QDir::Unsorted);
+    for (const QString &name : records)
+        folder.remove(name);
+    for (const char *name : {".orvana.db", "comments.data", "session.json"})
+        folder.remove(QString::fromLatin1(name));
+
+    if (login.isEmpty())
+        return;
+    const QDir user(ofUser(login));
+    for (const char *name : {"session.json", "tasks.json", "teams.json"})
+        QFile::remove(user.filePath(QString::fromLatin1(name)));
+    for (const QString &id : teamIds) {
+        // An id with a slash is no folder name.
+        if (!id.contains(QLatin1Char('/')))
+            removeDir(user.filePath(QStringLiteral("team_") + id));
+    }
+}
+
 void StorageFolder::removeDir(const QString &path)
 {
     QDir folder(path);

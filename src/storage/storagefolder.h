@@ -31,6 +31,8 @@ public:
 
     // Makes a folder, with those above it, for this user alone.
     static void makeFolder(const QString &path);
+    // Deletes what older versions left: common files and, with a login, this user's.
+    void removeDeprecatedFiles(const QString &login, const QStringList &teamIds) const;
     // Deletes a folder with everything in it; follows no links.
     static void removeDir(const QString &path);
 

@@ -6,8 +6,8 @@
 
 #include <functional>
 
-// Answers every request over plain HTTP with whatever bytes it is told, and knows
-// what was asked.
+// Answers every request over plain HTTP with the bytes it was given, and keeps the
+// requests.
 class ScriptedServer final : public QTcpServer
 {
     Q_DISABLE_COPY_MOVE(ScriptedServer)

@@ -171,7 +171,7 @@ private slots:
         s_log.clear();
         const QtMessageHandler before = qInstallMessageHandler(keepLog);
         client->sendCachedActivity();
-        QCoreApplication::sendPostedEvents(client.get(), QEvent::MetaCall);
+        client.runQueued();
         qInstallMessageHandler(before);
         const auto requests = client.takeRequests();
         QCOMPARE(requests.size(), isSent ? 1 : 0);

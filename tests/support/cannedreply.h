@@ -22,7 +22,7 @@ public:
         setFinished(true);
     }
 
-    // Takes on what the client told the request that this answers.
+    // Takes over what the client has set on the request.
     void answer(const QNetworkReply &request)
     {
         setRequest(request.request());

@@ -5,7 +5,7 @@
 #include <QString>
 #include <QStringList>
 
-// What the user would be told, in its order.
+// What the user would be shown, in order.
 class Notices final : public NotificationSink
 {
     Q_DISABLE_COPY_MOVE(Notices)
@@ -13,7 +13,7 @@ class Notices final : public NotificationSink
 public:
     Notices() = default;
 
-    // The texts since the last call; behind " #" the task that a click would open.
+    // The texts since the last call, each followed by " #" and the task that a click opens.
     QStringList take()
     {
         const QStringList texts = all();

@@ -20,8 +20,8 @@
 
 #include <memory>
 
-// A client with a storage folder of its own and nobody at the other end: its
-// requests are picked up before the event loop can send them, and answered by hand.
+// A client with a storage folder of its own and no service: its requests are taken before
+// the event loop can send them, and answered by the test.
 class OfflineClient final
 {
     Q_DISABLE_COPY_MOVE(OfflineClient)
@@ -51,7 +51,7 @@ public:
 
     QString path(const QString &name) const { return m_folder.path() + QLatin1String("/.orvana/") + name; }
 
-    // Reports and pictures of a user that wait on the disk.
+    // Reports and screenshots of a user that wait on the disk.
     int records(const QString &user = s("user")) const
     {
         return QDir(path(user + s("/activity"))).entryList({s("json*")}, QDir::Files).size();
@@ -109,20 +109,26 @@ public:
         return requests;
     }
 
-    // True when the client let go of the reply afterwards, as it must.
+    // Lets the client do what it has put off, but for its requests.
+    void runQueued() const
+    {
+        QCoreApplication::sendPostedEvents(m_orvana->findChild<ReportSender *>(), QEvent::MetaCall);
+    }
+
+    // True when the client has deleted the reply afterwards, as it must.
+    bool answer(const QNetworkReply &request, const QByteArray &body,
+                QNetworkReply::NetworkError error = QNetworkReply::NoError)
+    {
+        const QPointer<CannedReply> reply(new CannedReply(body, error));
+        reply->answer(request);
+        m_orvana->replyFinished(reply);
+        QCoreApplication::sendPostedEvents(reply, QEvent::DeferredDelete);
+        return reply.isNull();
+    }
     bool answer(const std::shared_ptr<QNetworkReply> &request, const QByteArray &body,
                 QNetworkReply::NetworkError error = QNetworkReply::NoError)
     {
-        auto *reply = new CannedReply(body, error);
-        reply->answer(*request);
-        return hand(reply);
-    }
-    bool hand(CannedReply *reply)
-    {
-        const QPointer<CannedReply> watched(reply);
-        m_orvana->replyFinished(reply);
-        QCoreApplication::sendPostedEvents(reply, QEvent::DeferredDelete);
-        return watched.isNull();
+        return answer(*request, body, error);
     }
 
 private:

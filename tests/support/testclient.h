@@ -50,8 +50,7 @@ public:
 
     QDir cacheFolder() const
     {
-        return QDir(StorageFolder::ofUser(orvana->storageDirectory(), session()->login())
-                    + s("/activity"));
+        return QDir(StorageFolder::ofUser(orvana->storageDirectory(), session()->login()) + s("/activity"));
     }
     QStringList records() const { return cacheFolder().entryList({s("json*")}, QDir::Files, QDir::Name); }
     QStringList pictures() const { return cacheFolder().entryList({s("*.jpg")}, QDir::Files); }

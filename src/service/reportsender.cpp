@@ -1,0 +1,385 @@
+#include "service/reportsender.h"
+
+#include "base/crashpoint.h"
+#include "base/notificationsink.h"
+#include "model/json.h"
+#include "service/replyparser.h"
+#include "service/requestbody.h"
+#include "service/serviceconnection.h"
+#include "storage/cacherecord.h"
+#include "storage/recordtime.h"
+#include "storage/storagefolder.h"
+
+#include <QBuffer>
+#include <QCoreApplication>
+#include <QDebug>
+#include <QFile>
+#include <QFileInfo>
+#include <QImage>
+#include <QNetworkReply>
+
+#include <chrono>
+
+namespace {
+
+const QString kRecordVersion = QStringLiteral("0.1");
+const QString kActivityPath = QStringLiteral("/api_active2");
+const QString kScreenshotPath = QStringLiteral("/api_screenshot");
+const QString kNoScreenshot = QStringLiteral("Сделать снимок экрана не удалось. Свяжитесь с техподдержкой.");
+const char kFileProperty[] = "activityFile";
+const char kPictureProperty[] = "activityPicture";
+// A day of minutes; a disk that is full for longer loses the oldest.
+constexpr int kMaxUnwritten = 1440;
+// The network sends a few at a time; the screenshots of the others would wait in memory.
+constexpr int kMaxUnderWay = 100;
+constexpr int kMaxLoggedValue = 1000;
+constexpr int kRecordsPerSweep = 100;
+constexpr std::chrono::milliseconds kSweepPause(100);
+
+// An id of a megabyte would fill the log.
+QString shortened(const QString &value)
+{
+    return value.size() > kMaxLoggedValue ? QString(value.left(kMaxLoggedValue) + QChar(0x2026)) : value;
+}
+
+// In unsigned 32-bit seconds, as every client before this one counted.
+quint32 ageInSeconds(const QString &timestamp)
+{
+    const auto now = static_cast<quint32>(QDateTime::currentSecsSinceEpoch());
+    const auto then = static_cast<quint32>(recordTime(timestamp).toSecsSinceEpoch());
+    return now - then;
+}
+
+// A record that is sent again ages from its creation each time; the file itself
+// is never rewritten.
+QVariantMap actualizeActivityTimestamp(const QVariantMap &record)
+{
+    QVariantMap body = record.value(CacheRecord::kBody).toMap();
+    const QVariant timestamp = record.value(CacheRecord::kTimestamp);
+    // Unsigned, for a damaged record may hold any number.
+    const auto past = static_cast<quint64>(body.value(CacheRecord::kPast).toString().toLongLong());
+    body.insert(CacheRecord::kPast,
+                QString::number(static_cast<qint64>(past + ageInSeconds(timestamp.toString()))));
+    return {{CacheRecord::kUrl, record.value(CacheRecord::kUrl)},
+            {CacheRecord::kTimestamp, timestamp},
+            {CacheRecord::kBody, body}};
+}
+
+// Never that of an existing one: the clock may have been set back, or an hour come twice.
+QString newPicturePath(const QString &folder)
+{
+    const QString path =
+        folder + QStringLiteral("/screenshot") + recordTimeText(QDateTime::currentDateTime());
+    QString suffix = QStringLiteral(".jpg");
+    for (int copy = 2; QFile::exists(path + suffix); ++copy)
+        suffix = QLatin1Char('-') + QString::number(copy) + QStringLiteral(".jpg");
+    return path + suffix;
+}
+
+} // namespace
+
+ReportSender::ReportSender(StorageFolder *storage, ServiceConnection *service,
+                           NotificationSink *notifications, const Subject &subject, QObject *parent)
+    : QObject(parent)
+    , m_storage(storage)
+    , m_service(service)
+    , m_notifications(notifications)
+    , m_subject(subject)
+{
+    m_sweepTimer.setInterval(kSweepPause);
+    connect(&m_sweepTimer, &QTimer::timeout, this, &ReportSender::sweepPictures);
+}
+
+QString ReportSender::cacheOf(const QString &login) const
+{
+    return m_storage->ofUser(login) + QStringLiteral("/activity");
+}
+
+void ReportSender::loadCache()
+{
+    m_cache.setDirectory(QString());
+    prepareCache();
+}
+
+// The storage folder may become usable only after the user has signed in.
+bool ReportSender::prepareCache()
+{
+    const bool usable = m_storage->prepare();
+    const QString login = m_subject().login;
+    const QString directory = login.isEmpty() ? QString() : cacheOf(login);
+    if (usable && directory != m_cache.directory()) {
+        m_cache.setDirectory(directory);
+        m_sweepTimer.start();
+    }
+    return usable;
+}
+
+void ReportSender::sweepPictures()
+{
+    // An unwritten record may name any of them.
+    if (!m_unwritten.isEmpty() || !m_storage->isUsable() || !m_cache.sweepPictures(kRecordsPerSweep))
+        m_sweepTimer.stop();
+}
+
+QVariantMap ReportSender::newReport() const
+{
+    const ReportSubject subject = m_subject();
+    return {{QStringLiteral("email"), subject.login},
+            {QStringLiteral("task_id"), subject.taskId},
+            {CacheRecord::kPast, QStringLiteral("0")},
+            {QStringLiteral("team_id"), subject.teamId},
+            {CacheRecord::kVersion, QCoreApplication::applicationVersion()}};
+}
+
+void ReportSender::sendTaskActivity(int activeSlices)
+{
+    crashPoint("minute-over");
+    QVariantMap body = newReport();
+    body.insert(QStringLiteral("active"), QString::number(activeSlices));
+    const QString url = m_service->url() + kActivityPath;
+    QStringList values;
+    for (const QVariant &value : qAsConst(body))
+        values.append(shortened(value.toString()));
+    qDebug() << "Activity data prepared" << url << values;
+    sendActivityFile(saveActivityData(url, body));
+}
+
+void ReportSender::sendScreenshotActivity(const QImage &image)
+{
+    QVariantMap body = newReport();
+    QBuffer jpeg;
+    jpeg.open(QIODevice::WriteOnly);
+    if (!image.save(&jpeg, "JPG")) {
+        qDebug() << "Error! Can't convert to JPG format!";
+        m_notifications->addNotification(
+            QStringLiteral("При отправке снимка экрана произошла ошибка. Обратитесь в техподдержку"));
+        return;
+    }
+    const QString path = newPicturePath(cacheOf(m_subject().login));
+    QString reason;
+    if (!m_storage->prepare() || !ActivityCache::writeWhole(path, jpeg.data(), &reason)) {
+        qWarning() << "Error! Screenshot can't be written:" << path << reason;
+        m_notifications->addNotification(kNoScreenshot);
+        return;
+    }
+    body.insert(CacheRecord::kFileName, path);
+    qDebug() << "Screenshot prepared";
+    sendActivityFile(saveActivityData(QString(m_service->url() + kScreenshotPath), body));
+}
+
+// Empty when the disk refused the record, which is then kept in memory.
+QString ReportSender::saveActivityData(const QVariant &url, const QVariant &body)
+{
+    storeUnwritten();
+    const QDateTime now = QDateTime::currentDateTime();
+    const QByteArray record = QtJson::serialize(QVariantMap{{CacheRecord::kVersion, kRecordVersion},
+                                                            {CacheRecord::kUrl, url.toString()},
+                                                            {CacheRecord::kBody, body},
+                                                            {CacheRecord::kTimestamp, recordTimeText(now)}});
+    QString reason = QStringLiteral("the folder is not ours");
+    const QString path = prepareCache() ? m_cache.create(record, now, &reason) : QString();
+    if (path.isEmpty())
+        keepUnwritten({m_subject().login, now, record}, reason);
+    return path;
+}
+
+void ReportSender::keepUnwritten(const UnwrittenRecord &record, const QString &reason)
+{
+    qWarning() << "Error! Activity record can't be written:" << reason;
+    if (m_unwritten.size() >= kMaxUnwritten)
+        m_unwritten.removeFirst();
+    m_unwritten.append(record);
+    if (m_hasReportedUnwritten)
+        return;
+    m_hasReportedUnwritten = true;
+    m_notifications->addNotification(
+        m_storage->isUsable()
+            ? QStringLiteral("Не удалось сохранить отчёт об активности на диск. Проверьте свободное место.")
+            : m_storage->unusableText());
+}
+
+// What the disk takes now waits in the cache like any unsent report.
+void ReportSender::storeUnwritten()
+{
+    if (m_unwritten.isEmpty() || !prepareCache())
+        return;
+    QSet<QString> refused;
+    QVector<UnwrittenRecord> left;
+    for (const UnwrittenRecord &record : qAsConst(m_unwritten)) {
+        if (refused.contains(record.login) || !store(record)) {
+            refused.insert(record.login);
+            left.append(record);
+        }
+    }
+    m_unwritten = left;
+    m_hasReportedUnwritten = m_hasReportedUnwritten && !m_unwritten.isEmpty();
+}
+
+bool ReportSender::store(const UnwrittenRecord &record)
+{
+    if (record.login == m_subject().login)
+        return !m_cache.create(record.bytes, record.createdAt).isEmpty();
+    // Of a user who has left: it is sent after their next sign-in.
+    return !ActivityCache::write(cacheOf(record.login), record.bytes, record.createdAt).isEmpty();
+}
+
+ActivityCache::Backlog ReportSender::backlog() const
+{
+    ActivityCache::Backlog all = m_cache.backlog();
+    for (const UnwrittenRecord &record : m_unwritten) {
+        if (record.login != m_subject().login)
+            continue;
+        ++all.count;
+        if (!all.oldest.isValid() || record.createdAt < all.oldest)
+            all.oldest = record.createdAt;
+    }
+    return all;
+}
+
+void ReportSender::sendCachedActivity()
+{
+    const QString path = prepareCache() ? m_cache.next() : QString();
+    if (path.isEmpty())
+        return;
+    qDebug() << "file prepared:" << QFileInfo(path).fileName();
+    sendActivityFile(path);
+}
+
+// Nothing for an empty path. A record under way is not sent a second time.
+void ReportSender::sendActivityFile(const QString &path)
+{
+    if (path.isEmpty() || m_underWay.contains(path))
+        return;
+    if (m_underWay.size() >= kMaxUnderWay) {
+        qDebug() << "Too many reports under way, on the disk waits" << QFileInfo(path).fileName();
+        return;
+    }
+    QByteArray contents;
+    const ActivityCache::Read result = ActivityCache::read(path, &contents);
+    if (result == ActivityCache::Read::Busy || result == ActivityCache::Read::Denied) {
+        qWarning() << "Error! Activity file can't be read just now:" << path;
+        if (result == ActivityCache::Read::Denied) {
+            m_cache.setAside(path);
+            continueSending();
+        }
+        return;
+    }
+    QVariantMap record = CacheRecord::parse(contents);
+    const QString url = record.value(CacheRecord::kUrl).toString();
+    if (url.isEmpty()) {
+        qDebug().noquote() << "Error!  Invalid activity file!" << bodyForLog(contents);
+        removeCachedActivityFile(path, CacheRecord::pictureOf(record));
+        return;
+    }
+    // Records of an older client carry no version, and no picture either.
+    record = record.contains(CacheRecord::kVersion) ? prepareDataForExport(record)
+                                                    : actualizeActivityTimestamp(record);
+
+    const QVariantMap body = record.value(CacheRecord::kBody).toMap();
+    qDebug() << url;
+    for (auto it = body.cbegin(); it != body.cend(); ++it) {
+        if (it.key() != CacheRecord::kFile)
+            qDebug().noquote() << it.key() + QStringLiteral(": ") + shortened(it.value().toString());
+    }
+    const QString picture = CacheRecord::pictureOf(record);
+    if (picture.isEmpty() && body.contains(CacheRecord::kFileName)) {
+        qDebug() << "Error! Screenshot is missed!";
+        m_notifications->addNotification(kNoScreenshot);
+    }
+
+    m_service->ensureAccessible();
+    QNetworkReply *reply = m_service->post(ServiceConnection::SendActivity, QUrl(url), activityPayload(body));
+    reply->setProperty(kFileProperty, path);
+    reply->setProperty(kPictureProperty, picture);
+    m_underWay.insert(path);
+    crashPoint("request-posted");
+}
+
+QVariantMap ReportSender::prepareDataForExport(const QVariantMap &record) const
+{
+    QVariantMap prepared = actualizeActivityTimestamp(record);
+    QVariantMap body = prepared.value(CacheRecord::kBody).toMap();
+    if (!body.contains(CacheRecord::kFileName))
+        return prepared;
+    const QString name = body.value(CacheRecord::kFileName).toString();
+    QFile picture(name);
+    if (!isOwnScreenshot(name) || !picture.open(QIODevice::ReadOnly)) {
+        qWarning() << "Error! Screenshot can't be opened:" << name;
+        return prepared;
+    }
+    body.insert(CacheRecord::kFile, picture.readAll().toBase64());
+    prepared.insert(CacheRecord::kBody, body);
+    return prepared;
+}
+
+// A record may name any file of this disk; only the client's own screenshots are read
+// or deleted for it.
+bool ReportSender::isOwnScreenshot(const QString &path) const
+{
+    const QFileInfo info(path);
+    return m_storage->isUsable() && info.fileName().startsWith(QLatin1String("screenshot"))
+        && info.dir().dirName() == QLatin1String("activity")
+        && QDir::cleanPath(info.absoluteFilePath())
+               .startsWith(m_storage->dir().absolutePath() + QLatin1Char('/'))
+        && !info.isSymLink();
+}
+
+void ReportSender::processSendActivityReply(QNetworkReply *reply)
+{
+    const QString path = reply->property(kFileProperty).toString();
+    m_underWay.remove(path);
+    if (!ServiceConnection::isAnswer(*reply))
+        return;
+    crashPoint("reply-received");
+    const QByteArray body = reply->readAll();
+    if (isAccepted(*reply, body))
+        removeCachedActivityFile(path, reply->property(kPictureProperty).toString());
+    else
+        qDebug().noquote() << "Activity not sended " << bodyForLog(body);
+}
+
+bool ReportSender::isAccepted(const QNetworkReply &reply, const QByteArray &body) const
+{
+    if (!m_service->validateReply(body)) {
+        qDebug() << reply.request().url();
+        return false;
+    }
+    // The record's own address decides: the base URL may have changed since it was made.
+    if (!reply.url().path().endsWith(kActivityPath)) {
+        if (body != "ok")
+            return false;
+        qDebug() << "ver 1.0 activity sended";
+        return true;
+    }
+    const QString status = parseObject(body).value(QStringLiteral("status")).toString();
+    if (status != QLatin1String("ok"))
+        return false;
+    qDebug() << "Activity sended" << status;
+    return true;
+}
+
+void ReportSender::removeCachedActivityFile(const QString &path, const QString &picture)
+{
+    crashPoint("before-removal");
+    // The record goes first: a record without its picture would be sent again.
+    if (m_storage->isUsable())
+        m_cache.remove(path);
+    else
+        m_cache.setAccepted(path);
+    crashPoint("record-removed");
+    if (!picture.isEmpty() && isOwnScreenshot(picture))
+        QFile::remove(picture);
+    continueSending();
+}
+
+// From the event loop: a folder full of unreadable records must not become a stack of
+// calls.
+void ReportSender::continueSending()
+{
+    const auto next = [this] {
+        if (m_underWay.isEmpty())
+            sendCachedActivity();
+    };
+    if (m_underWay.isEmpty())
+        QMetaObject::invokeMethod(this, next, Qt::QueuedConnection);
+}

@@ -1,0 +1,182 @@
+#include "service/serviceconnection.h"
+
+#include "base/deployment.h"
+#include "base/notificationsink.h"
+#include "service/replyparser.h"
+
+#include <QDebug>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QSslError>
+#include <QTextCodec>
+#include <QUrl>
+
+#include <algorithm>
+
+namespace {
+
+// A longer body would fill the memory or hold up the window.
+constexpr qint64 kMaxListSize = 32 * 1024 * 1024;
+constexpr qint64 kMaxAnswerSize = 1024 * 1024;
+
+const char kInvalidCredentialsBody[] = "{\"status\":-1,\"err_msg\":\"Invalid email|pswd|client\"}";
+const char kUserProperty[] = "user";
+
+// The service's database answers in its own code page and with a misspelling.
+bool isDatabaseError(const QByteArray &body)
+{
+    static const QByteArray expected = QTextCodec::codecForName("Windows-1251")
+                                           ->fromUnicode(QStringLiteral("Не могу соединится с базой данных"));
+    return body == expected;
+}
+
+// Cookies are neither kept nor sent, and no redirection is followed.
+QNetworkRequest newRequest(const QUrl &url)
+{
+    QNetworkRequest request(url);
+    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::UserVerifiedRedirectPolicy);
+    return request;
+}
+
+} // namespace
+
+ServiceConnection::ServiceConnection(NotificationSink *notifications, QObject *parent)
+    : QObject(parent)
+    , m_notifications(notifications)
+    , m_url(Deployment::serviceUrl())
+    , m_verifyCertificates(Deployment::verifyCertificates())
+{ }
+
+QNetworkAccessManager *ServiceConnection::network()
+{
+    if (m_network)
+        return m_network;
+    m_network = new QNetworkAccessManager(this);
+    connect(m_network, &QNetworkAccessManager::sslErrors, this, &ServiceConnection::sslErrorHandler);
+    connect(m_network, &QNetworkAccessManager::finished, this, [this](QNetworkReply *reply) {
+        m_hasBrokenConnections = m_hasBrokenConnections || !isAnswer(*reply);
+        emit finished(reply);
+        if (m_hasBrokenConnections)
+            QMetaObject::invokeMethod(this, &ServiceConnection::forgetBrokenConnections,
+                                      Qt::QueuedConnection);
+    });
+    return m_network;
+}
+
+QNetworkReply *ServiceConnection::get(Stage stage, const QString &path, const RequestFields &fields)
+{
+    QUrl url(m_url + path);
+    if (!fields.isEmpty())
+        url.setQuery(QString::fromLatin1(encodeFields(fields)), QUrl::StrictMode);
+    return prepared(network()->get(newRequest(url)), stage);
+}
+
+QNetworkReply *ServiceConnection::get(Stage stage, const QString &path, const Credentials &user,
+                                      const RequestFields &fields)
+{
+    QNetworkReply *reply = get(stage, path, user.with(fields));
+    reply->setProperty(kUserProperty, user.login);
+    return reply;
+}
+
+QNetworkReply *ServiceConnection::post(Stage stage, const QUrl &url, const QByteArray &body)
+{
+    QNetworkRequest request = newRequest(url);
+    request.setHeader(QNetworkRequest::ContentTypeHeader,
+                      QStringLiteral("application/x-www-form-urlencoded"));
+    request.setHeader(QNetworkRequest::ContentLengthHeader, body.size());
+    auto *device = new OneShotBody(body, nullptr);
+    QNetworkReply *reply = network()->post(request, device);
+    device->setParent(reply);
+    return prepared(reply, stage);
+}
+
+QNetworkReply *ServiceConnection::prepared(QNetworkReply *reply, Stage stage)
+{
+    reply->setProperty("stage", static_cast<int>(stage));
+    connect(reply, &QNetworkReply::redirected, this, [reply](const QUrl &target) {
+        qWarning() << "Error! Redirect refused:" << reply->request().url().path() << "to" << target.host();
+        reply->abort();
+    });
+    const bool isList = stage == CheckLogin || stage == TeamsAndTasks || stage == TaskDetails;
+    connect(reply, &QNetworkReply::readyRead, this, [reply, max = isList ? kMaxListSize : kMaxAnswerSize] {
+        if (reply->bytesAvailable() <= max)
+            return;
+        qWarning() << "Error! Reply is too long:" << reply->url().path();
+        reply->abort();
+    });
+    return reply;
+}
+
+void ServiceConnection::ensureAccessible()
+{
+    if (network()->networkAccessible() != QNetworkAccessManager::NotAccessible)
+        return;
+    qDebug() << "Network is not accessbile! Try to fix it.";
+    network()->setNetworkAccessible(QNetworkAccessManager::Accessible);
+}
+
+// Qt reports only some redirections.
+bool ServiceConnection::isAnswer(const QNetworkReply &reply)
+{
+    const int status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    return reply.error() == QNetworkReply::NoError && (status < 300 || status >= 400);
+}
+
+bool ServiceConnection::isFor(const QString &login, const QNetworkReply &reply)
+{
+    const QVariant user = reply.property(kUserProperty);
+    return !user.isValid() || user.toString() == login;
+}
+
+bool ServiceConnection::validateReply(const QByteArray &body)
+{
+    if (body == kInvalidCredentialsBody) {
+        qDebug() << "Invalid email/pswd/client";
+        emit refused(InvalidCredentials);
+    } else if (body.startsWith("{\"status\":\"error\"") || body.startsWith("{\"status\":-1")) {
+        qDebug().noquote() << "Unknown error!" << bodyForLog(body);
+        emit refused(ServiceError);
+    } else if (body.startsWith("\t<!DOCTYPE")) {
+        qDebug() << "Error! Invalid URL!";
+        emit refused(HtmlReply);
+    } else if (isDatabaseError(body)) {
+        qDebug().noquote() << QStringLiteral("Не могу соединиться с базой данных");
+        emit refused(DatabaseDown);
+    } else {
+        return true;
+    }
+    return false;
+}
+
+void ServiceConnection::sslErrorHandler(QNetworkReply *reply, const QList<QSslError> &errors)
+{
+    if (!m_verifyCertificates) {
+        reply->ignoreSslErrors();
+        return;
+    }
+    for (const QSslError &sslError : errors)
+        qWarning() << "Certificate refused:" << sslError.errorString();
+    if (m_hasReportedCertificate)
+        return;
+    m_hasReportedCertificate = true;
+    m_notifications->addNotification(
+        QStringLiteral("Сертификат сервера не прошёл проверку. Обратитесь к системному администратору."));
+}
+
+// Qt keeps some kilobytes of every encrypted connection that broke until the service
+// has not been asked anything for two minutes, and it is asked every minute. Clearing
+// them would also end the requests that still wait.
+void ServiceConnection::forgetBrokenConnections()
+{
+    const auto replies = m_network->findChildren<QNetworkReply *>(QString(), Qt::FindDirectChildrenOnly);
+    const bool isBusy = std::any_of(replies.cbegin(), replies.cend(),
+                                    [](const QNetworkReply *reply) { return reply->isRunning(); });
+    if (isBusy || !m_hasBrokenConnections)
+        return;
+    m_hasBrokenConnections = false;
+    m_network->clearConnectionCache();
+}
