@@ -32,10 +32,9 @@ const QString kTask = s("1702");
 const QString kOtherTeam = s("41");
 const QString kPopupTitle = s("^Dialog$");
 
-// KiB: the proportional set, the resident set and its anonymous part.
+// KiB: the resident set and its anonymous part.
 struct Memory
 {
-    qint64 pss = 0;
     qint64 rss = 0;
     qint64 own = 0;
 };
@@ -152,9 +151,7 @@ void Soak::sample()
         const QList<QByteArray> lines = rollup.readAll().split('\n');
         for (const QByteArray &line : lines) {
             const qint64 value = line.simplified().split(' ').value(1).toLongLong();
-            if (line.startsWith("Pss:"))
-                memory.pss = value;
-            else if (line.startsWith("Rss:"))
+            if (line.startsWith("Rss:"))
                 memory.rss = value;
             else if (line.startsWith("Anonymous:"))
                 memory.own = value;
@@ -192,17 +189,17 @@ void Soak::closeHour()
         std::sort(values.begin(), values.end());
         return values.at(values.size() / 2);
     };
-    m_hour.memory = {middle(&Memory::pss), middle(&Memory::rss), middle(&Memory::own)};
+    m_hour.memory = {middle(&Memory::rss), middle(&Memory::own)};
     qint64 files = 0;
     for (const qint64 size : qAsConst(m_hour.files))
         files += size;
     m_done.append(m_hour);
     if (m_done.size() == 1)
-        std::printf("hour  Pss KiB  RSS KiB  own KiB  descriptors  session files  log KiB  counted  received "
+        std::printf("hour  RSS KiB  own KiB  descriptors  session files  log KiB  counted  received "
                     " waiting\n");
-    std::printf("%4d %8lld %8lld %8lld %6d to %2d %14lld %8lld %8d %9d %8d\n",
-                static_cast<int>(m_done.size()), m_hour.memory.pss, m_hour.memory.rss, m_hour.memory.own,
-                m_hour.fewestDescriptors, m_hour.mostDescriptors, files, m_hour.log / 1024, m_records,
+    std::printf("%4d %8lld %8lld %6d to %2d %14lld %8lld %8d %9d %8d\n", static_cast<int>(m_done.size()),
+                m_hour.memory.rss, m_hour.memory.own, m_hour.fewestDescriptors, m_hour.mostDescriptors, files,
+                m_hour.log / 1024, m_records,
                 static_cast<int>(m_room.server.reports().size() + m_room.server.screenshots().size()),
                 m_room.waiting());
     std::fflush(stdout);
