@@ -185,8 +185,7 @@ int main(int argc, char *argv[])
         application.setMainWindow(&mainForm);
         mainForm.show();
         if (orvana.session()->isActive())
-            NotificationManager::instance()->addNotification(QStringLiteral("Запись активности включена"),
-                                                             Plain, QString());
+            orvana.notify(QStringLiteral("Запись активности включена"));
         if (!TerminationSignals::areReceived())
             exitCode = QApplication::exec();
         application.setMainWindow(nullptr);

@@ -244,6 +244,7 @@ void Orvana::Session::setActive(bool active)
 {
     m_active = active;
     saveChoice();
+    emit activeChanged(active);
 }
 
 void Orvana::Session::setCurrentTaskID(const QString &id)

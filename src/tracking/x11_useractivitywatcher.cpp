@@ -94,9 +94,10 @@ UserActivityWatcher *UserActivityWatcher::instance()
 
 bool UserActivityWatcher::startWatch()
 {
-    s_socket.connectToHost(QHostAddress(QHostAddress::LocalHost), getPort(), QIODevice::ReadWrite);
+    const quint16 port = getPort();
+    s_socket.connectToHost(QHostAddress(QHostAddress::LocalHost), port, QIODevice::ReadWrite);
     qDebug() << "Service host:" << static_cast<int>(QHostAddress::LocalHost);
-    qDebug() << "Service port:" << getPort();
+    qDebug() << "Service port:" << port;
     const bool connected = waitForConnected();
     qDebug() << "Was connected to service:" << connected;
     return connected;
