@@ -56,144 +56,69 @@ private slots:
                         "activityMessageTimer 1800", "syncTimeTimer 1740 runs", "screenshotTimer 300"}));
     }
 
-    // Events in each slice, and the active slices that are reported.
-    void minute_data()
+    // Steps, of which "." is a slice, "+" one with activity, "e" activity alone, "t" and "c" 60 and 59
+    // seconds of the clock, "s" and "p" start and stop, "<" and ">" their shortcuts, "f" a minute that
+    // is closed at once, "d" the end of the screenshots' period, "x" and "o" the end of this and of
+    // another task, "n" no task, "u" another user who is tracking too. The outcome is what each report says;
+    // the clocks; whether tracking and the screenshots' period run; and a mark for each screenshot ("S") and
+    // each notice of a stop ("!").
+    void steps_data()
     {
-        addRows({{"0000000000", "0"}, {"0000000001", "1"}, {"1002090001", "4"}, {"3333333333", "10"}});
+        addRows({{"s+++++++++", "; 00:00 00:00 00:00 on P"},
+                 {"est..........", "0; 01:00 00:00 01:00 on P"},
+                 {"st.........+", "1; 01:00 01:00 01:00 on P"},
+                 {"st+..++....+", "4; 01:00 01:00 01:00 on P"},
+                 {"st++++++++++t..........", "10 0; 02:00 01:00 02:00 on P"},
+                 {"sc+++++++++p", "; 00:00 00:00 00:00 off"},
+                 {"sc+++++++++eps..........", "0; 00:00 00:00 01:00 on P"},
+                 {"s+++++++++eu..........", "0; 00:00 00:00 01:00 on P"},
+                 {"s+ef", "2; 00:00 00:00 01:00 on P S"},
+                 {"s....................", "0 0; 00:00 00:00 02:00 on P"},
+                 {"sd....................", "0 0; 00:00 00:00 02:00 on P S"},
+                 {"sd..........d..........", "0 0; 00:00 00:00 02:00 on P SS"},
+                 {"s..........ps", "0; 01:00 00:00 01:00 on P"},
+                 {"sdp", "; 00:00 00:00 00:00 off"},
+                 {"sdps.........", "; 00:00 00:00 00:00 on"},
+                 {"sdps..........", "0; 00:00 00:00 01:00 on P S"},
+                 {"n<", "; 00:00 00:00 00:00 off"},
+                 {"<+<.........", "1; 00:00 00:00 01:00 on P"},
+                 {"s>", "; 00:00 00:00 00:00 off"},
+                 {"so", "; 00:00 00:00 00:00 on P"},
+                 {"sx", "; 00:00 00:00 00:00 off !"},
+                 {"x", "; 00:00 00:00 00:00 off"}});
     }
-    void minute()
+    void steps()
     {
         QFETCH(QString, input);
         QFETCH(QString, result);
-        // What came before the start is not of this minute.
-        emit UserActivityWatcher::instance()->wasActivity();
-        m_loop->startTracking();
-        for (int minutes = 1; minutes < 3; ++minutes) {
-            for (int second = 0; second < 60; ++second)
-                m_loop->clock();
-            for (const QChar events : qAsConst(input)) {
-                QCOMPARE(m_client->orvana->pendingActivityRequests(), 0);
-                slice(events.digitValue());
-            }
-            QVERIFY(settle());
-            QCOMPARE(m_client->server.reports().size(), minutes);
-            const localservice::ActivityReport report = m_client->server.reports().constLast();
-            QCOMPARE(report.active, result.toInt());
-            QCOMPARE(report.email, TestClient::anna());
-            QCOMPARE(report.teamId + report.taskId, kTeam + kTask);
-            // One active slice makes the whole minute active; without any, the clock that
-            // ran on by seconds falls back.
-            const QTime activeTime(0, report.active > 0 ? minutes : 0);
-            QCOMPARE(session()->todayActiveTime(), activeTime);
-            QCOMPARE(session()->todayActiveTimeDisplayed(), activeTime);
-            QCOMPARE(session()->todayActiveTime(kTask), activeTime);
-            QCOMPARE(countedWorktime(), QTime(0, minutes));
-        }
-    }
-
-    void unfinishedMinuteIsDropped()
-    {
-        m_loop->startTracking();
-        for (int second = 0; second < 59; ++second)
-            m_loop->clock();
-        slices(9, 1);
-        QCOMPARE(session()->todayTime(), QTime(0, 0, 59));
-        m_loop->stopTracking();
-        QCOMPARE(session()->todayTime(), QTime(0, 0));
-        m_loop->startTracking();
-        slices(9);
-        QCOMPARE(m_client->orvana->pendingActivityRequests(), 0);
-        slice();
-        QTRY_COMPARE(m_client->server.reports().size(), 1);
-        QCOMPARE(m_client->server.reports().constFirst().active, 0);
-        QCOMPARE(countedWorktime(), QTime(0, 1));
-    }
-
-    // s: start, p: stop, d: the period ends, m: a minute, f: one that is closed at once. Whether the
-    // period runs in the end, and the screenshots.
-    void screenshots_data()
-    {
-        addRows({{"smmm", "1 0"},
-                 {"sdmmm", "1 1"},
-                 {"sdmmdm", "1 2"},
-                 {"smpsm", "1 0"},
-                 {"sdps", "0 0"},
-                 {"sdpsm", "1 1"},
-                 {"sfm", "1 1"}});
-    }
-    void screenshots()
-    {
-        QFETCH(QString, input);
-        QFETCH(QString, result);
-        for (const QChar step : qAsConst(input)) {
-            if (step == QLatin1Char('s'))
-                m_loop->startTracking();
-            else if (step == QLatin1Char('p'))
-                m_loop->stopTracking();
-            else if (step == QLatin1Char('d'))
-                m_loop->screenshotTimeout();
-            else if (step == QLatin1Char('f'))
-                m_loop->sendActivity(true);
-            else
-                slices(10);
-            QVERIFY(settle());
-        }
-        // Without a display each one that is tried fails.
-        const QString failed = s("При отправке снимка экрана произошла ошибка. Обратитесь в техподдержку");
-        const int tried = m_client->notices.take().filter(failed).size();
-        QCOMPARE(s("%1 %2").arg(runs("screenshotTimer")).arg(tried), result);
-        QCOMPARE(m_client->server.reports().size(),
-                 input.count(QLatin1Char('m')) + input.count(QLatin1Char('f')));
-    }
-
-    void shortcuts()
-    {
-        for (const QString &task : {QString(), kTask}) {
-            m_client->orvana->changeTask(kTeam, task);
-            m_loop->onStopTimerShortcut_activated();
-            verifyTracking(false);
-            m_loop->onStartTimerShortcut_activated();
-            verifyTracking(!task.isEmpty());
-        }
-        // Used again, it lets the minute go on.
-        slice(1);
-        m_loop->onStartTimerShortcut_activated();
-        slices(9);
-        QTRY_COMPARE(m_client->server.reports().size(), 1);
-        QCOMPARE(m_client->server.reports().constFirst().active, 1);
-        m_loop->onStopTimerShortcut_activated();
-        verifyTracking(false);
-    }
-
-    void closeTask()
-    {
-        m_loop->startTracking();
-        m_loop->closeTask(kOtherTask);
-        verifyTracking(true);
         m_client->notices.take();
-        emit session()->taskClosed(kTask);
-        verifyTracking(false);
-        QCOMPARE(session()->currentTaskID(), QString());
-        QCOMPARE(m_client->notices.take(), texts({"Запись активности остановлена!"}));
-        m_client->orvana->changeTask(kTeam, kTask);
-        emit session()->taskClosed(kTask);
-        QCOMPARE(session()->currentTaskID(), QString());
-        QCOMPARE(m_client->notices.take(), QStringList());
-    }
-
-    void anotherUserStartsAMinuteOfTheirOwn()
-    {
-        m_loop->startTracking();
-        slices(9, 1);
-        emit UserActivityWatcher::instance()->wasActivity();
-        QVERIFY(logIn(s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я"), kOtherTask));
-        slices(9);
-        QCOMPARE(m_client->server.reports().size(), 0);
-        slice();
-        QTRY_COMPARE(m_client->server.reports().size(), 1);
-        const localservice::ActivityReport report = m_client->server.reports().constFirst();
-        QCOMPARE(report.email + report.taskId, session()->login() + kOtherTask);
-        QCOMPARE(report.active, 0);
+        for (const QChar each : qAsConst(input))
+            take(each.toLatin1());
+        QVERIFY(settle());
+        QStringList reported;
+        const auto reports = m_client->server.reports();
+        for (const localservice::ActivityReport &report : reports) {
+            reported += QString::number(report.active);
+            QCOMPARE(report.email + report.teamId + report.taskId,
+                     session()->login() + session()->currentTeamID() + session()->currentTaskID());
+        }
+        QString outcome = reported.join(QLatin1Char(' ')) + QLatin1Char(';');
+        const QTime shown = session()->todayTime();
+        session()->updateSecondsToDisplayedWorktime();
+        for (const QTime &time : {shown, session()->todayActiveTimeDisplayed(), session()->todayTime()})
+            outcome += QLatin1Char(' ') + figures(time, "mm:ss");
+        outcome +=
+            (session()->isActive() ? s(" on") : s(" off")) + (runs("screenshotTimer") ? s(" P") : QString());
+        // Without a display each screenshot fails.
+        const QStringList notices = m_client->notices.take();
+        const auto failed =
+            notices.filter(s("При отправке снимка экрана произошла ошибка. Обратитесь в техподдержку"));
+        const QString marks = QString(failed.size(), QLatin1Char('S'))
+            + QString(notices.count(s("Запись активности остановлена!")), QLatin1Char('!'));
+        QCOMPARE(outcome + (marks.isEmpty() ? marks : QLatin1Char(' ') + marks), result);
+        for (const char *timer : {"sendActivityTimer", "clockTimer", "activityMessageTimer"})
+            QCOMPARE(runs(timer), session()->isActive());
+        QCOMPARE(session()->todayActiveTime(kTask), session()->todayActiveTime());
     }
 
     // Active times of the day and of the task.
@@ -277,31 +202,36 @@ private:
         return QTest::qWaitFor([this] { return m_client->orvana->findChildren<QNetworkReply *>().isEmpty(); },
                                TestClient::waitLimit);
     }
-    void slice(int events = 0)
+    void take(char step)
     {
+        const int seconds = step == 't' ? 60 : step == 'c' ? 59 : 0;
+        for (int i = 0; i < seconds; ++i)
+            m_loop->clock();
+        const int events = step == '+' ? 3 : step == 'e' ? 1 : 0;
         for (int i = 0; i < events; ++i)
             emit UserActivityWatcher::instance()->wasActivity();
-        m_loop->sendActivity(false);
-    }
-    void slices(int count, int events = 0)
-    {
-        for (int i = 0; i < count; ++i)
-            slice(events);
+        if (step == '.' || step == '+' || step == 'f')
+            m_loop->sendActivity(step == 'f');
+        else if (step == 's')
+            m_loop->startTracking();
+        else if (step == 'p')
+            m_loop->stopTracking();
+        else if (step == '<')
+            m_loop->onStartTimerShortcut_activated();
+        else if (step == '>')
+            m_loop->onStopTimerShortcut_activated();
+        else if (step == 'd')
+            m_loop->screenshotTimeout();
+        else if (step == 'x' || step == 'o')
+            emit session()->taskClosed(step == 'x' ? kTask : kOtherTask);
+        else if (step == 'n')
+            m_client->orvana->changeTask(kTeam, QString());
+        else if (step == 'u') {
+            QVERIFY(logIn(s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я"), kOtherTask));
+            session()->setActive(true); // as they left it
+        }
     }
     bool runs(const char *timer) const { return m_loop->findChild<QTimer *>(s(timer))->isActive(); }
-    QTime countedWorktime() const
-    {
-        session()->updateSecondsToDisplayedWorktime();
-        return session()->todayTime();
-    }
-    void verifyTracking(bool tracking)
-    {
-        QCOMPARE(session()->isActive(), tracking);
-        for (const char *timer :
-             {"sendActivityTimer", "clockTimer", "screenshotTimer", "activityMessageTimer"})
-            QCOMPARE(runs(timer), tracking);
-    }
-
     std::unique_ptr<TestClient> m_client;
     std::unique_ptr<TrackingLoop> m_loop;
 };
