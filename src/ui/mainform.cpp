@@ -62,18 +62,32 @@ QIcon taskIcon(const QString &path)
     return icon;
 }
 
+ScrollText *makeTaskText(QWidget *parent)
+{
+    auto *text = new ScrollText(true, parent);
+    text->setObjectName(QStringLiteral("lbTask"));
+    text->setAccessibleDescription(kPickTask);
+    text->setFocusPolicy(Qt::TabFocus);
+    text->setCursor(Qt::PointingHandCursor);
+    text->setContentsMargins(kTaskTextMargins);
+    return text;
+}
+
 } // namespace
 
 MainForm::MainForm(Orvana *orvana, QWidget *parent)
     : TrackingForm(orvana, parent)
     , m_ui(std::make_unique<Ui::MainForm>())
-    , m_orvana(orvana)
+    , m_taskText(makeTaskText(this))
 {
     m_ui->setupUi(this);
     setBackground(QStringLiteral(":/images/main.png"));
     showOnAllDesktops(this);
-    initPlace();
-    initTaskText();
+    m_place = new WindowPlace(this);
+    m_taskText->installEventFilter(this);
+    m_ui->taskLayout->addWidget(m_taskText);
+    setTabOrder(m_ui->pbTask, m_taskText);
+    setTabOrder(m_taskText, m_ui->pbMenu);
     m_ui->pbTimeExtend->setStyleSheet(kTimeExtendStyle);
     initTimers();
 
@@ -101,31 +115,6 @@ MainForm::~MainForm()
     NotificationManager::instance()->setMainForm(nullptr);
 }
 
-void MainForm::initTaskText()
-{
-    m_taskText = new ScrollText(true, this);
-    m_taskText->setObjectName(QStringLiteral("lbTask"));
-    m_taskText->setAccessibleDescription(kPickTask);
-    m_taskText->setFocusPolicy(Qt::TabFocus);
-    m_taskText->setCursor(Qt::PointingHandCursor);
-    m_taskText->setContentsMargins(kTaskTextMargins);
-    m_taskText->installEventFilter(this);
-    m_ui->taskLayout->addWidget(m_taskText);
-    setTabOrder(m_ui->pbTask, m_taskText);
-    setTabOrder(m_taskText, m_ui->pbMenu);
-}
-
-void MainForm::initPlace()
-{
-    m_place = new WindowPlace(this);
-    connect(loop(), &TrackingLoop::polled, m_place, &WindowPlace::stayReachable);
-    connect(m_place, &WindowPlace::unreachable, this, &MainForm::showAll);
-    connect(m_place, &WindowPlace::cameBack, this, [this] {
-        if (m_hidAll)
-            emit showAll();
-    });
-}
-
 void MainForm::connectSignals()
 {
     const Orvana::Session *session = m_orvana->session();
@@ -134,7 +123,12 @@ void MainForm::connectSignals()
     connect(m_orvana, &Orvana::teamChanged, this, &MainForm::teamChanged);
     connect(session, &Orvana::Session::taskChanged, this, &MainForm::onTaskChange);
     connect(session, &Orvana::Session::timeUpdated, this, &MainForm::updateTimerLbl);
-    connect(session, &Orvana::Session::activeChanged, this, &MainForm::showRunning);
+    connect(session, &Orvana::Session::activeChanged, this, [this](bool active) {
+        m_ui->actionStartStop->setText(active ? kStop : kStart);
+        updatePlayBtn();
+        const QSignalBlocker blocker(m_ui->pbPlay);
+        m_ui->pbPlay->setChecked(active);
+    });
     connect(session, &Orvana::Session::overdueTimeChanged, this, &MainForm::updateOverdueTime);
     connect(session, &Orvana::Session::tasksUpdated, this, &MainForm::onTaskUpdated);
     connect(this, &MainForm::hideAll, this, &MainForm::hideAllHandler);
@@ -144,6 +138,12 @@ void MainForm::connectSignals()
         finishStart();
         m_taskListForm->toggle();
     });
+    connect(m_place, &WindowPlace::unreachable, this, &MainForm::showAll);
+    connect(m_place, &WindowPlace::cameBack, this, [this] {
+        if (m_hidAll)
+            emit showAll();
+    });
+    connect(loop(), &TrackingLoop::polled, m_place, &WindowPlace::stayReachable);
     connect(loop(), &TrackingLoop::secondPassed, this, &MainForm::updateOverdueTime);
     connect(loop(), &TrackingLoop::closeRequested, this, [this] {
         close();
@@ -254,14 +254,6 @@ void MainForm::onTaskUpdated(const QString &teamId)
 {
     if (teamId == m_orvana->session()->currentTeamID())
         onTaskChange();
-}
-
-void MainForm::showRunning(bool running)
-{
-    m_ui->actionStartStop->setText(running ? kStop : kStart);
-    updatePlayBtn();
-    const QSignalBlocker blocker(m_ui->pbPlay);
-    m_ui->pbPlay->setChecked(running);
 }
 
 void MainForm::updatePlayBtn()

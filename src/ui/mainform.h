@@ -31,7 +31,6 @@ public:
     explicit MainForm(Orvana *orvana, QWidget *parent = nullptr);
     ~MainForm() override;
 
-    Orvana *orvana() const { return m_orvana; }
     QIcon getTaskIcon(const Task &task) const;
 
     int notificationOffset() const override;
@@ -85,22 +84,18 @@ private slots:
     void onTaskFormAccepted();
 
 private:
-    void initTaskText();
-    void initPlace();
     void initMenu();
     void initTrayIcon();
     void finishStart();
     void connectSignals();
-    void showRunning(bool running);
 
     std::unique_ptr<Ui::MainForm> m_ui;
-    Orvana *m_orvana;
-    ScrollText *m_taskText = nullptr;
+    ScrollText *m_taskText;
     TaskListForm *m_taskListForm = nullptr;
     TaskForm *m_taskForm = nullptr;
     std::unique_ptr<AboutForm> m_aboutForm;
     TrayIcon *m_trayIcon = nullptr;
-    WindowPlace *m_place = nullptr;
+    WindowPlace *m_place;
     bool m_showsActiveTime = false;
     bool m_hidAll = false; // the other windows come back with this one
     QString m_playStyle;

@@ -13,9 +13,12 @@ class TrackingForm : public AbstractOrvanaForm
 public:
     TrackingForm(Orvana *orvana, QWidget *parent)
         : AbstractOrvanaForm(parent)
+        , m_orvana(orvana)
         , m_loop(new TrackingLoop(orvana, this))
     { }
     ~TrackingForm() override = default;
+
+    Orvana *orvana() const { return m_orvana; }
 
 public slots:
     void initTimers() { m_loop->initTimers(); }
@@ -38,6 +41,8 @@ public slots:
 
 protected:
     const TrackingLoop *loop() const { return m_loop; }
+
+    Orvana *const m_orvana;
 
 private:
     TrackingLoop *m_loop;

@@ -53,8 +53,8 @@ private slots:
         QTRY_COMPARE(grabDesktop().pixelColor(400, 300), QColor(Qt::red));
     }
 
-    // The one with the window on it is unplugged while time is counted.
-    void windowComesToTheMonitorThatIsLeft()
+    // The one with the window is unplugged while time is counted.
+    void windowMovesToTheOtherMonitor()
     {
         QCOMPARE(QProcess::execute(s("xrandr"),
                                    texts({"--output", "DUMMY1", "--mode", "monitor", "--pos", "800x0"})),
