@@ -1,6 +1,7 @@
 #pragma once
 
 #include "notifications/notificationform.h"
+#include "notifications/notificationhost.h"
 #include "notifications/notificationmanager.h"
 #include "texts.h"
 #include "widgets/autoscrolllineedit.h"

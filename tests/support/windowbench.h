@@ -17,12 +17,12 @@
 #include <memory>
 
 /// One of several ways to do the same, for a table of tests.
-using Way = std::function<void()>;
-Q_DECLARE_METATYPE(Way)
+using UserAction = std::function<void()>;
+Q_DECLARE_METATYPE(UserAction)
 
-inline void addWay(const char *name, const Way &way)
+inline void addUserAction(const char *name, const UserAction &action)
 {
-    QTest::newRow(name) << way;
+    QTest::newRow(name) << action;
 }
 
 /// The client's windows over a client of their own, styled as the program styles them; nobody has

@@ -120,12 +120,12 @@ private slots:
 
     void controls_data()
     {
-        addColumns<Way>("use");
-        addWay("button", [this] { QTest::mouseClick(button("pbPlay"), Qt::LeftButton); });
-        addWay("Space", [this] { QTest::keyClick(button("pbPlay"), Qt::Key_Space); });
-        addWay("Enter", [this] { QTest::keyClick(button("pbPlay"), Qt::Key_Return); });
-        addWay("menu", [this] { m_bench->child<QAction>("actionStartStop")->trigger(); });
-        addWay("hot keys", [this] {
+        addColumns<UserAction>("use");
+        addUserAction("button", [this] { QTest::mouseClick(button("pbPlay"), Qt::LeftButton); });
+        addUserAction("Space", [this] { QTest::keyClick(button("pbPlay"), Qt::Key_Space); });
+        addUserAction("Enter", [this] { QTest::keyClick(button("pbPlay"), Qt::Key_Return); });
+        addUserAction("menu", [this] { m_bench->child<QAction>("actionStartStop")->trigger(); });
+        addUserAction("hot keys", [this] {
             if (m_bench->session()->isActive())
                 form()->onStopTimerShortcut_activated();
             else
@@ -134,7 +134,7 @@ private slots:
     }
     void controls()
     {
-        QFETCH(Way, use);
+        QFETCH(UserAction, use);
         choose(QString());
         use();
         verifyTracking(false);

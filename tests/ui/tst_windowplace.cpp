@@ -17,16 +17,17 @@ private slots:
 
     void hiding_data()
     {
-        addColumns<Way>("hide");
-        addWay("Escape", [this] { QTest::keyClick(form()->windowHandle(), Qt::Key_Escape); });
-        addWay("button",
-               [this] { QTest::mouseClick(m_bench->child<QPushButton>("pbMinimize"), Qt::LeftButton); });
-        addWay("window manager", [this] { form()->close(); });
+        addColumns<UserAction>("hide");
+        addUserAction("Escape", [this] { QTest::keyClick(form()->windowHandle(), Qt::Key_Escape); });
+        addUserAction("button", [this] {
+            QTest::mouseClick(m_bench->child<QPushButton>("pbMinimize"), Qt::LeftButton);
+        });
+        addUserAction("window manager", [this] { form()->close(); });
     }
     // This desktop has no tray: a hidden window could not be shown again.
     void hiding()
     {
-        QFETCH(Way, hide);
+        QFETCH(UserAction, hide);
         form()->startTracking();
         WindowBench::notify();
         const NotificationForm *popup = shownPopups().constFirst();
