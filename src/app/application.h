@@ -24,7 +24,7 @@ public:
     MainForm *mainForm() const { return m_mainForm; }
     void onClickOnDock();
 
-    // By the session manager, which ends only those event loops that run.
+    // By the session manager; an event loop that starts afterwards has to check.
     bool isAskedToQuit() const { return m_isAskedToQuit; }
 
 protected:

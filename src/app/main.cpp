@@ -33,9 +33,11 @@ constexpr int kYes = 0;
 constexpr int kNoEscape = -1;
 constexpr int kAlreadyRunning = 1;
 constexpr int kNoStorage = 1;
+const QString kAlreadyRunningText =
+    QStringLiteral("Только одна копия программы может быть одновременно запущена.");
 
-// Qt's few threads need no heaps of their own, and what a picture of the desktop took
-// goes back to the system at once.
+// Qt's few threads need no heaps of their own, and the memory of a screenshot goes back
+// to the system at once.
 void saveMemory()
 {
     mallopt(M_ARENA_MAX, 1);
@@ -47,7 +49,7 @@ void saveMemory()
 void prepareProcess()
 {
     setOwnSurroundings();
-    // Who reads the standard output may go before this program does.
+    // The reader of the standard output may end before this program does.
     std::signal(SIGPIPE, SIG_IGN);
     saveMemory();
     prepareApplication();
@@ -85,22 +87,14 @@ void applyStyleSheet(QApplication &application)
         application.setStyleSheet(QString::fromUtf8(file.readAll().constData()));
 }
 
-void tellAlreadyRunning()
-{
-    QMessageBox box(QMessageBox::Critical, QCoreApplication::applicationName(),
-                    QStringLiteral("Только одна копия программы может быть одновременно запущена."),
-                    QMessageBox::Ok);
-    box.exec();
-}
-
-void tellNoStorage(const QString &text)
+void showError(const QString &text)
 {
     QMessageBox box(QMessageBox::Critical, QCoreApplication::applicationName(), text, QMessageBox::Ok);
     box.setTextFormat(Qt::PlainText);
     box.exec();
 }
 
-bool goesOnWithoutWatcher()
+bool continuesWithoutWatcher()
 {
     const int answer = QMessageBox::question(
         nullptr, QStringLiteral("Ошибка"),
@@ -128,11 +122,11 @@ int main(int argc, char *argv[])
     const bool isCleanUp = QCoreApplication::arguments().value(1) == QLatin1String("--clean");
     if (orvana.storage().isTaken() && !isCleanUp) {
         orvana.setCleanMode(true);
-        tellAlreadyRunning();
+        showError(kAlreadyRunningText);
         return kAlreadyRunning;
     }
     if (!orvana.storage().isUsable() && !orvana.storage().isTaken()) {
-        tellNoStorage(orvana.storage().unusableText());
+        showError(orvana.storage().unusableText());
         return kNoStorage;
     }
     OrvanaUpdate::instance()->init(&orvana);
@@ -158,17 +152,17 @@ int main(int argc, char *argv[])
         return 0;
     }
     if (!checkUniqueuness()) {
-        // What the other one has counted meanwhile must not be overwritten.
+        // What the other copy has counted since must not be overwritten.
         orvana.setCleanMode(true);
         if (!TerminationSignals::areReceived())
-            tellAlreadyRunning();
+            showError(kAlreadyRunningText);
         return kAlreadyRunning;
     }
     const SessionEnd sessionEnd(&orvana);
     if (!UserActivityWatcher::instance()->startWatch() && !TerminationSignals::areReceived()
-        && !goesOnWithoutWatcher())
+        && !continuesWithoutWatcher())
         return 0;
-    // The question, too, returns "Да" when it is ended from outside.
+    // A question that is ended from outside returns "Да" as well.
     if (TerminationSignals::areReceived() || application.isAskedToQuit())
         return 0;
     QApplication::setQuitOnLastWindowClosed(false);
@@ -185,8 +179,7 @@ int main(int argc, char *argv[])
         application.setMainWindow(&mainForm);
         mainForm.show();
         if (orvana.session()->isActive())
-            NotificationManager::instance()->addNotification(QStringLiteral("Запись активности включена"),
-                                                             Plain, QString());
+            orvana.notify(QStringLiteral("Запись активности включена"));
         if (!TerminationSignals::areReceived())
             exitCode = QApplication::exec();
         application.setMainWindow(nullptr);

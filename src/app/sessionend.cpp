@@ -9,8 +9,8 @@
 
 namespace {
 
-// exit() destroys the calling thread's own objects before everything else. What the
-// libraries would destroy next is still in use by other threads.
+// exit() destroys the calling thread's own objects first. What the libraries would
+// destroy next is still in use by other threads.
 struct AtExit
 {
     Orvana *orvana = nullptr;

@@ -121,6 +121,7 @@ void Orvana::Session::setActive(bool active)
 {
     m_user.isActive = active;
     saveChoice();
+    emit activeChanged(active);
 }
 
 void Orvana::Session::setCurrentTaskID(const QString &id)

@@ -101,6 +101,8 @@ signals:
     void timeUpdated();
     void taskClosed(const QString &taskId);
     void taskChanged(const QString &taskId);
+    // By setActive(), even if it was so before; not by a change of user.
+    void activeChanged(bool active);
     void overdueTimeChanged();
 
 private:

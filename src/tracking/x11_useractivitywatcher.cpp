@@ -19,7 +19,7 @@ namespace {
 
 constexpr int kDefaultPort = 7682;
 constexpr std::chrono::milliseconds kConnectTimeout(100);
-// A watcher that floods us is read in small pieces between other events.
+// A flood from the watcher is read in small pieces, between other events.
 constexpr qint64 kReadBuffer = 64 * 1024;
 
 QTcpSocket s_socket;
@@ -35,8 +35,8 @@ bool isPerson(uid_t user)
     return user >= firstPerson && user != nobody && (user < firstDynamic || user > lastDynamic);
 }
 
-// At the port may be the watcher of another person, whose work must not count. Asks for the listeners:
-// until the connection is accepted its other end is listed as root's.
+// The watcher at the port may be another person's, whose work must not count. Checks the listeners:
+// until the connection is accepted, its other end is listed as root's.
 void dropStranger()
 {
     const QVector<uid_t> owners = listenerOwners(s_socket.peerAddress().toIPv4Address(), s_socket.peerPort());
@@ -50,8 +50,8 @@ void dropStranger()
     }
 }
 
-// Not the socket's own wait: that gives the attempt up when its time is over,
-// and a late success must still count.
+// Not the socket's own wait, which cancels the attempt when it times out: a late success
+// must still count.
 bool waitForConnected()
 {
     const auto isUnderWay = [] {
@@ -94,9 +94,10 @@ UserActivityWatcher *UserActivityWatcher::instance()
 
 bool UserActivityWatcher::startWatch()
 {
-    s_socket.connectToHost(QHostAddress(QHostAddress::LocalHost), getPort(), QIODevice::ReadWrite);
+    const quint16 port = getPort();
+    s_socket.connectToHost(QHostAddress(QHostAddress::LocalHost), port, QIODevice::ReadWrite);
     qDebug() << "Service host:" << static_cast<int>(QHostAddress::LocalHost);
-    qDebug() << "Service port:" << getPort();
+    qDebug() << "Service port:" << port;
     const bool connected = waitForConnected();
     qDebug() << "Was connected to service:" << connected;
     return connected;

@@ -4,24 +4,24 @@
 #include "notifications/notificationmanager.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
-#include "tracking/x11_useractivitywatcher.h"
 #include "ui/aboutform.h"
 #include "ui/taskform.h"
 #include "ui/tasklistform.h"
+#include "ui/trayicon.h"
+#include "ui/windowplace.h"
 #include "ui_mainform.h"
 #include "widgets/placement.h"
 #include "widgets/scrolltext.h"
-#include "widgets/simplemarkup.h"
 #include "widgets/tooltips.h"
 #include "x11/windowmanager.h"
 
+#include <QCoreApplication>
 #include <QDebug>
-#include <QGuiApplication>
-#include <QKeyEvent>
 #include <QLocale>
 #include <QMenu>
 #include <QScreen>
 #include <QShortcut>
+#include <QSignalBlocker>
 #include <QStyle>
 
 namespace {
@@ -33,6 +33,8 @@ constexpr auto kLongestWaitForPaint = 1s; // on a desktop that does not show the
 
 const QMargins kTaskTextMargins(4, 2, 4, 2); // room for the focus ring
 const QString kPickTask = QStringLiteral("Выбрать задачу");
+const QString kStart = QStringLiteral("Старт");
+const QString kStop = QStringLiteral("Стоп");
 const QString kTimeExtendStyle = QStringLiteral(
     "QPushButton{background-image: url(:/icons/res/icons/pbTimeExtend_NoActive_normal.png);}"
     "QPushButton:hover{background-image: url(:/icons/res/icons/pbTimeExtend_NoActive_Hovered.png);}"
@@ -52,7 +54,7 @@ QString playStyle(bool hasTask, bool online, bool active)
         + QStringLiteral("_hovered_clicked.png);}");
 }
 
-// The same picture in a chosen row: it would be tinted there.
+// The same image in a selected row, where it would be tinted.
 QIcon taskIcon(const QString &path)
 {
     QIcon icon(path);
@@ -60,50 +62,38 @@ QIcon taskIcon(const QString &path)
     return icon;
 }
 
-// With the drawings for the sizes of small panels.
-QIcon trayIcon(const QString &name)
+ScrollText *makeTaskText(QWidget *parent)
 {
-    QIcon icon;
-    for (const char *size : {"_16", "_22", ""})
-        icon.addFile(QStringLiteral(":/icons/") + name + QLatin1String(size) + QStringLiteral(".png"));
-    return icon;
-}
-
-void notify(const QString &text)
-{
-    NotificationManager::instance()->addNotification(text, Plain, QString());
+    auto *text = new ScrollText(true, parent);
+    text->setObjectName(QStringLiteral("lbTask"));
+    text->setAccessibleDescription(kPickTask);
+    text->setFocusPolicy(Qt::TabFocus);
+    text->setCursor(Qt::PointingHandCursor);
+    text->setContentsMargins(kTaskTextMargins);
+    return text;
 }
 
 } // namespace
 
 MainForm::MainForm(Orvana *orvana, QWidget *parent)
-    : AbstractOrvanaForm(parent)
+    : TrackingForm(orvana, parent)
     , m_ui(std::make_unique<Ui::MainForm>())
-    , m_orvana(orvana)
+    , m_taskText(makeTaskText(this))
 {
     m_ui->setupUi(this);
     setBackground(QStringLiteral(":/images/main.png"));
     showOnAllDesktops(this);
-    placeOnScreen();
-
-    m_taskText = new ScrollText(true, this);
-    m_taskText->setObjectName(QStringLiteral("lbTask"));
-    m_taskText->setAccessibleDescription(kPickTask);
-    m_taskText->setFocusPolicy(Qt::TabFocus);
-    m_taskText->setCursor(Qt::PointingHandCursor);
-    m_taskText->setContentsMargins(kTaskTextMargins);
-    m_ui->taskLayout->addWidget(m_taskText);
-    m_ui->pbTimeExtend->setStyleSheet(kTimeExtendStyle);
+    m_place = new WindowPlace(this);
     m_taskText->installEventFilter(this);
+    m_ui->taskLayout->addWidget(m_taskText);
     setTabOrder(m_ui->pbTask, m_taskText);
     setTabOrder(m_taskText, m_ui->pbMenu);
+    m_ui->pbTimeExtend->setStyleSheet(kTimeExtendStyle);
     initTimers();
 
     connectSignals();
     initMenu();
     initTrayIcon();
-    connect(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity, this,
-            &MainForm::setHasActivity);
 
     updateNoticeBtn();
     updatePlayBtn();
@@ -113,7 +103,7 @@ MainForm::MainForm(Orvana *orvana, QWidget *parent)
     NotificationManager::instance()->setMainForm(this);
     onTaskChange();
     if (m_orvana->session()->currentTaskID().isEmpty())
-        notify(QStringLiteral("Выберите задачу для начала работы."));
+        m_orvana->notify(QStringLiteral("Выберите задачу для начала работы."));
 
     auto *escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
     connect(escape, &QShortcut::activated, this, &MainForm::hideAll);
@@ -133,45 +123,59 @@ void MainForm::connectSignals()
     connect(m_orvana, &Orvana::teamChanged, this, &MainForm::teamChanged);
     connect(session, &Orvana::Session::taskChanged, this, &MainForm::onTaskChange);
     connect(session, &Orvana::Session::timeUpdated, this, &MainForm::updateTimerLbl);
-    connect(session, &Orvana::Session::taskClosed, this, &MainForm::closeTask);
+    connect(session, &Orvana::Session::activeChanged, this, [this](bool active) {
+        m_ui->actionStartStop->setText(active ? kStop : kStart);
+        updatePlayBtn();
+        const QSignalBlocker blocker(m_ui->pbPlay);
+        m_ui->pbPlay->setChecked(active);
+    });
     connect(session, &Orvana::Session::overdueTimeChanged, this, &MainForm::updateOverdueTime);
     connect(session, &Orvana::Session::tasksUpdated, this, &MainForm::onTaskUpdated);
     connect(this, &MainForm::hideAll, this, &MainForm::hideAllHandler);
     connect(this, &MainForm::showAll, this, &MainForm::showAllHandler);
     connect(m_ui->pbComment, &QPushButton::clicked, m_orvana, qOverload<>(&Orvana::openTaskUrl));
-    connect(qGuiApp, &QGuiApplication::screenAdded, this, &MainForm::followScreen);
-    const QList<QScreen *> screens = QGuiApplication::screens();
-    for (QScreen *screen : screens)
-        followScreen(screen);
-    connect(qGuiApp, &QGuiApplication::screenRemoved, this, &MainForm::stayReachable);
-    connect(qGuiApp, &QGuiApplication::primaryScreenChanged, this, &MainForm::stayReachable);
+    connect(m_ui->pbTaskList, &QPushButton::clicked, this, [this] {
+        finishStart();
+        m_taskListForm->toggle();
+    });
+    connect(m_place, &WindowPlace::unreachable, this, &MainForm::showAll);
+    connect(m_place, &WindowPlace::cameBack, this, [this] {
+        if (m_hidAll)
+            emit showAll();
+    });
+    connect(loop(), &TrackingLoop::polled, m_place, &WindowPlace::stayReachable);
+    connect(loop(), &TrackingLoop::secondPassed, this, &MainForm::updateOverdueTime);
+    connect(loop(), &TrackingLoop::closeRequested, this, [this] {
+        close();
+        QCoreApplication::quit();
+    });
 }
 
 void MainForm::initMenu()
 {
-    m_menu = new QMenu(this);
-    m_menu->addAction(m_ui->actionToggleVisible);
-    m_menu->addSeparator();
-    m_menu->addAction(m_ui->actionChangeAccount);
-    m_menu->addAction(m_ui->actionAutostart);
-    m_menu->addAction(m_ui->actionAbout);
-    m_menu->addSeparator();
-    m_menu->addAction(m_ui->actExit);
-    m_ui->pbMenu->setMenu(m_menu);
+    auto *menu = new QMenu(this);
+    menu->addAction(m_ui->actionToggleVisible);
+    menu->addSeparator();
+    menu->addAction(m_ui->actionChangeAccount);
+    menu->addAction(m_ui->actionAutostart);
+    menu->addAction(m_ui->actionAbout);
+    menu->addSeparator();
+    menu->addAction(m_ui->actExit);
+    m_ui->pbMenu->setMenu(menu);
 }
 
 void MainForm::initTrayIcon()
 {
-    m_trayMenu = std::make_unique<QMenu>();
-    m_trayMenu->addAction(QStringLiteral("Спрятать/показать окно"), this,
-                          &MainForm::toggleSeen);
-    m_trayMenu->addAction(m_ui->actionStartStop);
-    m_trayMenu->addSeparator();
-    m_trayMenu->addAction(m_ui->actExit);
-    m_trayIcon = new QSystemTrayIcon(this);
-    m_trayIcon->setContextMenu(m_trayMenu.get());
-    connect(m_trayIcon, &QSystemTrayIcon::activated, this, &MainForm::trayActivated);
-    updateTrayIcon();
+    m_trayIcon = new TrayIcon(m_orvana, m_ui->actionStartStop, m_ui->actExit, this);
+    connect(m_trayIcon, &TrayIcon::activated, this, &MainForm::trayActivated);
+    connect(m_trayIcon, &TrayIcon::showRequested, this, &MainForm::showAll);
+    connect(m_trayIcon, &TrayIcon::toggleRequested, this, [this] {
+        if (m_place->isInSight())
+            emit hideAll();
+        else
+            emit showAll();
+    });
+    connect(loop(), &TrackingLoop::listsRequested, m_trayIcon, &TrayIcon::updateToolTip);
 }
 
 // The window comes first: the tray icon, the library for encrypted requests and the
@@ -187,38 +191,6 @@ void MainForm::finishStart()
     m_taskListForm = new TaskListForm(m_orvana, this);
     m_taskForm = new TaskForm(this, this);
     connect(m_taskForm, &TaskForm::accepted, this, &MainForm::onTaskFormAccepted);
-}
-
-// The corner under which the popups are stacked.
-void MainForm::placeOnScreen()
-{
-    setFixedSize(size());
-    if (const QScreen *screen = QGuiApplication::primaryScreen()) {
-        const QRect area = screen->availableGeometry();
-        move(area.x() + area.width() - width(), area.y());
-    }
-}
-
-// A window whose screen went away comes to one that is left, and a hidden one
-// whose tray icon went away is shown again.
-void MainForm::stayReachable()
-{
-    if (!QGuiApplication::screenAt(frameGeometry().center()))
-        placeOnScreen();
-    if (m_trayIcon && isHidden() && m_wasShown && !QSystemTrayIcon::isSystemTrayAvailable())
-        emit showAll();
-}
-
-void MainForm::followScreen(QScreen *screen)
-{
-    connect(screen, &QScreen::availableGeometryChanged, this, &MainForm::placePopups);
-    placePopups();
-}
-
-// They go where this window is, and stay clear of panels that come or go.
-void MainForm::placePopups()
-{
-    NotificationManager::instance()->updatePositions();
 }
 
 QIcon MainForm::getTaskIcon(const Task &task) const
@@ -254,8 +226,8 @@ void MainForm::onTaskChange()
         m_ui->pbPlay->setChecked(session->isActive());
     } else {
         m_ui->pbPlay->setChecked(false);
-        // A button that was never down says nothing: the session may have been
-        // stored while tracking a task that is not there any more.
+        // A button that was never checked emits nothing: the session may have been
+        // stored while it tracked a task that no longer exists.
         if (session->isActive())
             stopTracking();
         m_ui->pbPlay->setCheckable(false);
@@ -264,24 +236,16 @@ void MainForm::onTaskChange()
         updateOverdueTime();
     }
     m_taskText->setToolTip(literalToolTip(m_taskText->text()));
+    m_trayIcon->setTaskTitle(m_taskText->text());
     m_ui->pbComment->setProperty("task_id", taskId);
     m_ui->pbComment->setEnabled(hasTask && !task.isCatchAll());
     m_ui->pbTimeExtend->setEnabled(hasTask);
     m_ui->lbComment->setText(QLocale::c().toString(task.lastComment, QStringLiteral("dd.MM hh:mm")));
     updatePlayBtn();
-    updateTrayToolTip();
 }
 
-// Ticks of the user before must not make up a minute of this one.
 void MainForm::updateForNewLogin()
 {
-    const QString login = m_orvana->session()->login();
-    if (m_trackedLogin != login) {
-        m_hasActivity = false;
-        m_tickCount = 0;
-        m_activeTicks = 0;
-        m_trackedLogin = login;
-    }
     updateTimerLbl();
     onTaskChange();
 }
@@ -301,8 +265,7 @@ void MainForm::updatePlayBtn()
         m_playStyle = style;
         m_ui->pbPlay->setStyleSheet(style);
     }
-    const QString action = active ? QStringLiteral("Стоп") : QStringLiteral("Старт");
-    m_ui->pbPlay->setToolTip(session->currentTaskID().isEmpty() ? kPickTask : action);
+    m_ui->pbPlay->setToolTip(session->currentTaskID().isEmpty() ? kPickTask : active ? kStop : kStart);
 }
 
 void MainForm::updateTimerLbl()
@@ -331,32 +294,7 @@ void MainForm::updateOverdueTime()
 
 void MainForm::updateTrayIcon()
 {
-    const bool active = m_orvana->session()->isActive();
-    const bool attention = NotificationManager::instance()->hasVisibleNotifications();
-    QString name = active ? QStringLiteral("trayActive") : QStringLiteral("trayNotActive");
-    if (attention)
-        name = active ? QStringLiteral("trayActive_attention") : QStringLiteral("trayNotactive_attention");
-    if (name != m_trayIconName) {
-        m_trayIconName = name;
-        m_trayIcon->setIcon(trayIcon(name));
-    }
-    updateTrayToolTip();
-}
-
-void MainForm::updateTrayToolTip()
-{
-    const Orvana::Session *session = m_orvana->session();
-    const QString state =
-        session->isActive() ? QStringLiteral("Идёт запись") : QStringLiteral("Запись остановлена");
-    QString text = state + QLatin1Char('\n') + titleLine(m_taskText->text()) + QStringLiteral("\nСегодня: ")
-        + QLocale::c().toString(session->todayTime(), QStringLiteral("hh:mm"));
-    const ActivityCache::Backlog backlog = m_orvana->backlog();
-    const QString waiting = backlogText(backlog.count, backlog.oldest, QDateTime::currentDateTime());
-    if (!waiting.isEmpty())
-        text += QLatin1Char('\n') + waiting;
-    // Every setting is sent to the panel.
-    if (m_trayIcon->toolTip() != text)
-        m_trayIcon->setToolTip(text);
+    m_trayIcon->update();
 }
 
 void MainForm::updateNoticeBtn()
@@ -375,7 +313,7 @@ void MainForm::updateNoticeBtn()
     if (m_ui->pbNotice->property("notices").toString() == state)
         return;
     m_ui->pbNotice->setProperty("notices", state);
-    // Rules that ask for a property are looked up anew only then.
+    // Only then are rules that ask for a property looked up again.
     m_ui->pbNotice->style()->unpolish(m_ui->pbNotice);
     m_ui->pbNotice->style()->polish(m_ui->pbNotice);
 }
@@ -385,7 +323,7 @@ void MainForm::updateOnlineState(const QString &reason)
     const bool online = m_orvana->session()->isOnline();
     qDebug() << "Online state is" << online;
     updatePlayBtn();
-    notify(
+    m_orvana->notify(
         reason
         + (online ? QStringLiteral("Переход в онлайн-режим.") : QStringLiteral("Переход в оффлайн-режим.")));
 }
@@ -411,9 +349,14 @@ void MainForm::openTask(const QString &taskId)
     m_orvana->openTaskUrl(taskId);
 }
 
+bool MainForm::installUpdate()
+{
+    return Updater::install(m_orvana);
+}
+
 void MainForm::paintEvent(QPaintEvent *event)
 {
-    AbstractOrvanaForm::paintEvent(event);
+    TrackingForm::paintEvent(event);
     if (!m_wasPainted)
         QTimer::singleShot(kAfterPaint, this, &MainForm::finishStart);
     m_wasPainted = true;

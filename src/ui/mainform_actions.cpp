@@ -8,7 +8,7 @@
 #include "ui/calendarform.h"
 #include "ui/loginform.h"
 #include "ui/taskform.h"
-#include "ui/tasklistform.h"
+#include "ui/trayicon.h"
 #include "ui_mainform.h"
 #include "widgets/activation.h"
 #include "widgets/placement.h"
@@ -17,10 +17,20 @@
 
 #include <QCoreApplication>
 #include <QDebug>
-#include <QGuiApplication>
-#include <QScreen>
-#include <QStyleHints>
-#include <QWindow>
+#include <QKeyEvent>
+#include <QSystemTrayIcon>
+
+namespace {
+
+void showCentred(QWidget *window, const QWidget *other)
+{
+    Placement::centre(window, other);
+    window->show();
+    window->raise();
+    window->activateWindow();
+}
+
+} // namespace
 
 bool MainForm::eventFilter(QObject *watched, QEvent *event)
 {
@@ -28,7 +38,7 @@ bool MainForm::eventFilter(QObject *watched, QEvent *event)
         on_pbTask_clicked();
         return true;
     }
-    return QDialog::eventFilter(watched, event);
+    return TrackingForm::eventFilter(watched, event);
 }
 
 // The shortcut hides the window; the dialog's own meaning of the key is closing.
@@ -37,39 +47,7 @@ void MainForm::keyPressEvent(QKeyEvent *event)
     if (event->key() == Qt::Key_Escape)
         event->accept();
     else
-        QDialog::keyPressEvent(event);
-}
-
-void MainForm::showEvent(QShowEvent *event)
-{
-    AbstractOrvanaForm::showEvent(event);
-    m_wasShown = true;
-    // Flags that change make another handle.
-    connect(windowHandle(), &QWindow::screenChanged, this, &MainForm::placePopups, Qt::UniqueConnection);
-    placePopups();
-    bringBackOthers();
-}
-
-void MainForm::hideEvent(QHideEvent *event)
-{
-    AbstractOrvanaForm::hideEvent(event);
-    placePopups();
-}
-
-void MainForm::changeEvent(QEvent *event)
-{
-    QDialog::changeEvent(event);
-    if (event->type() != QEvent::WindowStateChange)
-        return;
-    placePopups();
-    bringBackOthers();
-}
-
-// By whatever way the window came back: a panel restores it without asking it.
-void MainForm::bringBackOthers()
-{
-    if (m_hidAll && isVisible() && !isMinimized())
-        emit showAll();
+        TrackingForm::keyPressEvent(event);
 }
 
 // The window manager's close button hides, like the window's own.
@@ -103,42 +81,22 @@ void MainForm::hideAllHandler()
 
 void MainForm::trayActivated(QSystemTrayIcon::ActivationReason reason)
 {
-    if (reason != QSystemTrayIcon::Trigger && reason != QSystemTrayIcon::DoubleClick)
-        return;
-    // Panels report a double click as two clicks, or as a click and a double click:
-    // what the first has shown, the second may not hide.
-    const bool isSecond = reason == QSystemTrayIcon::DoubleClick
-        || (m_sinceTrayClick.isValid()
-            && !m_sinceTrayClick.hasExpired(QGuiApplication::styleHints()->mouseDoubleClickInterval()));
-    m_sinceTrayClick.start();
-    if (isSecond)
-        emit showAll();
-    else
-        toggleSeen();
+    m_trayIcon->handleActivation(reason);
 }
 
-void MainForm::toggleSeen()
+void MainForm::on_pbPlay_toggled(bool checked)
 {
-    if (isSeen())
-        emit hideAll();
+    qDebug() << "MainForm.cpp on_pbPlay_toggled";
+    if (checked)
+        startTracking();
     else
-        emit showAll();
+        stopTracking();
 }
 
-// Asks the X server what lies on top at a few places of the window: nothing of it does
-// when it is covered, on another desktop, or when the bare desktop is shown.
-bool MainForm::isSeen() const
+void MainForm::on_actionStartStop_triggered()
 {
-    if (!isVisible() || isMinimized() || !isOnCurrentDesktop(this))
-        return false;
-    for (const int x : {1, 2, 3}) {
-        for (const int y : {1, 2, 3}) {
-            const QPoint place = mapToGlobal(QPoint(width() * x / 4, height() * y / 4));
-            if (QGuiApplication::topLevelAt(place) == windowHandle())
-                return true;
-        }
-    }
-    return false;
+    qDebug() << "MainForm.cpp on_actionStartStop_triggered";
+    m_ui->pbPlay->setChecked(!m_ui->pbPlay->isChecked());
 }
 
 void MainForm::on_pbMinimize_clicked()
@@ -151,16 +109,7 @@ void MainForm::on_pbTask_clicked()
 {
     finishStart();
     m_taskForm->update();
-    Placement::centre(m_taskForm, this);
-    m_taskForm->show();
-    m_taskForm->raise();
-    m_taskForm->activateWindow();
-}
-
-void MainForm::on_pbTaskList_clicked()
-{
-    finishStart();
-    m_taskListForm->toggle();
+    showCentred(m_taskForm, this);
 }
 
 void MainForm::onTaskFormAccepted()
@@ -170,12 +119,12 @@ void MainForm::onTaskFormAccepted()
 
 void MainForm::selectTask(const QString &teamId, const QString &taskId)
 {
-    // The lists may have changed since the choice was shown; the task in hand stays.
+    // The lists may have changed since the choice was shown; then the current task stays.
     const Orvana::Session *session = m_orvana->session();
     if (session->team(teamId).id.isEmpty() || session->task(teamId, taskId).id.isEmpty())
         return;
     m_orvana->changeTask(teamId, taskId);
-    // Two teams may list the same id, and then no change of task is signalled.
+    // Between two teams that list the same id, no change of task is signalled.
     onTaskChange();
 }
 
@@ -189,7 +138,6 @@ void MainForm::on_lbActivity_clicked()
 void MainForm::on_pbNotice_clicked()
 {
     NotificationManager::instance()->toggleVisible();
-    updateNotificationState();
 }
 
 void MainForm::on_actionToggleVisible_triggered()
@@ -213,18 +161,14 @@ void MainForm::on_actionAbout_triggered()
     if (!m_aboutForm)
         m_aboutForm = std::make_unique<AboutForm>(m_orvana, nullptr);
     m_aboutForm->update();
-    Placement::centre(m_aboutForm.get(), this);
-    m_aboutForm->show();
-    m_aboutForm->raise();
-    m_aboutForm->activateWindow();
+    showCentred(m_aboutForm.get(), this);
 }
 
 void MainForm::on_pbTimeExtend_clicked()
 {
     const Orvana::Session *session = m_orvana->session();
     if (session->currentTaskID() == kCatchAllId || isExemptTeam(session->currentTeamID())) {
-        NotificationManager::instance()->addNotification(
-            QStringLiteral("Для данной задачи невозможно выполнить перенос дедлайна."), Plain, QString());
+        m_orvana->notify(QStringLiteral("Для данной задачи невозможно выполнить перенос дедлайна."));
         return;
     }
     auto *calendar = new CalendarForm(nullptr);

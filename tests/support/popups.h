@@ -8,7 +8,6 @@
 
 #include <QApplication>
 #include <QMap>
-#include <QMouseEvent>
 #include <QStringList>
 
 inline QList<NotificationForm *> popupForms()
@@ -43,45 +42,3 @@ inline QStringList textsOf(const QList<NotificationForm *> &popups)
     }
     return texts;
 }
-
-// Stands in for the main window: a screen high enough for every popup.
-class Popups final : public NotificationHost
-{
-    Q_DISABLE_COPY_MOVE(Popups)
-
-public:
-    Popups() { NotificationManager::instance()->setMainForm(this); }
-    ~Popups() override
-    {
-        NotificationManager::instance()->setMainForm(nullptr);
-        NotificationManager::instance()->destroy();
-    }
-
-    // The texts raised since the last call, in their order; behind " #" the task
-    // that a click would open.
-    QStringList take()
-    {
-        QStringList texts;
-        const QList<NotificationForm *> forms = shownPopups();
-        for (NotificationForm *form : forms) {
-            QString text = textsOf({form}).first();
-            m_openedTask.clear();
-            QMouseEvent press(QEvent::MouseButtonPress, QPointF(), Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
-            QApplication::sendEvent(form, &press);
-            if (!m_openedTask.isEmpty())
-                text += QLatin1String(" #") + m_openedTask;
-            texts.append(text);
-        }
-        NotificationManager::instance()->destroy();
-        return texts;
-    }
-
-    int notificationOffset() const override { return 0; }
-    QRect notificationArea() const override { return {0, 0, 1000, 10000000}; }
-    void updateNotificationState() override { }
-    void openTask(const QString &taskId) override { m_openedTask = taskId; }
-    bool installUpdate() override { return false; }
-
-private:
-    QString m_openedTask;
-};

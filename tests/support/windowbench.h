@@ -13,7 +13,17 @@
 #include <QNetworkReply>
 #include <QtWidgets>
 
+#include <functional>
 #include <memory>
+
+/// One of several ways to do the same, for a table of tests.
+using UserAction = std::function<void()>;
+Q_DECLARE_METATYPE(UserAction)
+
+inline void addUserAction(const char *name, const UserAction &action)
+{
+    QTest::newRow(name) << action;
+}
 
 /// The client's windows over a client of their own, styled as the program styles them; nobody has
 /// worked yet today.
@@ -102,6 +112,8 @@ public:
         if (auto *actions = QAccessible::queryAccessibleInterface(widget)->actionInterface())
             actions->doAction(QAccessibleActionInterface::pressAction());
     }
+
+    static void notify() { NotificationManager::instance()->addNotification(s("x"), TaskAdded, s("1704")); }
 
     static void dropPopups() { NotificationManager::instance()->destroy(); }
 

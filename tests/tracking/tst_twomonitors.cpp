@@ -47,14 +47,14 @@ private slots:
         both.fill(Qt::red);
         QPainter(&both).fillRect(800, 0, 800, 600, Qt::blue);
         QTRY_COMPARE(grabDesktop().convertToFormat(both.format()), both);
-        // One is unplugged between two pictures.
+        // One is unplugged between two screenshots.
         QCOMPARE(QProcess::execute(s("xrandr"), texts({"--output", "DUMMY1", "--off"})), 0);
         QTRY_COMPARE(grabDesktop().size(), QSize(800, 600));
         QTRY_COMPARE(grabDesktop().pixelColor(400, 300), QColor(Qt::red));
     }
 
-    // The one with the window on it is unplugged while time is counted.
-    void windowComesToTheMonitorThatIsLeft()
+    // The one with the window is unplugged while time is counted.
+    void windowMovesToTheOtherMonitor()
     {
         QCOMPARE(QProcess::execute(s("xrandr"),
                                    texts({"--output", "DUMMY1", "--mode", "monitor", "--pos", "800x0"})),
