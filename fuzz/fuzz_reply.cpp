@@ -125,7 +125,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const double memory = static_cast<double>(s_peak - before);
     if (static_cast<double>(passed.elapsed()) > kAnyTime + bytes * kMillisecondsPerByte
         || memory > kAnyMemory + bytes * kMemoryPerByte) {
-        fprintf(stderr, "%.0f bytes took %lld ms and %.0f bytes of memory\n", bytes, passed.elapsed(), memory);
+        fprintf(stderr, "%.0f bytes took %lld ms and %.0f bytes of memory\n", bytes, passed.elapsed(),
+                memory);
         std::abort();
     }
     session->tasks();

@@ -22,7 +22,7 @@ toggle_tracking() {
 work_until_received() {
     local end=$((SECONDS + $3)) by=40
     until has_received "$1" "$2"; do
-        [ $SECONDS -lt $end ] || return 1
+        [ "$SECONDS" -lt "$end" ] || return 1
         by=$((-by))
         xdotool mousemove_relative -- "$by" 0
         sleep 0.3
@@ -91,7 +91,7 @@ popup_over_terminal() {
     rm -f "$box/opened"
     control add-task team=17 "title=Срочная правка $RANDOM"
     end=$((SECONDS + 20))
-    while has_no_popup && [ $SECONDS -lt $end ]; do
+    while has_no_popup && [ "$SECONDS" -lt "$end" ]; do
         type_text x
         typed+=x
     done
@@ -113,7 +113,7 @@ popup_over_terminal() {
     fi
     shot
     close_terminal
-    return $result
+    return "$result"
 }
 same_text() { [ "$(cat "$box/typed")" = "$1" ]; }
 
@@ -150,7 +150,9 @@ needs_tray_icon() { [ -n "$tray_icon" ] || not_tried "no tray icon was found"; }
 # Between two of them passes more than the time of a double click.
 click_tray() {
     sleep 1
-    xdotool mousemove $tray_icon click --repeat "${1:-1}" --delay 80 1
+    local x y
+    read -r x y <<<"$tray_icon"
+    xdotool mousemove "$x" "$y" click --repeat "${1:-1}" --delay 80 1
     sleep 1
     park
 }
@@ -201,10 +203,10 @@ row_second_desktop() {
     area=$(geometry "$(main_window)")
     popup=$(geometry "$(popups | head -n 1)")
     second_desktop_seen "$area" "$popup" || result=1
-    [ -n "$tray_icon" ] && [ $result = 0 ] && { second_desktop_tray "$area" || result=1; }
+    [ -n "$tray_icon" ] && [ "$result" = 0 ] && { second_desktop_tray "$area" || result=1; }
     switch_to_desktop 0
     control set-versions version= version2=
-    return $result
+    return "$result"
 }
 second_desktop_seen() {
     switch_to_desktop 1 || not_tried "the window manager does not switch" || return
@@ -212,7 +214,7 @@ second_desktop_seen() {
     wait_for 3 is_seen "$2" "$box/empty.png" || failed "the popup is not seen on the second desktop" || result=1
     wait_for 3 is_seen "$1" "$box/empty.png" || failed "the window is not seen on the second desktop" || result=1
     shot
-    return $result
+    return "$result"
 }
 # Hidden on one desktop and shown on another; and left behind by somebody on the first.
 second_desktop_tray() {
@@ -242,10 +244,10 @@ row_scale() {
     mkdir -p "$pictures"
     control set-versions version= version2=
     for dpi in 96 82 92 144 192; do
-        start_client 1 $dpi || return
+        start_client 1 "$dpi" || return
         wait_for 10 has_no_popup
         park
-        wanted=$(awk -v dpi=$dpi 'BEGIN { s = dpi > 96 ? dpi / 96 : 1; printf "%.0fx%.0f", 352 * s, 148 * s }')
+        wanted=$(awk -v dpi="$dpi" 'BEGIN { s = dpi > 96 ? dpi / 96 : 1; printf "%.0fx%.0f", 352 * s, 148 * s }')
         got=$(size_of "$(main_window)")
         import -window root -crop "$(geometry "$(main_window)")" +repage "$pictures/$dpi.png"
         is_near "$got" "$wanted" || wrong+=", at $dpi dpi $got instead of $wanted"
@@ -291,8 +293,8 @@ row_start_again() {
     # A second copy needs its time to come.
     wait_for 6 has_second_copy && { failed "a second copy was started"; result=1; }
     shot
-    [ $result != 0 ] || work_until_received 'отчёт:' $((reports + 1)) 20 || failed "no minute is counted" || result=1
-    return $result
+    [ "$result" != 0 ] || work_until_received 'отчёт:' $((reports + 1)) 20 || failed "no minute is counted" || result=1
+    return "$result"
 }
 has_second_copy() { [ "$(client_count)" -gt 1 ] || has_window '^Orvana Team Monitor$'; }
 
@@ -316,11 +318,11 @@ row_two_monitors() {
     start_session any || not_tried "the desktop does not start on two monitors" || return
     for dpi in 96 144; do
         sent=$(received 'снимок экрана')
-        start_client 40 $dpi || return
+        start_client 40 "$dpi" || return
         work_until_received 'снимок экрана' $((sent + 1)) 40 || failed "no picture arrives at $dpi dpi" || return
         capture "$pictures/two_monitors.png"
         screen=$(identify -format '%wx%h' "$pictures/two_monitors.png")
-        cp "$(ls -t "$box"/service/screenshots/* | head -n 1)" "$pictures/two_monitors-sent-$dpi.jpg"
+        cp "$(find "$box/service/screenshots" -type f -printf '%T@ %p\n' | sort -rn | head -n 1 | cut -d ' ' -f 2-)" "$pictures/two_monitors-sent-$dpi.jpg"
         sent=$(identify -format '%wx%h' "$pictures/two_monitors-sent-$dpi.jpg")
         [ "$sent" = "$screen" ] || { wrong+=", at $dpi dpi $sent instead of $screen"; continue; }
         [ "$(unlike "$pictures/two_monitors.png" "$pictures/two_monitors-sent-$dpi.jpg")" -lt 60 ] ||

@@ -44,8 +44,8 @@ OwnSignal s_signals[] = {{SIGTTOU}, {SIGXFSZ}};
 // variable itself.
 bool isDpiTooSmall()
 {
-    const int dpi =
-        qEnvironmentVariableIsSet("QT_FONT_DPI") ? qEnvironmentVariableIntValue("QT_FONT_DPI") : configuredDpi();
+    const int dpi = qEnvironmentVariableIsSet("QT_FONT_DPI") ? qEnvironmentVariableIntValue("QT_FONT_DPI")
+                                                             : configuredDpi();
     return dpi > 0 && dpi < kSmallestDpi;
 }
 

@@ -43,7 +43,7 @@ QString overdueText(const QDateTime &deadline, const QDateTime &now)
 
 QString durationWords(const QTime &duration)
 {
-    const QString minutes = QString::number(duration.minute()) + QStringLiteral("мин");
+    QString minutes = QString::number(duration.minute()) + QStringLiteral("мин");
     if (duration.hour() == 0)
         return minutes;
     return QString::number(duration.hour()) + QStringLiteral("ч. ") + minutes;

@@ -14,7 +14,7 @@ class QDataStream;
 // equal when every member is; only tasks are equal by their ids.
 
 // The id of the entry for work that belongs to no listed task; every team has one.
-constexpr QLatin1String kCatchAllId("0");
+constexpr QLatin1String kCatchAllId("0", 1);
 
 struct Team
 {

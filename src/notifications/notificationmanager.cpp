@@ -107,7 +107,8 @@ void NotificationManager::dropOldest()
     if (!m_hasDropped)
         qWarning() << "Too many notifications wait, the oldest are dropped";
     m_hasDropped = true;
-    const auto oldest = m_hidden.front().type == UpdateAvailable ? std::next(m_hidden.begin()) : m_hidden.begin();
+    const auto oldest =
+        m_hidden.front().type == UpdateAvailable ? std::next(m_hidden.begin()) : m_hidden.begin();
     if (oldest->form)
         oldest->form->deleteLater();
     m_hidden.erase(oldest);

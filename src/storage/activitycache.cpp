@@ -237,7 +237,7 @@ QString ActivityCache::create(const QByteArray &record, const QDateTime &now, QS
     }
     if (!QFileInfo::exists(m_directory))
         m_cursor.reset();
-    const QString path = write(m_directory, record, now, errorText);
+    QString path = write(m_directory, record, now, errorText);
     if (!path.isEmpty())
         count(path);
     return path;

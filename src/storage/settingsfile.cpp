@@ -124,7 +124,7 @@ private:
         if (!skipText())
             return false;
         for (const char *name : {"Task", "QList<Task>", "TaskInfo"}) {
-            const auto size = static_cast<qint64>(std::strlen(name) + 1);
+            const auto size = static_cast<qint64>(std::strlen(name)) + 1;
             if (m_data - start == size && std::memcmp(start, name, static_cast<size_t>(size)) == 0)
                 return true;
         }

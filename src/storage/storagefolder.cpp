@@ -22,9 +22,9 @@ constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
 // Names in the storage folder that mean something else there.
 bool isReserved(const QString &name)
 {
-    for (const char *reserved : {".", "..", "cached", "update", "lock", "log.log", "config.ini",
-                                 "config.ini.lock", "update.json", "update.json.lock", ".orvana.db",
-                                 "comments.data", "session.json"}) {
+    for (const char *reserved :
+         {".", "..", "cached", "update", "lock", "log.log", "config.ini", "config.ini.lock", "update.json",
+          "update.json.lock", ".orvana.db", "comments.data", "session.json"}) {
         if (name == QLatin1String(reserved))
             return true;
     }

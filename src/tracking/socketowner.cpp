@@ -49,8 +49,8 @@ QByteArray word(quint32 networkOrder)
 // Both ways in which an IPv4 address can be listed: as it is, and mapped into IPv6.
 QVector<QByteArray> endpoints(quint32 address, quint16 port)
 {
-    const QByteArray ipv4 = word(qToBigEndian(address)) + ':'
-        + QByteArray::number(port, 16).rightJustified(4, '0').toUpper();
+    const QByteArray ipv4 =
+        word(qToBigEndian(address)) + ':' + QByteArray::number(port, 16).rightJustified(4, '0').toUpper();
     return {ipv4, word(0) + word(0) + word(qToBigEndian(0xffffU)) + ipv4};
 }
 

@@ -280,8 +280,8 @@ void MainForm::updateOverdueTime()
     const Orvana::Session *session = m_orvana->session();
     const QString taskId = session->currentTaskID();
     const QDateTime deadline = session->currentDeadline();
-    const bool isOverdue = !taskId.isEmpty() && taskId != kCatchAllId && deadline.isValid()
-        && session->overdueTime() >= 0;
+    const bool isOverdue =
+        !taskId.isEmpty() && taskId != kCatchAllId && deadline.isValid() && session->overdueTime() >= 0;
     m_ui->lbOverdue->setVisible(isOverdue);
     m_ui->lbOverdueTime->setVisible(isOverdue);
     if (!isOverdue)

@@ -21,7 +21,7 @@ QVariant teamItem(const Team &team, int role)
 
 QString itemText(const Task &task)
 {
-    const QString title = titleLine(task.title);
+    QString title = titleLine(task.title);
     if (!task.deadline.isValid())
         return title;
     return title + QStringLiteral(" | Истекает: ") + serviceDateTimeText(task.deadline);

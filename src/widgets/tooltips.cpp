@@ -14,7 +14,7 @@ constexpr int kLongestText = 1000;
 
 QString literalToolTip(const QString &text)
 {
-    const QString shown = shortened(text, kLongestText);
+    QString shown = shortened(text, kLongestText);
     // Escapes would be shown in a text that is not taken for markup.
     if (shown.size() <= kLongestLine && !Qt::mightBeRichText(shown))
         return shown;

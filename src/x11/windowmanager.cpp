@@ -17,8 +17,8 @@ xcb_ewmh_connection_t *hints()
 {
     static xcb_ewmh_connection_t connection = {};
     static const bool isThere = QX11Info::isPlatformX11()
-        && xcb_ewmh_init_atoms_replies(
-               &connection, xcb_ewmh_init_atoms(QX11Info::connection(), &connection), nullptr);
+        && xcb_ewmh_init_atoms_replies(&connection, xcb_ewmh_init_atoms(QX11Info::connection(), &connection),
+                                       nullptr);
     return isThere ? &connection : nullptr;
 }
 
@@ -52,7 +52,8 @@ public:
     {
         Q_UNUSED(watched)
         if (event->type() == QEvent::Show && !event->spontaneous())
-            QMetaObject::invokeMethod(this, [this] { m_send(m_window); }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(
+                this, [this] { m_send(m_window); }, Qt::QueuedConnection);
         return false;
     }
 
@@ -88,7 +89,7 @@ bool isOnCurrentDesktop(const QWidget *window)
     quint32 own = 0;
     return !hints()
         || !xcb_ewmh_get_current_desktop_reply(
-               hints(), xcb_ewmh_get_current_desktop(hints(), QX11Info::appScreen()), &current, nullptr)
+            hints(), xcb_ewmh_get_current_desktop(hints(), QX11Info::appScreen()), &current, nullptr)
         || !xcb_ewmh_get_wm_desktop_reply(hints(), xcb_ewmh_get_wm_desktop(hints(), nativeWindow(window)),
                                           &own, nullptr)
         || own == current || own == kAllDesktops;
@@ -100,7 +101,7 @@ bool isFullScreenWindowActive()
     xcb_ewmh_get_atoms_reply_t states;
     if (!hints()
         || !xcb_ewmh_get_active_window_reply(
-               hints(), xcb_ewmh_get_active_window(hints(), QX11Info::appScreen()), &active, nullptr)
+            hints(), xcb_ewmh_get_active_window(hints(), QX11Info::appScreen()), &active, nullptr)
         || !xcb_ewmh_get_wm_state_reply(hints(), xcb_ewmh_get_wm_state(hints(), active), &states, nullptr))
         return false;
     xcb_atom_t *const end = states.atoms + states.atoms_len;

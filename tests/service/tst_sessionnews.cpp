@@ -43,7 +43,8 @@ private slots:
             "before", "after", "popups",
             "signalled"); // tasks closed, and "!" when the current task 7 has a new deadline
         using Texts = std::initializer_list<const char *>;
-        const auto row = [](const char *name, Texts before, Texts after, Texts popups, const char *signalled) {
+        const auto row = [](const char *name, Texts before, Texts after, Texts popups,
+                            const char *signalled) {
             QTest::newRow(name) << texts(before) << texts(after) << texts(popups) << s(signalled);
         };
         row("same", {"1:7!@3*2 8"}, {"1:8 7!@3*2"}, {}, "");

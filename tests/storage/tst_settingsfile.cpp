@@ -166,7 +166,8 @@ private slots:
         QTest::newRow("a link") << s("mv f g; ln -s g f") << true;
         QTest::newRow("not writable") << s("chmod 444 f") << true;
         QTest::newRow("not readable") << s("chmod 0 f") << false;
-        QTest::newRow("not readable, not the first") << s("echo >f.unusable-1; chmod 0 f; touch -d 2020-01-01 f") << false;
+        QTest::newRow("not readable, not the first")
+            << s("echo >f.unusable-1; chmod 0 f; touch -d 2020-01-01 f") << false;
         QTest::newRow("folder") << s("rm f; mkdir -p f/g") << false;
         QTest::newRow("pipe") << s("rm f; mkfifo f") << false;
         QTest::newRow("link to nowhere") << s("ln -sf nowhere/g f") << false;
