@@ -177,7 +177,7 @@ QString ReportSender::saveActivityData(const QVariant &url, const QVariant &body
                                                             {CacheRecord::kBody, body},
                                                             {CacheRecord::kTimestamp, recordTimeText(now)}});
     QString reason = QStringLiteral("the folder is not ours");
-    const QString path = prepareCache() ? m_cache.create(record, now, &reason) : QString();
+    QString path = prepareCache() ? m_cache.create(record, now, &reason) : QString();
     if (path.isEmpty())
         keepUnwritten({m_subject().login, now, record}, reason);
     return path;
