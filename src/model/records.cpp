@@ -208,6 +208,10 @@ QDataStream &operator>>(QDataStream &stream, QList<TextTask> &textTasks)
     return readList(stream, textTasks);
 }
 
+namespace {
+
+// Before any settings file is opened: Qt frees in reverse order at the end, and could not
+// free the stored records without their types.
 void registerRecordTypes()
 {
     // The names go into the settings files with every stored value.
@@ -230,6 +234,9 @@ void registerRecordTypes()
     qRegisterMetaType<TaskInfo>("TaskInfo");
     qRegisterMetaTypeStreamOperators<TaskInfo>("TaskInfo");
 }
+Q_CONSTRUCTOR_FUNCTION(registerRecordTypes)
+
+} // namespace
 
 // Not with QDateTime::fromString, which takes several microseconds: a list of tens of
 // thousands of tasks holds twice as many of these.

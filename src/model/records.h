@@ -129,9 +129,6 @@ QDataStream &operator>>(QDataStream &stream, QList<Attachment> &attachments);
 QDataStream &operator>>(QDataStream &stream, QList<Keyword> &keywords);
 QDataStream &operator>>(QDataStream &stream, QList<TextTask> &textTasks);
 
-// Makes the records usable in variants, queued signals and settings files.
-void registerRecordTypes();
-
 // "yyyy-MM-dd HH:mm:ss" in local time; invalid when the text is anything else. An expected
 // result that is right is returned itself: a new one has to consult the time zone.
 QDateTime parseServiceDateTime(QStringView text, const QDateTime &expected = QDateTime());

@@ -58,7 +58,6 @@ Orvana::Orvana(NotificationSink *notifications, QObject *parent)
           },
           this))
 {
-    registerRecordTypes();
     connect(m_service, &ServiceConnection::finished, this, &Orvana::replyFinished);
     connect(m_service, &ServiceConnection::refused, this, &Orvana::error);
     connect(m_details, &DetailFetcher::fetched, this, [this](const TaskInfo &info) {

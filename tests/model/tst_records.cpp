@@ -86,8 +86,6 @@ class TestRecords final : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { registerRecordTypes(); }
-
     void streamForms()
     {
         const QByteArray noInfo = kNone.repeated(2) + kNoDateTime + kNone.repeated(4);

@@ -66,8 +66,6 @@ class TestSettingsFile final : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { registerRecordTypes(); }
-
     void keepsWhatIsWritten_data()
     {
         QTest::addColumn<QVariant>("value");
