@@ -109,11 +109,11 @@ private slots:
     void oddMoments()
     {
         const QDateTime moment(QDate(2024, 3, 1), QTime(18, 0), Qt::UTC);
-        const auto stored = [&moment](Qt::TimeSpec spec, const auto &place) {
+        const auto stored = [&moment](Qt::TimeSpec kind, const auto &place) {
             QByteArray bytes;
             QDataStream stream(&bytes, QIODevice::WriteOnly);
             stream.setVersion(QDataStream::Qt_5_15);
-            stream << QString() << QString() << moment.date() << moment.time() << qint8(spec) << place
+            stream << QString() << QString() << moment.date() << moment.time() << qint8(kind) << place
                    << QString() << QDateTime() << qint32(0);
             return bytes;
         };
