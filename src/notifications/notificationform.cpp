@@ -28,6 +28,7 @@ const QRect kMessage(10, 20, 161, 70);
 constexpr int kMessageHeightAboveButtons = 40;
 // Nobody reads more in a box this small, and laying out megabytes takes minutes.
 constexpr int kLongestMessage = 2000;
+constexpr int kMovesBack = 5;
 
 QRect availableArea(const NotificationHost *host)
 {
@@ -234,8 +235,20 @@ void NotificationForm::showEvent(QShowEvent *event)
 {
     Artwork::trimToPane(this, Artwork::load(kPane));
     QDialog::showEvent(event);
+    m_movesBack = kMovesBack;
     if (!isPermanentNotification())
         m_closeTimer.start();
+}
+
+// A window manager that is still letting go of a window just hidden puts it back where it was,
+// over the place that it was given meanwhile. Not without end: one may insist.
+void NotificationForm::moveEvent(QMoveEvent *event)
+{
+    QDialog::moveEvent(event);
+    if (!isVisible() || m_movesBack == 0 || pos() == placeOf(m_position, m_host))
+        return;
+    --m_movesBack;
+    QMetaObject::invokeMethod(this, [this] { updatePosition(m_position); }, Qt::QueuedConnection);
 }
 
 void NotificationForm::hideEvent(QHideEvent *event)

@@ -56,6 +56,7 @@ signals:
 
 protected:
     void showEvent(QShowEvent *event) override;
+    void moveEvent(QMoveEvent *event) override;
     void hideEvent(QHideEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
     bool event(QEvent *event) override;
@@ -73,6 +74,7 @@ private:
     NotificationHost *m_host;
     bool m_closing = false;
     bool m_isAttended = false; // the user clicked or tabbed into it, and stayed
+    int m_movesBack = 0; // left since it was shown
     QString m_taskId;
     int m_position = 0;
 };
