@@ -4,12 +4,11 @@
 
 #include "model/records.h"
 #include "service/ovsession.h"
-#include "storage/settingsfile.h"
+#include "storage/settingslines.h"
 #include "update/orvanaupdate.h"
 
 #include <QDataStream>
 #include <QDir>
-#include <QSettings>
 
 #include <cstdlib>
 
@@ -18,7 +17,7 @@ namespace {
 std::unique_ptr<FuzzClient> s_client;
 const char *const kFiles[] = {"session.ini", "teams.ini", "tasks.ini", "taskInfo.ini"};
 
-// Reading what was written gives the same bytes once more.
+// Reading what was written and writing it again gives the same bytes.
 template <typename T>
 void readStream(const QByteArray &bytes, int version)
 {
@@ -55,6 +54,17 @@ void readStreams(Input &input)
         readStream<QList<Task>>(bytes, version);
     else
         readStream<TaskInfo>(bytes, version);
+}
+
+// An empty checksum is filled in: no mutation would find the right one.
+QByteArray iniFile(Input &input)
+{
+    QByteArray lines = input.word();
+    const QByteArray mark = "\n;checksum=";
+    if (!lines.endsWith(mark))
+        return lines;
+    lines.chop(mark.size() - 1);
+    return lines + checksumLine(lines);
 }
 
 void useEverything(FuzzClient &client)
@@ -100,11 +110,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QString storage = client->storageDirectory().path();
     QDir().mkpath(client.activityFolder());
     const QByteArray config =
-        kind == 2 ? input.word() : "[General]\nlastLogin=" + FuzzClient::user().toUtf8() + '\n';
+        kind == 2 ? iniFile(input) : "[General]\nlastLogin=" + FuzzClient::user().toUtf8() + '\n';
     client.put(storage + QStringLiteral("/config.ini"), config);
-    client.put(storage + QStringLiteral("/update.json"), kind == 3 ? input.word() : QByteArray());
+    client.put(storage + QStringLiteral("/update.json"), kind == 3 ? iniFile(input) : QByteArray());
     for (const char *name : kFiles)
-        client.put(client.userFolder() + QLatin1Char('/') + QLatin1String(name), input.word());
+        client.put(client.userFolder() + QLatin1Char('/') + QLatin1String(name), iniFile(input));
     client.restart();
     useEverything(client);
     client.settle();

@@ -9,7 +9,6 @@
 #include <QDir>
 #include <QFile>
 #include <QLocale>
-#include <QSettings>
 
 #include <tuple>
 
@@ -42,17 +41,17 @@ void restoreCounter(WorkDay::Counter &counter, const QVariant &stored)
         counter.set(QTime(time.hour(), time.minute()));
 }
 
-bool write(QSettings &store)
+bool write(SettingsFile &store)
 {
-    if (syncSettings(store))
+    if (store.save())
         return true;
-    qWarning() << "Error! Settings can't be written:" << store.fileName();
+    qWarning() << "Error! Settings can't be written:" << store.path();
     return false;
 }
 
 // A flush rewrites the whole file: one for all entries.
 template <typename ValueOf>
-void writeEntries(QSettings &store, QSet<QString> &ids, ValueOf valueOf)
+void writeEntries(SettingsFile &store, QSet<QString> &ids, ValueOf valueOf)
 {
     if (ids.isEmpty())
         return;
@@ -75,8 +74,10 @@ bool UserState::hasSameChoice(const UserState &other) const
 SessionFiles::SessionFiles(StorageFolder &storage)
     : m_storage(storage)
 {
-    const QString path = storage.dir().filePath(QStringLiteral("config.ini"));
-    m_config = storage.isUsable() ? openSettings(path) : emptySettings(path);
+    if (storage.isUsable())
+        m_config = std::make_unique<SettingsFile>(storage.dir().filePath(key("config.ini")));
+    else
+        m_config = std::make_unique<SettingsFile>();
 }
 
 SessionFiles::~SessionFiles() = default;
@@ -95,8 +96,8 @@ void SessionFiles::open(const QString &login)
         StorageFolder::makeFolder(directory.filePath(QStringLiteral("activity")));
     }
     const auto openStore = [this, &directory](const char *name) {
-        const QString path = directory.filePath(QString::fromLatin1(name));
-        return m_areStandIns ? emptySettings(path) : openSettings(path);
+        return m_areStandIns ? std::make_unique<SettingsFile>()
+                             : std::make_unique<SettingsFile>(directory.filePath(QString::fromLatin1(name)));
     };
     m_session = openStore("session.ini");
     m_teams = openStore("teams.ini");
@@ -113,14 +114,14 @@ void SessionFiles::close()
 
 bool SessionFiles::exists(const Store &store)
 {
-    return store && QFile::exists(store->fileName());
+    return store && store->exists();
 }
 
 bool SessionFiles::restore(UserState &state, WorkDay &day, const QDate &today, bool readPassword)
 {
     if (!exists(m_session))
         return false;
-    const QSettings &store = *m_session;
+    const SettingsFile &store = *m_session;
     if (readPassword)
         state.password = store.value(key("password")).toString();
     state.isLogged = store.value(key("logged"), false).toBool();
@@ -144,16 +145,16 @@ bool SessionFiles::restore(UserState &state, WorkDay &day, const QDate &today, b
 void SessionFiles::restore(TaskLists &lists) const
 {
     QList<Team> teams = lists.teams();
-    const QStringList teamKeys = m_teams->allKeys();
+    const QStringList teamKeys = m_teams->keys();
     for (const QString &teamKey : teamKeys)
         teams.append({idOfKey(teamKey), m_teams->value(teamKey).toString()});
     lists.setTeams(teams);
 
-    const QStringList listKeys = m_tasks->allKeys();
+    const QStringList listKeys = m_tasks->keys();
     for (const QString &listKey : listKeys)
         lists.replace(idOfKey(listKey), m_tasks->value(listKey).value<QList<Task>>());
 
-    const QStringList infoKeys = m_taskInfos->allKeys();
+    const QStringList infoKeys = m_taskInfos->keys();
     for (const QString &infoKey : infoKeys)
         lists.setInfo(idOfKey(infoKey), m_taskInfos->value(infoKey).value<TaskInfo>());
     lists.unsaved() = {};
@@ -192,7 +193,7 @@ void SessionFiles::saveChoice(const UserState &state, const WorkDay &day, TaskLi
 void SessionFiles::saveState(const UserState &state, const WorkDay &day)
 {
     m_savedState.reset();
-    QSettings &store = *m_session;
+    SettingsFile &store = *m_session;
     store.setValue(key("password"), state.password);
     store.setValue(key("logged"), state.isLogged);
     store.setValue(key("active"), state.isActive);
@@ -203,8 +204,7 @@ void SessionFiles::saveState(const UserState &state, const WorkDay &day)
     store.setValue(key("todayWorktime"), QLocale::c().toString(day.work.counted, kTimeFormat));
     store.setValue(key("todayActivetime"), QLocale::c().toString(day.active.counted, kTimeFormat));
     store.setValue(key("task2activeTimeMap"), day.activeTimes);
-    // Again when something lay in the place of the file: it has been moved aside.
-    if (write(store) || write(store))
+    if (write(store))
         m_savedState = state;
 }
 

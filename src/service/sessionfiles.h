@@ -6,7 +6,7 @@
 #include <optional>
 
 class QDate;
-class QSettings;
+class SettingsFile;
 class StorageFolder;
 class TaskLists;
 struct WorkDay;
@@ -54,7 +54,7 @@ public:
     void saveChoice(const UserState &state, const WorkDay &day, TaskLists &lists);
 
 private:
-    using Store = std::unique_ptr<QSettings>;
+    using Store = std::unique_ptr<SettingsFile>;
 
     static bool exists(const Store &store);
     void saveState(const UserState &state, const WorkDay &day);

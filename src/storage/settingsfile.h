@@ -1,38 +1,59 @@
 #pragma once
 
-#include <QByteArray>
+#include <QMap>
 #include <QString>
+#include <QStringList>
+#include <QVariant>
 
 #include <ctime>
-#include <memory>
 
-class QSettings;
+// The values of one INI file, held in memory. Entries that Qt could not have written are left
+// out; what cannot be read, or is no file, is kept under another name. All of that is logged.
+class SettingsFile final
+{
+public:
+    enum class Use {
+        Own, // ends with a checksum, in a comment; a file with a wrong one is set aside
+        Shared // other programs write it, too, and would not keep a checksum up to date
+    };
 
-// Settings files as this program writes them. Qt's reader trusts what a file says
-// of itself: a damaged count makes it reserve all memory, damaged nesting exhausts
-// the stack. So no line gets to it that its own writer could not have written.
+    // Stands in for a file that may not be touched: empty, and saves nothing.
+    SettingsFile() = default;
+    explicit SettingsFile(const QString &path, Use use = Use::Own);
 
-// An INI file of this program; damaged entries are taken out of it first. What may be
-// read but not written there is replaced by a copy; what can't be read, or is no file,
-// is kept under another name. Both are logged. The same happens before each write.
-std::unique_ptr<QSettings> openSettings(const QString &path);
+    const QString &path() const { return m_path; }
+    bool exists() const;
+    QStringList keys() const { return m_values.keys(); }
+    bool contains(const QString &key) const { return m_values.contains(key); }
+    QVariant value(const QString &key, const QVariant &ifMissing = {}) const
+    {
+        return m_values.value(key, ifMissing);
+    }
+    void setValue(const QString &key, const QVariant &value);
+    void clear();
 
-// Writes what was set since the last time, at once and never later by itself.
-// False when that did not work: the file is then the one before, and everything
-// that it lacks has to be set again.
-bool syncSettings(QSettings &settings);
+    // Writes all values at once, those that other programs wrote to a shared file meanwhile
+    // included: to a new file, which replaces the old one when it is whole and on the disk.
+    // False when that did not work; the file is then the one before.
+    bool save();
 
-// Stands in for a file that may not be touched: empty, and writes nothing.
-std::unique_ptr<QSettings> emptySettings(const QString &path);
+private:
+    using Values = QMap<QString, QVariant>;
 
-// Takes the damaged entries out of a file and logs that; needed again before a
-// file is read again that another process may have written. False when there are
-// some and the file could not be rewritten: it must not be read.
+    bool load();
+    bool writeTo(const QString &path) const;
+
+    QString m_path;
+    Use m_use = Use::Own;
+    bool m_isLoaded = false;
+    Values m_values;
+    Values m_unsaved; // of these, what was set since the last save
+};
+
+// Moves aside what cannot be used in the place of a settings file, as reading and saving do.
+// False when that did not work, or not yet: nothing may be read from there.
 bool repairSettings(const QString &path);
 
 // Whether the next change of a file that was changed then (seconds since the epoch)
 // must show in its time; false for some seconds after a change.
 bool isSettled(time_t changed);
-
-// The lines of an INI file that can be read safely.
-QByteArray soundLines(const QByteArray &ini);

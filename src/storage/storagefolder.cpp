@@ -23,8 +23,9 @@ constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
 bool isReserved(const QString &name)
 {
     for (const char *reserved :
-         {".", "..", "cached", "update", "lock", "log.log", "config.ini", "config.ini.lock", "update.json",
-          "update.json.lock", ".orvana.db", "comments.data", "session.json"}) {
+         {".", "..", "cached", "update", "lock", "log.log", "config.ini", ".new-config.ini",
+          ".new-config.ini.lock", "update.json", "update.json.lock", ".new-update.json",
+          ".new-update.json.lock", ".orvana.db", "comments.data", "session.json"}) {
         if (name == QLatin1String(reserved))
             return true;
     }

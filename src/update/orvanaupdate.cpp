@@ -10,7 +10,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSettings>
 
 #include <cstdio>
 
@@ -77,7 +76,8 @@ void OrvanaUpdate::init(Orvana *client)
     m_refused = {};
     m_forceUpdate = false;
     if (client->storage().isUsable())
-        m_settings = openSettings(client->storageDirectory().filePath(QStringLiteral("update.json")));
+        m_settings = std::make_unique<SettingsFile>(
+            client->storageDirectory().filePath(QStringLiteral("update.json")), SettingsFile::Use::Shared);
 }
 
 bool OrvanaUpdate::isUsable() const
@@ -124,13 +124,13 @@ bool OrvanaUpdate::flag(const QString &key) const
 
 bool OrvanaUpdate::store(const QString &key, const QVariant &value)
 {
-    if (!isUsable() || !repairSettings(m_settings->fileName()))
+    if (!isUsable())
         return false;
     // What is still to be cleared must not clear a request made since.
     if (key != kForceUpdateKey && isForceUpdate())
         m_settings->setValue(kForceUpdateKey, true);
     m_settings->setValue(key, value);
-    return syncSettings(*m_settings);
+    return m_settings->save();
 }
 
 bool OrvanaUpdate::isUpdateAtStartup() const
@@ -151,14 +151,14 @@ void OrvanaUpdate::setWasUpdated(bool updated)
 OrvanaUpdate::FileStamp OrvanaUpdate::stamp() const
 {
     struct stat info = {};
-    if (stat(QFile::encodeName(m_settings->fileName()).constData(), &info) != 0)
+    if (stat(QFile::encodeName(m_settings->path()).constData(), &info) != 0)
         return {};
     return {nanoseconds(info.st_mtim), nanoseconds(info.st_ctim), info.st_ino, info.st_size};
 }
 
 bool OrvanaUpdate::readRequest()
 {
-    QFile file(m_settings->fileName());
+    QFile file(m_settings->path());
     return repairSettings(file.fileName()) && file.open(QIODevice::ReadOnly) && requestIn(file.readAll());
 }
 

@@ -9,7 +9,7 @@
 #include <memory>
 
 class Orvana;
-class QSettings;
+class SettingsFile;
 
 // What is known of newer versions, and the notes that the client and the updater
 // program leave each other in the file "update.json" (INI) of the storage
@@ -64,7 +64,7 @@ private:
 
     QPointer<Orvana> m_client;
     QMetaObject::Connection m_connection;
-    std::unique_ptr<QSettings> m_settings;
+    std::unique_ptr<SettingsFile> m_settings;
     FileStamp m_read; // when the request was read last
     bool m_isCurrent = false; // nothing has changed since, nor can have unseen
     FileStamp m_refused; // the file whose request could not be cleared

@@ -11,7 +11,6 @@
 namespace {
 
 constexpr int kStep = 64; // bytes
-constexpr int kNoFile = -2;
 const QString kUser = s("user@host");
 QStringList s_log;
 
@@ -251,40 +250,6 @@ private slots:
         QVERIFY(QFile::remove(folder));
         client.login(s("second"));
         QCOMPARE(client.records(s("first")), 1);
-    }
-
-    // The program ended while a file was being replaced.
-    void cutShortWhileReplaced_data()
-    {
-        addColumns<int, QString>("kept", "title"); // bytes of the new file
-        QTest::newRow("nothing") << 0 << "before";
-        QTest::newRow("half") << 40 << "before";
-        QTest::newRow("all") << 1000000 << "after";
-        QTest::newRow("no file") << kNoFile << "before";
-    }
-
-    void cutShortWhileReplaced()
-    {
-        QFETCH(int, kept);
-        QFETCH(QString, title);
-        OfflineClient client;
-        fill(client, "before");
-        client.stop();
-        const QString path = client.path(s("user@host/tasks.ini"));
-        const QByteArray before = contentsOf(path);
-        client.restart();
-        fill(client, "after");
-        client.stop();
-        const QString previous = client.path(s("user@host/.old-tasks.ini"));
-        QVERIFY(!QFile::exists(previous));
-        QVERIFY(writeFile(previous, before));
-        if (kept == kNoFile)
-            QVERIFY(QFile::remove(path));
-        else
-            QVERIFY(writeFile(path, contentsOf(path).left(kept)));
-        client.restart();
-        QCOMPARE(client.session()->task(s("1"), s("7")).title, title);
-        QVERIFY(!QFile::exists(previous));
     }
 };
 

@@ -1,32 +1,28 @@
 #include "files.h"
 #include "model/records.h"
+#include "rows.h"
 #include "storage/settingsfile.h"
-#include "texts.h"
+#include "storage/settingslines.h"
 
 #include <QProcess>
-#include <QtTest>
 
-#include <initializer_list>
+#include <csignal>
 
 #include <linux/capability.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
 
-// A text's bytes in the way in which settings files hold them.
-QByteArray escaped(const QByteArray &bytes)
+// Bytes in the way in which settings files hold them.
+QByteArray variant(const QByteArray &bytes)
 {
     QByteArray text;
     for (const char c : bytes)
         text.append("\\x").append(QByteArray::number(static_cast<uchar>(c), 16));
-    return text;
-}
-
-QByteArray variant(const QByteArray &bytes)
-{
     // A zero is no letter of a longer number.
-    return "@Variant(" + escaped(bytes).replace("\\x0\\", "\\0\\") + ")";
+    return "@Variant(" + text.replace("\\x0\\", "\\0\\") + ")";
 }
 
 QByteArray number(quint32 value)
@@ -36,27 +32,20 @@ QByteArray number(quint32 value)
     return bytes;
 }
 
-// Also root may then not open what is not shared with him.
-class WithoutPrivileges final
+const QByteArray kList = number(QMetaType::QVariantList);
+const QByteArray kMap = number(QMetaType::QVariantMap);
+const QByteArray kRecord = number(127);
+
+template <typename Do>
+void withLimit(__rlimit_resource kind, rlim_t size, Do toDo)
 {
-public:
-    WithoutPrivileges()
-    {
-        syscall(SYS_capget, &m_header, m_before);
-        __user_cap_data_struct none[] = {m_before[0], m_before[1]};
-        none[0].effective &= ~(1U << CAP_DAC_OVERRIDE | 1U << CAP_DAC_READ_SEARCH);
-        syscall(SYS_capset, &m_header, none);
-    }
-    ~WithoutPrivileges() { syscall(SYS_capset, &m_header, m_before); }
-    Q_DISABLE_COPY_MOVE(WithoutPrivileges)
-
-private:
-    __user_cap_header_struct m_header = {_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct m_before[2] = {};
-};
-
-const quint32 kList = QMetaType::QVariantList;
-const quint32 kMap = QMetaType::QVariantMap;
+    rlimit before = {};
+    QCOMPARE(getrlimit(kind, &before), 0);
+    const rlimit during = {size, before.rlim_max};
+    setrlimit(kind, &during);
+    toDo();
+    setrlimit(kind, &before);
+}
 
 } // namespace
 
@@ -66,6 +55,18 @@ class TestSettingsFile final : public QObject
     Q_OBJECT
 
 private slots:
+    void initTestCase()
+    {
+        // Not even root may then open what is not shared with them.
+        __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+        __user_cap_data_struct sets[2] = {};
+        syscall(SYS_capget, &header, sets);
+        sets[0].effective &= ~(1U << CAP_DAC_OVERRIDE | 1U << CAP_DAC_READ_SEARCH);
+        syscall(SYS_capset, &header, sets);
+    }
+
+    void init() { m_folder = std::make_unique<QTemporaryDir>(); }
+
     void keepsWhatIsWritten_data()
     {
         QTest::addColumn<QVariant>("value");
@@ -83,50 +84,55 @@ private slots:
         for (int i = 0; i < 900; ++i)
             nested = QVariantList{nested};
         QTest::newRow("nested as deep as is read") << QVariant(QVariantMap{{s("a"), nested}});
-        QTest::newRow("details") << details();
-        Task task;
-        task.title = s("задача");
-        QTest::newRow("tasks") << QVariant::fromValue(QList<Task>{task, Task::catchAll()});
+        TaskInfo info;
+        info.title = s("Ёж, \"тест\" = \\ ; @Variant(");
+        info.texts.append(TextTask());
+        QTest::newRow("details") << QVariant::fromValue(info);
+        QTest::newRow("tasks") << QVariant::fromValue(QList<Task>{Task(), Task::catchAll()});
     }
 
     void keepsWhatIsWritten()
     {
         QFETCH(QVariant, value);
-        const QString path = m_folder.filePath(QString::fromLatin1(QTest::currentDataTag()));
-        {
-            const auto settings = openSettings(path);
-            settings->setValue(s("before"), 1);
-            settings->setValue(s("an/id, \"of\" \\ ж"), value);
-        }
-        const QByteArray written = contentsOf(path);
-        QVERIFY(!written.isEmpty());
-        QCOMPARE(soundLines(written), written);
+        SettingsFile settings(path());
+        settings.setValue(s("before"), 1);
+        settings.setValue(s("an/id, \"of\" \\ ж"), value);
+        QVERIFY(settings.save());
+        const QByteArray written = contentsOf(path());
+        QCOMPARE(validLines(written), written);
+        const SettingsFile again(path());
+        QCOMPARE(again.keys(), settings.keys());
+        const auto stream = [](const QVariant &each) {
+            QByteArray bytes;
+            QDataStream out(&bytes, QIODevice::WriteOnly);
+            out << each;
+            return bytes;
+        };
+        QCOMPARE(stream(again.value(again.keys().constFirst())), stream(value));
     }
 
     void dropsWhatNobodyWrote_data()
     {
-        QTest::addColumn<QByteArray>("value");
-        const QByteArray evil = variant(number(kList) + number(0x0FFFFFFF));
-        QTest::newRow("huge list") << evil;
-        QTest::newRow("huge list of texts") << variant(number(QMetaType::QStringList) + number(0xFFFFFFFE));
-        QTest::newRow("nested without end")
-            << variant(QByteArray(number(kList) + number(1)).repeated(100000));
-        QTest::newRow("maps without end")
-            << variant(QByteArray(number(kMap) + number(1) + number(0)).repeated(100000));
-        QTest::newRow("cut off") << QByteArray("@Variant(\\0\\0\\0");
-        QTest::newRow("foreign kind") << variant(number(QMetaType::QPixmap) + number(1));
-        QTest::newRow("list under another name")
-            << variant(number(127) + number(13) + QByteArray("QVariantList\0", 13) + number(0x0FFFFFFF));
-        QTest::newRow("record within a list")
-            << variant(number(kList) + number(1) + number(127) + number(5) + QByteArray("Task\0", 5));
-        QTest::newRow("in a list") << QByteArray("a, " + evil);
-        QTest::newRow("behind two blanks") << QByteArray("a,  " + evil);
-        QTest::newRow("second letter as a number") << QByteArray("@\\x56\\x61" + evil.mid(3));
-        QTest::newRow("quote within") << QByteArray("@Va\"" + evil.mid(3) + '"');
-        QTest::newRow("line goes on") << QByteArray("@Var\\\niant(" + evil.mid(9));
-        QTest::newRow("carriage return") << QByteArray("@\rb=" + evil);
-        QTest::newRow("quote left open") << QByteArray("\"@text");
-        QTest::newRow("ends in a backslash") << QByteArray("abc\\");
+        addColumns<QByteArray>("value");
+        const auto row = [](const char *name, const QByteArray &value) { QTest::newRow(name) << value; };
+        const QByteArray evil = variant(kList + number(0x0FFFFFFF));
+        row("huge list", evil);
+        row("huge list of texts", variant(number(QMetaType::QStringList) + number(0xFFFFFFFE)));
+        row("nested without end", variant(QByteArray(kList + number(1)).repeated(100000)));
+        row("maps without end", variant(QByteArray(kMap + number(1) + number(0)).repeated(100000)));
+        row("cut off", "@Variant(\\0\\0\\0");
+        row("foreign kind", variant(number(QMetaType::QPixmap) + number(1)));
+        row("another name",
+            variant(kRecord + number(13) + QByteArray("QVariantList\0", 13) + number(0x0FFFFFFF)));
+        row("record in a list", variant(kList + number(1) + kRecord + number(5) + QByteArray("Task\0", 5)));
+        row("in a list", "a, " + evil);
+        row("after two blanks", "a,  " + evil);
+        row("second letter as a number", "@\\x56\\x61" + evil.mid(3));
+        row("quote within", "@Va\"" + evil.mid(3) + '"');
+        row("line goes on", "@Var\\\niant(" + evil.mid(9));
+        row("carriage return", "@\rb=" + evil);
+        row("quote left open", "\"@text");
+        row("ends in a backslash", "abc\\");
     }
 
     void dropsWhatNobodyWrote()
@@ -134,134 +140,126 @@ private slots:
         QFETCH(QByteArray, value);
         const QByteArray before = "[General]\nlogged=true\n";
         const QByteArray after = "password=\"p;\\x44f\"\n";
-        const QString path = m_folder.filePath(QString::fromLatin1(QTest::currentDataTag()) + s(" dropped"));
-        QVERIFY(writeFile(path, before + "damaged=" + value + '\n' + after));
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(s("^Error! Settings file is damaged: ")));
-        const auto settings = openSettings(path);
-        QVERIFY(settings->value(s("logged")).toBool());
-        QCOMPARE(settings->value(s("password")).toString(), s("p;я"));
-        QVERIFY(!settings->contains(s("damaged")));
-        QVERIFY(contentsOf(path).startsWith(before) && contentsOf(path).endsWith(after));
+        QVERIFY(writeFile(path(), before + "damaged=" + value + '\n' + after));
+        expectDamage();
+        SettingsFile settings(path());
+        QVERIFY(settings.value(s("logged")).toBool());
+        QCOMPARE(settings.value(s("password")).toString(), s("p;я"));
+        QVERIFY(!settings.contains(s("damaged")));
+        QVERIFY(contentsOf(path()).startsWith(before + after));
     }
 
-    // With a name as long as a name may be there is no room for a second one beside it.
-    void keepsWhatCannotBeReplaced()
+    // What another program writes is no damage.
+    void findsDamage_data()
     {
-        const QString path = m_folder.filePath(s("x").repeated(252));
-        const QByteArray before = "[General]\nbefore=1\n";
-        QVERIFY(writeFile(path, before));
-        QSettings settings(path, QSettings::IniFormat);
-        settings.setValue(s("after"), 2);
-        QVERIFY(!syncSettings(settings));
-        QCOMPARE(contentsOf(path), before);
+        addColumns<QByteArray, QByteArray, bool>("before", "after", "isDamage");
+        const auto row = [](const char *before, const QByteArray &after, bool isDamage) {
+            QTest::addRow("%s", before) << QByteArray(before) << after << isDamage;
+        };
+        row("none", "", false);
+        row("tes=31", "tes=71", true);
+        row("ID=7\n", "ID=6\n", true);
+        row("minutes=31\n", "", true);
+        row("minutes=31", QByteArray(10, '\0'), true);
+        row("\n;", "\n;checksum=1\na=1\n;", true);
+        row(";checksum=", ";", false);
+    }
+
+    void findsDamage()
+    {
+        QFETCH(QByteArray, before);
+        QFETCH(QByteArray, after);
+        QFETCH(bool, isDamage);
+        SettingsFile settings(path());
+        settings.setValue(s("minutes"), 31);
+        settings.setValue(s("taskID"), 7);
+        QVERIFY(settings.save());
+        const QByteArray damaged = contentsOf(path()).replace(before, after);
+        QVERIFY(writeFile(path(), damaged));
+        QVERIFY(SettingsFile(path(), SettingsFile::Use::Shared).contains(s("taskID")));
+        if (isDamage)
+            expectDamage();
+        QCOMPARE(SettingsFile(path()).keys().isEmpty(), isDamage);
+        QCOMPARE(contentsOf(path() + s(isDamage ? ".unusable-1" : "")), damaged);
     }
 
     // As root or a restored backup may leave it.
     void replacesWhatIsInTheWay_data()
     {
-        QTest::addColumn<QString>("made"); // by a shell, of the file "f"
-        QTest::addColumn<bool>("isRead");
-        QTest::newRow("a link") << s("mv f g; ln -s g f") << true;
-        QTest::newRow("not writable") << s("chmod 444 f") << true;
-        QTest::newRow("not readable") << s("chmod 0 f") << false;
-        QTest::newRow("not readable, not the first")
-            << s("echo >f.unusable-1; chmod 0 f; touch -d 2020-01-01 f") << false;
-        QTest::newRow("folder") << s("rm f; mkdir -p f/g") << false;
-        QTest::newRow("pipe") << s("rm f; mkfifo f") << false;
-        QTest::newRow("link to nowhere") << s("ln -sf nowhere/g f") << false;
+        addColumns<QString, bool>("made", "isRead"); // by a shell, of the file "f"
+        const auto row = [](const char *name, const char *made, bool isRead) {
+            QTest::newRow(name) << s(made) << isRead;
+        };
+        row("a link", "mv f g; ln -s g f", true);
+        row("not writable", "chmod 444 f", true);
+        row("not readable", "chmod 0 f", false);
+        row("not readable, not the first", "echo >f.unusable-1; chmod 0 f; touch -d 2020-01-01 f", false);
+        row("folder", "rm f; mkdir -p f/g", false);
+        row("pipe", "rm f; mkfifo f", false);
+        row("link to nowhere", "ln -sf nowhere/g f", false);
+        row("unfinished new files", "mkfifo .new-f; touch .new-f.lock .new-f.x1", true);
     }
 
     void replacesWhatIsInTheWay()
     {
         QFETCH(QString, made);
         QFETCH(bool, isRead);
-        const QTemporaryDir folder;
-        const QString path = folder.filePath(s("f"));
-        QVERIFY(writeFile(path, "[General]\nbefore=1\n"));
-        QProcess shell;
-        shell.setWorkingDirectory(folder.path());
-        shell.start(s("sh"), {s("-ec"), made + s("; ls -A >../before")});
-        QVERIFY(shell.waitForFinished() && shell.exitCode() == 0);
-        const int files = contentsOf(folder.filePath(s("../before"))).count('\n');
-        const WithoutPrivileges user;
-        const auto settings = openSettings(path);
-        QCOMPARE(settings->contains(s("before")), isRead);
-        settings->setValue(s("after"), 2);
-        bool written = false;
-        QTRY_VERIFY(written || (written = syncSettings(*settings)));
-        QCOMPARE(contentsOf(path), "[General]\nafter=2\n" + QByteArray(isRead ? "before=1\n" : ""));
-        // Whatever could not be read is still there.
-        const auto all = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
-        QCOMPARE(QDir(folder.path()).entryList(all).size(), files + (isRead ? 0 : 1));
-    }
-
-    void waitsForNoLockThatNobodySigned()
-    {
-        const QString path = m_folder.filePath(s("locked"));
-        QVERIFY(writeFile(path + s(".lock"), QByteArray()));
-        QSettings settings(path, QSettings::IniFormat);
-        settings.setValue(s("a"), 1);
-        QElapsedTimer time;
-        time.start();
-        QVERIFY(syncSettings(settings));
-        QVERIFY2(time.elapsed() < 5000, qPrintable(QString::number(time.elapsed())));
-        QCOMPARE(contentsOf(path), QByteArray("[General]\na=1\n"));
-    }
-
-    // Whatever is left after any damage can be read, entry by entry.
-    void survivesDamage()
-    {
-        const QString path = m_folder.filePath(s("whole"));
-        {
-            const auto settings = openSettings(path);
-            settings->setValue(s("counters"), QVariantMap{{s("1"), QTime(1, 31)}});
-            settings->setValue(s("details"), details());
-            settings->setValue(s("versions"), QVariantList{QVariantMap{{s("a"), QVariantList{1}}}});
-        }
-        const QByteArray whole = contentsOf(path);
-        const auto readAll = [this](const QByteArray &damaged) {
-            const QString copy = m_folder.filePath(s("damaged"));
-            QVERIFY(writeFile(copy, soundLines(damaged)));
-            const QSettings settings(copy, QSettings::IniFormat);
-            const QStringList keys = settings.allKeys();
-            for (const QString &key : keys)
-                settings.value(key);
-            QVERIFY(keys.size() <= 4);
+        QVERIFY(writeFile(path(), "[General]\nbefore=1\n"));
+        const QStringList script{s("-ec"), s("cd '%1'; ").arg(m_folder->path()) + made};
+        QCOMPARE(QProcess::execute(s("sh"), script), 0);
+        const auto files = [this] {
+            const auto all = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
+            return QDir(m_folder->path()).entryList(all).filter(QRegularExpression(s("^[^.]"))).size();
         };
-        for (int at = 0; at < whole.size(); ++at) {
-            readAll(whole.left(at));
-            for (int bit = 1; bit < 0x100; bit *= 2) {
-                QByteArray damaged = whole;
-                damaged[at] = static_cast<char>(damaged.at(at) ^ bit);
-                readAll(damaged);
-            }
-        }
+        const int filesBefore = files();
+        SettingsFile settings(path());
+        QCOMPARE(settings.contains(s("before")), isRead);
+        // Its owner may be about to share what was written only now.
+        QCOMPARE(QFile::exists(path()), isRead || made == s("chmod 0 f"));
+        settings.setValue(s("after"), 2);
+        QTRY_VERIFY(settings.save());
+        QVERIFY(
+            contentsOf(path()).startsWith("[General]\nafter=2\n" + QByteArray(isRead ? "before=1\n;" : ";")));
+        // Whatever could not be read is still there.
+        QCOMPARE(files(), filesBefore + (isRead ? 0 : 1));
+        QVERIFY(!QFile::exists(m_folder->filePath(s(".new-f.x1"))));
+        // And while it is in use.
+        QCOMPARE(QProcess::execute(s("sh"), script), 0);
+        QTRY_VERIFY(settings.save() && QFileInfo(path()).isFile());
     }
 
-    void readsWhatAnotherProcessRepaired()
+    // Such as for want of descriptors.
+    void readsLaterWhatCannotBeReadNow()
     {
-        const QString path = m_folder.filePath(s("shared"));
-        const auto settings = openSettings(path);
-        QVERIFY(writeFile(
-            path, "[General]\nforceUpdate=true\nx=" + variant(number(kList) + number(0x0FFFFFFF)) + '\n'));
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(s("^Error! Settings file is damaged: ")));
-        QVERIFY(repairSettings(path));
-        settings->sync();
-        QCOMPARE(settings->allKeys(), QStringList{s("forceUpdate")});
+        QVERIFY(writeFile(path(), "[General]\nafter=1\nbefore=1\n"));
+        SettingsFile settings;
+        withLimit(RLIMIT_NOFILE, 0, [&] { settings = SettingsFile(path()); });
+        settings.setValue(s("after"), 2);
+        QVERIFY(settings.save());
+        QVERIFY(contentsOf(path()).startsWith("[General]\nafter=2\nbefore=1\n;"));
+    }
+
+    // QSettings takes a file for written that met a full disk.
+    void keepsWhatIsWhole()
+    {
+        SettingsFile settings(path(), SettingsFile::Use::Shared);
+        QVERIFY(settings.save());
+        settings.setValue(s("long"), s("x").repeated(10000));
+        std::signal(SIGXFSZ, SIG_IGN);
+        bool isWritten = true;
+        withLimit(RLIMIT_FSIZE, 4096, [&] { isWritten = settings.save(); });
+        QVERIFY(!isWritten);
+        QCOMPARE(contentsOf(path()).size(), 0);
     }
 
 private:
-    static QVariant details()
+    QString path() const { return m_folder->filePath(s("f")); }
+    static void expectDamage()
     {
-        TaskInfo info;
-        info.title = s("Ёж, \"тест\" = \\ ; @Variant(");
-        info.deadline = QDateTime(QDate(2026, 3, 1), QTime(18, 0));
-        info.texts.append(TextTask());
-        info.texts[0].page = QUrl(s("https://site.example/page"));
-        return QVariant::fromValue(info);
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(s("^Error! Settings file is damaged: ")));
     }
 
-    QTemporaryDir m_folder;
+    std::unique_ptr<QTemporaryDir> m_folder;
 };
 
 QTEST_GUILESS_MAIN(TestSettingsFile)
