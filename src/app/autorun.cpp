@@ -1,6 +1,6 @@
 #include "app/autorun.h"
 
-#include <QDebug>
+#include "base/log.h"
 
 AutoRun::AutoRun(QObject *parent)
     : QObject(parent)
@@ -8,12 +8,12 @@ AutoRun::AutoRun(QObject *parent)
 
 bool AutoRun::enable(bool on)
 {
-    qDebug() << "AutoRun.cpp enable";
+    qCDebug(lcApp) << "AutoRun.cpp enable";
     return on;
 }
 
 bool AutoRun::isEnabled()
 {
-    qDebug() << "AutoRun.cpp isEnabled";
+    qCDebug(lcApp) << "AutoRun.cpp isEnabled";
     return false;
 }

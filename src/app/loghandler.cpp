@@ -3,6 +3,7 @@
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
+#include <QLoggingCategory>
 #include <QTextStream>
 
 #include <algorithm>
@@ -158,5 +159,7 @@ void closeLogFile()
 
 void installLogHandler()
 {
+    // Some distributions and desktops turn all debug messages off.
+    QLoggingCategory::setFilterRules(QStringLiteral("orvana.*.debug=true"));
     s_lastHandler = qInstallMessageHandler(qDebugHandler);
 }

@@ -6,6 +6,7 @@
 #include "base/buildstamp.h"
 #include "base/buildvalues.h"
 #include "base/deployment.h"
+#include "base/log.h"
 #include "base/programstart.h"
 #include "notifications/notificationmanager.h"
 #include "service/orvana.h"
@@ -15,7 +16,6 @@
 #include "ui/mainform.h"
 #include "update/orvanaupdate.h"
 
-#include <QDebug>
 #include <QFile>
 #include <QLibraryInfo>
 #include <QLocale>
@@ -103,7 +103,7 @@ bool continuesWithoutWatcher()
                        "администратору.\n"
                        "Желаете продолжить работу с программой(информация об активности не будет собранна)?"),
         QStringLiteral("Да"), QStringLiteral("Нет"), QString(), kYes, kNoEscape);
-    qDebug() << answer;
+    qCDebug(lcApp) << answer;
     return answer == kYes;
 }
 
@@ -137,12 +137,12 @@ int main(int argc, char *argv[])
     Orvana::removeDir(orvana.storageDirectory().filePath(QStringLiteral("cached")));
     openLogFile(orvana.storageDirectory().filePath(QStringLiteral("log.log")));
     installLogHandler();
-    qDebug() << QCoreApplication::applicationName() + QLatin1Char(' ')
+    qCDebug(lcApp) << QCoreApplication::applicationName() + QLatin1Char(' ')
             + QCoreApplication::applicationVersion() + QStringLiteral(" started. Build date: ")
             + buildStamp();
     const QStringList problems = Deployment::problems();
     for (const QString &problem : problems)
-        qWarning().noquote() << problem;
+        qCWarning(lcApp).noquote() << problem;
     applyStyleSheet(application);
 
     if (isCleanUp) {

@@ -1,8 +1,8 @@
 #include "app/sessionend.h"
 
+#include "base/log.h"
 #include "service/orvana.h"
 
-#include <QDebug>
 #include <QGuiApplication>
 
 #include <cstdlib>
@@ -36,7 +36,7 @@ SessionEnd::SessionEnd(Orvana *orvana)
     connect(
         qGuiApp, &QGuiApplication::commitDataRequest, this,
         [orvana] {
-            qDebug() << "The desktop's session ends";
+            qCDebug(lcApp) << "The desktop's session ends";
             orvana->save();
         },
         Qt::DirectConnection);

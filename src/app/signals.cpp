@@ -1,7 +1,8 @@
 #include "app/signals.h"
 
+#include "base/log.h"
+
 #include <QCoreApplication>
-#include <QDebug>
 #include <QSocketNotifier>
 
 #include <cerrno>
@@ -36,7 +37,7 @@ TerminationSignals::TerminationSignals(QObject *parent)
     connect(notifier, &QSocketNotifier::activated, this, [this] {
         char byte = 0;
         while (read(m_sockets[1], &byte, sizeof byte) > 0) { }
-        qDebug() << "Asked to terminate";
+        qCDebug(lcApp) << "Asked to terminate";
         QCoreApplication::quit();
     });
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {

@@ -1,7 +1,8 @@
 #include "app/singleinstance.h"
 
+#include "base/log.h"
+
 #include <QCoreApplication>
-#include <QDebug>
 #include <QFile>
 #include <QSharedMemory>
 #include <QThread>
@@ -85,6 +86,6 @@ bool checkUniqueuness()
     }
     if (isHeldByAnother(keyFile))
         return false;
-    qWarning() << "Single-instance lock can't be taken, but nobody holds it:" << keyFile;
+    qCWarning(lcApp) << "Single-instance lock can't be taken, but nobody holds it:" << keyFile;
     return true;
 }

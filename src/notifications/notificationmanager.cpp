@@ -1,10 +1,10 @@
 #include "notifications/notificationmanager.h"
 
+#include "base/log.h"
 #include "notifications/notificationform.h"
 #include "notifications/notificationhost.h"
 
 #include <QApplication>
-#include <QDebug>
 
 #include <algorithm>
 #include <iterator>
@@ -105,7 +105,7 @@ void NotificationManager::keepBack(const Waiting &waiting)
 void NotificationManager::dropOldest()
 {
     if (!m_hasDropped)
-        qWarning() << "Too many notifications wait, the oldest are dropped";
+        qCWarning(lcNotifications) << "Too many notifications wait, the oldest are dropped";
     m_hasDropped = true;
     const auto oldest =
         m_hidden.front().type == UpdateAvailable ? std::next(m_hidden.begin()) : m_hidden.begin();

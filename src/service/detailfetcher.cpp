@@ -1,10 +1,10 @@
 #include "service/detailfetcher.h"
 
+#include "base/log.h"
 #include "base/notificationsink.h"
 #include "service/replyparser.h"
 #include "service/serviceconnection.h"
 
-#include <QDebug>
 #include <QNetworkReply>
 
 namespace {
@@ -36,20 +36,21 @@ void DetailFetcher::processRequestTaskInfo(QNetworkReply *reply)
 {
     const QByteArray body = reply->readAll();
     if (!m_service->validateReply(body)) {
-        qDebug() << reply->request().url();
+        qCDebug(lcService) << reply->request().url();
         return;
     }
-    qDebug().noquote() << "TaskInfo for" << reply->property("task_id").toString() << ":" << bodyForLog(body);
+    qCDebug(lcService).noquote() << "TaskInfo for" << reply->property("task_id").toString() << ":"
+                                 << bodyForLog(body);
     const TaskAnswer answer = parseTaskAnswer(body);
     if (answer.leftOut > 0)
-        qWarning() << "Error! Too many parts of a task, left out:" << answer.leftOut;
+        qCWarning(lcService) << "Error! Too many parts of a task, left out:" << answer.leftOut;
     if (answer.status == QLatin1String("ok")) {
         emit fetched(answer.task);
         return;
     }
-    qDebug() << reply->url();
+    qCDebug(lcService) << reply->url();
     // The same words as for a refused deadline: log readers look for them.
-    qDebug().noquote() << "Request for deadline change: " << bodyForLog(body);
+    qCDebug(lcService).noquote() << "Request for deadline change: " << bodyForLog(body);
     m_notifications->addNotification(QStringLiteral("Ошибка получения данных по задаче: ") + answer.message);
 }
 

@@ -2,11 +2,11 @@
 
 #include "base/deployment.h"
 #include "base/exemptteam.h"
+#include "base/log.h"
 #include "base/programstart.h"
 #include "service/ovsession.h"
 #include "service/replyparser.h"
 
-#include <QDebug>
 #include <QDesktopServices>
 #include <QLocale>
 #include <QMetaEnum>
@@ -71,7 +71,7 @@ Orvana::Orvana(NotificationSink *notifications, QObject *parent)
         m_session->initLastLogin();
         m_reports->loadCache();
     } else {
-        qWarning() << "Storage directory can't be used:" << storageDirectory().path();
+        qCWarning(lcService) << "Storage directory can't be used:" << storageDirectory().path();
     }
     m_loginAttempt = new Session(this, this);
     // A user's own were removed as their files were loaded.
@@ -81,7 +81,7 @@ Orvana::Orvana(NotificationSink *notifications, QObject *parent)
 Orvana::~Orvana()
 {
     save();
-    qDebug() << "Exit Orvana Team Monitor OK";
+    qCDebug(lcService) << "Exit Orvana Team Monitor OK";
 }
 
 void Orvana::save()
@@ -96,7 +96,7 @@ void Orvana::openUrl(const QString &url)
 {
     const QUrl target(url);
     if (target.scheme() != QLatin1String("https") && target.scheme() != QLatin1String("http")) {
-        qWarning() << "Not a web address:" << url;
+        qCWarning(lcService) << "Not a web address:" << url;
         return;
     }
     const UserSurroundings surroundings;
@@ -136,8 +136,9 @@ void Orvana::replyFinished(QNetworkReply *reply)
     const bool isAnswer = ServiceConnection::isAnswer(*reply);
     if (!isAnswer) {
         const auto errors = QMetaEnum::fromType<QNetworkReply::NetworkError>();
-        qDebug() << "Request: " << reply->request().url();
-        qDebug() << "Reply finished:" << errors.valueToKey(reply->error()) << " - " << reply->errorString();
+        qCDebug(lcService) << "Request: " << reply->request().url();
+        qCDebug(lcService) << "Reply finished:" << errors.valueToKey(reply->error()) << " - "
+                           << reply->errorString();
     }
     // The account may be changed while replies are under way; one user's lists and
     // totals must not end in another's session.
@@ -216,7 +217,7 @@ void Orvana::processCheckLoginReply(QNetworkReply *reply)
     if (login.isEmpty() || reply->property(kAttemptProperty).toInt() != m_loginAttempts)
         return;
     const QString password = m_loginAttempt->password();
-    qDebug() << "Login as " << login;
+    qCDebug(lcService) << "Login as " << login;
     if (!m_session->login().isEmpty()) {
         m_reports->storeUnwritten();
         m_session->save();
@@ -244,7 +245,7 @@ void Orvana::processTeamsAndTasksReply(QNetworkReply *reply)
     const QByteArray body = reply->readAll();
     if (!validateReply(body))
         return;
-    qDebug().noquote() << "Teams and tasks data:" << bodyForLog(body);
+    qCDebug(lcService).noquote() << "Teams and tasks data:" << bodyForLog(body);
     parseTeamsAndTasksReply(body);
 }
 
@@ -254,7 +255,7 @@ void Orvana::parseTeamsAndTasksReply(const QByteArray &body)
     int leftOut = 0;
     const QList<TeamTasks> all = parseTeamsAndTasks(body, m_session->lists(), &leftOut);
     if (leftOut > 0)
-        qWarning() << "Error! Too many teams or tasks, left out:" << leftOut;
+        qCWarning(lcService) << "Error! Too many teams or tasks, left out:" << leftOut;
     teams.reserve(all.size());
     QStringList missing;
     for (const TeamTasks &entry : all) {
@@ -280,8 +281,8 @@ void Orvana::processCheckUpdateReply(QNetworkReply *reply)
     // A refused body is stored all the same: the last description received is
     // what counts.
     if (!validateReply(body))
-        qDebug() << reply->request().url();
-    qDebug().noquote() << "Update data: " << bodyForLog(body);
+        qCDebug(lcService) << reply->request().url();
+    qCDebug(lcService).noquote() << "Update data: " << bodyForLog(body);
     emit updateDescriptionReceived(body);
 }
 
@@ -298,11 +299,11 @@ void Orvana::requestTimeSync(const QString &taskId)
 void Orvana::processRequestTimeSync(QNetworkReply *reply)
 {
     const QByteArray body = reply->readAll();
-    qDebug().noquote() << "time sync :" << bodyForLog(body);
+    qCDebug(lcService).noquote() << "time sync :" << bodyForLog(body);
     // An error answer sets the counters to zero: a user whom the service does not know
     // has no time today.
     if (!validateReply(body))
-        qDebug() << reply->request().url();
+        qCDebug(lcService) << reply->request().url();
     const DayTotals totals = parseDayTotals(parseObject(body));
     // Totals without a day would be taken for yesterday's at the first tick.
     if (!m_session->worktimeDate().isValid())
@@ -317,7 +318,7 @@ void Orvana::processRequestTimeSync(QNetworkReply *reply)
         m_session->setActiveTaskTime(taskId, totals.task);
     // While the timer is stopped no step follows that would show the new totals.
     emit m_session->timeUpdated();
-    qDebug() << "Active:" << totals.active << "total:" << totals.total;
+    qCDebug(lcService) << "Active:" << totals.active << "total:" << totals.total;
 }
 
 void Orvana::requestDeadlineChange(const QDate &date, const QString &message, const QTime &time)
@@ -336,14 +337,14 @@ void Orvana::processRequestDeadlineChange(QNetworkReply *reply)
 {
     const QByteArray body = reply->readAll();
     if (!validateReply(body))
-        qDebug() << reply->request().url();
+        qCDebug(lcService) << reply->request().url();
     const QVariantMap answer = parseObject(body);
     if (answer.value(QStringLiteral("status")).toString() == QLatin1String("ok")) {
-        qDebug().noquote() << "Request for deadline change: " << bodyForLog(body);
+        qCDebug(lcService).noquote() << "Request for deadline change: " << bodyForLog(body);
         notify(QStringLiteral("Запрос на продление задачи успешно отправлен"));
         return;
     }
-    qDebug() << reply->url();
-    qDebug().noquote() << "Request for deadline change: " << bodyForLog(body);
+    qCDebug(lcService) << reply->url();
+    qCDebug(lcService).noquote() << "Request for deadline change: " << bodyForLog(body);
     notify(QStringLiteral("Ошибка переноса задачи:") + answer.value(QStringLiteral("message")).toString());
 }

@@ -1,9 +1,8 @@
 #include "service/ovsession.h"
 
 #include "base/exemptteam.h"
+#include "base/log.h"
 #include "service/listchanges.h"
-
-#include <QDebug>
 
 #include <algorithm>
 #include <iterator>
@@ -99,8 +98,8 @@ void Orvana::Session::announceTaskChanges(const QList<Task> &tasks, const QStrin
             break;
         case TaskAdded:
         case BlockingTaskAdded:
-            qDebug() << (change.type == TaskAdded ? "Task added" : "Task blocked added")
-                     << change.newTask.title << change.newTask.id;
+            qCDebug(lcService) << (change.type == TaskAdded ? "Task added" : "Task blocked added")
+                               << change.newTask.title << change.newTask.id;
             Q_FALLTHROUGH();
         default:
             m_owner->notify(change.newTask.title, change.type, change.newTask.id);
@@ -159,7 +158,7 @@ void Orvana::Session::updateSecondsToDisplayedActiveTime()
 
 QTime Orvana::Session::todayActiveTime(const QString &taskId) const
 {
-    qDebug() << "Session.cpp todayActiveTime";
+    qCDebug(lcService) << "Session.cpp todayActiveTime";
     return m_day.activeTimeOf(taskId);
 }
 

@@ -1,6 +1,7 @@
 #include "service/reportsender.h"
 
 #include "base/crashpoint.h"
+#include "base/log.h"
 #include "base/notificationsink.h"
 #include "model/json.h"
 #include "service/replyparser.h"
@@ -12,7 +13,6 @@
 
 #include <QBuffer>
 #include <QCoreApplication>
-#include <QDebug>
 #include <QFile>
 #include <QFileInfo>
 #include <QImage>
@@ -140,7 +140,7 @@ void ReportSender::sendTaskActivity(int activeSlices)
     QStringList values;
     for (const QVariant &value : qAsConst(body))
         values.append(shortened(value.toString()));
-    qDebug() << "Activity data prepared" << url << values;
+    qCDebug(lcService) << "Activity data prepared" << url << values;
     sendActivityFile(saveActivityData(url, body));
 }
 
@@ -150,7 +150,7 @@ void ReportSender::sendScreenshotActivity(const QImage &image)
     QBuffer jpeg;
     jpeg.open(QIODevice::WriteOnly);
     if (!image.save(&jpeg, "JPG")) {
-        qDebug() << "Error! Can't convert to JPG format!";
+        qCDebug(lcService) << "Error! Can't convert to JPG format!";
         m_notifications->addNotification(
             QStringLiteral("При отправке снимка экрана произошла ошибка. Обратитесь в техподдержку"));
         return;
@@ -158,12 +158,12 @@ void ReportSender::sendScreenshotActivity(const QImage &image)
     const QString path = newPicturePath(cacheOf(m_subject().login));
     QString reason;
     if (!m_storage->prepare() || !ActivityCache::writeWhole(path, jpeg.data(), &reason)) {
-        qWarning() << "Error! Screenshot can't be written:" << path << reason;
+        qCWarning(lcService) << "Error! Screenshot can't be written:" << path << reason;
         m_notifications->addNotification(kNoScreenshot);
         return;
     }
     body.insert(CacheRecord::kFileName, path);
-    qDebug() << "Screenshot prepared";
+    qCDebug(lcService) << "Screenshot prepared";
     sendActivityFile(saveActivityData(QString(m_service->url() + kScreenshotPath), body));
 }
 
@@ -185,7 +185,7 @@ QString ReportSender::saveActivityData(const QVariant &url, const QVariant &body
 
 void ReportSender::keepUnwritten(const UnwrittenRecord &record, const QString &reason)
 {
-    qWarning() << "Error! Activity record can't be written:" << reason;
+    qCWarning(lcService) << "Error! Activity record can't be written:" << reason;
     if (m_unwritten.size() >= kMaxUnwritten)
         m_unwritten.removeFirst();
     m_unwritten.append(record);
@@ -241,7 +241,7 @@ void ReportSender::sendCachedActivity()
     const QString path = prepareCache() ? m_cache.next() : QString();
     if (path.isEmpty())
         return;
-    qDebug() << "file prepared:" << QFileInfo(path).fileName();
+    qCDebug(lcService) << "file prepared:" << QFileInfo(path).fileName();
     sendActivityFile(path);
 }
 
@@ -251,13 +251,13 @@ void ReportSender::sendActivityFile(const QString &path)
     if (path.isEmpty() || m_underWay.contains(path))
         return;
     if (m_underWay.size() >= kMaxUnderWay) {
-        qDebug() << "Too many reports under way, on the disk waits" << QFileInfo(path).fileName();
+        qCDebug(lcService) << "Too many reports under way, on the disk waits" << QFileInfo(path).fileName();
         return;
     }
     QByteArray contents;
     const ActivityCache::Read result = ActivityCache::read(path, &contents);
     if (result == ActivityCache::Read::Busy || result == ActivityCache::Read::Denied) {
-        qWarning() << "Error! Activity file can't be read just now:" << path;
+        qCWarning(lcService) << "Error! Activity file can't be read just now:" << path;
         if (result == ActivityCache::Read::Denied) {
             m_cache.setAside(path);
             continueSending();
@@ -267,7 +267,7 @@ void ReportSender::sendActivityFile(const QString &path)
     QVariantMap record = CacheRecord::parse(contents);
     const QString url = record.value(CacheRecord::kUrl).toString();
     if (url.isEmpty()) {
-        qDebug().noquote() << "Error!  Invalid activity file!" << bodyForLog(contents);
+        qCDebug(lcService).noquote() << "Error!  Invalid activity file!" << bodyForLog(contents);
         removeCachedActivityFile(path, CacheRecord::pictureOf(record));
         return;
     }
@@ -276,14 +276,15 @@ void ReportSender::sendActivityFile(const QString &path)
                                                     : actualizeActivityTimestamp(record);
 
     const QVariantMap body = record.value(CacheRecord::kBody).toMap();
-    qDebug() << url;
+    qCDebug(lcService) << url;
     for (auto it = body.cbegin(); it != body.cend(); ++it) {
         if (it.key() != CacheRecord::kFile)
-            qDebug().noquote() << it.key() + QStringLiteral(": ") + shortened(it.value().toString());
+            qCDebug(lcService).noquote()
+                << it.key() + QStringLiteral(": ") + shortened(it.value().toString());
     }
     const QString picture = CacheRecord::pictureOf(record);
     if (picture.isEmpty() && body.contains(CacheRecord::kFileName)) {
-        qDebug() << "Error! Screenshot is missed!";
+        qCDebug(lcService) << "Error! Screenshot is missed!";
         m_notifications->addNotification(kNoScreenshot);
     }
 
@@ -304,7 +305,7 @@ QVariantMap ReportSender::prepareDataForExport(const QVariantMap &record) const
     const QString name = body.value(CacheRecord::kFileName).toString();
     QFile picture(name);
     if (!isOwnScreenshot(name) || !picture.open(QIODevice::ReadOnly)) {
-        qWarning() << "Error! Screenshot can't be opened:" << name;
+        qCWarning(lcService) << "Error! Screenshot can't be opened:" << name;
         return prepared;
     }
     body.insert(CacheRecord::kFile, picture.readAll().toBase64());
@@ -335,26 +336,26 @@ void ReportSender::processSendActivityReply(QNetworkReply *reply)
     if (isAccepted(*reply, body))
         removeCachedActivityFile(path, reply->property(kPictureProperty).toString());
     else
-        qDebug().noquote() << "Activity not sended " << bodyForLog(body);
+        qCDebug(lcService).noquote() << "Activity not sended " << bodyForLog(body);
 }
 
 bool ReportSender::isAccepted(const QNetworkReply &reply, const QByteArray &body) const
 {
     if (!m_service->validateReply(body)) {
-        qDebug() << reply.request().url();
+        qCDebug(lcService) << reply.request().url();
         return false;
     }
     // The record's own address decides: the base URL may have changed since it was made.
     if (!reply.url().path().endsWith(kActivityPath)) {
         if (body != "ok")
             return false;
-        qDebug() << "ver 1.0 activity sended";
+        qCDebug(lcService) << "ver 1.0 activity sended";
         return true;
     }
     const QString status = parseObject(body).value(QStringLiteral("status")).toString();
     if (status != QLatin1String("ok"))
         return false;
-    qDebug() << "Activity sended" << status;
+    qCDebug(lcService) << "Activity sended" << status;
     return true;
 }
 

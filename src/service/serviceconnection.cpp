@@ -1,10 +1,10 @@
 #include "service/serviceconnection.h"
 
 #include "base/deployment.h"
+#include "base/log.h"
 #include "base/notificationsink.h"
 #include "service/replyparser.h"
 
-#include <QDebug>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QSslError>
@@ -98,14 +98,15 @@ QNetworkReply *ServiceConnection::prepared(QNetworkReply *reply, Stage stage)
 {
     reply->setProperty("stage", static_cast<int>(stage));
     connect(reply, &QNetworkReply::redirected, this, [reply](const QUrl &target) {
-        qWarning() << "Error! Redirect refused:" << reply->request().url().path() << "to" << target.host();
+        qCWarning(lcService) << "Error! Redirect refused:" << reply->request().url().path() << "to"
+                             << target.host();
         reply->abort();
     });
     const bool isList = stage == CheckLogin || stage == TeamsAndTasks || stage == TaskDetails;
     connect(reply, &QNetworkReply::readyRead, this, [reply, max = isList ? kMaxListSize : kMaxAnswerSize] {
         if (reply->bytesAvailable() <= max)
             return;
-        qWarning() << "Error! Reply is too long:" << reply->url().path();
+        qCWarning(lcService) << "Error! Reply is too long:" << reply->url().path();
         reply->abort();
     });
     return reply;
@@ -115,7 +116,7 @@ void ServiceConnection::ensureAccessible()
 {
     if (network()->networkAccessible() != QNetworkAccessManager::NotAccessible)
         return;
-    qDebug() << "Network is not accessbile! Try to fix it.";
+    qCDebug(lcService) << "Network is not accessbile! Try to fix it.";
     network()->setNetworkAccessible(QNetworkAccessManager::Accessible);
 }
 
@@ -135,16 +136,16 @@ bool ServiceConnection::isFor(const QString &login, const QNetworkReply &reply)
 bool ServiceConnection::validateReply(const QByteArray &body)
 {
     if (body == kInvalidCredentialsBody) {
-        qDebug() << "Invalid email/pswd/client";
+        qCDebug(lcService) << "Invalid email/pswd/client";
         emit refused(InvalidCredentials);
     } else if (body.startsWith("{\"status\":\"error\"") || body.startsWith("{\"status\":-1")) {
-        qDebug().noquote() << "Unknown error!" << bodyForLog(body);
+        qCDebug(lcService).noquote() << "Unknown error!" << bodyForLog(body);
         emit refused(ServiceError);
     } else if (body.startsWith("\t<!DOCTYPE")) {
-        qDebug() << "Error! Invalid URL!";
+        qCDebug(lcService) << "Error! Invalid URL!";
         emit refused(HtmlReply);
     } else if (isDatabaseError(body)) {
-        qDebug().noquote() << QStringLiteral("Не могу соединиться с базой данных");
+        qCDebug(lcService).noquote() << QStringLiteral("Не могу соединиться с базой данных");
         emit refused(DatabaseDown);
     } else {
         return true;
@@ -159,7 +160,7 @@ void ServiceConnection::sslErrorHandler(QNetworkReply *reply, const QList<QSslEr
         return;
     }
     for (const QSslError &sslError : errors)
-        qWarning() << "Certificate refused:" << sslError.errorString();
+        qCWarning(lcService) << "Certificate refused:" << sslError.errorString();
     if (m_hasReportedCertificate)
         return;
     m_hasReportedCertificate = true;

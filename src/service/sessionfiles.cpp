@@ -1,11 +1,11 @@
 #include "service/sessionfiles.h"
 
+#include "base/log.h"
 #include "service/tasklists.h"
 #include "service/workday.h"
 #include "storage/settingsfile.h"
 #include "storage/storagefolder.h"
 
-#include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QLocale>
@@ -45,7 +45,7 @@ bool write(SettingsFile &store)
 {
     if (store.save())
         return true;
-    qWarning() << "Error! Settings can't be written:" << store.path();
+    qCWarning(lcService) << "Error! Settings can't be written:" << store.path();
     return false;
 }
 

@@ -1,9 +1,9 @@
 #include "storage/settingsfile.h"
 
+#include "base/log.h"
 #include "storage/flushfolder.h"
 #include "storage/settingslines.h"
 
-#include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -48,7 +48,7 @@ bool moveAside(const QString &path)
     while (number < kMaxAside && exists(aside));
     if (!rename(path, aside))
         return false;
-    qWarning() << "Error! Settings file can't be used, kept as" << aside;
+    qCWarning(lcStorage) << "Error! Settings file can't be used, kept as" << aside;
     return true;
 }
 
@@ -131,14 +131,14 @@ bool SettingsFile::load()
     if (file.isOpen() && file.error() != QFileDevice::NoError)
         return false;
     if (m_use == Use::Own && hasWrongChecksum(bytes)) {
-        qWarning() << "Error! Settings file is damaged:" << m_path;
+        qCWarning(lcStorage) << "Error! Settings file is damaged:" << m_path;
         if (!moveAside(m_path))
             return false;
     }
     const QByteArray lines = validLines(bytes);
     if (lines.size() != bytes.size()) {
-        qWarning() << "Error! Settings file is damaged:" << m_path << bytes.size() - lines.size()
-                   << "bytes of entries dropped";
+        qCWarning(lcStorage) << "Error! Settings file is damaged:" << m_path << bytes.size() - lines.size()
+                             << "bytes of entries dropped";
         const QString newName = newNameOf(m_path);
         QFile::remove(newName);
         if (!append(newName, lines) || !rename(newName, m_path))

@@ -1,7 +1,8 @@
 #include "storage/storagefolder.h"
 
+#include "base/log.h"
+
 #include <QCryptographicHash>
-#include <QDebug>
 #include <QFile>
 #include <QUrl>
 
@@ -98,7 +99,7 @@ void StorageFolder::lock()
     m_isTaken = m_lock >= 0 && errno == EWOULDBLOCK;
     // A full disk or a file system without locks must not stop the work.
     if (!m_hasWarned)
-        qWarning() << "Storage directory can't be locked:" << std::strerror(errno);
+        qCWarning(lcStorage) << "Storage directory can't be locked:" << std::strerror(errno);
     m_hasWarned = true;
     if (m_lock >= 0)
         close(m_lock);

@@ -1,5 +1,6 @@
 #include "tracking/trackingloop.h"
 
+#include "base/log.h"
 #include "base/timetexts.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
@@ -7,8 +8,6 @@
 #include "tracking/x11_useractivitywatcher.h"
 #include "update/orvanaupdate.h"
 #include "update/updater.h"
-
-#include <QDebug>
 
 namespace {
 
@@ -77,7 +76,7 @@ void TrackingLoop::startTracking()
 {
     beginMinute();
     m_trackedLogin = m_orvana->session()->login();
-    qDebug() << "Monitor started";
+    qCDebug(lcTracking) << "Monitor started";
     m_orvana->session()->setActive(true);
     m_sendActivityTimer.start();
     m_clockTimer.start();
@@ -89,7 +88,7 @@ void TrackingLoop::startTracking()
 
 void TrackingLoop::stopTracking()
 {
-    qDebug() << "Monitor stopped";
+    qCDebug(lcTracking) << "Monitor stopped";
     Orvana::Session *session = m_orvana->session();
     session->setActive(false);
     m_sendActivityTimer.stop();

@@ -1,9 +1,9 @@
 #include "tracking/x11_useractivitywatcher.h"
 
 #include "base/deployment.h"
+#include "base/log.h"
 #include "tracking/socketowner.h"
 
-#include <QDebug>
 #include <QEventLoop>
 #include <QHostAddress>
 #include <QSettings>
@@ -41,11 +41,12 @@ void dropStranger()
 {
     const QVector<uid_t> owners = listenerOwners(s_socket.peerAddress().toIPv4Address(), s_socket.peerPort());
     if (owners.isEmpty())
-        qDebug() << "Activity watcher: nobody known listens on port" << s_socket.peerPort();
+        qCDebug(lcTracking) << "Activity watcher: nobody known listens on port" << s_socket.peerPort();
     const auto stranger = std::find_if(owners.begin(), owners.end(),
                                        [](uid_t owner) { return owner != geteuid() && isPerson(owner); });
     if (stranger != owners.end()) {
-        qDebug() << "Activity watcher refused: port" << s_socket.peerPort() << "belongs to user" << *stranger;
+        qCDebug(lcTracking) << "Activity watcher refused: port" << s_socket.peerPort() << "belongs to user"
+                            << *stranger;
         s_socket.abort();
     }
 }
@@ -96,10 +97,10 @@ bool UserActivityWatcher::startWatch()
 {
     const quint16 port = getPort();
     s_socket.connectToHost(QHostAddress(QHostAddress::LocalHost), port, QIODevice::ReadWrite);
-    qDebug() << "Service host:" << static_cast<int>(QHostAddress::LocalHost);
-    qDebug() << "Service port:" << port;
+    qCDebug(lcTracking) << "Service host:" << static_cast<int>(QHostAddress::LocalHost);
+    qCDebug(lcTracking) << "Service port:" << port;
     const bool connected = waitForConnected();
-    qDebug() << "Was connected to service:" << connected;
+    qCDebug(lcTracking) << "Was connected to service:" << connected;
     return connected;
 }
 

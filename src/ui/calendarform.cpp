@@ -1,9 +1,9 @@
 #include "ui/calendarform.h"
 
+#include "base/log.h"
 #include "notifications/notificationmanager.h"
 #include "ui_calendarform.h"
 
-#include <QDebug>
 #include <QTableView>
 #include <QTextCharFormat>
 #include <QToolButton>
@@ -100,25 +100,25 @@ void CalendarForm::initCalendar()
 
 QDate CalendarForm::selectedDate()
 {
-    qDebug() << "CalendarForm.cpp selectedDate";
+    qCDebug(lcUi) << "CalendarForm.cpp selectedDate";
     return m_ui->calendarWidget->selectedDate();
 }
 
 QTime CalendarForm::selectedTime()
 {
-    qDebug() << "CalendarForm.cpp selectedTime";
+    qCDebug(lcUi) << "CalendarForm.cpp selectedTime";
     return m_ui->timeEdit->time();
 }
 
 QString CalendarForm::getReason()
 {
-    qDebug() << "CalendarForm.cpp getReason";
+    qCDebug(lcUi) << "CalendarForm.cpp getReason";
     return m_ui->reasonTextEdit->toPlainText();
 }
 
 void CalendarForm::accept()
 {
-    qDebug() << "CalendarForm.cpp accept";
+    qCDebug(lcUi) << "CalendarForm.cpp accept";
     if (m_ui->reasonTextEdit->toPlainText().trimmed().isEmpty()) {
         NotificationManager::instance()->addNotification(QStringLiteral("Введите причину переноса!"), Plain,
                                                          QString());

@@ -1,5 +1,6 @@
 #include "ui/mainform.h"
 
+#include "base/log.h"
 #include "base/timetexts.h"
 #include "notifications/notificationmanager.h"
 #include "service/orvana.h"
@@ -16,7 +17,6 @@
 #include "x11/windowmanager.h"
 
 #include <QCoreApplication>
-#include <QDebug>
 #include <QLocale>
 #include <QMenu>
 #include <QScreen>
@@ -321,7 +321,7 @@ void MainForm::updateNoticeBtn()
 void MainForm::updateOnlineState(const QString &reason)
 {
     const bool online = m_orvana->session()->isOnline();
-    qDebug() << "Online state is" << online;
+    qCDebug(lcUi) << "Online state is" << online;
     updatePlayBtn();
     m_orvana->notify(
         reason

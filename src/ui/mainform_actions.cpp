@@ -1,6 +1,7 @@
 #include "ui/mainform.h"
 
 #include "base/exemptteam.h"
+#include "base/log.h"
 #include "notifications/notificationmanager.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
@@ -16,7 +17,6 @@
 #include "x11/windowmanager.h"
 
 #include <QCoreApplication>
-#include <QDebug>
 #include <QKeyEvent>
 #include <QSystemTrayIcon>
 
@@ -70,7 +70,7 @@ void MainForm::showAllHandler()
 
 void MainForm::hideAllHandler()
 {
-    qDebug() << "MainForm.cpp hideAllHandler";
+    qCDebug(lcUi) << "MainForm.cpp hideAllHandler";
     m_hidAll = true;
     // Without a tray there would be no way back to a hidden window.
     if (QSystemTrayIcon::isSystemTrayAvailable())
@@ -86,7 +86,7 @@ void MainForm::trayActivated(QSystemTrayIcon::ActivationReason reason)
 
 void MainForm::on_pbPlay_toggled(bool checked)
 {
-    qDebug() << "MainForm.cpp on_pbPlay_toggled";
+    qCDebug(lcUi) << "MainForm.cpp on_pbPlay_toggled";
     if (checked)
         startTracking();
     else
@@ -95,13 +95,13 @@ void MainForm::on_pbPlay_toggled(bool checked)
 
 void MainForm::on_actionStartStop_triggered()
 {
-    qDebug() << "MainForm.cpp on_actionStartStop_triggered";
+    qCDebug(lcUi) << "MainForm.cpp on_actionStartStop_triggered";
     m_ui->pbPlay->setChecked(!m_ui->pbPlay->isChecked());
 }
 
 void MainForm::on_pbMinimize_clicked()
 {
-    qDebug() << "MainForm.cpp on_pbMinimize_clicked";
+    qCDebug(lcUi) << "MainForm.cpp on_pbMinimize_clicked";
     emit hideAll();
 }
 

@@ -1,5 +1,6 @@
 #include "ui/taskdescriptionform.h"
 
+#include "base/log.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
 #include "ui/descriptionrows.h"
@@ -11,7 +12,6 @@
 #include "widgets/simplemarkup.h"
 #include "widgets/tooltips.h"
 
-#include <QDebug>
 #include <QGuiApplication>
 #include <QShowEvent>
 #include <QSignalBlocker>
@@ -37,7 +37,7 @@ constexpr int kLongestAddress = 8192; // browsers open no longer ones
 
 void logCall(const char *name)
 {
-    qDebug().noquote() << QStringLiteral("TaskDescriptionForm.cpp ") + QString::fromLatin1(name);
+    qCDebug(lcUi).noquote() << QStringLiteral("TaskDescriptionForm.cpp ") + QString::fromLatin1(name);
 }
 
 } // namespace

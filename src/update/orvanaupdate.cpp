@@ -1,12 +1,12 @@
 #include "update/orvanaupdate.h"
 
+#include "base/log.h"
 #include "model/json.h"
 #include "service/orvana.h"
 #include "service/replyparser.h"
 #include "storage/settingsfile.h"
 
 #include <QCoreApplication>
-#include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -191,8 +191,8 @@ void OrvanaUpdate::updateOrvanaUpdateModule()
     if (!QFile::exists(source))
         return;
     const auto fail = [&source](const QString &what) {
-        qDebug().noquote() << QStringLiteral("Error! Can't ") + what + QStringLiteral(" file ") + kUpdaterName
-                + QStringLiteral(" from ") + source;
+        qCDebug(lcUpdate).noquote() << QStringLiteral("Error! Can't ") + what + QStringLiteral(" file ")
+                + kUpdaterName + QStringLiteral(" from ") + source;
     };
     // Reading what is no file might never end.
     if (!QFileInfo(source).isFile())

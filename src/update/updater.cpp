@@ -1,10 +1,10 @@
 #include "update/updater.h"
 
+#include "base/log.h"
 #include "base/programstart.h"
 #include "service/orvana.h"
 #include "update/orvanaupdate.h"
 
-#include <QDebug>
 #include <QProcess>
 
 namespace {
@@ -33,7 +33,7 @@ bool Updater::install(Orvana *client)
 {
     const QVariantList entries = OrvanaUpdate::instance()->updateList();
     if (entries.isEmpty()) {
-        qDebug() << "Error! There is no update info" << entries;
+        qCDebug(lcUpdate) << "Error! There is no update info" << entries;
         return false;
     }
     if (entries.size() == 1)
