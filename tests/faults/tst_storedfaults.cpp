@@ -10,12 +10,6 @@ namespace {
 
 constexpr int kStep = 64; // bytes
 const QString kUser = s("user@host");
-QStringList s_log;
-
-void keepLog(QtMsgType, const QMessageLogContext &, const QString &message)
-{
-    s_log.append(message);
-}
 
 // Lists, details, the choice and a counted minute.
 void work(OfflineClient &client, const QString &task = s("7"))
@@ -150,17 +144,15 @@ private slots:
         QVERIFY(shell.waitForFinished() && shell.exitCode() == 0);
         client.restart();
 
-        s_log.clear();
-        const QtMessageHandler before = qInstallMessageHandler(keepLog);
+        if (!logged.isEmpty())
+            QTest::ignoreMessage(logged.contains(s("opened")) ? QtWarningMsg : QtDebugMsg,
+                                 QRegularExpression(logged));
         client->sendCachedActivity();
         client.runQueued();
-        qInstallMessageHandler(before);
         const auto requests = client.takeRequests();
         QCOMPARE(requests.size(), isSent ? 1 : 0);
         if (isSent)
             client.answer(requests.first(), R"({"status":"ok"})");
-        QVERIFY2(logged.isEmpty() || !s_log.filter(logged).isEmpty(),
-                 qPrintable(s_log.join(QLatin1Char('\n'))));
         QStringList expected{s("picture"), s("whole")};
         if (!kept.isEmpty())
             expected.prepend(kept);
