@@ -8,6 +8,7 @@
 #include <QSystemSemaphore>
 #include <QTcpSocket>
 
+#include <algorithm>
 #include <csignal>
 #include <memory>
 #include <vector>
