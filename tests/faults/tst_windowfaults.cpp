@@ -12,8 +12,10 @@ constexpr int kHuge = 4 * 1024 * 1024;
 #ifdef __SANITIZE_ADDRESS__
 // QSettings reallocates its text at each value, and the sanitizer copies it each time.
 constexpr int kMany = 1000;
+constexpr int kEmpty = 2 * kMany;
 #else
 constexpr int kMany = 49000;
+constexpr int kEmpty = 10 * kMany;
 #endif
 const QString kTask = s("1701");
 
@@ -54,7 +56,7 @@ private slots:
                        "'texts':[{'title':'%1','text':'%1','min_count':'%1','page':'http://%1',"
                        "'keywords':[{'keyword':'%1','count':'%1'}]}]",
                        QByteArray(kHuge / 8, 'w'));
-        const QByteArray empties = QByteArray("{},").repeated(10 * kMany) + "{}";
+        const QByteArray empties = QByteArray("{},").repeated(kEmpty) + "{}";
         QTest::newRow("files and phrases")
             << lists("T") << details("'files':[" + empties + "],'texts':[{'keywords':[" + empties + "]}]");
         QByteArray many = "[";
