@@ -6,56 +6,25 @@
 
 #include <QProcess>
 
-#include <sys/resource.h>
-
 namespace {
 
 constexpr int kStep = 64; // bytes
 const QString kUser = s("user@host");
-QStringList s_log;
 
-void keepLog(QtMsgType, const QMessageLogContext &, const QString &message)
-{
-    s_log.append(message);
-}
-
-QByteArray listsOf(const char *title)
-{
-    return QByteArray(R"([{"id":"1","name":"C1","tasks":[{"id":"7","title":")") + title
-        + R"(","deadline":"2024-03-01 18:00:00","block":"1","importance":2}]}])";
-}
-
-void fill(OfflineClient &client, const char *title)
+// Lists, details, the choice and a counted minute.
+void work(OfflineClient &client, const QString &task = s("7"))
 {
     client.login(kUser, s("secret"));
     OrvanaUpdate::instance()->init(client.get());
-    client->requestTeamsAndTasks();
-    client.answer(client.takeRequests().last(), listsOf(title));
+    client.load({s("1:") + task});
     TaskInfo info;
-    info.id = s("7");
     info.title = s("подробно");
-    info.deadline = QDateTime(QDate(2024, 3, 1), QTime(18, 0));
     info.files.append(Attachment());
-    client.session()->addTaskInfoData(info.id, info);
-    client->changeTask(s("1"), s("7"));
+    client.session()->addTaskInfoData(task, info);
+    client->changeTask(s("1"), task);
     client.session()->addMinuteToActiveTime();
     client.session()->addMinuteToWorktime();
     OrvanaUpdate::instance()->addUpdateInfo("[{\"version\":\"1.1.0\"}]");
-}
-
-void verifyUsable(OfflineClient &client)
-{
-    fill(client, "again");
-    client->sendTaskActivity(5);
-    QCOMPARE(client->pendingActivityRequests(), 1);
-    client.takeRequests();
-    client.restart();
-    client.notices().take();
-    QCOMPARE(client.session()->login(), kUser);
-    QCOMPARE(client.session()->password(), s("secret"));
-    QCOMPARE(client.session()->task(s("1"), s("7")).title, s("again"));
-    QCOMPARE(client.session()->taskInfo(s("7")).title, s("подробно"));
-    QVERIFY(client.session()->todayTime() >= QTime(0, 1));
 }
 
 } // namespace
@@ -79,7 +48,7 @@ private slots:
     {
         QFETCH(QString, name);
         OfflineClient client;
-        fill(client, "before");
+        work(client);
         client.stop();
         const QByteArray whole = contentsOf(client.path(name));
         QVERIFY(whole.startsWith("[General]\n"));
@@ -101,7 +70,15 @@ private slots:
             client.restart();
             OrvanaUpdate::instance()->init(client.get());
             OrvanaUpdate::instance()->availableUpdateVersion();
-            verifyUsable(client);
+            work(client);
+            client->sendTaskActivity(5);
+            QCOMPARE(client->pendingActivityRequests(), 1);
+            client.takeRequests();
+            client.restart();
+            QCOMPARE(client.session()->login() + client.session()->password(), kUser + s("secret"));
+            QCOMPARE(client.session()->task(s("1"), s("7")).title, s("T7"));
+            QCOMPARE(client.session()->taskInfo(s("7")).title, s("подробно"));
+            QVERIFY(client.session()->todayTime() >= QTime(0, 1));
         }
     }
 
@@ -167,17 +144,15 @@ private slots:
         QVERIFY(shell.waitForFinished() && shell.exitCode() == 0);
         client.restart();
 
-        s_log.clear();
-        const QtMessageHandler before = qInstallMessageHandler(keepLog);
+        if (!logged.isEmpty())
+            QTest::ignoreMessage(logged.contains(s("opened")) ? QtWarningMsg : QtDebugMsg,
+                                 QRegularExpression(logged));
         client->sendCachedActivity();
         client.runQueued();
-        qInstallMessageHandler(before);
         const auto requests = client.takeRequests();
         QCOMPARE(requests.size(), isSent ? 1 : 0);
         if (isSent)
             client.answer(requests.first(), R"({"status":"ok"})");
-        QVERIFY2(logged.isEmpty() || !s_log.filter(logged).isEmpty(),
-                 qPrintable(s_log.join(QLatin1Char('\n'))));
         QStringList expected{s("picture"), s("whole")};
         if (!kept.isEmpty())
             expected.prepend(kept);
@@ -194,62 +169,27 @@ private slots:
         QCOMPARE(client->pendingActivityRequests(), 0);
     }
 
-    // Another program of this user's, or the client itself, has taken them all.
-    void noDescriptorsLeft()
-    {
-        OfflineClient client;
-        client.login(kUser);
-        client.session()->incrementTodayTime();
-        client->sendTaskActivity(1);
-        client.answer(client.takeRequests().last(), "", QNetworkReply::TimeoutError);
-        // The network has its thread; it takes descriptors, too.
-        client.restart("http://127.0.0.1:9");
-        client.session()->setOnline(true);
-        client->requestTeamsAndTasks();
-        QTRY_VERIFY(!client.session()->isOnline());
-        client.takeRequests();
-        client.notices().take();
-        rlimit limit = {};
-        getrlimit(RLIMIT_NOFILE, &limit);
-        const rlimit none = {0, limit.rlim_max};
-        QCOMPARE(setrlimit(RLIMIT_NOFILE, &none), 0);
-        client->sendTaskActivity(2);
-        client->sendCachedActivity();
-        client.session()->addMinuteToWorktime();
-        setrlimit(RLIMIT_NOFILE, &limit);
-        QCOMPARE(client.records(kUser), 1);
-        QVERIFY(client.takeRequests().isEmpty());
-        QCOMPARE(client.notices().take(),
-                 texts({"Не удалось сохранить отчёт об активности на диск. Проверьте свободное место."}));
-        client->sendTaskActivity(3);
-        QCOMPARE(client.records(kUser), 3);
-        client.session()->addMinuteToWorktime();
-        client.restart();
-        QCOMPARE(client.session()->todayTime(), QTime(0, 2));
-    }
-
     // Minutes that the disk refused are stored with that user's others.
     void somebodyWhoLeft()
     {
-        OfflineClient client;
-        client.login(s("first"));
+        OfflineClient client(s("first"));
         const QString folder = client.path(s("first/activity"));
-        QVERIFY(QDir(folder).removeRecursively() && writeFile(folder, "in the way"));
-        for (int i = 0; i < 3; ++i)
-            client->sendTaskActivity(i);
-        QCOMPARE(client.notices().take().size(), 1);
-        client.login(s("second"));
-        QVERIFY(QFile::remove(folder));
-        client->sendTaskActivity(3);
-        QCOMPARE(client.records(s("first")), 3);
-        QCOMPARE(client.records(s("second")), 1);
-        // Or the disk has room again before the user leaves.
-        QVERIFY(QDir(folder).removeRecursively() && writeFile(folder, "in the way"));
-        client.login(s("first"));
-        client->sendTaskActivity(4);
-        QVERIFY(QFile::remove(folder));
-        client.login(s("second"));
-        QCOMPARE(client.records(s("first")), 1);
+        // The next user's report stores them, or the sign-in.
+        for (const bool isLate : {true, false}) {
+            QVERIFY(QDir(folder).removeRecursively() && writeFile(folder, "in the way"));
+            for (int i = 0; i < 3; ++i)
+                client->sendTaskActivity(i);
+            QCOMPARE(client.notices().take().size(), 1);
+            QVERIFY(isLate || QFile::remove(folder));
+            client.login(s("second"));
+            if (isLate) {
+                QVERIFY(QFile::remove(folder));
+                client->sendTaskActivity(3);
+            }
+            QCOMPARE(client.records(s("first")), 3);
+            QCOMPARE(client.records(s("second")), 1);
+            client.login(s("first"));
+        }
     }
 };
 

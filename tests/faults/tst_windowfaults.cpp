@@ -17,23 +17,12 @@ constexpr int kEmpty = 2 * kMany;
 constexpr int kMany = 49000;
 constexpr int kEmpty = 10 * kMany;
 #endif
-constexpr int kMostWidgets = 200;
-const QString kTeam = s("17");
 const QString kTask = s("1701");
 
-QByteArray listOf(const QByteArray &team, const QByteArray &title)
+// JSON with its quotes, and a text in the places of "%1".
+QByteArray json(const QByteArray &pattern, const QByteArray &text = QByteArray())
 {
-    return R"([{"id":"17","name":")" + team + R"(","tasks":[{"id":"1701","title":")" + title
-        + R"(","deadline":"2024-03-01 18:00:00"}]}])";
-}
-
-// Members of an array, each with an id of its own.
-QByteArray manyEntries()
-{
-    QByteArray list;
-    for (int i = 0; i < kMany; ++i)
-        list += R"({"id":"x)" + QByteArray::number(i) + R"("},)";
-    return list;
+    return QByteArray(pattern).replace('\'', '"').replace("%1", text);
 }
 
 } // namespace
@@ -45,101 +34,95 @@ class TestWindowFaults final : public QObject
     Q_OBJECT
 
 private slots:
-    void hugeTexts_data();
-    void hugeTexts();
-};
-
-void TestWindowFaults::hugeTexts_data()
-{
-    QTest::addColumn<QByteArray>("lists");
-    QTest::addColumn<QByteArray>("details");
-    const QByteArray huge(kHuge, 'w');
-    const QByteArray words = QByteArray("w ").repeated(kHuge / 2);
-    const QByteArray none = R"({"status":"ok","message":{"id":"1701"}})";
-    const QByteArray plain = listOf("C", "T");
-    const auto refusal = [](const QByteArray &why) {
-        return QByteArray(R"({"status":"no","message":")" + why + "\"}");
-    };
-    const auto detailsWith = [](const QByteArray &lists) {
-        return QByteArray(R"({"status":"ok","message":{"id":"1701",)" + lists + "}}");
-    };
-    QTest::newRow("team") << listOf(huge, "T") << none;
-    QTest::newRow("title") << listOf("C", huge) << none;
-    QTest::newRow("title in words") << listOf("C", words) << none;
-    const QByteArray each = R"(":")" + QByteArray(kHuge / 8, 'w') + R"(",")";
-    QTest::newRow("details") << plain
-                             << detailsWith("\"text" + each + "title" + each + "executor_name" + each
-                                            + R"(files":[{"filename_orig)" + each
-                                            + R"(size":"1"}],"texts":[{"title)" + each + "text" + each
-                                            + "min_count" + each + R"(page":"http://)" + each.mid(3)
-                                            + R"(keywords":[{"keyword)" + each + "count" + each
-                                            + R"(id":"1"}]}])");
-    const QByteArray empties = QByteArray("{},").repeated(kEmpty) + "{}";
-    QTest::newRow("phrases") << plain << detailsWith(R"("texts":[{"keywords":[)" + empties + "]}]");
-    QTest::newRow("files") << plain << detailsWith(R"("files":[)" + empties + "]");
-    QTest::newRow("teams") << QByteArray('[' + manyEntries() + plain.mid(1)) << none;
-    // Of a team whose tasks' details are not fetched.
-    QTest::newRow("tasks") << QByteArray(R"([{"id":"2192","tasks":[)" + manyEntries() + R"({"id":"1701"}]}])")
-                           << none;
-    QTest::newRow("refusal") << plain << refusal(huge);
-    QTest::newRow("refusal in words") << plain << refusal(words);
-}
-
-void TestWindowFaults::hugeTexts()
-{
-    QFETCH(QByteArray, lists);
-    QFETCH(QByteArray, details);
-    WindowBench bench;
-    QVERIFY(bench.signIn());
-    bench.orvana()->changeTask(lists.contains("2192") ? s("2192") : kTeam, kTask);
-    QVERIFY(bench.openWindow());
-    QElapsedTimer sinceTick;
-    qint64 longestStall = 0;
-    QTimer tick;
-    connect(&tick, &QTimer::timeout, this, [&] { longestStall = qMax(longestStall, sinceTick.restart()); });
-    sinceTick.start();
-    tick.start(0);
-
-    bench.server().setFault(s("/api_get_task"), Fault::answer(200, details));
-    bench.server().setFault(s("/api_teams_tasks"), Fault::answer(200, lists));
-    QVERIFY(bench.refresh());
-    bench.orvana()->requestTaskInfo(kTask);
-    QVERIFY(bench.settle());
-    bench.form->showActivityMessage();
-    bench.form->clock();
-    const QStringList popups = WindowBench::popupTexts();
-    QVERIFY(!popups.isEmpty());
-    for (const QString &text : popups)
-        QVERIFY2(text.size() < kLongestText, qPrintable(QString::number(text.size())));
-    QVERIFY(bench.form->findChild<QSystemTrayIcon *>()->toolTip().size() < kLongestText);
-
-    bench.child<QPushButton>("pbTask")->click();
-    QVERIFY(bench.settle());
-    auto *chooser = bench.form->findChild<TaskForm *>();
-    QVERIFY(QTest::qWaitForWindowExposed(chooser));
-    const QList<QComboBox *> boxes = chooser->findChildren<QComboBox *>();
-    QCOMPARE(boxes.size(), 2);
-    for (QComboBox *box : boxes) {
-        box->showPopup();
-        QCoreApplication::processEvents();
-        box->hidePopup();
+    void hugeTexts_data()
+    {
+        QTest::addColumn<QByteArray>("lists");
+        QTest::addColumn<QByteArray>("details");
+        const auto lists = [](const QByteArray &text) {
+            return json("[{'id':'17','name':'%1','tasks':[{'id':'1701','title':'%1',"
+                        "'deadline':'2024-03-01 18:00:00'}]}]",
+                        text);
+        };
+        const auto details = [](const QByteArray &members, const QByteArray &text = QByteArray()) {
+            return json("{'status':'ok','message':{'id':'1701'," + members + "}}", text);
+        };
+        const QByteArray none = details("'text':''");
+        const QByteArray words = QByteArray("w ").repeated(kHuge / 2);
+        QTest::newRow("one word") << lists(QByteArray(kHuge, 'w')) << none;
+        QTest::newRow("words") << lists(words) << none;
+        QTest::newRow("details")
+            << lists("T")
+            << details("'text':'%1','title':'%1','executor_name':'%1','files':[{'filename_orig':'%1'}],"
+                       "'texts':[{'title':'%1','text':'%1','min_count':'%1','page':'http://%1',"
+                       "'keywords':[{'keyword':'%1','count':'%1'}]}]",
+                       QByteArray(kHuge / 8, 'w'));
+        const QByteArray empties = QByteArray("{},").repeated(kEmpty) + "{}";
+        QTest::newRow("files and phrases")
+            << lists("T") << details("'files':[" + empties + "],'texts':[{'keywords':[" + empties + "]}]");
+        QByteArray many = "[";
+        for (int i = 0; i < kMany; ++i)
+            many += json("{'id':'%1'},", 'x' + QByteArray::number(i));
+        QTest::newRow("teams") << QByteArray(many + lists("T").mid(1)) << none;
+        // Of a team whose tasks' details are not fetched.
+        QTest::newRow("tasks") << json("[{'id':'2192','tasks':" + many + "{'id':'1701'}]}]") << none;
+        QTest::newRow("refusal") << lists("T") << json("{'status':'no','message':'%1'}", words);
     }
-    bench.child<QPushButton>("pbTaskList")->click();
-    QVERIFY(bench.refresh()); // while both are seen
-    chooser->reject();
-    TaskDescriptionForm description(kTask, bench.orvana(), bench.form->findChild<TaskListForm *>(), nullptr);
-    description.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&description));
-    description.on_pbCopyrightTasks_clicked();
-    QVERIFY(bench.settle());
-    QVERIFY(description.findChildren<QWidget *>().size() < kMostWidgets);
 
-    bench.form->sendActivity(true);
-    QTRY_COMPARE(bench.server().reports().size(), 1);
-    QVERIFY(bench.settle());
-    longestStall = qMax(longestStall, sinceTick.elapsed());
-    QVERIFY2(longestStall < kLongestStall, qPrintable(QString::number(longestStall)));
-}
+    void hugeTexts()
+    {
+        QFETCH(QByteArray, lists);
+        QFETCH(QByteArray, details);
+        WindowBench bench;
+        QVERIFY(bench.signIn());
+        bench.orvana()->changeTask(lists.contains("2192") ? s("2192") : s("17"), kTask);
+        QVERIFY(bench.openWindow());
+        QElapsedTimer sinceTick;
+        qint64 longestStall = 0;
+        QTimer tick;
+        connect(&tick, &QTimer::timeout, this,
+                [&] { longestStall = qMax(longestStall, sinceTick.restart()); });
+        sinceTick.start();
+        tick.start(0);
+
+        bench.server().setFault(s("/api_get_task"), Fault::answer(200, details));
+        bench.server().setFault(s("/api_teams_tasks"), Fault::answer(200, lists));
+        QVERIFY(bench.refresh());
+        bench.orvana()->requestTaskInfo(kTask);
+        QVERIFY(bench.settle());
+        bench.form->showActivityMessage();
+        bench.form->clock();
+        const QStringList popups = WindowBench::popupTexts();
+        QVERIFY(!popups.isEmpty());
+        for (const QString &text : popups)
+            QVERIFY2(text.size() < kLongestText, qPrintable(QString::number(text.size())));
+        QVERIFY(bench.form->findChild<QSystemTrayIcon *>()->toolTip().size() < kLongestText);
+
+        bench.child<QPushButton>("pbTask")->click();
+        QVERIFY(bench.settle());
+        auto *chooser = bench.form->findChild<TaskForm *>();
+        QVERIFY(QTest::qWaitForWindowExposed(chooser));
+        for (QComboBox *box : chooser->findChildren<QComboBox *>()) {
+            box->showPopup();
+            QCoreApplication::processEvents();
+            box->hidePopup();
+        }
+        bench.child<QPushButton>("pbTaskList")->click();
+        QVERIFY(bench.refresh()); // while both are seen
+        chooser->reject();
+        TaskDescriptionForm description(kTask, bench.orvana(), bench.form->findChild<TaskListForm *>(),
+                                        nullptr);
+        description.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&description));
+        description.on_pbCopyrightTasks_clicked();
+        QVERIFY(bench.settle());
+        QVERIFY(description.findChildren<QWidget *>().size() < 200);
+
+        bench.form->sendActivity(true);
+        QTRY_COMPARE(bench.server().reports().size(), 1);
+        longestStall = qMax(longestStall, sinceTick.elapsed());
+        QVERIFY2(longestStall < kLongestStall, qPrintable(QString::number(longestStall)));
+    }
+};
 
 QTEST_MAIN(TestWindowFaults)
 #include "tst_windowfaults.moc"

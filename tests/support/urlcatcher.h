@@ -3,8 +3,6 @@
 #include "texts.h"
 
 #include <QDesktopServices>
-#include <QObject>
-#include <QStringList>
 #include <QUrl>
 
 // Stands in for the desktop's programs: keeps what would have been opened.
@@ -16,21 +14,12 @@ class UrlCatcher final : public QObject
 public:
     UrlCatcher()
     {
-        for (const QString &scheme : m_schemes)
-            QDesktopServices::setUrlHandler(scheme, this, "open");
-    }
-    ~UrlCatcher() override
-    {
-        for (const QString &scheme : m_schemes)
-            QDesktopServices::unsetUrlHandler(scheme);
+        for (const char *scheme : {"http", "https", "file", "javascript", "data", "qrc", "mailto"})
+            QDesktopServices::setUrlHandler(s(scheme), this, "open"); // ends with this object
     }
 
     QStringList opened;
 
 public slots:
     void open(const QUrl &url) { opened.append(url.toString()); }
-
-private:
-    const QStringList m_schemes{s("http"), s("https"), s("file"),  s("javascript"),
-                                s("data"), s("qrc"),   s("mailto")};
 };

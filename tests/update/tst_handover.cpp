@@ -1,6 +1,5 @@
 #include "clientroom.h"
 #include "files.h"
-#include "texts.h"
 #include "urlcatcher.h"
 #include "windowbench.h"
 
@@ -19,75 +18,61 @@ private slots:
     {
         // Qt takes a blank in a browser's path for the end of it.
         m_box = std::make_unique<QTemporaryDir>(QDir::tempPath() + s("/box.XXXXXX"));
-        m_path = qgetenv("PATH");
         qputenv("PATH", QFile::encodeName(m_box->path()) + ":/usr/bin:/bin");
-        m_catcher = std::make_unique<UrlCatcher>();
+        m_bench = std::make_unique<WindowBench>();
+        QVERIFY(m_bench->openFor(QString()));
+        OrvanaUpdate::instance()->init(m_bench->orvana());
     }
 
-    void cleanup()
-    {
-        qputenv("PATH", m_path);
-        m_box.reset();
-        m_catcher.reset();
-    }
+    void cleanup() { m_bench.reset(); }
 
     void updateButton()
     {
+        const UrlCatcher desktop;
         standIn(s("gksudo"));
-        standIn(s("ORTM-update"));
-        WindowBench bench;
-        QVERIFY(bench.openFor(QString()));
-        OrvanaUpdate::instance()->init(bench.orvana());
-        const auto press = [&](const QStringList &versions) {
-            bench.server().edit([&](localservice::World &world) { world.setVersions(versions); });
-            QSignalSpy available(bench.orvana(), &Orvana::updateAvailable);
-            bench.orvana()->requestCheckUpdate();
+        const auto press = [this](const QStringList &versions) {
+            m_bench->server().edit([&](localservice::World &world) { world.setVersions(versions); });
+            QSignalSpy available(m_bench->orvana(), &Orvana::updateAvailable);
+            m_bench->orvana()->requestCheckUpdate();
             QVERIFY(available.wait(TestClient::waitLimit));
-            NotificationForm popup(QString(), UpdateAvailable, QString(), bench.form.get());
+            NotificationForm popup(QString(), UpdateAvailable, QString(), m_bench->form.get());
             popup.onPbUpdateClicked();
             QCOMPARE(popup.isClosing(), !versions.isEmpty());
         };
         press({});
-        QVERIFY(m_catcher->opened.isEmpty());
+        QVERIFY(desktop.opened.isEmpty());
         press({s("1.2.0")});
-        QCOMPARE(m_catcher->opened, QStringList{bench.server().baseUrl() + s("/monitor/")});
+        QCOMPARE(desktop.opened, QStringList{m_bench->server().baseUrl() + s("/monitor/")});
         QVERIFY(callsOf(s("gksudo")).isEmpty());
         press({s("1.2.0"), s("1.3.0")});
         QTRY_COMPARE(callsOf(s("gksudo")), s("-k ORTM-update"));
-        QCOMPARE(m_catcher->opened.size(), 1);
-        QVERIFY(callsOf(s("ORTM-update")).isEmpty());
+        QCOMPARE(desktop.opened.size(), 1);
     }
 
     void forcedUpdate()
     {
-        WindowBench bench;
-        QVERIFY(bench.openFor(QString()));
-        OrvanaUpdate::instance()->init(bench.orvana());
-        const QString state = bench.orvana()->storageDirectory().filePath(s("update.json"));
-        const auto force = [&state](bool forced) {
-            QSettings(state, QSettings::IniFormat).setValue(s("forceUpdate"), forced);
+        const QString state = m_bench->orvana()->storageDirectory().filePath(s("update.json"));
+        const auto force = [&](const char *pidof, bool isForced = true) {
+            standIn(s("pidof"), s(pidof));
+            QSettings(state, QSettings::IniFormat).setValue(s("forceUpdate"), isForced);
         };
-        standIn(s("pidof"), s("echo 17"));
-        force(false);
-        bench.form->checkNeedCloseToUpdate();
-        QVERIFY(callsOf(s("pidof")).isEmpty());
+        const auto isDropped = [&] {
+            m_bench->form->checkNeedCloseToUpdate();
+            return !QSettings(state, QSettings::IniFormat).value(s("forceUpdate")).toBool();
+        };
+        force("echo 17", false);
+        QVERIFY(isDropped() && callsOf(s("pidof")).isEmpty());
         // The updater is gone: it asked in vain.
-        standIn(s("pidof"));
-        force(true);
-        bench.form->checkNeedCloseToUpdate();
-        QVERIFY(callsOf(s("pidof")).startsWith(s("ORTM-update")));
-        QVERIFY(!QSettings(state, QSettings::IniFormat).value(s("forceUpdate")).toBool());
+        force("");
+        QVERIFY(isDropped() && callsOf(s("pidof")).startsWith(s("ORTM-update")));
         // Nobody knows, and the window must not stand still for long.
-        standIn(s("pidof"), s("exec sleep 60"));
-        force(true);
+        force("exec sleep 60");
         QElapsedTimer time;
         time.start();
-        bench.form->checkNeedCloseToUpdate();
+        QVERIFY(isDropped());
         QVERIFY2(time.elapsed() < 15000, qPrintable(QString::number(time.elapsed())));
-        QVERIFY(!QSettings(state, QSettings::IniFormat).value(s("forceUpdate")).toBool());
         // It runs; the window's own one-second timer has to notice.
-        standIn(s("pidof"), s("echo 17"));
-        force(true);
+        force("echo 17");
         QTimer::singleShot(TestClient::waitLimit, qApp, [] { QCoreApplication::exit(1); });
         QCOMPARE(QCoreApplication::exec(), 0);
     }
@@ -97,19 +82,16 @@ private slots:
         const ClientRoom room;
         room.leaveUser(false);
         QSettings(room.stored(s("update.json")), QSettings::IniFormat).setValue(s("updateAtStartup"), true);
+        standIn(s("ORTM-update"));
         QProcess client;
         client.setProcessEnvironment(room.environment());
-        // It prints when the client and its pipes are gone.
-        const QString gone = file(s("gone"));
-        standIn(s("ORTM-update"), s("until [ -e '%1' ]; do sleep 0.1; done; echo; echo >&2").arg(gone));
         client.start(s(ORVANA_EXECUTABLE), QStringList());
         QVERIFY(client.waitForFinished(TestClient::waitLimit));
         QCOMPARE(client.exitCode(), 0);
-        QVERIFY(writeFile(gone, QByteArray()));
         QTRY_COMPARE(callsOf(s("ORTM-update")), s("--install-only"));
         QVERIFY(!QFile::exists(room.stored(s("log.log"))));
         // Without an updater the client starts.
-        QVERIFY(QFile::remove(file(s("ORTM-update"))));
+        QVERIFY(QFile::remove(m_box->filePath(s("ORTM-update"))));
         client.start(s(ORVANA_EXECUTABLE), QStringList());
         QTRY_VERIFY(QFile::exists(room.stored(s("log.log"))));
         client.kill();
@@ -119,29 +101,21 @@ private slots:
     // Other programs get what the client got from its user, and none of its streams.
     void startsWhatTheUserWould()
     {
-        const QString got = file(s("got"));
+        const QString got = m_box->filePath(s("got"));
         for (const char *name : {"user", "gksudo", "xdg-open"})
             standIn(
                 s(name),
                 s("{ umask; env | grep -v ^_= | sort; grep Sig[BI] /proc/self/status; cd /proc/$$; ls fd; "
                   "readlink fd/[012]; } >'%1'")
                     .arg(got));
-        WindowBench bench;
-        QVERIFY(bench.openFor(QString()));
-        m_catcher.reset();
-        qunsetenv("QT_XCB_GL_INTEGRATION"); // of the sandbox
-        QProcess user;
-        user.setStandardInputFile(QProcess::nullDevice());
-        user.setStandardOutputFile(QProcess::nullDevice());
-        user.setStandardErrorFile(QProcess::nullDevice());
-        user.start(file(s("user")), QStringList());
-        QVERIFY(user.waitForFinished());
         const auto report = [&got] {
             return QString::fromLocal8Bit(contentsOf(got)).split(QLatin1Char('\n'));
         };
+        qunsetenv("QT_XCB_GL_INTEGRATION"); // of the sandbox
+        QCOMPARE(QProcess::execute(s("sh"), {s("-c"), s("exec user <>/dev/null >&0 2>&0")}), 0);
         const QStringList expected = report();
         setOwnSurroundings();
-        bench.orvana()->openUrl(s("https://site.example/"));
+        m_bench->orvana()->openUrl(s("https://site.example/"));
         QTRY_COMPARE(callsOf(s("xdg-open")), s("https://site.example/"));
         // Qt lets every program that it opens ignore broken pipes.
         const QRegularExpression others(s("^(?!SigIgn)"));
@@ -154,24 +128,22 @@ private slots:
     }
 
 private:
-    QString file(const QString &name) const { return m_box->filePath(name); }
-
-    // A program that notes its arguments, then does what the script says.
+    // A program that does what the script says, then notes its arguments.
     void standIn(const QString &name, const QString &script = {})
     {
-        const QString text = s("#!/bin/sh\n%2\necho \"$@\" >> '%1.called'\n").arg(file(name), script);
-        QVERIFY(writeFile(file(name), text.toUtf8()));
-        QFile::setPermissions(file(name), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        const QString path = m_box->filePath(name);
+        const QString text = s("#!/bin/sh\n%2\necho \"$@\" >> '%1.called'\n").arg(path, script);
+        QVERIFY(writeFile(path, text.toUtf8()));
+        QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
 
     QString callsOf(const QString &name) const
     {
-        return QString::fromUtf8(contentsOf(file(name) + s(".called"))).trimmed();
+        return QString::fromUtf8(contentsOf(m_box->filePath(name + s(".called")))).trimmed();
     }
 
     std::unique_ptr<QTemporaryDir> m_box;
-    QByteArray m_path;
-    std::unique_ptr<UrlCatcher> m_catcher;
+    std::unique_ptr<WindowBench> m_bench;
 };
 
 QTEST_MAIN(TestHandover)
