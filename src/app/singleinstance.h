@@ -1,6 +1,5 @@
 #pragma once
 
-// True when this is the only running instance; the lock is then held until the process
-// ends. A lock that cannot be acquired although no process holds it does not count.
-// Returns within seconds. The application's name must be set.
+// False when another process holds the lock of the running instance; otherwise it is held until
+// the process ends, if it can be acquired at all. Returns within seconds. The application's name must be set.
 bool checkUniqueuness();

@@ -18,7 +18,7 @@ QString storageRoot();
 QString configFile();
 // False: every certificate of the service is accepted. ("verify-certificates")
 bool verifyCertificates();
-// What of these values is not as whoever set it can have meant it, a line each.
+// Configured values that are probably mistakes, one line each.
 QStringList problems();
 
 } // namespace Deployment

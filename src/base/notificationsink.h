@@ -4,7 +4,7 @@
 
 #include <QString>
 
-// Where the program without windows puts what the user is to be told.
+// How the core, which has no windows, notifies the user.
 class NotificationSink
 {
 public:

@@ -59,7 +59,7 @@ OwnVariable s_variables[] = {
     {"QT_FONT_DPI", "96", isDpiTooSmall},
 };
 
-// The end of the client's terminal is none of its business.
+// Survives the closing of the client's terminal.
 class SessionLeader final : public QProcess
 {
 protected:

@@ -25,7 +25,7 @@ struct ReportSubject
     QString taskId;
 };
 
-// The way of a report from the closed minute, or the screenshot, to its deleted record: it
+// Takes each report and screenshot from its creation to the deletion of its record. The record
 // is on the disk before it is sent, and stays there until the service has accepted it.
 class ReportSender final : public QObject
 {

@@ -49,7 +49,7 @@ bool write(SettingsFile &store)
     return false;
 }
 
-// A flush rewrites the whole file: one for all entries.
+// Each save rewrites the whole file, so all entries go into one.
 template <typename ValueOf>
 void writeEntries(SettingsFile &store, QSet<QString> &ids, ValueOf valueOf)
 {

@@ -26,7 +26,7 @@ struct UserState
     bool hasSameChoice(const UserState &other) const;
 };
 
-// The five settings files of a session. A save writes what has changed since the last one
+// config.ini and the user's four files. A save writes what has changed since the last one
 // and what is missing on the disk: rewriting tens of thousands of unchanged entries every
 // minute would hold up the window. What the disk refuses is written by the next save.
 class SessionFiles final

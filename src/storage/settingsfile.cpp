@@ -127,13 +127,14 @@ bool SettingsFile::load()
     QFile file(m_path);
     if (!file.open(QIODevice::ReadOnly) && ::exists(m_path))
         return false;
-    const QByteArray bytes = file.isOpen() ? file.readAll() : QByteArray();
+    QByteArray bytes = file.isOpen() ? file.readAll() : QByteArray();
     if (file.isOpen() && file.error() != QFileDevice::NoError)
         return false;
     if (m_use == Use::Own && hasWrongChecksum(bytes)) {
         qCWarning(lcStorage) << "Error! Settings file is damaged:" << m_path;
         if (!moveAside(m_path))
             return false;
+        bytes.clear();
     }
     const QByteArray lines = validLines(bytes);
     if (lines.size() != bytes.size()) {

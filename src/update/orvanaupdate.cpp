@@ -32,8 +32,8 @@ qint64 nanoseconds(const timespec &time)
     return time.tv_sec * kNanoseconds + time.tv_nsec;
 }
 
-// Not asked of QSettings: after a write that failed it would answer with what it was
-// to write, and it passes over a change within a millisecond.
+// Read directly: after a failed write the settings hold what was to be written, and QSettings
+// misses a change within a millisecond.
 bool requestIn(const QByteArray &ini)
 {
     bool isGeneral = true;

@@ -160,6 +160,7 @@ private slots:
         row("tes=31", "tes=71", true);
         row("ID=7\n", "ID=6\n", true);
         row("minutes=31\n", "", true);
+        row("tes=31\n", "tes=31\nx=@Variant(\n", true);
         row("minutes=31", QByteArray(10, '\0'), true);
         row("\n;", "\n;checksum=1\na=1\n;", true);
         row(";checksum=", ";", false);
@@ -176,11 +177,12 @@ private slots:
         QVERIFY(settings.save());
         const QByteArray damaged = contentsOf(path()).replace(before, after);
         QVERIFY(writeFile(path(), damaged));
-        QVERIFY(SettingsFile(path(), SettingsFile::Use::Shared).contains(s("taskID")));
         if (isDamage)
             expectDamage();
         QCOMPARE(SettingsFile(path()).keys().isEmpty(), isDamage);
         QCOMPARE(contentsOf(path() + s(isDamage ? ".unusable-1" : "")), damaged);
+        QVERIFY(writeFile(path(), damaged));
+        QVERIFY(SettingsFile(path(), SettingsFile::Use::Shared).contains(s("taskID")));
     }
 
     // As root or a restored backup may leave it.
