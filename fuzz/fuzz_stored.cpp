@@ -1,5 +1,7 @@
 // What earlier runs left on the disk: the stream form of the records, and every
-// settings file as a start of the client reads it and its end writes it back.
+// settings file as a start of the client reads it and its end writes it back. A seed is a byte
+// for the kind (modulo 8: 0 and 1 stream form, 2 config.ini, 3 update.json, else none of these)
+// and texts that end with NUL: the named file, if any, session, teams, tasks and taskInfo.ini.
 #include "client.h"
 
 #include "model/records.h"

@@ -1,4 +1,4 @@
-# Sourced by run.sh: a day's work in a minute, with real clicks and keys.
+# Sourced by run.sh, and by desktops.sh for its functions: a day's work in a minute, with real clicks and keys.
 # Needs scripts/common.sh, scripts/services.sh and a running virtual desktop.
 
 # window TITLE: the id of a visible window, or nothing.

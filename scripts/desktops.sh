@@ -17,6 +17,7 @@ fi
 . scripts/desktops/screen.sh
 . scripts/desktops/rows.sh
 
+# Printed in this order; trial() runs them.
 rows=(
     'minute              log in, choose a task, start: a minute is counted'
     'popup_typing        popup over a terminal in use'
@@ -120,7 +121,7 @@ for name in "${desktops[@]}"; do
     (trial "$name") || status=1
 done
 
-# The rows, and for each desktop what came of it.
+# The table of results: a line for each row, a column for each desktop.
 say
 printf '%-52s' ''
 printf '%-11s' "${desktops[@]}"

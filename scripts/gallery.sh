@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/common.sh
-. scripts/desktop.sh
+. scripts/virtual-desktop.sh
 
 install_packages
 build_preset release gallery

@@ -104,7 +104,7 @@ start_system_bus() {
 has_panel() { [ -n "$(xdotool search --onlyvisible --class "$panel_class" 2>/dev/null)" ]; }
 has_window_manager() { wmctrl -m | grep -q '^Name: .'; }
 
-# start_session [ANY]: until the desktop stands; any argument: without waiting for a panel.
+# start_session [ANY]: waits until the desktop is up; with an argument it does not wait for a panel.
 start_session() {
     rm -f "$box/environment"
     # shellcheck disable=SC2086 # a command with its arguments
@@ -115,8 +115,7 @@ start_session() {
         { [ $# -gt 0 ] || wait_for 30 has_panel; }
 }
 
-# Only without the client: its clock runs.
-
+# Use only while no client is shown: its clock keeps changing the picture.
 is_still() {
     local picture
     picture=$(import -window root rgb:- | md5sum)

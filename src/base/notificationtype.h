@@ -2,7 +2,7 @@
 
 class QString;
 
-// The kinds of popup. The numbers are fixed: callers and logs use them.
+// The kinds of popup, in the core as well. The numbers never change.
 enum NotificationType : int {
     Plain = 0,
     TeamAdded = 1,

@@ -121,7 +121,7 @@ void ReportSender::sweepPictures()
         m_sweepTimer.stop();
 }
 
-QVariantMap ReportSender::newReport() const
+QVariantMap ReportSender::commonFields() const
 {
     const ReportSubject subject = m_subject();
     return {{QStringLiteral("email"), subject.login},
@@ -134,7 +134,7 @@ QVariantMap ReportSender::newReport() const
 void ReportSender::sendTaskActivity(int activeSlices)
 {
     crashPoint("minute-over");
-    QVariantMap body = newReport();
+    QVariantMap body = commonFields();
     body.insert(QStringLiteral("active"), QString::number(activeSlices));
     const QString url = m_service->url() + kActivityPath;
     QStringList values;
@@ -146,7 +146,7 @@ void ReportSender::sendTaskActivity(int activeSlices)
 
 void ReportSender::sendScreenshotActivity(const QImage &image)
 {
-    QVariantMap body = newReport();
+    QVariantMap body = commonFields();
     QBuffer jpeg;
     jpeg.open(QIODevice::WriteOnly);
     if (!image.save(&jpeg, "JPG")) {

@@ -67,7 +67,7 @@ private:
     bool prepareCache();
     void sweepPictures();
 
-    QVariantMap newReport() const;
+    QVariantMap commonFields() const;
     QString saveActivityData(const QVariant &url, const QVariant &body);
     bool store(const UnwrittenRecord &record);
     void keepUnwritten(const UnwrittenRecord &record, const QString &reason);

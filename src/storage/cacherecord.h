@@ -4,7 +4,7 @@
 #include <QString>
 #include <QVariantMap>
 
-// Keys of a cache record and of the body in it.
+// The keys of a cache record, and those of its body that storing and sending it need.
 namespace CacheRecord {
 
 const QString kVersion = QStringLiteral("version");

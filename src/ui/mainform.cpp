@@ -151,6 +151,7 @@ void MainForm::connectSignals()
     });
 }
 
+// scripts/demo.sh counts its entries down to actionAbout.
 void MainForm::initMenu()
 {
     auto *menu = new QMenu(this);

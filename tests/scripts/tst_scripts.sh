@@ -9,7 +9,7 @@ trap 'rm -rf "$box"' EXIT
 cat >"$box/session.sh" <<SESSION
 set -euo pipefail
 . scripts/common.sh
-. scripts/desktop.sh
+. scripts/virtual-desktop.sh
 finish() {
     : >"$box/stopping"
     stop_all
