@@ -75,34 +75,16 @@ private slots:
         QCOMPARE(show(parse(s("\"\\uzzzz\\ud83d\""))), s("'") + QChar(0) + QChar(0xd83d) + s("'"));
     }
 
-    void boundsNesting()
-    {
-        for (const char *pair : {"[1]", "{\"a\":1}"}) {
-            const QStringList halves = s(pair).split(QLatin1Char('1'));
-            for (const int depth : {1000, 1001, 100000}) {
-                bool success = false;
-                parse(halves.at(0).repeated(depth) + s("1") + halves.at(1).repeated(depth), success);
-                QCOMPARE(success, depth <= 1000);
-            }
-            // Only what is open at the same time counts.
-            QCOMPARE(parse(s("[%1]").arg(s(pair).repeated(2000))).toList().size(), 2000);
-        }
-    }
-
     void writes()
     {
         const QString a = s("a");
-        const QVariantList values{QVariant(),
-                                  QVariantHash{{a, QVariantList{QVariantHash{{a, true}}}}},
-                                  QVariantList{QVariantList{1}, QVariantMap(), QVariantList()},
-                                  QVariantMap{{s("b"), 1}, {a, QByteArray("байты")}, {s("\"\\\n"), false}},
-                                  s("/%1 \\ \" \b \f \n \r \t \\n 😀"),
-                                  2.0,
-                                  1.0 / 3,
-                                  1234567.0,
-                                  std::numeric_limits<qulonglong>::max(),
-                                  std::numeric_limits<qlonglong>::min(),
-                                  QTime(12, 30, 5)};
+        const QVariantList values = QVariantList()
+            << QVariant() << QVariantHash{{a, QVariantList{QVariantHash{{a, true}}}}}
+            << QVariant(QVariantList{QVariantList{1}, QVariantMap(), QVariantList()})
+            << QVariantMap{{s("b"), 1}, {a, QByteArray("байты")}, {s("\"\\\n"), false}}
+            << s("/%1 \\ \" \b \f \n \r \t \\n 😀") << 2.0 << 1.0 / 3 << 1234567.0
+            << std::numeric_limits<qulonglong>::max() << std::numeric_limits<qlonglong>::min()
+            << QTime(12, 30, 5);
         const QByteArray text =
             "[null,{\"a\":[{\"a\":true}]},[[1],{},[]],{\"\\\"\\\\\\n\":false,\"a\":\"байты\",\"b\":1},"
             "\"/%1 \\\\ \\\" \\b \\f \\n \\r \\t \\\\n 😀\",2.0,0.333333,1.23457e+06,18446744073709551615,"
@@ -124,26 +106,6 @@ private slots:
         setDateTimeFormat(s("yyyy/MM/dd HH:mm"));
         QCOMPARE(serialize(QVariantList{moment, moment.date(), QDateTime()}),
                  QByteArray("[\"2024/03/01 18:05\",\"01.03.24\",\"\"]"));
-    }
-
-    void changesClonesAndBuilds()
-    {
-        QVariant v = 5;
-        insert(v, s("a"), 1);
-        insert(v, s("b"), QVariantList());
-        QCOMPARE(show(v), s("{a=int 1 b=null}"));
-        append(v, QVariantMap());
-        // A list takes over its elements as they are, a map clones them.
-        QCOMPARE(show(clone(v)), s("[{}]"));
-        BuilderJsonObject *inner = objectBuilder()->set(s("z"), true);
-        BuilderJsonArray *list = arrayBuilder()->add(1)->add(inner);
-        // What is added to a part later does not reach the whole.
-        inner->set(s("late"), true);
-        QCOMPARE(serialize(objectBuilder()->set(s("l"), list)->create()),
-                 QByteArray("{\"l\":[1,{\"z\":true}]}"));
-        // The last ones go with the next of their kind.
-        delete arrayBuilder();
-        delete objectBuilder();
     }
 };
 

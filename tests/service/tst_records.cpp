@@ -166,7 +166,11 @@ private slots:
             R"("auditor_name":"a","files":[{"id":1,"filename":"f","filename_orig":"o","size":9}],"texts":[{"id":2,)"
             R"("text":"t","title":"n","min_count":500,"page":"https://h/ж","task":"4","keywords":[{"id":3,)"
             R"("keyword":"k","count":1,"count2":2}]},{"page":""}]})";
-        QCOMPARE(parseTaskAnswer("{\"message\":" + body + '}').task, someInfo());
+        const TaskInfo info = parseTaskAnswer("{\"message\":" + body + '}').task;
+        QCOMPARE(info, someInfo());
+        TaskInfo other = info;
+        other.texts.first().keywords.first().count2.clear();
+        QVERIFY(!(info == other));
         TaskInfo odd;
         odd.auditorName = s("1");
         QCOMPARE(
@@ -198,21 +202,6 @@ private slots:
                                          "ffffffff 8000000000000000 ffffffff 00 00000000"),
                      task));
         QVERIFY(!task.deadline.isValid() && !streamed(task).isEmpty());
-    }
-
-    void equality()
-    {
-        Task sameId;
-        sameId.id = someTask().id;
-        QCOMPARE(sameId, someTask());
-        QVERIFY(!haveSameContents({sameId}, {someTask()}));
-        // What the members of a record hold counts, down to the last list.
-        TaskInfo info = someInfo();
-        info.texts.first().keywords.first().count2 = s("3");
-        QVERIFY(!(info == someInfo()));
-        info = someInfo();
-        info.deadline = QDateTime();
-        QVERIFY(!(info == someInfo()));
     }
 
     // As Qt reads that pattern, but faster.

@@ -54,30 +54,6 @@ private slots:
         }
     }
 
-    void queriesInOrder()
-    {
-        TestClient client;
-        QVERIFY(client.logIn());
-        client.server.clearRequests();
-        client.session()->setPassword(s("orvana") + QChar(0) + s("x")); // ends at its first NUL
-        for (const QString &task : {QString(), s("0"), s("a/b=c")})
-            client.orvana->requestTimeSync(task);
-        client.orvana->requestTaskInfo(s("0")); // has no details
-        client.orvana->requestTaskInfo(s("a/b=c"));
-        client.orvana->requestCheckUpdate();
-        QTRY_COMPARE(client.server.requests().size(), 5);
-        QStringList targets;
-        for (const RecordedRequest &request : client.server.requests())
-            targets.append(QString::fromLatin1(request.method + ' ' + request.target));
-        targets.sort();
-        QStringList expected =
-            texts({"GET /api_get_active?",
-                   "GET /api_get_active?&task_id=", "GET /api_get_active?&task_id=a%2Fb%3Dc",
-                   "GET /api_get_task?&task_id=a%2Fb%3Dc", "GET /monitor/ubuntu64/ortm.version"});
-        QCOMPARE(targets,
-                 expected.replaceInStrings(s("?"), s("?login=anna%40orvana.example&password=orvana")));
-    }
-
     // The network stack repeats a request on its own when the connection breaks before the reply;
     // an accepted minute would be counted twice.
     void minuteIsSentOnce()
@@ -125,11 +101,6 @@ private slots:
         QTRY_COMPARE(client.server.screenshots().size(), 1);
         QCOMPARE(client.server.screenshots().constFirst().jpeg, jpeg);
         QTRY_VERIFY(client.records().isEmpty() && client.pictures().isEmpty());
-
-        client.orvana->sendScreenshotActivity(QImage());
-        QVERIFY(client.records().isEmpty() && client.pictures().isEmpty());
-        QVERIFY(client.notices.all().contains(
-            s("При отправке снимка экрана произошла ошибка. Обратитесь в техподдержку")));
     }
 
     void certificateRefusedWhenVerified()
