@@ -8,7 +8,6 @@
 #include <QImage>
 
 using localservice::Fault;
-using localservice::RecordedRequest;
 
 // Minutes wait on the disk until the service has them. What it receives, byte by byte, over real HTTPS.
 class TestWire final : public QObject
@@ -16,7 +15,6 @@ class TestWire final : public QObject
     Q_OBJECT
 
 private slots:
-    // Logins and passwords.
     void credentialsArriveAsTyped_data()
     {
         addRows({{"a+b&c=d%e#f;g/h?i", "+ & = % # ; /"},
@@ -44,7 +42,7 @@ private slots:
             client.server.clearRequests();
             client.orvana->requestDeadlineChange(QDate(2030, 2, 3), result, time);
             QTRY_COMPARE(client.server.requests().size(), 1);
-            const RecordedRequest request = client.server.requests().constFirst();
+            const auto request = client.server.requests().constFirst();
             QCOMPARE(request.path, s("/api_task_deadline_request"));
             QCOMPARE(request.contentType, QByteArray("application/x-www-form-urlencoded"));
             const QString sent = time == endOfDay ? QString() : figures(time, "'&dl_time='HH'%3A'mm");
@@ -144,8 +142,8 @@ private slots:
         QCOMPARE(cache.next(), late);
     }
 
-    // Damaged records and those that the service will never take do not block the others, which
-    // are as old as they were and the minute since.
+    // Damaged records and those that the service will never take do not block the others,
+    // whose age grows by the minute that they waited.
     void recordsThatWait()
     {
         TestClient client;
@@ -158,13 +156,15 @@ private slots:
                          figures(QDateTime::currentDateTime().addSecs(-60), "dd-MM-yyyy-hh-mm-ss"));
             QVERIFY(writeFile(client.cacheFolder().filePath(s(name)), record.toUtf8()));
         };
+        for (int i = 0; i < 300; ++i)
+            QVERIFY(writeFile(client.cacheFolder().filePath(s("jsonbad%1").arg(i)),
+                              QByteArray(i == 0 ? 3 * 1024 * 1024 : i, i % 2 ? '{' : 'x')));
+        client.orvana->sendCachedActivity();
+        QTRY_VERIFY(client.records().isEmpty());
         plant("json1", "5", "30");
         plant("json2", "5", "x");
         plant("jsonA", "99", "0");
         plant("jsonB", "5", "9223372036854775807");
-        for (int i = 0; i < 300; ++i)
-            QVERIFY(writeFile(client.cacheFolder().filePath(s("jsonbad%1").arg(i)),
-                              QByteArray(i == 0 ? 3 * 1024 * 1024 : i, i % 2 ? '{' : 'x')));
         for (int minute = 0; minute < 4; ++minute) {
             client.orvana->sendTaskActivity(1);
             QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
