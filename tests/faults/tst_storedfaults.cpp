@@ -115,6 +115,9 @@ private slots:
             "screenshot1.jpg");
         row("picture elsewhere", "sed 's/screenshot1.jpg/whole/' picture >json1", true, noPicture, "");
         row("picture above", "sed 's/screenshot1.jpg/..\\/session.ini/' picture >json1", true, noPicture, "");
+        row("picture outside",
+            "install -D whole ../../../activity/screenshot1.jpg; sed 's|user@host|..|' picture >json1", true,
+            noPicture, "");
     }
 
     void waitingRecord()

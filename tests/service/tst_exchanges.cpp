@@ -12,6 +12,7 @@ const QByteArray kAccepted = R"({"status":"ok"})";
 
 } // namespace
 
+// What is asked and sent, and when.
 class TestExchanges final : public QObject
 {
     Q_OBJECT
@@ -19,165 +20,135 @@ class TestExchanges final : public QObject
 private slots:
     void uploads_data()
     {
-        // Answered after a restart with another base URL when there is one.
-        addColumns<QByteArray, QByteArray, bool, QByteArray, bool>("service", "later", "isPicture", "body",
-                                                                   "isAccepted");
-        const auto rows = [](const char *service, bool isPicture, const QByteArray &body, bool isAccepted) {
-            for (const char *later : {"", "https://another.invalid/x"})
-                QTest::addRow("%s, %d, %s, %s", service, isPicture, body.constData(), later)
-                    << QByteArray(service) << QByteArray(later) << isPicture << body << isAccepted;
-        };
-        rows("https://service.invalid", false, kAccepted, true);
-        rows("https://service.invalid", true, "ok", true);
-        rows("https://service.invalid", true, "ok\n", false);
-        rows("https://service.invalid", true, kAccepted, false);
-        rows("HTTPS://Service.INVALID:443/Team Work/ж", false, kAccepted, true);
-        rows("https://задачи.рф", true, "ok", true);
+        addRows({{R"(https://service.invalid|minute|{"status":"ok"})", "accepted"},
+                 {"https://service.invalid|picture|ok", "accepted"},
+                 {"https://service.invalid|picture|ok\n", "waits"},
+                 {R"(https://service.invalid|picture|{"status":"ok"})", "waits"},
+                 {R"(HTTPS://Service.INVALID:443/Team Work/ж|minute|{"status":"ok"})", "accepted"},
+                 {"https://задачи.рф|picture|ok", "accepted"}});
     }
 
     void uploads()
     {
-        QFETCH(QByteArray, service);
-        QFETCH(QByteArray, later);
-        QFETCH(bool, isPicture);
-        QFETCH(QByteArray, body);
-        QFETCH(bool, isAccepted);
-        OfflineClient client;
-        client.restart(service);
-        client.login(s("user"));
-        if (isPicture)
-            client->sendScreenshotActivity(QImage(8, 8, QImage::Format_RGB32));
-        else
-            client->sendTaskActivity(3);
-        const QDir cache(client.path(s("user/activity")));
-        const auto files = [&cache] { return cache.entryList(QDir::Files | QDir::Hidden).size(); };
-        const int before = isPicture ? 2 : 1;
-        QCOMPARE(files(), before);
-        if (!later.isEmpty()) {
-            client.answer(client.takeRequests().last(), QByteArray(), QNetworkReply::TimeoutError);
-            client.restart(later);
-            client->sendCachedActivity();
+        QFETCH(QString, input);
+        QFETCH(QString, result);
+        const QStringList parts = input.split(QLatin1Char('|'));
+        const bool isPicture = parts.at(1) == s("picture");
+        // Answered at once, or after a restart with another base URL.
+        for (const bool isLater : {false, true}) {
+            OfflineClient client;
+            client.restart(parts.at(0).toUtf8());
+            client.login(s("user"));
+            client.session()->setCurrentTaskID(s("\"\\ж") + QChar(0) + QChar(0xd800));
+            if (isPicture)
+                client->sendScreenshotActivity(QImage(8, 8, QImage::Format_RGB32));
+            else
+                client->sendTaskActivity(3);
+            const QDir cache(client.path(s("user/activity")));
+            const auto files = [&cache] { return cache.entryList(QDir::Files | QDir::Hidden).size(); };
+            const int before = isPicture ? 2 : 1;
+            QCOMPARE(files(), before);
+            auto requests = client.takeRequests();
+            if (isLater) {
+                client.answer(requests.last(), QByteArray(), QNetworkReply::TimeoutError);
+                client.restart("https://another.invalid/x");
+                client->sendCachedActivity();
+                requests = client.takeRequests();
+            }
+            QCOMPARE(requests.size(), 1);
+            client.answer(requests.last(), parts.at(2).toUtf8());
+            QCOMPARE(files(), result == s("accepted") ? 0 : before);
+            QCOMPARE(client->pendingActivityRequests(), 0);
         }
-        client.answer(client.takeRequests().last(), body);
-        QCOMPARE(files(), isAccepted ? 0 : before);
-        QCOMPARE(client->pendingActivityRequests(), 0);
-    }
-
-    void addresses_data()
-    {
-        addColumns<QByteArray, QByteArray, QString>("environment", "configured", "used");
-        QTest::newRow("slashes") << QByteArray("https://a.invalid/x//") << QByteArray()
-                                 << s("https://a.invalid/x");
-        QTest::newRow("configured") << QByteArray() << QByteArray("https://b.invalid/")
-                                    << s("https://b.invalid");
-        QTest::newRow("both") << QByteArray("http://a.invalid") << QByteArray("http://b.invalid")
-                              << s("http://a.invalid");
-        QTest::newRow("neither") << QByteArray() << QByteArray() << s(ORVANA_BUILTIN_SERVICE_URL);
     }
 
     void addresses()
     {
-        QFETCH(QByteArray, environment);
-        QFETCH(QByteArray, configured);
         const QString config = qEnvironmentVariable("ORVANA_CONFIG");
-        QVERIFY(writeFile(config, configured.isEmpty() ? QByteArray() : "service-url=" + configured + '\n'));
-        OfflineClient client;
-        client.restart(environment);
-        QVERIFY(QFile::remove(config));
-        client->requestCheckUpdate();
-        QTEST(client.takeRequests().last()->url().toString().remove(s("/monitor/ubuntu64/ortm.version")),
-              "used");
+        // The environment's, the configured one and what is used.
+        const char *const rows[][3] = {{"https://a.invalid/x//", "", "https://a.invalid/x"},
+                                       {"", "https://b.invalid/", "https://b.invalid"},
+                                       {"http://a.invalid", "http://b.invalid", "http://a.invalid"},
+                                       {"", "", ORVANA_BUILTIN_SERVICE_URL}};
+        for (const auto &[environment, configured, used] : rows) {
+            QVERIFY(writeFile(config, QByteArray("service-url=") + configured + '\n'));
+            OfflineClient client;
+            client.restart(environment);
+            QVERIFY(QFile::remove(config));
+            QCOMPARE(client->serviceUrl(), s(used));
+        }
     }
 
     void fetchesDetailsAhead()
     {
         OfflineClient client(s("user"));
-        load(client,
-             R"({"id":"2192","tasks":[{"id":"90"}]},{"id":"1","tasks":[{"id":"1"},{"id":"2"}]},)"
-             R"({"id":"2","tasks":[{"id":"2"},{"id":"3"},{"id":"4"},{"id":"5"},{"id":"6"}]})");
+        client.load(texts({"2192:90", "1:1 2", "2:2 3 4 5 6"}));
         // Each task once, whatever becomes of each.
-        QCOMPARE(answerDetails(client, {s("1"), s("2")}), texts({"1", "2", "3", "4", "5", "6"}));
+        QCOMPARE(answerDetails(client, texts({"1", "2"})), texts({"1", "2", "3", "4", "5", "6"}));
         // The next list asks for what is missing and for what is new.
-        const QByteArray next = R"({"id":"1","tasks":[{"id":"1"},{"id":"2"},{"id":"3"},{"id":"7"}]})";
-        load(client, next);
+        client.load(texts({"1:1 2 3 7"}));
         QCOMPARE(answerDetails(client), texts({"1", "2", "7"}));
-        load(client, next);
+        client.load(texts({"1:1 2 3 7"}));
         client->requestTaskInfo(s("0"));
         QVERIFY(client.takeRequests().isEmpty());
         // Tasks without details are remembered as such, those of the exempt team too.
         client.session()->save();
         QVERIFY(client.storedKeys(s("user/taskInfo.ini")).contains(s("90")));
-    }
 
-    void queueOfDetails()
-    {
-        constexpr int tasks = 1200;
         constexpr int queued = 1000;
-        QByteArray list;
         QStringList ids;
-        for (int i = 1; i <= tasks; ++i) {
-            ids.append(QString::number(i));
-            list += ids.last().toLatin1().prepend("{\"id\":\"").append("\"},");
-        }
-        list = "{\"id\":\"1\",\"tasks\":[" + list.chopped(1) + "]}";
-        OfflineClient client(s("user"));
+        for (int i = 1; i <= 1200; ++i)
+            ids.append(QString::number(1000 + i));
+        const QStringList list{s("1:") + ids.join(QLatin1Char(' '))};
         for (const auto &asked : {ids.mid(0, queued), ids.mid(queued), ids.mid(0, queued)}) {
-            load(client, list);
+            client.load(list);
             QCOMPARE(answerDetails(client, ids), asked);
         }
         // What is queued for one user is not asked for another.
-        load(client, list);
+        client.load(list);
         const auto underWay = client.takeRequests();
         client.login(s("other"));
         for (const auto &request : underWay)
             client.answer(request, "");
         QVERIFY(client.takeRequests().isEmpty());
-        load(client, list);
-        QCOMPARE(answerDetails(client, ids), ids.mid(0, queued));
     }
 
-    void unreadableRecord_data()
-    {
-        addColumns<bool, int>("isDenied", "left");
-        QTest::newRow("just now") << false << 0;
-        QTest::newRow("too large") << true << 1;
-    }
-
+    // A record that cannot be read just now is sent later; one that is too large stops no other one.
     void unreadableRecord()
     {
-        QFETCH(bool, isDenied);
-        QFETCH(int, left);
         OfflineClient client(s("user"));
+        const auto answerAll = [&client](const QByteArray &body, QNetworkReply::NetworkError error) {
+            for (auto all = client.takeRequests(); !all.isEmpty(); all = client.takeRequests()) {
+                for (const auto &request : all)
+                    client.answer(request, body, error);
+                client.runQueued();
+                client.runQueued(); // after one that is set aside
+            }
+        };
         client->sendTaskActivity(1);
-        client.answer(client.takeRequests().last(), "", QNetworkReply::TimeoutError);
+        answerAll("", QNetworkReply::TimeoutError);
         const QDir cache(client.path(s("user/activity")));
-        const QString path = cache.filePath(cache.entryList({s("json*")}).constFirst());
-        const QByteArray record = contentsOf(path);
-        if (isDenied) {
-            QVERIFY(QFile::resize(path, 300 * 1024 * 1024));
+        const QString first = cache.filePath(cache.entryList({s("json*")}).first());
+        client->sendTaskActivity(2);
+        client->sendCachedActivity(); // the folder stays open
+        answerAll("", QNetworkReply::TimeoutError);
+        QVERIFY(QFile::resize(first, 300 * 1024 * 1024));
+        rlimit limit = {};
+        getrlimit(RLIMIT_NOFILE, &limit);
+        const rlimit none = {0, limit.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+        for (int i = 0; i < 2; ++i)
             client->sendCachedActivity();
-            client.runQueued();
-        } else {
-            client->sendCachedActivity(); // the folder stays open
-            client.answer(client.takeRequests().last(), "", QNetworkReply::TimeoutError);
-            rlimit limit = {};
-            getrlimit(RLIMIT_NOFILE, &limit);
-            const rlimit none = {0, limit.rlim_max};
-            setrlimit(RLIMIT_NOFILE, &none);
-            client->sendCachedActivity();
-            setrlimit(RLIMIT_NOFILE, &limit);
-        }
+        setrlimit(RLIMIT_NOFILE, &limit);
         QVERIFY(client.takeRequests().isEmpty());
+        QCOMPARE(client.records(), 2);
+        client->sendTaskActivity(3);
+        answerAll(kAccepted, QNetworkReply::NoError);
+        // What is too large is set aside and no longer waits.
+        QCOMPARE(client->backlog().count, 0);
         QCOMPARE(client->pendingActivityRequests(), 0);
         QCOMPARE(client.records(), 1);
-        QCOMPARE(client->backlog().count, 1 - left); // what is set aside no longer waits
-        // It stops no other one, and is sent when it can be read.
-        client->sendTaskActivity(2);
-        for (auto requests = client.takeRequests(); !requests.isEmpty(); requests = client.takeRequests()) {
-            client.answer(requests.first(), kAccepted);
-            client.runQueued();
-        }
-        QCOMPARE(client.records(), left);
+        QVERIFY(QFile::exists(first));
     }
 
     void diskRefuses()
@@ -185,58 +156,43 @@ private slots:
         constexpr int day = 24 * 60;
         OfflineClient client(s("user"));
         const QString folder = client.path(s("user/activity"));
-        const auto block = [&] {
-            return QDir(folder).removeRecursively() && writeFile(folder, "in the way");
+        // Counts the minutes while something lies in the place of the folder.
+        const auto refuse = [&](int minutes) {
+            QVERIFY(QDir(folder).removeRecursively() && writeFile(folder, "in the way"));
+            for (int i = 0; i < minutes; ++i)
+                client->sendTaskActivity(i);
+            QVERIFY(QFile::remove(folder));
+            QCOMPARE(client.notices().take(),
+                     texts({"Не удалось сохранить отчёт об активности на диск. Проверьте свободное место."}));
         };
-        const QStringList notice =
-            texts({"Не удалось сохранить отчёт об активности на диск. Проверьте свободное место."});
-        QVERIFY(block());
-        for (int i = 0; i <= day; ++i)
-            client->sendTaskActivity(i);
-        QCOMPARE(client.notices().take(), notice);
+        refuse(day + 1);
         QCOMPARE(client->backlog().count, day);
         // The oldest is lost; the others are stored at the end.
-        QVERIFY(QFile::remove(folder));
         client.restart();
         QCOMPARE(client.records(), day);
         for (const QFileInfo &record : QDir(folder).entryInfoList({s("json*")}))
             QVERIFY(!contentsOf(record.filePath()).contains("\"active\":\"0\""));
         // A second full disk is reported as well.
         for (int i = 0; i < 2; ++i) {
-            QVERIFY(block());
-            client->sendTaskActivity(1);
-            QCOMPARE(client.notices().take(), notice);
-            QVERIFY(QFile::remove(folder));
+            refuse(1);
             client->sendTaskActivity(2);
             QCOMPARE(client.records(), 2);
         }
     }
 
-    void backlogWords_data()
-    {
-        addColumns<int, QString>("count", "words");
-        for (const int count : {1, 21, 101})
-            QTest::addRow("%d", count) << count << s("%1 отчёт ждёт отправки с 14:05").arg(count);
-        for (const int count : {2, 4, 22, 104})
-            QTest::addRow("%d", count) << count << s("%1 отчёта ждут отправки с 14:05").arg(count);
-        for (const int count : {5, 10, 11, 12, 14, 20, 25, 111, 112})
-            QTest::addRow("%d", count) << count << s("%1 отчётов ждут отправки с 14:05").arg(count);
-    }
-
     void backlogWords()
     {
-        QFETCH(int, count);
         const QDateTime oldest(QDate(2026, 2, 3), QTime(14, 5));
-        QTEST(backlogText(count, oldest, oldest.addSecs(60)), "words");
+        QString words;
+        for (const int count : {1, 4, 5, 10, 12, 20, 21, 102, 111})
+            words += backlogText(count, oldest, oldest.addSecs(60)).section(QLatin1Char(' '), 0, 2) + s("; ");
+        QCOMPARE(words,
+                 s("1 отчёт ждёт; 4 отчёта ждут; 5 отчётов ждут; 10 отчётов ждут; 12 отчётов ждут; "
+                   "20 отчётов ждут; 21 отчёт ждёт; 102 отчёта ждут; 111 отчётов ждут; "));
+        QVERIFY(backlogText(2, oldest, oldest).endsWith(s(" отправки с 14:05")));
     }
 
 private:
-    static void load(OfflineClient &client, const QByteArray &teams)
-    {
-        client->requestTeamsAndTasks();
-        client.answer(client.takeRequests().last(), '[' + teams + ']');
-    }
-
     // Answers all requests for details, few of which are under way at a time; returns for
     // which tasks they were.
     static QStringList answerDetails(OfflineClient &client, const QStringList &failing = {})

@@ -9,7 +9,11 @@ const QString kTeamsFile = s("user@host/teams.ini");
 const QString kSessionFile = s("user@host/session.ini");
 const QString kTasksFile = s("user@host/tasks.ini");
 const QString kTaskInfoFile = s("user@host/taskInfo.ini");
-const QString kDateFormat = s("ddd MMM d yyyy");
+
+QString storedDate(const QDate &date)
+{
+    return figures(date, "ddd MMM d yyyy");
+}
 
 QString idsOf(const QList<Task> &tasks)
 {
@@ -21,7 +25,7 @@ QString idsOf(const QList<Task> &tasks)
 
 } // namespace
 
-// What of a user is kept on the disk, and how it comes back.
+// What of a user is kept on the disk and how it comes back; what new lists and passing time change.
 class TestSession final : public QObject
 {
     Q_OBJECT
@@ -30,6 +34,7 @@ private slots:
     void comesBackAfterRestart()
     {
         const QString password = s(" p@ss\"=;#%41/\\Пароль, ");
+        const QDate today = QDate::currentDate();
         OfflineClient client(kUser, password);
         client.load(texts({"2:7!@3*2 8", "1:9"}));
         TaskInfo info;
@@ -38,23 +43,22 @@ private slots:
         client->changeTask(s("2"), s("7"));
         client.session()->setActive(true);
         client.session()->setOnline(false);
-        client.session()->setWorktimeDate(QDate::currentDate());
+        client.session()->setWorktimeDate(today);
         client.session()->setWorktime(QTime(3, 17, 42));
         client.session()->setActiveTime(QTime(2, 5));
         client.session()->setActiveTaskTime(s("7"), QTime(1, 30));
         client.stop();
         QCOMPARE(client.stored(s("config.ini")), (QVariantMap{{s("lastLogin"), kUser}}));
         QCOMPARE(client.stored(kTeamsFile), (QVariantMap{{s("1"), s("C1")}, {s("2"), s("C2")}}));
-        QVariantMap expected{{s("password"), password},
-                             {s("task2activeTimeMap"), QVariantMap{{s("7"), QTime(1, 30)}}}};
-        const QString date = QLocale::c().toString(QDate::currentDate(), kDateFormat);
-        const QStringList others = s("logged=true active=true teamID=2 taskID=7 isOnline=false "
-                                     "todayWorktime=03:17:42 todayActivetime=02:05:00")
-                                       .split(QLatin1Char(' '))
-            << s("worktimeDate=") + date;
-        for (const QString &entry : others)
-            expected.insert(entry.section(QLatin1Char('='), 0, 0), entry.section(QLatin1Char('='), 1));
-        QCOMPARE(client.stored(kSessionFile), expected);
+        QVariantMap stored = client.stored(kSessionFile);
+        QCOMPARE(stored.take(s("task2activeTimeMap")), QVariant(QVariantMap{{s("7"), QTime(1, 30)}}));
+        QString values;
+        for (const QString &key : stored.keys())
+            values += key + QLatin1Char('=') + stored.value(key).toString() + QLatin1Char(' ');
+        QCOMPARE(values,
+                 s("active=true isOnline=false logged=true password=%1 taskID=7 teamID=2 "
+                   "todayActivetime=02:05:00 todayWorktime=03:17:42 worktimeDate=%2 ")
+                     .arg(password, storedDate(today)));
         for (const QString &folder : texts({"", "user@host", "user@host/activity"}))
             QCOMPARE(QFile::permissions(client.path(folder)) & 0x0fff, QFile::Permissions(0x0700));
 
@@ -62,160 +66,93 @@ private slots:
         Orvana::Session *session = client.session();
         QCOMPARE(session->login() + session->password(), kUser + password);
         QCOMPARE(session->currentTeamID() + session->currentTaskID(), s("27"));
+        QVERIFY(session->isLogged() && session->isActive() && !session->isOnline());
         QCOMPARE(session->team(s("2")).name, s("C2"));
         QVERIFY(haveSameContents(session->tasks(s("2")), tasksFrom(s("7!@3*2 8")) << Task::catchAll()));
         QCOMPARE(session->taskInfo(s("7")), info);
-
         // With nobody logged in, only that is written.
         session->clear();
         session->save();
         QCOMPARE(client.stored(s("config.ini"), s("lastLogin")).toString(), QString());
         QCOMPARE(client.stored(kSessionFile, s("password")).toString(), password);
-        QCOMPARE(client.storedKeys(kTasksFile), texts({"1", "2"}));
-    }
-
-    void restores_data()
-    {
-        // One entry of a stored file that otherwise is today's, the date in days from then; what
-        // the next start makes of it.
-        addRows({{"worktimeDate=0", "3:17:00 2:05:00 2:05:00 1:00:00 offline"},
-                 {"worktimeDate=-1", "0:00:00 0:00:00 0:00:00 0:00:00 offline"},
-                 {"worktimeDate=1", "0:00:00 0:00:00 0:00:00 0:00:00 offline"},
-                 {"worktimeDate=", "0:00:00 0:00:00 0:00:00 0:00:00 offline"},
-                 {"todayWorktime=half past", "0:00:00 2:05:00 2:05:00 1:00:00 offline"},
-                 {"todayActivetime=24:00:00", "3:17:00 0:00:00 0:00:00 1:00:00 offline"},
-                 {"isOnline=", "3:17:00 2:05:00 2:05:00 1:00:00 online"}});
-    }
-
-    void restores()
-    {
-        QFETCH(QString, input);
-        const QDate today = QDate::currentDate();
-        const QString key = input.section(QLatin1Char('='), 0, 0);
-        QString value = input.section(QLatin1Char('='), 1);
-        if (key == s("worktimeDate") && !value.isEmpty())
-            value = QLocale::c().toString(today.addDays(value.toInt()), kDateFormat);
-        OfflineClient client(kUser);
-        client.session()->setWorktimeDate(today);
-        client.session()->setWorktime(QTime(3, 17, 42));
-        client.session()->setActiveTime(QTime(2, 5, 9));
-        client.session()->setActiveTaskTime(s("7"), QTime(1, 0));
-        client.session()->setOnline(false);
-        client.stop();
-        {
-            QSettings file(client.path(kSessionFile), QSettings::IniFormat);
-            value.isEmpty() ? file.remove(key) : file.setValue(key, value);
-        }
-        client.restart();
-        Orvana::Session *session = client.session();
-        QCOMPARE(session->worktimeDate(), today);
-        const QTime shown = session->todayTime();
-        session->updateSecondsToDisplayedWorktime();
-        QCOMPARE(session->todayTime(), shown);
-        QString restored;
-        for (const QTime &time : {shown, session->todayActiveTime(), session->todayActiveTimeDisplayed(),
-                                  session->todayActiveTime(s("7"))})
-            restored += figures(time, "H:mm:ss ");
-        restored += session->isOnline() ? s("online") : s("offline");
-        QTEST(restored, "result");
-    }
-
-    void keepsOddIds()
-    {
-        QStringList ids = texts({"a/b",    "/a",      "a//b",      "/", "a\\b",    "%2F",      "%252F",
-                                 "a=b;#c", " a ",     "A",         "a", "General", "%General", "@Variant(x)",
-                                 "\"q\"",  "a\nb\tc", "кириллица", "😀", "..",      "[x]",      "0"})
-            << QLatin1String("a") + QChar(0) + QLatin1String("b") << QString(1000, QLatin1Char('x'))
-            << QString();
-        OfflineClient client(kUser);
-        QList<Team> teams;
-        Task task;
-        TaskInfo info;
-        for (const QString &id : qAsConst(ids)) {
-            task.id = info.id = id;
-            client.session()->addTasksData({task}, id);
-            client.session()->addTaskInfoData(id, info);
-            teams.append({id, id});
-        }
-        client.session()->addTeamsData(teams);
-        client.restart();
-        ids.removeLast(); // A settings file has no place for an empty id.
-        QCOMPARE(client.session()->teams().size(), ids.size());
-        for (const QString &id : qAsConst(ids)) {
-            QCOMPARE(client.session()->team(id).name, id);
-            QCOMPARE(client.session()->task(id, id).id, id);
-            QCOMPARE(client.session()->taskInfo(id).id, id);
-        }
     }
 
     // However the program ends afterwards, the next one starts with the last decision.
     void keepsEachDecisionAtOnce()
     {
-        OfflineClient client(kUser);
-        client.load(texts({"1:7 8", "2:7"}));
-        const auto stored = [&client](const QString &user) {
-            const QVariantMap session = client.stored(user + s("/session.ini"));
+        OfflineClient client(kUser, s("first"));
+        client.load(texts({"1:7", "2:7"}));
+        client.session()->setWorktimeDate(QDate::currentDate());
+        client.session()->setWorktime(QTime(1, 0));
+        const auto stored = [&client](const char *user) {
+            const QVariantMap session = client.stored(s(user) + s("/session.ini"));
             QString values = client.stored(s("config.ini"), s("lastLogin")).toString();
-            for (const char *key : {"logged", "active", "teamID", "taskID"})
+            for (const char *key : {"password", "logged", "active", "teamID", "taskID"})
                 values += QLatin1Char(' ') + session.value(s(key)).toString();
             return values;
         };
-        client->changeTask(s("1"), s("7"));
-        QCOMPARE(stored(kUser), kUser + s(" true false 1 7"));
-        client.session()->setActive(true);
-        QCOMPARE(stored(kUser), kUser + s(" true true 1 7"));
-        client->changeTask(s("2"), s("7"));
-        QCOMPARE(stored(kUser), kUser + s(" true true 2 7"));
-        client.login(s("other"));
-        QCOMPARE(stored(s("other")), s("other true false  "));
-        client.login(kUser);
-        client.session()->setActive(false);
-        QCOMPARE(stored(kUser), kUser + s(" true false 2 7"));
-    }
-
-    void keepsUsersApart()
-    {
-        OfflineClient client(kUser, s("first"));
-        client.load(texts({"1:7"}));
-        client->changeTask(s("1"), s("7"));
-        client.session()->setWorktimeDate(QDate::currentDate());
-        client.session()->setWorktime(QTime(1, 0));
         const auto known = [session = client.session()]() -> QString {
-            return idsOf(session->tasks()) + QString::number(session->teams().size())
-                + session->currentTaskID() + figures(session->todayTime(), " H");
+            return idsOf(session->tasks()) + figures(session->todayTime(), " H ") + session->currentTaskID();
         };
+        client->changeTask(s("1"), s("7"));
+        QCOMPARE(stored("user@host"), s("user@host first true false 1 7"));
+        client.session()->setActive(true);
+        QCOMPARE(stored("user@host"), s("user@host first true true 1 7"));
+        client->changeTask(s("2"), s("7"));
+        QCOMPARE(stored("user@host"), s("user@host first true true 2 7"));
         client.login(s("other"), s("second"));
-        QCOMPARE(known(), s("0 0"));
+        QCOMPARE(stored("other"), s("other second true false  "));
+        QCOMPARE(known(), s(" 0 "));
         // Back again, with another password.
         client.login(kUser, s("third"));
-        QCOMPARE(known(), s("7 017 1"));
-        client.restart();
-        QCOMPARE(client.session()->password(), s("third"));
-        QCOMPARE(client.stored(s("other/session.ini"), s("password")).toString(), s("second"));
+        QCOMPARE(known(), s("7 0 1 7"));
+        client.session()->setActive(false);
+        QCOMPARE(stored("user@host"), s("user@host third true false 2 7"));
+        QCOMPARE(stored("other"), s("user@host second true false  "));
     }
 
-    void staysInItsFolder()
+    void keepsOddLoginsAndIds_data()
     {
-        const QStringList logins = texts({"..", ".", "../x", "/etc", "%2E%2E", " ", "a b+c%", "Иван",
-                                          "cached", "update", "log.log", "lock"})
-            << QLatin1String("a") + QChar(0) + QLatin1String("/../..") << QString(5000, QLatin1Char('x'));
-        for (const QString &login : logins) {
-            OfflineClient client(login);
-            client.stop();
-            const QDir storage(client.path(QString()));
-            const QDir folder(StorageFolder::ofUser(storage, login));
-            QCOMPARE(QFileInfo(folder.path()).path(), storage.absolutePath());
-            const QDir above(storage.filePath(s("..")));
-            QCOMPARE(above.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
-                     texts({".orvana"}));
-            // As each start of the program does.
-            StorageFolder::removeDir(storage.filePath(s("cached")));
-            client.restart();
-            QCOMPARE(client.session()->login(), login);
-            QCOMPARE(client.session()->password(), s("pw"));
-            QVERIFY(!QFileInfo(client.path(s("update"))).exists()
-                    && !QFileInfo(client.path(s("log.log"))).exists());
+        QTest::addColumn<QString>("odd");
+        for (const char *odd :
+             {"..",   ".",       "../x",   "/etc",        "/",       "a//b",   "a\\b",   "%2E%2E",
+              "%2F",  "%252F",   " a+ ",   "A",           "Иван 😀",  "cached", "update", "log.log",
+              "lock", "General", "a=b;#c", "@Variant(x)", "\"[q]\"", "a\nb\tc"})
+            QTest::newRow(odd) << s(odd);
+        QTest::newRow("NUL") << s("a") + QChar(0) + s("/../..");
+        QTest::newRow("long") << QString(5000, QLatin1Char('x'));
+    }
+
+    void keepsOddLoginsAndIds()
+    {
+        QFETCH(QString, odd);
+        const QString other = odd.toUpper() + odd.toLower();
+        OfflineClient client(odd);
+        TaskInfo info;
+        info.id = odd;
+        client.session()->addTaskInfoData(odd, info);
+        // A settings file has no place for an empty id.
+        for (const QString &id : {odd, other, QString()}) {
+            Task task;
+            task.id = id;
+            client.session()->addTasksData({task}, id);
         }
+        client.session()->addTeamsData({{odd, odd}, {other, other}});
+        client.stop();
+        const QDir storage(client.path(QString()));
+        QCOMPARE(QFileInfo(StorageFolder::ofUser(storage, odd)).path(), storage.absolutePath());
+        QCOMPARE(
+            QDir(storage.filePath(s(".."))).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+            texts({".orvana"}));
+        // As each start of the program does.
+        StorageFolder::removeDir(storage.filePath(s("cached")));
+        client.restart();
+        const Orvana::Session *session = client.session();
+        QCOMPARE(session->login() + session->password(), odd + s("pw"));
+        QVERIFY(!QFile::exists(client.path(s("update"))) && !QFile::exists(client.path(s("log.log"))));
+        QCOMPARE(session->teams().size(), 2);
+        QCOMPARE(session->team(odd).name + session->task(other, other).id, odd + other);
+        QCOMPARE(client.session()->taskInfo(odd).id, odd);
     }
 
     void servesOneClientAtATime()
@@ -247,16 +184,10 @@ private slots:
             QCOMPARE(client.storedKeys(kTeamsFile), texts({"1"}));
             QCOMPARE(client.storedKeys(kTasksFile), texts({"1", "2"}));
             QCOMPARE(idsOf(client.stored(kTasksFile, s("2")).value<QList<Task>>()), s("8 0"));
-            QCOMPARE(client.storedKeys(kTaskInfoFile), texts({"x"}));
+            QCOMPARE(client.storedKeys(kTaskInfoFile), texts({"0", "7", "8", "x"}));
             for (const QString &name : {kTasksFile, kTaskInfoFile, kTeamsFile})
                 QVERIFY(QFile::remove(client.path(name)));
         }
-        // Something else is where a file was, and one list of several changes.
-        QVERIFY(QDir().mkdir(client.path(kTasksFile)));
-        client.load(texts({"1:7@1"}));
-        for (int i = 0; i < 2; ++i)
-            client.session()->save();
-        QCOMPARE(client.storedKeys(kTasksFile), texts({"1", "2"}));
     }
 
     void deletesWhatOlderVersionsLeft()
@@ -265,7 +196,7 @@ private slots:
         client.load(texts({"1:", "../../x:"}));
         client.stop();
         const QStringList stale = texts(
-            {"json1", "json", ".orvana.db", "comments.data", "session.json", "user@host/session.json",
+            {"json1", ".orvana.db", "comments.data", "session.json", "user@host/session.json",
              "user@host/tasks.json", "user@host/teams.json", "user@host/team_1/a/b", "user@host/team_1/.c"});
         const QStringList kept = texts({"update.json", "user@host/activity/json1", "jsons/json",
                                         "user@host/team_2/a", "elsewhere/a", "user@host/team_"});
@@ -273,10 +204,157 @@ private slots:
             QVERIFY(writeFile(client.path(name), "x"));
         QVERIFY(QFile::link(client.path(s("elsewhere")), client.path(s("user@host/team_1/link"))));
         client.restart();
-        for (const QString &name : stale + texts({"user@host/team_1"}))
-            QVERIFY2(!QFile::exists(client.path(name)), qPrintable(name));
-        for (const QString &name : kept)
-            QVERIFY2(QFile::exists(client.path(name)), qPrintable(name));
+        for (const QString &name : stale + kept + texts({"user@host/team_1"}))
+            QVERIFY2(QFile::exists(client.path(name)) == kept.contains(name), qPrintable(name));
+    }
+
+    void announcesFromTheSecondLoad()
+    {
+        OfflineClient client(kUser);
+        client.load(texts({"1:7! 8"}));
+        QCOMPARE(client.notices().take(), QStringList());
+        QVERIFY(!QFile::exists(client.path(kTasksFile)));
+        // The second load finds as many lists as teams and creates the files.
+        client.load(texts({"1:7! 8", "2:9"}));
+        QVERIFY(QFile::exists(client.path(kTasksFile)));
+        QCOMPARE(client.notices().take(),
+                 texts({"Добавлена новая задача \"T9\" #9", "Добавлена новая команда \"C2\""}));
+        // Every task once.
+        QCOMPARE(idsOf(client.session()->tasks()), s("7 8 0 9"));
+        QCOMPARE(idsOf(client.session()->blockedTasks(s("1"))), s("7"));
+        // A restart is no first load.
+        client.restart();
+        client.load(texts({"1:7! 8"}));
+        client.load(texts({"1:7! 8"}));
+        QCOMPARE(client.notices().take(), texts({"Вы больше не являетесь членом команды \"C2\""}));
+    }
+
+    void announcesChanges_data()
+    {
+        // Lists before and after; popups, tasks closed, and "!" when the current task 7 has a new deadline.
+        // First comes each task of the new list, then those that are gone, then deadlines.
+        addRows(
+            {{"1:1~0 2 3! 4*1 5 6@1 10*3 11@1 12 13@1 > 1:13@2 1!*2 2~y 3~0 4*2 6@2 8~0 9~y 10*2 11",
+              "Задача \"T1\" помечена как блокирующая #1; К задаче \"T1\" добавлен новый комментарий #1; "
+              "Задача \"T2\" помечена как блокирующая #2; Задача \"T3\" более не является блокирующей #3; "
+              "К задаче \"T4\" добавлен новый комментарий #4; Добавлена новая задача \"T8\" #8; "
+              "Добавлена новая блокируюшая задача \"T9\" #9; Задача \"T5\" более недоступна; "
+              "Задача \"T12\" более недоступна; Дедлайн задачи \"T6\" был изменён; "
+              "Дедлайн задачи \"T11\" был изменён; Дедлайн задачи \"T13\" был изменён; 512"},
+             // The other team's list has the deadline already, so it is announced once.
+             {"1:7@1, 2:7@1 8 > 1:7@2, 2:7@2 8", "Дедлайн задачи \"T7\" был изменён; !"},
+             {"1:7, 2:7 8 > 1:, 2:8", "Задача \"T7\" более недоступна; 7"},
+             {"1:7, 2:7 > 1:, 2:7", "Задача \"T7\" более недоступна; Добавлена новая задача \"T7\" #7; 7"},
+             // The exempt team's deadlines are not tracked.
+             {"2192:7@1 8 9 > 2192:7@2 8!",
+              "Задача \"T8\" помечена как блокирующая #8; Задача \"T9\" более недоступна; 9"},
+             {"1:7@1, 2192:7@1 > 1:7@2, 2192:7@3", "Дедлайн задачи \"T7\" был изменён; !"}});
+    }
+
+    void announcesChanges()
+    {
+        QFETCH(QString, input);
+        const QStringList after = input.section(s(" > "), 1).split(s(", "));
+        OfflineClient client(kUser);
+        client.load(input.section(s(" > "), 0, 0).split(s(", ")));
+        client.session()->setCurrentTaskID(s("7"));
+        client.session()->save();
+        QString signalled;
+        connect(client.session(), &Orvana::Session::taskClosed, this,
+                [&](const QString &id) { signalled += id; });
+        connect(client.session(), &Orvana::Session::overdueTimeChanged, this,
+                [&] { signalled += QLatin1Char('!'); });
+        client.load(after);
+        QTEST(QString((client.notices().take() << signalled).join(s("; "))), "result");
+        // What came is what is known now, also to the next program.
+        for (int round = 0; round < 2; ++round) {
+            for (const QString &list : qAsConst(after)) {
+                const QList<Task> expected = tasksFrom(list.section(QLatin1Char(':'), 1)) << Task::catchAll();
+                QVERIFY(haveSameContents(client.session()->tasks(list.section(QLatin1Char(':'), 0, 0)),
+                                         expected));
+            }
+            client.restart();
+        }
+    }
+
+    // d is the day of the counters from today ("?" for none), w, a and t set working, active and the
+    // task's time, m and n count a minute of each, W and A show what is counted, s is a second. After
+    // a stored entry is replaced or removed, the program is started again.
+    void counts_data()
+    {
+        // Working time as shown; active time as counted and as shown; task 7's entry; signals.
+        addRows({{"d0 w5:00:59 s m", "5:01:00 0:00:00 0:00:01 0:00:00 1"},
+                 {"d0 s m n W A", "0:01:00 0:01:00 0:01:00 0:01:00 3"},
+                 {"d0 w23:59:30 m W", "0:00:30 0:00:00 0:00:00 0:00:00 1"},
+                 {"d0 w23:59:59 a23:59:59 s", "0:00:00 23:59:59 0:00:00 0:00:00 2"},
+                 {"d0 a23:59:59 n", "0:00:00 0:00:59 23:59:59 0:00:59 1"},
+                 // A task's entry is the day's total at its latest active minute.
+                 {"d0 a1:00:00 t1:30:00 n n t7:45:00 n", "0:00:00 1:03:00 0:00:00 1:03:00 0"},
+                 // The active time as shown jumps when the minute field differs.
+                 {"d0 a1:05:40 a2:05:00", "0:00:00 2:05:00 1:05:40 0:00:00 1"},
+                 // The first second of a day does not count.
+                 {"w5:00:00 a4:30:00 t1:00:00 d1 s", "5:00:01 4:30:00 4:30:01 1:00:00 2"},
+                 {"w5:00:00 a4:30:00 t1:00:00 d-1 s", "0:00:00 0:00:00 0:00:00 0:00:00 2"},
+                 {"w5:00:00 a4:30:00 t1:00:00 d? s W A s", "0:00:01 0:00:00 0:00:01 0:00:00 5"},
+                 {"d0 w3:17:42 a2:05:09 t1:00:00 worktimeDate=0 W", "3:17:00 2:05:00 2:05:00 1:00:00 1"},
+                 {"d0 w3:17:42 a2:05:09 t1:00:00 worktimeDate=-1", "0:00:00 0:00:00 0:00:00 0:00:00 1"},
+                 {"d0 w3:17:42 a2:05:09 t1:00:00 worktimeDate=1", "0:00:00 0:00:00 0:00:00 0:00:00 1"},
+                 {"d0 w3:17:42 worktimeDate=", "0:00:00 0:00:00 0:00:00 0:00:00 0"},
+                 {"d0 w3:17:42 a2:05:09 todayWorktime=half", "0:00:00 2:05:00 2:05:00 0:00:00 1"},
+                 {"d0 w3:17:42 a2:05:09 todayActivetime=24:00:00", "3:17:00 0:00:00 0:00:00 0:00:00 1"}});
+    }
+
+    void counts()
+    {
+        QFETCH(QString, input);
+        const QDate today = QDate::currentDate();
+        OfflineClient client(kUser);
+        client.session()->setCurrentTaskID(s("7"));
+        int updates = 0;
+        connect(client.session(), &Orvana::Session::timeUpdated, this, [&updates] { ++updates; });
+        const auto restartWith = [&](const QString &key, const QString &value) {
+            client.stop();
+            {
+                QSettings file(client.path(kSessionFile), QSettings::IniFormat);
+                file.setValue(key,
+                              key == s("worktimeDate") ? storedDate(today.addDays(value.toInt())) : value);
+                if (value.isEmpty())
+                    file.remove(key);
+            }
+            client.restart();
+        };
+        using Session = Orvana::Session;
+        const QMap<char, std::function<void(Session &, const QTime &)>> kinds{
+            {'w', [](Session &session, const QTime &time) { session.setWorktime(time); }},
+            {'a', [](Session &session, const QTime &time) { session.setActiveTime(time); }},
+            {'t', [](Session &session, const QTime &time) { session.setActiveTaskTime(s("7"), time); }},
+            {'m', [](Session &session, const QTime &) { session.addMinuteToWorktime(); }},
+            {'n', [](Session &session, const QTime &) { session.addMinuteToActiveTime(); }},
+            {'W', [](Session &session, const QTime &) { session.updateSecondsToDisplayedWorktime(); }},
+            {'A', [](Session &session, const QTime &) { session.updateSecondsToDisplayedActiveTime(); }},
+            {'s', [](Session &session, const QTime &) { session.incrementTodayTime(); }}};
+        for (const QString &step : input.split(QLatin1Char(' '))) {
+            const QString value = step.mid(1);
+            if (step.contains(QLatin1Char('=')))
+                restartWith(step.section(QLatin1Char('='), 0, 0), step.section(QLatin1Char('='), 1));
+            else if (step.startsWith(QLatin1Char('d')))
+                client.session()->setWorktimeDate(value == s("?") ? QDate() : today.addDays(value.toInt()));
+            else
+                kinds[step.at(0).toLatin1()](*client.session(), QTime::fromString(value, s("H:mm:ss")));
+        }
+        Orvana::Session *session = client.session();
+        QString shown;
+        for (const QTime &time : {session->todayTime(), session->todayActiveTime(),
+                                  session->todayActiveTimeDisplayed(), session->todayActiveTime(s("7"))})
+            shown += figures(time, "H:mm:ss ");
+        QTEST(QString(shown + QString::number(updates)), "result");
+        QCOMPARE(session->worktimeDate(), today.addDays(input.contains(s("d1")) ? 1 : 0));
+        QCOMPARE(session->todayActiveTime(s("x")), QTime(0, 0));
+        // A counted minute is on the disk at once.
+        session->updateSecondsToDisplayedWorktime();
+        if (input.contains(s(" m")))
+            QCOMPARE(client.stored(kSessionFile, s("todayWorktime")).toString(),
+                     figures(session->todayTime(), "HH:mm:ss"));
     }
 };
 

@@ -16,7 +16,6 @@
 #include <QPointer>
 #include <QSettings>
 #include <QTemporaryDir>
-#include <QUrlQuery>
 
 #include <memory>
 
@@ -66,8 +65,7 @@ public:
         QFile::copy(path(file), copy);
         const QSettings settings(copy, QSettings::IniFormat);
         QVariantMap values;
-        const QStringList keys = settings.allKeys();
-        for (const QString &key : keys)
+        for (const QString &key : settings.allKeys())
             values.insert(key, settings.value(key));
         return values;
     }
@@ -80,17 +78,11 @@ public:
         answer(takeRequests().last(), QByteArrayLiteral("{}"));
     }
 
-    // As a reply brings them, each team's tasks and then the teams: "1:7! 8" is team
-    // 1, by the name of C1, with notes of its tasks.
+    // Lists of teams and tasks come in; requests for details follow.
     void load(const QStringList &lists)
     {
-        QList<Team> teams;
-        for (const QString &list : lists) {
-            const QString id = list.section(QLatin1Char(':'), 0, 0);
-            teams.append({id, QLatin1Char('C') + id});
-            session()->addTasksData(tasksFrom(list.section(QLatin1Char(':'), 1)) << Task::catchAll(), id);
-        }
-        session()->addTeamsData(teams);
+        m_orvana->requestTeamsAndTasks();
+        answer(takeRequests().last(), listsReply(lists));
     }
 
     // Requests under way, in their order. They belong to the caller and are never sent.
@@ -134,13 +126,8 @@ public:
 private:
     // In memory where there is room for that: settings are flushed at each save,
     // and hundreds of clients would wait for the disk.
-    static QString folderTemplate()
-    {
-        const QString memory = s("/dev/shm");
-        return (QFileInfo(memory).isWritable() ? memory : QDir::tempPath()) + s("/orvana-test.XXXXXX");
-    }
-
-    QTemporaryDir m_folder{folderTemplate()};
+    QTemporaryDir m_folder{(QFileInfo(s("/dev/shm")).isWritable() ? s("/dev/shm") : QDir::tempPath())
+                           + s("/orvana-test.XXXXXX")};
     Notices m_notices;
     std::unique_ptr<Orvana> m_orvana;
 };

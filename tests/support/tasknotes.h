@@ -26,3 +26,19 @@ inline QList<Task> tasksFrom(const QString &notes)
     }
     return tasks;
 }
+
+// The service's reply: "1:7! 8" is team 1, by the name of C1, with notes of its tasks.
+inline QByteArray listsReply(const QStringList &lists)
+{
+    QStringList teams;
+    for (const QString &list : lists) {
+        QStringList tasks;
+        for (const Task &task : tasksFrom(list.section(QLatin1Char(':'), 1)))
+            tasks.append(s(R"({"id":"%1","title":"%2","deadline":"%3","block":"%4","last_comment":"%5"})")
+                             .arg(task.id, task.title, serviceDateTimeText(task.deadline), task.block,
+                                  serviceDateTimeText(task.lastComment)));
+        teams.append(s(R"({"id":"%1","name":"C%1","tasks":[%2]})")
+                         .arg(list.section(QLatin1Char(':'), 0, 0), tasks.join(QLatin1Char(','))));
+    }
+    return QString(QLatin1Char('[') + teams.join(QLatin1Char(',')) + QLatin1Char(']')).toUtf8();
+}
