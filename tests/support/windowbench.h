@@ -1,29 +1,17 @@
 #pragma once
 
 #include "app/application.h"
-#include "popups.h"
 #include "testclient.h"
-#include "texts.h"
 #include "ui/accessiblecontrols.h"
 #include "ui/mainform.h"
 #include "ui/taskform.h"
+#include "windowparts.h"
 
-#include <QAccessible>
-#include <QNetworkAccessManager>
 #include <QNetworkReply>
-#include <QtWidgets>
 
 #include <functional>
 #include <memory>
-
-/// One of several ways to do the same, for a table of tests.
-using UserAction = std::function<void()>;
-Q_DECLARE_METATYPE(UserAction)
-
-inline void addUserAction(const char *name, const UserAction &action)
-{
-    QTest::newRow(name) << action;
-}
+#include <vector>
 
 /// The client's windows over a client of their own, styled as the program styles them; nobody has
 /// worked yet today.
@@ -40,8 +28,9 @@ public:
     }
     ~WindowBench()
     {
+        others.clear();
         form.reset();
-        NotificationManager::instance()->destroy();
+        dropPopups();
     }
     Q_DISABLE_COPY_MOVE(WindowBench)
 
@@ -62,12 +51,20 @@ public:
     {
         return m_client.logIn(login, password) && refresh();
     }
+    bool signInOther() { return signIn(s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я")); }
 
     bool refresh()
     {
         QSignalSpy updated(session(), &Orvana::Session::teamsUpdated);
         orvana()->requestTeamsAndTasks();
         return (updated.count() > 0 || updated.wait()) && settle();
+    }
+
+    /// The client has noticed what was edited.
+    bool change(const std::function<void(localservice::World &)> &edit)
+    {
+        server().edit(edit);
+        return refresh();
     }
 
     /// All replies are in.
@@ -106,23 +103,13 @@ public:
         m_client.restart();
     }
 
-    // As a screen reader does.
-    static void press(QWidget *widget)
-    {
-        if (auto *actions = QAccessible::queryAccessibleInterface(widget)->actionInterface())
-            actions->doAction(QAccessibleActionInterface::pressAction());
-    }
-
-    static void notify() { NotificationManager::instance()->addNotification(s("x"), TaskAdded, s("1704")); }
-
     static void dropPopups() { NotificationManager::instance()->destroy(); }
+    static QStringList popupTexts() { return ::popupTexts(); }
 
-    static QStringList popupTexts() { return textsOf(shownPopups()); }
-
-    template <typename T>
+    template <typename T = QPushButton>
     T *child(const char *name) const
     {
-        return form->findChild<T *>(QString::fromLatin1(name));
+        return part<T>(form.get(), name);
     }
 
 private:
@@ -130,4 +117,5 @@ private:
 
 public:
     std::unique_ptr<MainForm> form; // goes before the client
+    std::vector<std::unique_ptr<QWidget>> others; // go before both
 };

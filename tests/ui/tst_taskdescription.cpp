@@ -1,11 +1,9 @@
-#include "rows.h"
 #include "ui/descriptionrows.h"
 #include "ui/taskdescriptionform.h"
 #include "urlcatcher.h"
 #include "widgets/markupbrowser.h"
-#include "widgets/scrolltext.h"
+#include "widgets/tooltips.h"
 #include "windowbench.h"
-#include "windowparts.h"
 
 namespace {
 
@@ -15,12 +13,9 @@ TaskInfo sample()
 {
     TextTask first;
     first.text = s("Требования 1");
-    first.minCount = s("4000");
-    first.page = QUrl(s("https://orvana.example/a?b=1&c=2"));
     first.keywords = {{s("1"), s("фраза"), s("3"), s("5")}};
     TextTask second;
     second.text = s("Требования 2");
-    second.page = QUrl(s("file:///etc/passwd"));
     TaskInfo info;
     info.id = kTask;
     info.title = s("Отчёт & <b>план</b>");
@@ -28,50 +23,28 @@ TaskInfo sample()
     info.text = s("Строка 1\nСтрока 2");
     info.executorName = s("Анна");
     info.auditorName = s("<i>Мария</i>");
-    info.files = {{s("1"), s("f1"), s("<b>план</b>.docx"), s("0")},
-                  {s("2"), s("f2"), s("схема.png"), s("1048576")}};
-    for (const char *size : {"1023", "1024", "2251799813685248", "many", "inf", "nan"})
-        info.files.append({QString(), QString(), s("f"), s(size)});
+    info.files = {{QString(), QString(), s("<b>f</b>"), s("many")}};
     info.texts = {first, second};
     return info;
 }
 
-QString labelText(const QWidget *form, const char *name)
+// Calls the function with each link of the text and a place in it.
+template <typename Function>
+void forEachLink(const QTextDocument *document, Function call)
 {
-    return part<QLabel>(form, name)->text();
-}
-
-// Every text of a list, row by row, from left to right.
-QStringList listed(const QWidget *form, const char *name)
-{
-    QStringList texts;
-    const QAbstractItemModel *model = part<QListView>(form, name)->model();
-    for (int row = 0; row < model->rowCount(); ++row) {
-        for (const int role : {int(Qt::DisplayRole), int(SizeRole), int(InexactRole)})
-            texts.append(model->index(row, 0).data(role).toString());
-    }
-    texts.removeAll(QString());
-    return texts;
-}
-
-// Where the first link of the text is drawn.
-QPoint firstLink(const MarkupBrowser &browser)
-{
-    for (QTextBlock block = browser.document()->begin(); block.isValid(); block = block.next()) {
+    for (QTextBlock block = document->begin(); block.isValid(); block = block.next()) {
         for (auto it = block.begin(); !it.atEnd(); ++it) {
-            if (!it.fragment().charFormat().isAnchor())
-                continue;
             QTextCursor cursor(block);
             cursor.setPosition(it.fragment().position() + 1);
-            return browser.cursorRect(cursor).center();
+            if (it.fragment().charFormat().isAnchor())
+                call(it.fragment().charFormat().anchorHref(), cursor);
         }
     }
-    return {};
 }
 
 } // namespace
 
-class TaskDescriptionTest final : public QObject
+class TestTaskDescription final : public QObject
 {
     Q_OBJECT
 
@@ -85,6 +58,44 @@ private slots:
     }
     void cleanupTestCase() { m_client.reset(); }
 
+    // The result is the text that is shown, and its links.
+    void markup_data()
+    {
+        addRows({{"one\n  two\n\nthree", "one\n  two\n\nthree"},
+                 {"a < b, c > d & e <3 &amp;", "a < b, c > d & e <3 &amp;"},
+                 {"<p>a</p>\n<p>b<br>c</p>", "a\nb\u2028c"},
+                 {"<ul><li>a<li>b</ul>", "a\nb"},
+                 {"<table><tr><td>a</td><td>b</td></tr><tr><td>c</td></tr></table>", "a b\u2028c"},
+                 {"<b>&lt;i&gt; &amp; &unknown &quot;</b>", "<i> & &unknown \""},
+                 {"<b>a</b><script>b<c</script><style>d{}</style>e", "ae"},
+                 {"<b>a</b><img src='file:///x.png'><iframe src='http://x/'>b</iframe>c", "ac"},
+                 {"<i>a</i><!-- <b> b --> c", "a c"},
+                 {"<b>a</b> <list>", "a <list>"},
+                 {"<b>a</b><b", "a<b"},
+                 {"<a href='https://x.example/?a=1&amp;b=2'>a</a>", "a https://x.example/?a=1&b=2"},
+                 {"<A HREF=http://x.example/?a=1&b=2 onclick=x>a</A>", "a http://x.example/?a=1&b=2"},
+                 {"<a href=\"javascript:alert(1)\">a</a>", "a"},
+                 {"<a href='http://x.example/\"><img src=x>'>a</a>", "a http://x.example/\"><img src=x>"}});
+    }
+
+    void markup()
+    {
+        QFETCH(QString, input);
+        MarkupBrowser browser;
+        browser.showText(input);
+        // A picture would be one more character.
+        QString shown = browser.document()->toRawText();
+        shown.replace(QChar::ParagraphSeparator, QLatin1Char('\n'));
+        forEachLink(browser.document(),
+                    [&shown](const QString &link, const QTextCursor &) { shown += QLatin1Char(' ') + link; });
+        QTEST(shown, "result");
+        // A tool tip shows the text itself.
+        const QString tip = literalToolTip(input);
+        const QString plain =
+            Qt::mightBeRichText(tip) ? QTextDocumentFragment::fromHtml(tip).toPlainText() : tip;
+        QCOMPARE(plain.simplified(), input.simplified());
+    }
+
     // The text engine by itself crashes on the first and takes seconds for others, which the
     // time limit of the test would show.
     void hugeMarkupIsShown()
@@ -95,49 +106,36 @@ private slots:
         for (const QString &text : huge) {
             TaskInfo info = sample();
             info.text = text + s("<p>end");
-            const auto form = open(info);
-            QVERIFY(form && !part<MarkupBrowser>(form.get(), "textTask")->document()->isEmpty());
+            open(info);
+            QVERIFY(!part<MarkupBrowser>(m_form.get(), "textTask")->document()->isEmpty());
         }
     }
 
+    // Also past the filter: a document asks its browser for what it names.
     void nothingIsLoaded()
     {
         const QString picture = m_client->server.baseUrl() + s("/picture.png");
-        const auto form = open();
-        QVERIFY(form);
-        auto *browser = part<MarkupBrowser>(form.get(), "textTask");
-        // Also past the filter: a document asks its browser for what it names.
-        browser->setHtml(
-            s("<link rel=stylesheet href='%1'><img src='file:///proc/self/exe'><img src='%1'>").arg(picture));
-        browser->repaint();
+        MarkupBrowser browser;
+        browser.setHtml(s("<link rel=stylesheet href='%1'><img src='%1'>").arg(picture));
         for (const QString &url : {picture, s("file:///proc/self/exe"), s("qrc:/images/main.png")}) {
-            const QVariant loaded = browser->document()->resource(QTextDocument::ImageResource, QUrl(url));
+            const QVariant loaded = browser.document()->resource(QTextDocument::ImageResource, QUrl(url));
             QVERIFY(loaded.toByteArray().isEmpty() && loaded.value<QImage>().isNull());
         }
-        QSignalSpy updated(m_client->session(), &Orvana::Session::teamsUpdated);
-        m_client->orvana->requestTeamsAndTasks();
-        QVERIFY(updated.wait(TestClient::waitLimit));
-        QVERIFY(m_client->server.requestsTo(s("/picture.png")).isEmpty());
     }
 
     void links_data()
     {
         // The result is what opens; nothing but web pages does.
         addRows({{"https://orvana.example/a?b=1&c=2", "https://orvana.example/a?b=1&c=2"},
-                 {"http://orvana.example/a%20b", "http://orvana.example/a%20b"},
                  {"orvana.example/a b?c=\"1\"&d=2", "http://orvana.example/a%20b?c=%221%22&d=2"},
                  {"orvana.example:8080/x", "http://orvana.example:8080/x"},
                  {"//intranet/x", "http://intranet/x"},
                  {"mailto:a@orvana.example", ""},
-                 {"a@orvana.example", ""},
-                 {"tel:112", ""},
                  {"/etc/passwd", ""},
                  {"см. orvana.example", ""},
-                 {"нет", ""},
                  {"", ""},
                  {"file:///etc/passwd", ""},
-                 {"javascript:alert(1)", ""},
-                 {"data:text/html,x", ""}});
+                 {"javascript:alert(1)", ""}});
     }
 
     void links()
@@ -149,124 +147,95 @@ private slots:
         TaskInfo info = sample();
         info.text = s("<p><a href=\"") + input.toHtmlEscaped() + s("\">link link</a></p>");
         info.texts[0].page = QUrl(input);
-        const auto form = open(info);
-        QVERIFY(form);
-        auto *browser = part<MarkupBrowser>(form.get(), "textTask");
-        const QPoint link = firstLink(*browser);
-        QCOMPARE(!link.isNull(), opens);
-        if (opens)
-            QTest::mouseClick(browser->viewport(), Qt::LeftButton, {}, link);
+        open(info);
+        auto *browser = part<MarkupBrowser>(m_form.get(), "textTask");
+        forEachLink(browser->document(), [browser](const QString &, const QTextCursor &place) {
+            QTest::mouseClick(browser->viewport(), Qt::LeftButton, {}, browser->cursorRect(place).center());
+        });
         // A text that got past the filter opens nothing more.
         emit browser->anchorClicked(QUrl(opens ? result : input));
-        QCOMPARE(browser->source(), QUrl());
-        click(part(form.get(), "pbCopyrightTasks"));
-        auto *url = part<QLabel>(form.get(), "lbUrl");
-        QCOMPARE(QTextDocumentFragment::fromHtml(url->text()).toPlainText(),
-                 s("URL: ") + QUrl(input).toString());
+        click(part(m_form.get(), "pbCopyrightTasks"));
+        auto *url = part<QLabel>(m_form.get(), "lbUrl");
         QTest::mouseClick(url, Qt::LeftButton, {}, QPoint(60, url->height() / 2));
-        part(form.get(), "listKeywords")->setFocus();
-        QTest::keyClick(form->focusWidget(), Qt::Key_Tab);
-        QCOMPARE(form->focusWidget() == url, opens); // without a link there is nothing to do there
-        QTest::keyClick(url, Qt::Key_Tab);
-        QTest::keyClick(form->focusWidget(), Qt::Key_Return);
-        for (int i = 0; i < 2; ++i) // without the focus, and with it
-            WindowBench::press(url);
-        QTRY_COMPARE(catcher.opened.size(), opens ? 6 : 0);
+        part(m_form.get(), "listKeywords")->setFocus();
+        QTest::keyClick(m_form->focusWidget(), Qt::Key_Tab);
+        QCOMPARE(m_form->focusWidget() == url, opens); // without a link there is nothing to do there
+        press(url);
+        QTRY_COMPARE(catcher.opened.size(), opens ? 4 : 0);
         for (const QString &opened : catcher.opened)
             QCOMPARE(QUrl(opened), QUrl(result));
-        // Nor does it keep the focus without a link.
-        url->setFocus();
-        form->updateTaskText(TextTask());
-        QVERIFY(form->focusWidget() != url);
     }
 
     void showsARecord()
     {
-        const TaskInfo info = sample();
-        const auto owned = open(info);
-        QVERIFY(owned);
-        const QWidget *form = owned.get();
-        QCOMPARE(part<ScrollText>(form, "lbTaskLine")->text(), info.title);
-        QCOMPARE(labelText(form, "lbTaskTitle"), info.title);
-        QCOMPARE(labelText(form, "lbTaskDeadline"), s("Истекает: 2024-01-31 18:00:00"));
-        QCOMPARE(labelText(form, "lbResponsible"), s("Ответственные:Анна, <i>Мария</i>"));
-        for (const char *label : {"lbTaskTitle", "lbResponsible"})
-            QCOMPARE(part<QLabel>(form, label)->textFormat(), Qt::PlainText);
-        QCOMPARE(part<MarkupBrowser>(form, "textTask")->toPlainText(), info.text);
-        QCOMPARE(labelText(form, "lbAttachmentsNumber"), s("8"));
-        QCOMPARE(listed(form, "listAttachments"),
-                 texts({"<b>план</b>.docx", "0.00 B", "схема.png", "1.00 MB", "f", "1023.00 B", "f",
-                        "1.00 KB", "f", "2048.00 TB", "f", "0.00 B", "f", "0.00 B", "f", "0.00 B"}));
-
-        click(part(form, "pbCopyrightTasks"));
-        QVERIFY(part(form, "copyrightTasksWidget")->isVisible() && !part(form, "mainWidget")->isVisible());
-        const auto *requirements = part<MarkupBrowser>(form, "textRequirements");
-        QCOMPARE(requirements->toPlainText(), s("Требования 1"));
-        QCOMPARE(labelText(form, "lbSignNumber"), s("Количество знаков: 4000"));
-        QCOMPARE(listed(form, "listKeywords"), texts({"фраза", "Точн. 3", "Неточн. 5"}));
-        part<QComboBox>(form, "cbTexts")->setCurrentIndex(1);
-        QCOMPARE(requirements->toPlainText(), s("Требования 2"));
-        QCOMPARE(labelText(form, "lbUrl"), s("URL: file:///etc/passwd"));
-        QCOMPARE(listed(form, "listKeywords"), QStringList());
-    }
-
-    void taskWithoutTexts()
-    {
-        const auto form = open();
-        QVERIFY(form && QTest::qWaitForWindowActive(form.get(), TestClient::waitLimit));
-        QTest::keyClick(form.get(), Qt::Key_2, Qt::AltModifier);
+        open();
+        QCOMPARE(shown("lbTaskTitle"), sample().title);
+        QCOMPARE(shown("lbTaskDeadline"), s("Истекает: 2024-01-31 18:00:00"));
+        QCOMPARE(shown("lbResponsible"), s("Ответственные:Анна, <i>Мария</i>"));
+        QCOMPARE(part<QLabel>(m_form.get(), "lbTaskTitle")->textFormat(), Qt::PlainText);
+        QCOMPARE(shown("textTask"), sample().text);
+        QCOMPARE(shown("lbAttachmentsNumber"), s("1"));
+        QCOMPARE(inFirstRow("listAttachments", Qt::DisplayRole), s("<b>f</b>"));
+        QCOMPARE(inFirstRow("listAttachments", SizeRole), s("0.00 B"));
+        QCOMPARE(sizeText(1023), s("1023.00 B"));
+        QCOMPARE(sizeText(1024), s("1.00 KB"));
+        QCOMPARE(sizeText(2251799813685248), s("2048.00 TB"));
+        QCOMPARE(sizeText(std::numeric_limits<float>::infinity()), s("0.00 B"));
+        QTest::keyClick(m_form.get(), Qt::Key_2, Qt::AltModifier);
         // A key holds the button down for a moment.
-        QTRY_VERIFY(part(form.get(), "copyrightTasksWidget")->isVisible());
+        QTRY_VERIFY(part(m_form.get(), "copyrightTasksWidget")->isVisible());
+        QVERIFY(!part(m_form.get(), "mainWidget")->isVisible());
+        QCOMPARE(shown("textRequirements"), s("Требования 1"));
+        QCOMPARE(inFirstRow("listKeywords", ExactRole), s("Точн. 3"));
+        QCOMPARE(inFirstRow("listKeywords", InexactRole), s("Неточн. 5"));
+        part<QComboBox>(m_form.get(), "cbTexts")->setCurrentIndex(1);
+        QCOMPARE(shown("textRequirements"), s("Требования 2"));
+        // The page that has nothing left to show is left.
         TaskInfo info = sample();
         info.texts.clear();
-        form->updateTask(info);
-        QVERIFY(!part(form.get(), "pbCopyrightTasks")->isEnabled());
-        QCOMPARE(listed(form.get(), "listKeywords"), QStringList());
-        // The page that has nothing left to show is left.
-        QVERIFY(part(form.get(), "mainWidget")->isVisible());
+        m_form->updateTask(info);
+        QVERIFY(part(m_form.get(), "mainWidget")->isVisible());
     }
 
     void recordsThatArrive()
     {
-        const auto form = open();
-        QVERIFY(form);
-        auto *texts = part<QComboBox>(form.get(), "cbTexts");
+        open();
+        auto *texts = part<QComboBox>(m_form.get(), "cbTexts");
         texts->setCurrentIndex(1);
-        // Without the service, what is known is drawn again.
-        m_client->session()->setOnline(false);
-        form->requestUpdateTask(kTask);
-        QVERIFY(m_client->orvana->findChild<QNetworkAccessManager *>()
-                    ->findChildren<QNetworkReply *>()
-                    .isEmpty());
-        m_client->session()->setOnline(true);
         // Of another task, and after a failed request.
         TaskInfo info = sample();
         info.id = s("1702");
         info.title = s("Другая");
         for (const TaskInfo &record : {info, TaskInfo()})
             emit m_client->orvana->taskInfoUpdated(record);
-        QCOMPARE(labelText(form.get(), "lbTaskTitle"), sample().title);
+        QCOMPARE(shown("lbTaskTitle"), sample().title);
         info.id = kTask;
         emit m_client->orvana->taskInfoUpdated(info);
-        QCOMPARE(labelText(form.get(), "lbTaskTitle"), info.title);
+        QCOMPARE(shown("lbTaskTitle"), info.title);
         QCOMPARE(texts->currentIndex(), 1);
-        info.texts[1].text = s("Другие требования");
-        emit m_client->orvana->taskInfoUpdated(info);
-        QCOMPARE(texts->currentIndex(), 0);
-        QCOMPARE(part<MarkupBrowser>(form.get(), "textRequirements")->toPlainText(), s("Требования 1"));
     }
 
 private:
-    std::unique_ptr<TaskDescriptionForm> open(const TaskInfo &info = sample())
+    QString shown(const char *name) const
+    {
+        const auto *browser = part<MarkupBrowser>(m_form.get(), name);
+        return browser ? browser->toPlainText() : part<QLabel>(m_form.get(), name)->text();
+    }
+    QString inFirstRow(const char *list, int role) const
+    {
+        return part<QListView>(m_form.get(), list)->model()->index(0, 0).data(role).toString();
+    }
+    void open(const TaskInfo &info = sample())
     {
         m_client->session()->addTaskInfoData(kTask, info);
-        auto form = std::make_unique<TaskDescriptionForm>(kTask, m_client->orvana.get(), nullptr);
-        form->show();
-        return QTest::qWaitForWindowExposed(form.get(), TestClient::waitLimit) ? std::move(form) : nullptr;
+        m_form = std::make_unique<TaskDescriptionForm>(kTask, m_client->orvana.get(), nullptr);
+        m_form->show();
+        QVERIFY(QTest::qWaitForWindowActive(m_form.get(), TestClient::waitLimit));
     }
 
     std::unique_ptr<TestClient> m_client;
+    std::unique_ptr<TaskDescriptionForm> m_form;
 };
 
-QTEST_MAIN(TaskDescriptionTest)
+QTEST_MAIN(TestTaskDescription)
 #include "tst_taskdescription.moc"

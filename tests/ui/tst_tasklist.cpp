@@ -1,5 +1,4 @@
 #include "realinput.h"
-#include "tasknotes.h"
 #include "ui/taskdescriptionform.h"
 #include "ui/tasklistform.h"
 #include "ui/tasklistmodel.h"
@@ -8,302 +7,193 @@
 #include "widgets/placement.h"
 #include "widgets/scrolltext.h"
 #include "windowbench.h"
-#include "windowparts.h"
 
-#include <functional>
+using localservice::World;
 
 namespace {
 
 const QString kTeam = s("17");
-
-// Three tasks, a, b and c; b may be a blocking one.
-QVector<localservice::Task> threeTasks(const char *block = "")
-{
-    QVector<localservice::Task> tasks(3);
-    const QStringList titles = texts({"Первая", "Вторая", "Третья"});
-    for (int i = 0; i < tasks.size(); ++i) {
-        tasks[i].id = QString(QLatin1Char(char('a' + i)));
-        tasks[i].title = titles.at(i);
-    }
-    tasks[1].block = s(block);
-    return tasks;
-}
-
-// The list, opened from the main window.
-class Desktop final
-{
-public:
-    explicit Desktop(const QVector<localservice::Task> &tasks = threeTasks(), const QString &current = {})
-    {
-        bench.server().edit([&tasks](localservice::World &world) { world.team(kTeam)->tasks = tasks; });
-        if (!bench.openFor(current))
-            return;
-        list = bench.form->findChild<TaskListForm *>();
-        view = list->findChild<TaskListView *>();
-        click(bench.child<QWidget>("pbTaskList"));
-        ready = QTest::qWaitFor([this] { return view->hasFocus(); }, TestClient::waitLimit);
-    }
-
-    QStringList rows(int role = TaskListModel::IdRole) const
-    {
-        QStringList texts;
-        for (int i = 0; i < view->model()->rowCount(); ++i)
-            texts.append(view->model()->index(i, 0).data(role).toString());
-        return texts;
-    }
-    QModelIndex row(const QString &id) const { return view->model()->index(rows().indexOf(id), 0); }
-
-    // "click", "click click", or "button", or the names of keys.
-    void use(const QString &id, const QString &way) const
-    {
-        view->setCurrentIndex(row(id));
-        const QPoint at = way == s("button") ? TaskRowDelegate::buttonRect(view->visualRect(row(id))).center()
-                                             : view->visualRect(row(id)).center();
-        if (way.startsWith(s("click")) || way == s("button"))
-            QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, at);
-        else
-            QTest::keyClick(view, way == s("Space") ? Qt::Key_Space : Qt::Key_Return,
-                            way.startsWith(s("Ctrl")) ? Qt::ControlModifier : Qt::NoModifier);
-        if (way == s("click click")) {
-            QTest::mouseDClick(view->viewport(), Qt::LeftButton, {}, at);
-            QTest::mouseRelease(view->viewport(), Qt::LeftButton, {}, at);
-        }
-    }
-    bool isOpen(const QString &id) const
-    {
-        const TaskDescriptionForm *form = list->description(id);
-        return form && form->isVisible();
-    }
-    QString current() const { return bench.session()->currentTaskID(); }
-
-    WindowBench bench;
-    TaskListForm *list = nullptr;
-    TaskListView *view = nullptr;
-    bool ready = false;
-};
+const QDateTime kDeadline(QDate(2024, 1, 30), QTime(12, 59));
 
 } // namespace
 
-class TaskListTest final : public QObject
+// The list, opened from the main window, of three tasks: a, b and c.
+class TestTaskList final : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase() { WindowBench::applyStyle(); }
-
-    void rowsAndTheirMarks()
+    void init()
     {
-        Desktop desktop(threeTasks("1"), s("b"));
-        QVERIFY(desktop.ready);
-        QCOMPARE(desktop.rows(), texts({"b", "a", "c", "0"}));
+        m_bench = std::make_unique<WindowBench>();
+        m_bench->server().edit([](World &world) {
+            QVector<localservice::Task> tasks(3);
+            for (int i = 0; i < tasks.size(); ++i) {
+                tasks[i].id = texts({"a", "b", "c"}).at(i);
+                tasks[i].title = texts({"Первая", "Вторая", "Третья"}).at(i);
+            }
+            world.team(kTeam)->tasks = tasks;
+        });
+        QVERIFY(m_bench->openFor(QString()));
+        m_list = m_bench->form->findChild<TaskListForm *>();
+        m_view = m_list->findChild<TaskListView *>();
+        click(m_bench->child("pbTaskList"));
+        QTRY_VERIFY(m_view->hasFocus());
+    }
+
+    void cleanup() { m_bench.reset(); }
+
+    void rowsFollowTheSession()
+    {
+        const auto *empty = part<QLabel>(m_list, "lbEmpty");
+        const auto *team = part<ScrollText>(m_list, "lbTeam");
+        m_bench->orvana()->changeTask(kTeam, s("b"));
+        m_view->setCurrentIndex(row("c"));
+        QVERIFY(m_bench->change([](World &world) {
+            world.team(kTeam)->name = s("<b>Новое</b> имя");
+            world.setBlock(s("b"), s("1"));
+            world.setDeadline(s("b"), kDeadline);
+        }));
+        static_cast<TaskListModel *>(m_view->model())->setNow(kDeadline);
+        QCOMPARE(rows(TaskListModel::DeadlineRole).at(0), s("Истёк срок: 2024-01-30 12:59:00"));
+        QCOMPARE(rows(TaskListModel::OverdueRole), texts({"Просрочено: меньше минуты", "", "", ""}));
+        QCOMPARE(team->text(), s("<b>Новое</b> имя"));
+        QCOMPARE(rows(), texts({"b", "a", "c", "0"}));
         for (const int role : {TaskListModel::OfferedRole, TaskListModel::CurrentRole})
-            QCOMPARE(desktop.rows(role), texts({"true", "false", "false", "false"}));
-        QVERIFY(desktop.rows(Qt::ToolTipRole).at(1).contains(s("блокирующие")));
-        const auto icon = desktop.row(s("b")).data(Qt::DecorationRole).value<QIcon>();
-        QCOMPARE(icon.pixmap(20).toImage(), QIcon(s(":/images/pbTaskBlocked.png")).pixmap(20).toImage());
-    }
-
-    void clicksOpenTheDescription()
-    {
-        Desktop desktop;
-        QVERIFY(desktop.ready);
-        desktop.use(s("b"), s("click"));
-        QTRY_VERIFY(desktop.isOpen(s("b")));
-        TaskDescriptionForm *form = desktop.list->description(s("b"));
-        QTRY_COMPARE(part<QLabel>(form, "lbTaskTitle")->text(), s("Вторая"));
-        QCOMPARE(desktop.current(), QString());
-        form->hide();
-        // Opened again, the window that was kept asks the service again.
-        QSignalSpy refreshed(desktop.bench.orvana(), &Orvana::taskInfoUpdated);
-        desktop.use(s("b"), s("click"));
-        QTRY_VERIFY(desktop.isOpen(s("b")) && refreshed.count() > 0);
-        QCOMPARE(desktop.list->description(s("b")), form);
-    }
-
-    void choosing_data()
-    {
-        QTest::addColumn<QString>("way");
-        for (const char *way : {"click click", "button", "Space", "Ctrl+Enter"})
-            QTest::newRow(way) << s(way);
+            QCOMPARE(rows(role), texts({"true", "false", "false", "false"}));
+        QVERIFY(rows(Qt::ToolTipRole).at(1).contains(s("блокирующие")));
+        QCOMPARE(m_view->currentIndex(), row("c"));
+        // Without tasks there is still the work that belongs to none.
+        QVERIFY(m_bench->change([](World &world) { world.team(kTeam)->tasks.clear(); }));
+        QVERIFY(empty->isVisible());
+        QCOMPARE(empty->text(), s("В команде нет задач"));
+        QCOMPARE(rows(), texts({"0"}));
     }
 
     void choosing()
     {
-        QFETCH(QString, way);
-        Desktop desktop(threeTasks("1"));
-        QVERIFY(desktop.ready);
-        for (const char *heldBack : {"c", "0"}) {
-            desktop.use(s(heldBack), way);
-            QCOMPARE(desktop.current(), QString());
+        QVERIFY(m_bench->change([](World &world) { world.setBlock(s("b"), s("1")); }));
+        QSignalSpy opened(m_view, &TaskListView::descriptionRequested);
+        for (const QString &way : texts({"click click", "button", "Space", "Ctrl+Enter"})) {
+            m_bench->orvana()->changeTask(kTeam, QString());
+            for (const char *heldBack : {"c", "0"}) {
+                use(heldBack, way);
+                QVERIFY2(m_bench->session()->currentTaskID().isEmpty(), qPrintable(way));
+            }
+            use("b", way);
+            QVERIFY2(m_bench->session()->currentTaskID() == s("b"), qPrintable(way));
+            QCOMPARE(m_bench->child<ScrollText>("lbTask")->text(), s("Вторая"));
+            // It opens nothing, also when the time of a double click is over.
+            QVERIFY2(!opened.wait(QApplication::doubleClickInterval() + 50), qPrintable(way));
         }
-        desktop.use(s("b"), way);
-        QCOMPARE(desktop.current(), s("b"));
-        QVERIFY(desktop.row(s("b")).data(TaskListModel::CurrentRole).toBool());
-        QCOMPARE(desktop.bench.child<ScrollText>("lbTask")->text(), s("Вторая"));
-        // It opens nothing, also when the time of a double click is over.
-        QSignalSpy opened(desktop.view, &TaskListView::descriptionRequested);
-        QVERIFY(!opened.wait(QApplication::doubleClickInterval() + 50));
     }
 
-    void keyboard()
+    void descriptions()
     {
-        Desktop desktop;
-        QVERIFY(desktop.ready);
-        desktop.use(s("0"), s("Enter"));
-        QVERIFY(!desktop.list->description(s("0"))); // it has no description
-        desktop.view->setCurrentIndex(desktop.row(s("a")));
-        QTest::keyClick(desktop.view, Qt::Key_Down);
-        QTest::keyClick(desktop.view, Qt::Key_Return);
-        QVERIFY(desktop.isOpen(s("b")) && desktop.list->isVisible());
-        QTest::keyClick(desktop.list, Qt::Key_Escape);
-        QVERIFY(desktop.isOpen(s("b")) && !desktop.list->isVisible());
+        use("b", s("click"));
+        QTRY_VERIFY(isOpen("b"));
+        TaskDescriptionForm *form = m_list->description(s("b"));
+        QTRY_COMPARE(part<QLabel>(form, "lbTaskTitle")->text(), s("Вторая"));
+        form->hide();
+        // Opened again, the window that was kept asks the service again.
+        QSignalSpy refreshed(m_bench->orvana(), &Orvana::taskInfoUpdated);
+        use("b", s("click"));
+        QTRY_VERIFY(isOpen("b") && refreshed.count() > 0);
+        QCOMPARE(m_list->description(s("b")), form);
+        use("a", s("Enter"));
+        QVERIFY(isOpen("a"));
+        QTest::keyClick(m_list, Qt::Key_Escape);
+        QVERIFY(isOpen("a") && isOpen("b") && !m_list->isVisible());
     }
 
-    void followsTheSession()
-    {
-        Desktop desktop(threeTasks(), s("a"));
-        QVERIFY(desktop.ready);
-        const auto *empty = part<QLabel>(desktop.list, "lbEmpty");
-        const auto *team = part<ScrollText>(desktop.list, "lbTeam");
-        QVERIFY(empty->isHidden());
-        desktop.view->setCurrentIndex(desktop.row(s("c")));
-        desktop.bench.server().edit([](localservice::World &world) {
-            world.team(kTeam)->name = s("<b>Новое</b> имя");
-            world.setBlock(s("b"), s("1"));
-        });
-        QVERIFY(desktop.bench.refresh());
-        QCOMPARE(desktop.rows(), texts({"b", "a", "c", "0"}));
-        QCOMPARE(team->text(), s("<b>Новое</b> имя"));
-        QCOMPARE(desktop.view->currentIndex(), desktop.row(s("c")));
-        desktop.bench.orvana()->changeTask(s("41"), s("4101"));
-        QCOMPARE(team->text(), s("Поддержка клиентов"));
-        // Without tasks there is still the work that belongs to none.
-        desktop.bench.server().edit([](localservice::World &world) { world.team(kTeam)->tasks.clear(); });
-        QVERIFY(desktop.bench.refresh());
-        desktop.bench.orvana()->changeTask(kTeam, s("0"));
-        QVERIFY(empty->isVisible());
-        QCOMPARE(empty->text(), s("В команде нет задач"));
-        QCOMPARE(desktop.rows(), texts({"0"}));
-        desktop.bench.orvana()->changeTask(QString(), QString());
-        QCOMPARE(empty->text(), s("Выберите команду и задачу"));
-    }
-
+    // All windows hide and come back together, but for those that were closed.
     void descriptionsFollowTheList()
     {
-        Desktop desktop;
-        QVERIFY(desktop.ready);
         for (const char *id : {"a", "b", "c"})
-            desktop.list->openDescription(s(id));
-        // All windows hide and come back together, but for those that were closed.
-        const auto *timer = desktop.list->findChild<QTimer *>(QString(), Qt::FindDirectChildrenOnly);
-        const auto isVisible = [&] {
-            return desktop.list->isVisible() && timer->isActive() && desktop.isOpen(s("a"));
-        };
-        desktop.list->description(s("b"))->on_pbHide_clicked();
-        QVERIFY(isVisible());
-        MainForm *form = desktop.bench.form.get();
-        const std::function<void()> ways[] = {
-            [form] { emit form->showAll(); },
-            [form] { QVERIFY(activateWindow(QString::number(form->winId()))); }}; // as a panel does
-        for (const auto &comeBack : ways) {
+            m_list->openDescription(s(id));
+        const auto *timer = m_list->findChild<QTimer *>(QString(), Qt::FindDirectChildrenOnly);
+        m_list->description(s("b"))->on_pbHide_clicked();
+        MainForm *form = m_bench->form.get();
+        const QString id = QString::number(form->winId());
+        for (const bool byPanel : {false, true}) {
             emit form->hideAll();
-            QVERIFY(!desktop.list->isVisible() && !timer->isActive() && !desktop.isOpen(s("a")));
+            QVERIFY(!m_list->isVisible() && !timer->isActive() && !isOpen("a"));
             QTRY_VERIFY(form->isMinimized() && !form->windowHandle()->isExposed());
-            QTRY_VERIFY(propertyOf(QString::number(form->winId()), s("_NET_WM_STATE")).contains(s("HIDDEN")));
-            comeBack();
-            QTRY_VERIFY(isVisible() && !desktop.isOpen(s("b")));
+            QTRY_VERIFY(propertyOf(id, s("_NET_WM_STATE")).contains(s("HIDDEN")));
+            if (byPanel)
+                QVERIFY(activateWindow(id));
+            else
+                emit form->showAll();
+            QTRY_VERIFY(m_list->isVisible() && timer->isActive() && isOpen("a") && !isOpen("b"));
             QTRY_VERIFY(!form->isMinimized() && form->windowHandle()->isExposed());
         }
-        click(part(desktop.list, "pbClose"));
-        emit desktop.bench.form->hideAll();
-        emit desktop.bench.form->showAll();
-        QVERIFY(!desktop.list->isVisible() && desktop.isOpen(s("a")));
+        click(part(m_list, "pbClose"));
+        emit form->hideAll();
+        emit form->showAll();
+        QVERIFY(!m_list->isVisible() && isOpen("a"));
         // A closed task takes its window along, another user all of them.
-        const QPointer<TaskDescriptionForm> gone = desktop.list->description(s("a"));
-        const QPointer<TaskDescriptionForm> left = desktop.list->description(s("c"));
-        desktop.bench.server().edit([](localservice::World &world) { world.removeTask(s("a")); });
-        QVERIFY(desktop.bench.refresh());
+        const QPointer<TaskDescriptionForm> gone = m_list->description(s("a"));
+        const QPointer<TaskDescriptionForm> left = m_list->description(s("c"));
+        QVERIFY(m_bench->change([](World &world) { world.removeTask(s("a")); }));
         QTRY_VERIFY(gone.isNull());
-        QVERIFY(desktop.bench.signIn());
+        QVERIFY(m_bench->signIn());
         QVERIFY(left && left->isVisible());
-        QVERIFY(desktop.bench.signIn(s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я")));
+        QVERIFY(m_bench->signInOther());
         QTRY_VERIFY(left.isNull());
-        QCOMPARE(desktop.rows(), QStringList());
+        QCOMPARE(rows(), QStringList());
     }
 
     void places_data()
     {
-        addColumns<QPoint, QRect, bool>("anchor", "area", "hasRoom");
-        QTest::newRow("right below") << QPoint(928, 652) << QRect(0, 24, 1280, 776) << true;
-        QTest::newRow("second screen") << QPoint(2848, 0) << QRect(1280, 0, 1920, 1080) << true;
-        QTest::newRow("narrow screen") << QPoint(128, 0) << QRect(0, 0, 480, 800) << true;
-        QTest::newRow("small screen") << QPoint(128, 0) << QRect(0, 0, 480, 430) << false;
+        addColumns<QPoint, QRect, QPoint>("anchor", "area", "place");
+        QTest::newRow("left") << QPoint(800, 900) << QRect(0, 24, 1920, 1056) << QPoint(340, 660);
+        QTest::newRow("right") << QPoint(1380, 100) << QRect(1280, 0, 1280, 800) << QPoint(1732, 100);
+        QTest::newRow("below") << QPoint(128, 0) << QRect(0, 0, 480, 800) << QPoint(20, 148);
+        QTest::newRow("no room") << QPoint(128, 0) << QRect(0, 0, 480, 430) << QPoint(0, 0);
     }
 
     void places()
     {
         QFETCH(QPoint, anchor);
         QFETCH(QRect, area);
-        const QRect mainWindow(anchor, QSize(352, 148));
-        const QSize size(460, 420);
-        const QRect window(Placement::nextTo(mainWindow, size, area), size);
-        QVERIFY(area.contains(window));
-        QTEST(!window.intersects(mainWindow), "hasRoom");
+        QTEST(Placement::nextTo(QRect(anchor, QSize(352, 148)), QSize(460, 420), area), "place");
     }
 
-    void deadlines_data()
+private:
+    QStringList rows(int role = TaskListModel::IdRole) const
     {
-        addColumns<QDateTime, QString>("deadline", "texts");
-        const auto row = [](int hour, int second, const char *texts) {
-            QTest::newRow(texts) << QDateTime(QDate(2024, 1, 30), QTime(hour, 59, second)) << s(texts);
-        };
-        QTest::newRow("none") << QDateTime() << s("Без срока ");
-        row(12, 1, "Истекает: 2024-01-30 12:59:01 ");
-        row(12, 0, "Истёк срок: 2024-01-30 12:59:00 Просрочено: меньше минуты");
-        row(11, 0, "Истёк срок: 2024-01-30 11:59:00 Просрочено: 1ч.");
+        QStringList texts;
+        for (int i = 0; i < m_view->model()->rowCount(); ++i)
+            texts.append(m_view->model()->index(i, 0).data(role).toString());
+        return texts;
+    }
+    QModelIndex row(const char *id) const { return m_view->model()->index(rows().indexOf(s(id)), 0); }
+    bool isOpen(const char *id) const
+    {
+        const TaskDescriptionForm *form = m_list->description(s(id));
+        return form && form->isVisible();
     }
 
-    void deadlines()
+    void use(const char *id, const QString &way) const
     {
-        QFETCH(QDateTime, deadline);
-        Task task;
-        task.deadline = deadline;
-        TaskListModel model([](const Task &) { return QIcon(); });
-        model.setTasks({task});
-        model.setNow(QDateTime(QDate(2024, 1, 30), QTime(12, 59)));
-        const auto text = [&model](int role) { return model.index(0).data(role).toString(); };
-        QTEST(
-            QString(text(TaskListModel::DeadlineRole) + QLatin1Char(' ') + text(TaskListModel::OverdueRole)),
-            "texts");
+        m_view->setCurrentIndex(row(id));
+        const QRect place = m_view->visualRect(row(id));
+        const QPoint at = (way == s("button") ? TaskRowDelegate::buttonRect(place) : place).center();
+        if (way.startsWith(s("click")) || way == s("button"))
+            QTest::mouseClick(m_view->viewport(), Qt::LeftButton, {}, at);
+        else
+            QTest::keyClick(m_view, way == s("Space") ? Qt::Key_Space : Qt::Key_Return,
+                            way.startsWith(s("Ctrl")) ? Qt::ControlModifier : Qt::NoModifier);
+        if (way == s("click click")) {
+            QTest::mouseDClick(m_view->viewport(), Qt::LeftButton, {}, at);
+            QTest::mouseRelease(m_view->viewport(), Qt::LeftButton, {}, at);
+        }
     }
 
-    void onlyVisibleRowsAreDrawn()
-    {
-        constexpr int visible = 40;
-        QList<Task> tasks;
-        for (int i = 0; i < 5000; ++i)
-            tasks.append(tasksFrom(QString::number(i + 1)));
-        int asked = 0;
-        TaskListModel model([&asked](const Task &) { return ++asked, QIcon(); });
-        TaskListView view;
-        view.setModel(&model);
-        view.resize(420, 360);
-        view.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&view));
-        model.setTasks(tasks);
-        view.repaint();
-        view.scrollToBottom();
-        view.repaint();
-        QVERIFY2(asked > 0 && asked < 2 * visible, qPrintable(QString::number(asked)));
-        // A later moment, and the same tasks again, lay out nothing again.
-        QSignalSpy reset(&model, &QAbstractItemModel::modelReset);
-        asked = 0;
-        model.setTasks(tasks);
-        model.setNow(QDateTime::currentDateTime());
-        view.repaint();
-        QVERIFY2(reset.isEmpty() && asked < visible, qPrintable(QString::number(asked)));
-    }
+    std::unique_ptr<WindowBench> m_bench;
+    TaskListForm *m_list = nullptr;
+    TaskListView *m_view = nullptr;
 };
 
-QTEST_MAIN(TaskListTest)
+QTEST_MAIN(TestTaskList)
 #include "tst_tasklist.moc"
