@@ -3,15 +3,16 @@
 // changes tasks, users and the service's address. Compares what the client counted with
 // what arrived, and what it does with what was chosen last:
 // crashtrials KILLS [SEED]
+#include "files.h"
 #include "judge.h"
 #include "ledger.h"
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QMap>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
@@ -23,28 +24,21 @@ namespace {
 
 constexpr int kSpeed = 240; // a minute in a quarter of a second
 constexpr auto kPatience = 60s;
-constexpr auto kInputPeriod = 10ms;
-constexpr int kInputChance = 40; // percent
-constexpr auto kShortRun = 1200; // ms
-constexpr auto kLongRun = 4000; // ms, so that screenshots fall due
+constexpr int kShortRun = 1200; // ms
+constexpr int kLongRun = 4000; // ms, so that screenshots fall due
 constexpr int kLongestWait = 75000; // ms of the client's time, before a choice
-constexpr int kTeamRows = 3;
-constexpr int kTaskRows = 8;
 constexpr auto kBetweenRuns = 300; // s of the client's time
 
 // Here the service strikes, not the client: the report is accepted and not yet answered.
 const QByteArray kAccepted = "accepted";
 // The client has handled a click or a key and nothing after it.
 const QByteArray kChoiceMade = "choice-made";
-const std::array<QByteArray, 12> kPlaces{
-    "minute-over",    kChoiceMade, "record-opened",  "record-written", kChoiceMade,      "record-renamed",
-    "request-posted", kAccepted,   "reply-received", kChoiceMade,      "before-removal", "record-removed"};
-
-bool needsService(const QByteArray &place)
-{
-    return place == kAccepted || place == "reply-received" || place == "before-removal"
-        || place == "record-removed";
-}
+const QByteArray kAnywhere = "random";
+const QByteArrayList kPlaces{"minute-over",    kChoiceMade,      "record-opened",  "record-written",
+                             kChoiceMade,      "record-renamed", "request-posted", kAccepted,
+                             "reply-received", kChoiceMade,      "before-removal", "record-removed"};
+const QByteArrayList kWithService{kAccepted, "reply-received", "before-removal", "record-removed"};
+const QByteArrayList kBeforeTheRecord{kAnywhere, "minute-over", "record-opened", "record-written"};
 
 struct Address
 {
@@ -65,7 +59,7 @@ public:
         options.recordRequests = false;
         // Called between accepting a report and answering it.
         options.log = [this](const QString &) { receive(); };
-        m_client = std::make_unique<FastClient>(options, kSpeed, kInputPeriod, kInputChance);
+        m_client = std::make_unique<FastClient>(options, kSpeed, 10ms, 40);
         m_other = std::make_unique<localservice::Server>(options);
         if (!m_other->start())
             qFatal("no second service");
@@ -74,11 +68,8 @@ public:
                        {m_other.get(), s("https://LocalHost:%1/").arg(m_other->port())}};
         m_port = service.port();
         m_judge = std::make_unique<Judge>(m_client->room);
-        for (const Account &account : kAccounts) {
-            const QString folder = m_client->room.stored(account.login + s("/activity"));
-            QDir().mkpath(folder);
-            m_ledger.watch(account.login, folder);
-        }
+        for (const Account &account : kAccounts)
+            m_ledger.watch(folderOf(account));
         QObject::connect(&m_weatherTimer, &QTimer::timeout, &m_weatherTimer, [this] {
             const bool clearsUp = m_weather != Weather::Fine;
             changeWeather(clearsUp ? Weather::Fine
@@ -96,12 +87,9 @@ public:
             if (!m_weatherTimer.isActive())
                 m_weatherTimer.start(0);
             // Two of three at a named place, each in its turn.
-            if (i % 3 == 2)
-                strikeAtRandom();
-            else
-                strikeAt(kPlaces.at(static_cast<size_t>(i - i / 3) % kPlaces.size()));
+            strike(i % 3 == 2 ? kAnywhere : kPlaces.at((i - i / 3) % kPlaces.size()));
             if (i % 100 == 99) {
-                std::printf("%d kills, %d counted\n", i + 1, m_ledger.counted());
+                std::printf("%d kills, %d counted\n", i + 1, m_ledger.sums().counted);
                 std::fflush(stdout);
             }
         }
@@ -156,33 +144,31 @@ private:
         return from.reports + from.screenshots - before;
     }
 
-    QString choice(const QString &kind)
+    // Of the kinds "press", "start" and "task"; the rows are those of the chooser.
+    QString choice(const char *kind)
     {
-        const QStringList rows{QString::number(below(kTeamRows)), QString::number(below(kTaskRows))};
-        return choice(kind, rows);
+        return choice(kind, {QString::number(below(3)), QString::number(below(8))});
     }
 
-    QString choice(const QString &kind, const QStringList &rest)
+    QString choice(const char *kind, const QStringList &rest)
     {
-        return (QStringList{QString::number(below(kLongestWait)), kind} + rest).join(QLatin1Char('\t'));
+        return (QStringList{QString::number(below(kLongestWait)), s(kind)} + rest).join(QLatin1Char('\t'));
     }
 
-    QString toUser(const Account &account) { return choice(s("user"), {account.login, account.password}); }
+    QString toUser(const Account &account) { return choice("user", {account.login, account.password}); }
 
     QStringList someChoices(int count)
     {
         QStringList plan;
         while (plan.size() < count) {
             const int kind = below(3);
-            if (kind == 0)
-                plan.append(toUser(kAccounts.at(static_cast<size_t>(below(kAccounts.size())))));
-            else
-                plan.append(choice(kind == 1 ? s("task") : s("press")));
+            plan.append(kind == 0 ? toUser(kAccounts.at(static_cast<size_t>(below(kAccounts.size()))))
+                                  : choice(kind == 1 ? "task" : "press"));
         }
         return plan;
     }
 
-    void startClient(const QByteArray &place, int passes, const QStringList &choices)
+    void startClient(const QStringList &choices, const QByteArray &place = kAnywhere, int passes = 0)
     {
         QFile::remove(m_judge->journalPath());
         const Address &address = m_addresses.at(static_cast<size_t>(below(3)) / 2);
@@ -202,33 +188,22 @@ private:
         m_clientId = m_client->process.processId();
     }
 
-    void strikeAt(const QByteArray &place)
+    void strike(const QByteArray &place)
     {
-        if (needsService(place)) {
+        if (kWithService.contains(place)) {
             m_weatherTimer.stop();
             changeWeather(Weather::Fine);
         }
         const int passes = below(3);
-        // A minute passes all other places.
-        startClient(place, passes,
-                    place == kChoiceMade ? someChoices(passes + 1)
-                                         : someChoices(below(3)) << choice(s("start")));
-        if (m_client->ends(kPatience))
-            ++m_strikes[place];
-        else
+        QStringList choices = someChoices(place == kChoiceMade ? passes + 1 : below(3));
+        if (place != kChoiceMade && place != kAnywhere)
+            choices += choice("start"); // a minute passes all other places
+        startClient(choices, place, passes);
+        const std::chrono::milliseconds length(below(below(10) == 0 ? kLongRun : kShortRun));
+        if (m_client->ends(place == kAnywhere ? length : kPatience) == (place == kAnywhere))
             fail(place.constData());
-        const std::array<QByteArray, 3> beforeTheRecord{"minute-over", "record-opened", "record-written"};
-        endOfRun(std::find(beforeTheRecord.begin(), beforeTheRecord.end(), place) != beforeTheRecord.end());
-    }
-
-    void strikeAtRandom()
-    {
-        startClient(QByteArray(), 0, someChoices(below(3)));
-        const int length = below(10) == 0 ? kLongRun : kShortRun;
-        if (m_client->ends(std::chrono::milliseconds(below(length))))
-            fail("the client ended by itself");
-        endOfRun(true);
-        ++m_strikes["random"];
+        ++m_strikes[place];
+        endOfRun(kBeforeTheRecord.contains(place));
     }
 
     // Every user's last client runs until nothing is left over.
@@ -242,25 +217,22 @@ private:
 
     bool drain(const Account &account)
     {
-        QElapsedTimer passed;
-        passed.start();
-        const auto isLate = [&passed] {
-            return passed.elapsed() > std::chrono::milliseconds(kPatience).count();
+        const auto isEmpty = [folder = QDir(folderOf(account))] {
+            return folder.entryList({s("json*")}, QDir::Files).isEmpty();
         };
-        while (!isLate()) {
-            const int before = m_ledger.counted();
-            startClient(QByteArray(), 0, {toUser(account), choice(s("start"))});
-            while ((m_ledger.counted() == before || m_ledger.waiting(account.login) > 0) && !isLate()) {
+        const QDeadlineTimer late(kPatience);
+        do {
+            const int before = m_ledger.sums().counted;
+            startClient({toUser(account), choice("start")});
+            while ((m_ledger.sums().counted == before || !isEmpty()) && !late.hasExpired()) {
                 if (m_client->ends(5ms))
                     fail("the client ended by itself");
             }
             if (!m_client->quit())
                 fail("the client did not end well");
             endOfRun(false);
-            if (m_ledger.waiting(account.login) == 0)
-                return true;
-        }
-        return false;
+        } while (!isEmpty() && !late.hasExpired());
+        return isEmpty();
     }
 
     void endOfRun(bool mayLoseMinute)
@@ -277,12 +249,8 @@ private:
 
     void fail(const char *what)
     {
-        QFile output(m_client->room.path(s("output")));
-        output.open(QIODevice::ReadOnly);
-        m_judge->complain(s("%1 after %2 ms\n%3")
-                              .arg(s(what))
-                              .arg(m_clientTime.elapsed())
-                              .arg(QString::fromUtf8(output.readAll().right(2000))));
+        m_judge->complain(s("%1 after %2 ms\n").arg(s(what)).arg(m_clientTime.elapsed())
+                          + QString::fromUtf8(contentsOf(m_client->room.path(s("output"))).right(2000)));
     }
 
     bool report(int kills, bool drained)
@@ -298,6 +266,11 @@ private:
                     kills, m_seed, sums.counted, sums.received, sums.waiting, sums.missing, sums.unread,
                     sums.uncounted, sums.excused, sums.unexcused);
         return drained && sums.isClean() && m_judge->isSatisfied(kills / 4) && sums.counted > kills / 4;
+    }
+
+    QString folderOf(const Account &account) const
+    {
+        return m_client->room.stored(account.login + s("/activity"));
     }
 
     int below(int bound) { return static_cast<int>(m_random.bounded(bound)); }

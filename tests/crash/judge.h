@@ -24,37 +24,28 @@ inline const std::array<Account, 2> kAccounts{
 // What was chosen in the client; every user's task and timer are kept for the next login.
 struct Choices
 {
-    struct Work
-    {
-        QString team;
-        QString task;
-        bool recording = false;
-    };
-
-    Work work() const { return users.value(login); }
-
     // A kind and what belongs to it, as in the journal.
     Choices after(const QStringList &choice) const
     {
         Choices next = *this;
         const QString kind = choice.value(0);
-        Work &work = next.users[login];
+        QStringList &work = next.works[login];
         if (kind == s("user"))
             next.login = choice.value(1);
         else if (kind == s("task"))
-            work = {choice.value(1), choice.value(2), work.recording};
+            work = choice.mid(1, 2) + work.mid(2);
         else
-            work.recording = kind == s("start");
+            work = work.mid(0, 2) + QStringList{kind == s("start") ? kRecording : s("idle")};
         return next;
     }
 
-    QStringList state() const
-    {
-        return {login, work().team, work().task, work().recording ? s("recording") : s("idle")};
-    }
+    // As in the journal: user, team, task, and whether it records.
+    QStringList state() const { return QStringList{login} + works.value(login); }
+    bool isRecording() const { return state().value(3) == kRecording; }
 
+    static inline const QString kRecording = s("recording");
     QString login;
-    QMap<QString, Work> users;
+    QMap<QString, QStringList> works; // by user
 };
 
 // Compares what the client does with what was chosen in it, and its counter of the day with its
@@ -64,7 +55,9 @@ class Judge final
 public:
     explicit Judge(const ClientRoom &room)
         : m_room(room)
-        , m_said{kAccounts.front().login, {{kAccounts.front().login, {s("17"), s("1702"), true}}}}
+        , m_said{kAccounts.front().login,
+                 {{kAccounts.front().login, {s("17"), s("1702"), Choices::kRecording}},
+                  {kAccounts.back().login, {QString(), QString(), s("idle")}}}}
     { }
     Q_DISABLE_COPY_MOVE(Judge)
 
@@ -102,15 +95,10 @@ public:
     bool isSatisfied(int fewestCompared) const { return m_complaints == 0 && m_compared > fewestCompared; }
 
 private:
-    struct Counter
+    // Of each user: the day and its minutes.
+    QMap<QString, QPair<QString, int>> counters() const
     {
-        QString date;
-        int minutes = 0;
-    };
-
-    QMap<QString, Counter> counters() const
-    {
-        QMap<QString, Counter> read;
+        QMap<QString, QPair<QString, int>> read;
         for (const Account &account : kAccounts) {
             const QSettings stored(m_room.stored(account.login + s("/session.ini")), QSettings::IniFormat);
             const QTime time = QTime::fromString(stored.value(s("todayWorktime")).toString(), s("hh:mm:ss"));
@@ -122,27 +110,23 @@ private:
     // What each user sees as worked has to grow by the records of this run.
     void judgeCounters(const QMultiHash<QString, QString> &bookings, bool mayLoseMinute)
     {
-        const QMap<QString, Counter> now = counters();
-        int lost = 0;
+        const auto now = counters();
+        int mayBeLost = mayLoseMinute ? 1 : 0;
         for (const Account &account : kAccounts) {
-            const Counter &before = m_counters[account.login];
-            const Counter &after = now[account.login];
-            if (before.date != after.date)
+            if (m_counters[account.login].first != now[account.login].first)
                 continue; // midnight has passed
             QSet<QString> recorded;
             for (auto it = bookings.cbegin(); it != bookings.cend(); ++it) {
                 if (it->startsWith(account.login + QLatin1Char('\t')))
                     recorded.insert(it.key());
             }
-            const int missing = after.minutes - before.minutes - recorded.size();
-            lost += missing;
             m_compared += recorded.size();
-            if (missing < 0 || (missing > 0 && lost > (mayLoseMinute ? 1 : 0))) {
-                complain(s("%1 minutes counted and %2 recorded of %3")
-                             .arg(after.minutes - before.minutes)
-                             .arg(recorded.size())
-                             .arg(account.login));
-            }
+            const int counted = now[account.login].second - m_counters[account.login].second;
+            const int lost = counted - recorded.size();
+            if (lost < 0 || lost > mayBeLost)
+                complain(s("%1 minutes counted and %2 recorded of ").arg(counted).arg(recorded.size())
+                         + account.login);
+            mayBeLost -= lost;
         }
     }
 
@@ -177,25 +161,24 @@ private:
         m_asked.reset();
         if (m_said.state() == state)
             return;
-        complain(
-            s("%1 with [%2] and not [%3], last choice: %4")
-                .arg(when, state.join(QLatin1Char(' ')), m_said.state().join(QLatin1Char(' ')), m_lastAsked));
+        const QLatin1Char blank(' ');
+        complain(s("%1 with [%2] and not [%3], last choice: %4")
+                     .arg(when, state.join(blank), m_said.state().join(blank), m_lastAsked));
         m_said.login = state.value(0);
-        m_said.users[m_said.login] = {state.value(1), state.value(2), state.value(3) == s("recording")};
+        m_said.works[m_said.login] = state.mid(1);
     }
 
     // The record and perhaps a screenshot; neither when the client died before they were written.
     void judgeMinute(const QStringList &bookings)
     {
         const auto allows = [&](const Choices &choices) {
-            const Choices::Work work = choices.work();
-            const QString booking = Ledger::booking(choices.login, work.team, work.task, m_port);
-            return work.recording && bookings.count(booking) == bookings.size();
+            const QStringList state = choices.state();
+            return choices.isRecording()
+                && bookings.count(Ledger::booking(state[0], state[1], state[2], m_port)) == bookings.size();
         };
-        if (allows(m_said) || (m_asked && allows(*m_asked)))
-            return;
-        complain(s("minute of [%1] and not [%2]")
-                     .arg(bookings.join(s("; ")), m_said.state().join(QLatin1Char(' '))));
+        if (!allows(m_said) && !(m_asked && allows(*m_asked)))
+            complain(s("minute of [%1] and not [%2]")
+                         .arg(bookings.join(s("; ")), m_said.state().join(QLatin1Char(' '))));
     }
 
     const ClientRoom &m_room;
@@ -204,7 +187,7 @@ private:
     Choices m_said;
     std::optional<Choices> m_asked; // as it will be once it is made
     QString m_lastAsked;
-    QMap<QString, Counter> m_counters; // at the start of this run
+    QMap<QString, QPair<QString, int>> m_counters; // at the start of this run
     QMap<QString, int> m_made;
     int m_compared = 0; // minutes
     int m_complaints = 0;

@@ -2,7 +2,6 @@
 
 #include "fastclient.h"
 
-#include <QDir>
 #include <QHash>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -35,11 +34,8 @@ public:
         bool isClean() const { return missing + waiting + uncounted + unread + unexcused == 0; }
     };
 
-    // The folder has to exist and to stay.
-    void watch(const QString &login, const QString &folder)
-    {
-        m_folders.insert(m_watch.add(folder), {login, folder});
-    }
+    // The folder "USER/activity", which has to stay.
+    void watch(const QString &folder) { m_folders.insert(m_watch.add(folder), folder); }
 
     // Reads the records that have come since the last call. Called before any answer leaves
     // the service, it sees each one before the client may delete it.
@@ -53,23 +49,26 @@ public:
     void accepted(const QString &id)
     {
         const std::lock_guard lock(m_mutex);
-        readRecords();
         ++m_accepted[id];
-        m_ofThisRun.append({Clock::now(), id});
+        m_ofThisRun.append({Clock::now(), id, Clock::now() < m_lossEnds ? m_losses : 0});
     }
 
     // Between these two, accepting calls need not reach the client.
     void repliesGetLost()
     {
         const std::lock_guard lock(m_mutex);
-        m_lossy.append({Clock::now(), Clock::time_point::max() - kOnTheWay});
+        ++m_losses;
+        m_lossEnds = Clock::time_point::max();
+        for (Acceptance &acceptance : m_ofThisRun) {
+            if (acceptance.when > Clock::now() - kOnTheWay)
+                acceptance.loss = m_losses;
+        }
     }
 
     void repliesArrive()
     {
         const std::lock_guard lock(m_mutex);
-        if (!m_lossy.isEmpty())
-            m_lossy.last().to = std::min(m_lossy.constLast().to, Clock::now());
+        m_lossEnds = std::min(m_lossEnds, Clock::now() + kOnTheWay);
     }
 
     // No client runs: for what was accepted and is still in the folder, the kill is to blame.
@@ -84,27 +83,18 @@ public:
         QSet<QPair<QString, int>> lost;
         QSet<QString> answered;
         for (const Acceptance &acceptance : qAsConst(m_ofThisRun)) {
-            const int loss = lossOf(acceptance);
-            if (loss < 0)
-                answered.insert(acceptance.id);
+            if (acceptance.loss > 0)
+                lost.insert({acceptance.id, acceptance.loss});
             else
-                lost.insert({acceptance.id, loss});
+                answered.insert(acceptance.id);
         }
         for (const auto &loss : qAsConst(lost))
             ++m_excuses[loss.first];
-        const QVector<QString> left = waitingIds();
+        const QSet<QString> left = waitingIds();
         for (const QString &id : left)
             m_excuses[id] += answered.contains(id) ? 1 : 0;
         m_ofThisRun.clear();
-        if (!m_lossy.isEmpty())
-            m_lossy = {m_lossy.constLast()};
         return std::exchange(m_bookings, {});
-    }
-
-    int waiting(const QString &login)
-    {
-        const std::lock_guard lock(m_mutex);
-        return waitingIds(login).size();
     }
 
     Sums sums()
@@ -112,14 +102,13 @@ public:
         const std::lock_guard lock(m_mutex);
         readRecords();
         Sums sums;
-        const QVector<QString> left = waitingIds();
+        const QSet<QString> left = waitingIds();
         sums.counted = m_counted.size();
         sums.received = m_accepted.size();
         sums.unread = m_unread;
         for (auto it = m_counted.cbegin(); it != m_counted.cend(); ++it) {
-            const bool waits = left.contains(it.key());
             if (!m_accepted.contains(it.key()))
-                ++(waits ? sums.waiting : sums.missing);
+                ++(left.contains(it.key()) ? sums.waiting : sums.missing);
             // A second record of one report would be a second payment.
             sums.unexcused += it.value() - 1;
         }
@@ -133,114 +122,82 @@ public:
         return sums;
     }
 
-    int counted()
-    {
-        const std::lock_guard lock(m_mutex);
-        readRecords();
-        return m_counted.size();
-    }
-
     static QString booking(const QString &login, const QString &team, const QString &task, int port)
     {
-        return login + QLatin1Char('\t') + team + QLatin1Char('\t') + task + QLatin1Char('\t')
-            + QString::number(port);
+        return QStringList{login, team, task, QString::number(port)}.join(QLatin1Char('\t'));
     }
 
     // What else has to arrive: the slices of a minute, the name of a screenshot.
     static QString idOf(const QString &version, const QString &booking, const QString &rest)
     {
-        return version + QLatin1Char('\t') + booking + QLatin1Char('\t') + rest;
+        return QStringList{version, booking, rest}.join(QLatin1Char('\t'));
     }
 
 private:
+    using Clock = std::chrono::steady_clock;
     // A reply may be lost by a change that comes while it is on its way.
     static constexpr std::chrono::milliseconds kOnTheWay{250};
-    using Clock = std::chrono::steady_clock;
     struct Acceptance
     {
         Clock::time_point when;
         QString id;
+        int loss; // the number of the period in which the reply to it was lost, or 0
     };
-    struct Folder
+    struct Record
     {
-        QString login;
-        QString path;
-    };
-    struct Interval
-    {
-        Clock::time_point from;
-        Clock::time_point to;
+        QString id; // empty when it is gone
+        QString version;
+        QString booking;
     };
 
     void readRecords()
     {
-        m_watch.read([this](int folder, const QString &name) { enter(m_folders.value(folder), name); });
+        m_watch.read([this](int folder, const QString &name) {
+            const Record record = load(m_folders.value(folder), name);
+            if (record.id.isEmpty()) {
+                ++m_unread;
+                return;
+            }
+            ++m_counted[record.id];
+            m_bookings.insert(record.version, record.booking);
+        });
     }
 
-    void enter(const Folder &folder, const QString &name)
+    static Record load(const QString &folder, const QString &name)
     {
-        QString version;
-        QString booked;
-        const QString id = load(folder, name, &version, &booked);
-        if (id.isEmpty()) {
-            ++m_unread;
-            return;
-        }
-        ++m_counted[id];
-        m_bookings.insert(version, booked);
-    }
-
-    // The id, or nothing when the record is gone.
-    static QString load(const Folder &folder, const QString &name, QString *version, QString *booked)
-    {
-        QFile file(folder.path + QLatin1Char('/') + name);
+        QFile file(folder + QLatin1Char('/') + name);
         if (!file.open(QIODevice::ReadOnly))
             return {};
         const QJsonObject record = QJsonDocument::fromJson(file.readAll()).object();
         const QJsonObject body = record.value(s("body")).toObject();
-        const auto text = [&body](const char *key) { return body.value(QLatin1String(key)).toString(); };
-        *version = text("version");
+        const auto text = [&body](const char *key) { return body.value(s(key)).toString(); };
         // The folder's user is the one who has worked.
-        *booked = booking(folder.login, text("team_id"), text("task_id"),
-                          QUrl(record.value(s("api-url")).toString()).port());
-        return idOf(*version, *booked, text(body.contains(s("fileName")) ? "fileName" : "active"));
+        const QString booked = booking(folder.section(QLatin1Char('/'), -2, -2), text("team_id"),
+                                       text("task_id"), QUrl(record.value(s("api-url")).toString()).port());
+        const QString rest = text(body.contains(s("fileName")) ? "fileName" : "active");
+        return {idOf(text("version"), booked, rest), text("version"), booked};
     }
 
-    // The interval in which the reply to it was lost, or -1.
-    int lossOf(const Acceptance &acceptance) const
+    QSet<QString> waitingIds() const
     {
-        const auto found =
-            std::find_if(m_lossy.cbegin(), m_lossy.cend(), [&acceptance](const Interval &interval) {
-                return acceptance.when >= interval.from - kOnTheWay
-                    && acceptance.when <= interval.to + kOnTheWay;
-            });
-        return found == m_lossy.cend() ? -1 : static_cast<int>(found - m_lossy.cbegin());
-    }
-
-    // Of one user, or of all.
-    QVector<QString> waitingIds(const QString &login = QString()) const
-    {
-        QVector<QString> ids;
-        QString version;
-        QString booked;
-        for (const Folder &folder : m_folders) {
-            if (!login.isEmpty() && folder.login != login)
-                continue;
-            const QStringList names = QDir(folder.path).entryList({s("json*")}, QDir::Files);
+        QSet<QString> ids;
+        for (const QString &folder : m_folders) {
+            const QStringList names = QDir(folder).entryList({s("json*")}, QDir::Files);
             for (const QString &name : names)
-                ids.append(load(folder, name, &version, &booked));
+                ids.insert(load(folder, name).id);
         }
         return ids;
     }
 
     std::mutex m_mutex;
     RecordWatch m_watch;
-    QHash<int, Folder> m_folders; // by watch
+    QHash<int, QString> m_folders; // by watch
     QMultiHash<QString, QString> m_bookings; // of the client that runs, by version
     QHash<QString, int> m_counted; // by id: how many records
     QHash<QString, int> m_accepted;
     QHash<QString, int> m_excuses;
     QVector<Acceptance> m_ofThisRun;
-    QVector<Interval> m_lossy;
+    Clock::time_point m_lossEnds;
+    int m_losses = 0;
     int m_unread = 0;
 };

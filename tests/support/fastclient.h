@@ -27,8 +27,6 @@ inline void setWeather(localservice::Server &service, Weather weather, QRandomGe
 {
     using localservice::Fault;
     using localservice::Outage;
-    constexpr int kSlowest = 150; // ms
-    constexpr int kLongestCut = 20; // bytes
     if (weather == Weather::Stopped)
         service.stop();
     else if (!service.start())
@@ -39,27 +37,20 @@ inline void setWeather(localservice::Server &service, Weather weather, QRandomGe
     service.clearFaults();
     const QString all = s("*");
     if (weather == Weather::Slow)
-        service.setFault(all, Fault::delayed(std::chrono::milliseconds(random.bounded(kSlowest))));
+        service.setFault(all, Fault::delayed(std::chrono::milliseconds(random.bounded(150))));
     else if (weather == Weather::Hanging)
         service.setFault(all, Fault::hang());
     else if (weather == Weather::Lost)
         service.setFault(all, Fault::loseReply());
     else if (weather == Weather::Cut)
-        service.setFault(all, Fault::truncate(static_cast<int>(random.bounded(kLongestCut))));
+        service.setFault(all, Fault::truncate(random.bounded(20)));
     if (weather != Weather::Rejected)
         return;
-    // HTTP 200, but not the word that allows the record to be deleted.
-    struct Refusal
-    {
-        const char *report;
-        const char *screenshot;
-    };
-    const std::array<Refusal, 3> refusals{{{R"({"status":"error"})", R"({"status":"error"})"},
-                                           {"\t<!DOCTYPE html>", "\t<!DOCTYPE html>"},
-                                           {R"({"status":"fail"})", R"({"status":"ok"})"}}};
-    const Refusal &refusal = refusals.at(random.bounded(static_cast<quint32>(refusals.size())));
-    service.setFault(s("/api_active2"), Fault::answer(200, refusal.report));
-    service.setFault(s("/api_screenshot"), Fault::answer(200, refusal.screenshot));
+    // HTTP 200, but not the word that allows the record to be deleted: for a screenshot that is no JSON.
+    const std::array<const char *, 4> refusals{R"({"status":"error"})", "\t<!DOCTYPE html>",
+                                               R"({"status":"fail"})", R"({"status":"ok"})"};
+    service.setFault(s("/api_active2"), Fault::answer(200, refusals.at(random.bounded(3U))));
+    service.setFault(s("/api_screenshot"), Fault::answer(200, refusals.at(random.bounded(4U))));
 }
 
 // Notices every record that gets its final name in a folder.
@@ -70,13 +61,11 @@ public:
     RecordWatch() = default;
     Q_DISABLE_COPY_MOVE(RecordWatch)
 
-    // The folder has to exist and to stay. Returns what identifies it.
+    // Returns what identifies the folder, which has to stay.
     int add(const QString &folder)
     {
-        const int watch = inotify_add_watch(m_inotify, QFile::encodeName(folder).constData(), IN_MOVED_TO);
-        if (watch < 0)
-            qFatal("the folder cannot be watched");
-        return watch;
+        QDir().mkpath(folder);
+        return inotify_add_watch(m_inotify, QFile::encodeName(folder).constData(), IN_MOVED_TO);
     }
 
     // Calls arrived(folder, name) for each record since the last call.
@@ -147,13 +136,11 @@ public:
     // Handles events until the client has ended, at most so long; whether it has.
     bool ends(std::chrono::milliseconds limit)
     {
-        if (isRunning()) {
-            QEventLoop loop;
-            QObject::connect(&process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), &loop,
-                             &QEventLoop::quit);
-            QTimer::singleShot(limit, &loop, &QEventLoop::quit);
-            loop.exec();
-        }
+        QEventLoop loop;
+        QObject::connect(&process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), &loop,
+                         &QEventLoop::quit);
+        QTimer::singleShot(isRunning() ? limit : std::chrono::milliseconds(0), &loop, &QEventLoop::quit);
+        loop.exec();
         return !isRunning();
     }
 
