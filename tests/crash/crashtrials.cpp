@@ -55,10 +55,8 @@ public:
         : m_random(seed)
         , m_seed(seed)
     {
-        localservice::Server::Options options;
-        options.recordRequests = false;
-        // Called between accepting a report and answering it.
-        options.log = [this](const QString &) { receive(); };
+        // Requests are not recorded. Called between accepting a report and answering it.
+        const localservice::Server::Options options{0, {}, false, {}, [this](const QString &) { receive(); }};
         m_client = std::make_unique<FastClient>(options, kSpeed, 10ms, 40);
         m_other = std::make_unique<localservice::Server>(options);
         if (!m_other->start())
@@ -131,17 +129,15 @@ private:
                 Ledger::booking(record.email, record.teamId, record.taskId, from.service->port());
             m_ledger.accepted(Ledger::idOf(record.version, booking, rest));
         };
-        const auto reports = from.service->reports();
-        const auto screenshots = from.service->screenshots();
-        const int before = from.reports + from.screenshots;
-        for (; from.reports < reports.size(); ++from.reports)
-            accept(reports.at(from.reports), QString::number(reports.at(from.reports).active));
-        for (; from.screenshots < screenshots.size(); ++from.screenshots) {
-            const auto &shot = screenshots.at(from.screenshots);
-            // Without its image it is not what was promised.
+        const auto reports = from.service->reports().mid(from.reports);
+        const auto screenshots = from.service->screenshots().mid(from.screenshots);
+        for (const auto &report : reports)
+            accept(report, QString::number(report.active));
+        for (const auto &shot : screenshots) // without its image it is not what was promised
             accept(shot, shot.jpeg.isEmpty() ? QString() : shot.fileName);
-        }
-        return from.reports + from.screenshots - before;
+        from.reports += reports.size();
+        from.screenshots += screenshots.size();
+        return reports.size() + screenshots.size();
     }
 
     // Of the kinds "press", "start" and "task"; the rows are those of the chooser.

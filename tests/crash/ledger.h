@@ -7,7 +7,6 @@
 #include <QJsonObject>
 #include <QSet>
 #include <QUrl>
-#include <QVector>
 
 #include <algorithm>
 #include <chrono>
@@ -45,12 +44,21 @@ public:
         readRecords();
     }
 
-    // The service has accepted it and may still fail to say so.
+    // The service has accepted it and may still fail to say so. A client sends a report again only
+    // after another one has been accepted, or after a kill: as long as all replies are lost, one
+    // acceptance is excused. Anything else that is sent twice has no excuse.
     void accepted(const QString &id)
     {
         const std::lock_guard lock(m_mutex);
-        ++m_accepted[id];
-        m_ofThisRun.append({Clock::now(), id, Clock::now() < m_lossEnds ? m_losses : 0});
+        Acceptances &all = m_ofThisRun[id];
+        all.last = Clock::now();
+        if (all.last < m_lossEnds)
+            all.losses.insert(m_losses);
+        if (++all.times > 1 + all.losses.size())
+            ++m_sums.unexcused;
+        else if (m_accepted.contains(id))
+            ++m_sums.excused;
+        m_accepted.insert(id);
     }
 
     // Between these two, accepting calls need not reach the client.
@@ -59,9 +67,9 @@ public:
         const std::lock_guard lock(m_mutex);
         ++m_losses;
         m_lossEnds = Clock::time_point::max();
-        for (Acceptance &acceptance : m_ofThisRun) {
-            if (acceptance.when > Clock::now() - kOnTheWay)
-                acceptance.loss = m_losses;
+        for (Acceptances &all : m_ofThisRun) {
+            if (all.last > Clock::now() - kOnTheWay)
+                all.losses.insert(m_losses);
         }
     }
 
@@ -71,28 +79,11 @@ public:
         m_lossEnds = std::min(m_lossEnds, Clock::now() + kOnTheWay);
     }
 
-    // No client runs: for what was accepted and is still in the folder, the kill is to blame.
-    // A client sends a report again only after another one has been accepted: as long as all
-    // replies are lost, one acceptance is excused. A kill excuses one that left the record in
-    // the folder. Anything else that is sent twice has no excuse.
     // Returns the bookings of the client's records by their version.
     QMultiHash<QString, QString> clientIsGone()
     {
         const std::lock_guard lock(m_mutex);
         readRecords();
-        QSet<QPair<QString, int>> lost;
-        QSet<QString> answered;
-        for (const Acceptance &acceptance : qAsConst(m_ofThisRun)) {
-            if (acceptance.loss > 0)
-                lost.insert({acceptance.id, acceptance.loss});
-            else
-                answered.insert(acceptance.id);
-        }
-        for (const auto &loss : qAsConst(lost))
-            ++m_excuses[loss.first];
-        const QSet<QString> left = waitingIds();
-        for (const QString &id : left)
-            m_excuses[id] += answered.contains(id) ? 1 : 0;
         m_ofThisRun.clear();
         return std::exchange(m_bookings, {});
     }
@@ -101,24 +92,15 @@ public:
     {
         const std::lock_guard lock(m_mutex);
         readRecords();
-        Sums sums;
-        const QSet<QString> left = waitingIds();
+        Sums sums = m_sums;
         sums.counted = m_counted.size();
         sums.received = m_accepted.size();
-        sums.unread = m_unread;
-        for (auto it = m_counted.cbegin(); it != m_counted.cend(); ++it) {
-            if (!m_accepted.contains(it.key()))
-                ++(left.contains(it.key()) ? sums.waiting : sums.missing);
-            // A second record of one report would be a second payment.
-            sums.unexcused += it.value() - 1;
+        const QSet<QString> left = waitingIds();
+        for (const QString &id : qAsConst(m_counted)) {
+            if (!m_accepted.contains(id))
+                ++(left.contains(id) ? sums.waiting : sums.missing);
         }
-        for (auto it = m_accepted.cbegin(); it != m_accepted.cend(); ++it) {
-            sums.uncounted += m_counted.contains(it.key()) ? 0 : 1;
-            const int again = it.value() - 1;
-            const int excused = std::min(again, m_excuses.value(it.key()));
-            sums.excused += excused;
-            sums.unexcused += again - excused;
-        }
+        sums.uncounted = (m_accepted - m_counted).size();
         return sums;
     }
 
@@ -137,11 +119,11 @@ private:
     using Clock = std::chrono::steady_clock;
     // A reply may be lost by a change that comes while it is on its way.
     static constexpr std::chrono::milliseconds kOnTheWay{250};
-    struct Acceptance
+    struct Acceptances
     {
-        Clock::time_point when;
-        QString id;
-        int loss; // the number of the period in which the reply to it was lost, or 0
+        Clock::time_point last;
+        int times = 0;
+        QSet<int> losses; // the periods in which replies to them were lost
     };
     struct Record
     {
@@ -155,10 +137,12 @@ private:
         m_watch.read([this](int folder, const QString &name) {
             const Record record = load(m_folders.value(folder), name);
             if (record.id.isEmpty()) {
-                ++m_unread;
+                ++m_sums.unread;
                 return;
             }
-            ++m_counted[record.id];
+            // A second record of one report would be a second payment.
+            m_sums.unexcused += m_counted.contains(record.id) ? 1 : 0;
+            m_counted.insert(record.id);
             m_bookings.insert(record.version, record.booking);
         });
     }
@@ -193,11 +177,10 @@ private:
     RecordWatch m_watch;
     QHash<int, QString> m_folders; // by watch
     QMultiHash<QString, QString> m_bookings; // of the client that runs, by version
-    QHash<QString, int> m_counted; // by id: how many records
-    QHash<QString, int> m_accepted;
-    QHash<QString, int> m_excuses;
-    QVector<Acceptance> m_ofThisRun;
+    QSet<QString> m_counted;
+    QSet<QString> m_accepted;
+    QHash<QString, Acceptances> m_ofThisRun; // by id
     Clock::time_point m_lossEnds;
     int m_losses = 0;
-    int m_unread = 0;
+    Sums m_sums; // what is counted as it happens
 };
