@@ -19,28 +19,29 @@ const QString kOtherTitle = s("other program");
 const QKeySequence kSequence(s("Ctrl+Alt+P"));
 const QString kKeys = s("ctrl+alt+p");
 
-// Another client of the X server, which holds the key of kSequence if it can have it.
-class Other final
+// Another client of the X server, and the key of kSequence.
+xcb_connection_t *s_other = nullptr;
+constexpr xcb_keycode_t kKey = 33;
+constexpr quint16 kModifiers = XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1;
+
+xcb_window_t root()
 {
-public:
-    Other()
-    {
-        constexpr xcb_keycode_t p = 33;
-        const auto request = xcb_grab_key_checked(
-            m_connection, 0, xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root,
-            XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1, p, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
-        xcb_generic_error_t *error = xcb_request_check(m_connection, request);
-        holds = error == nullptr;
-        std::free(error);
-    }
-    ~Other() { xcb_disconnect(m_connection); }
-    Q_DISABLE_COPY_MOVE(Other)
+    return xcb_setup_roots_iterator(xcb_get_setup(s_other)).data->root;
+}
 
-    bool holds = false;
+bool otherHoldsKey()
+{
+    const auto request =
+        xcb_grab_key_checked(s_other, 0, root(), kModifiers, kKey, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+    const QScopedPointer<xcb_generic_error_t, QScopedPointerPodDeleter> error(
+        xcb_request_check(s_other, request));
+    return !error;
+}
 
-private:
-    xcb_connection_t *m_connection = xcb_connect(nullptr, nullptr);
-};
+bool otherLeavesKey()
+{
+    return !xcb_request_check(s_other, xcb_ungrab_key_checked(s_other, kKey, root(), kModifiers));
+}
 
 bool setLayout(const QString &layout)
 {
@@ -56,6 +57,7 @@ class TestX11 final : public QObject
 private slots:
     void initTestCase()
     {
+        s_other = xcb_connect(nullptr, nullptr);
         m_other.start(s("xev"), texts({"-geometry", "211x87", "-name"}) << kOtherTitle);
         QTRY_COMPARE_WITH_TIMEOUT(System::windowTitle(System::activeWindow()), kOtherTitle, 10000);
     }
@@ -63,6 +65,7 @@ private slots:
     {
         m_other.kill();
         m_other.waitForFinished();
+        xcb_disconnect(s_other);
     }
 
     void cleanup()
@@ -108,24 +111,29 @@ private slots:
             QVERIFY(pressKeys(s(keys)));
         QTRY_COMPARE(lastActivations.count(), 1);
         QCOMPARE(activations.count(), 0);
-        // Changing the key leaves the old one.
-        QVERIFY(shortcut.setShortcut(QKeySequence(s("Ctrl+Alt+O"))));
-        QVERIFY(pressKeys(kKeys) && pressKeys(s("ctrl+alt+o")));
+        // Held down it is heard once. Changing the key leaves the old one.
+        QVERIFY(shortcut.setShortcut(Qt::Key_F8));
+        QVERIFY(pressKeys(kKeys) && xdotool(s("keydown"), {s("F8")}));
         QTRY_COMPARE(activations.count(), 1);
-        QVERIFY(Other().holds);
+        QVERIFY(!activations.wait(1000)); // longer than the delay before keys repeat
+        QVERIFY(xdotool(s("keyup"), {s("F8")}));
     }
 
-    void isRefusedWhatAnotherProgramHolds()
+    void isHeldByOneOnly()
     {
-        auto other = std::make_unique<Other>();
-        QVERIFY(other->holds);
-        QxtGlobalShortcut shortcut;
-        QVERIFY(!shortcut.setShortcut(kSequence));
-        other.reset();
-        QTRY_VERIFY(shortcut.setShortcut(kSequence));
-        QVERIFY(!Other().holds);
-        QVERIFY(!shortcut.setShortcut({}));
-        QVERIFY(Other().holds);
+        auto shortcut = std::make_unique<QxtGlobalShortcut>();
+        QVERIFY(otherHoldsKey());
+        QVERIFY(!shortcut->setShortcut(kSequence));
+        QVERIFY(otherLeavesKey());
+        QVERIFY(shortcut->setShortcut(kSequence) && !otherHoldsKey());
+        QVERIFY(!shortcut->setShortcut({}) && otherHoldsKey() && otherLeavesKey());
+        // Its slot may destroy it.
+        QVERIFY(shortcut->setShortcut(kSequence));
+        connect(shortcut.get(), &QxtGlobalShortcut::activated, this, [&] { shortcut.reset(); });
+        QVERIFY(pressKeys(kKeys));
+        QTRY_VERIFY(!shortcut);
+        QTRY_VERIFY(otherHoldsKey());
+        QVERIFY(otherLeavesKey());
     }
 
     void followsTheKeyboardLayout()
@@ -140,54 +148,25 @@ private slots:
         QTRY_VERIFY(!shortcut.isHeld());
     }
 
-    void mayBeDestroyedByItsSlot()
-    {
-        auto shortcut = std::make_unique<QxtGlobalShortcut>(kSequence);
-        connect(shortcut.get(), &QxtGlobalShortcut::activated, this, [&] { shortcut.reset(); });
-        QVERIFY(pressKeys(kKeys));
-        QTRY_VERIFY(!shortcut);
-        QTRY_VERIFY(Other().holds);
-    }
-
-    void doesNotRepeatWhileHeldDown()
-    {
-        QxtGlobalShortcut shortcut(QKeySequence(Qt::Key_F8));
-        QSignalSpy activations(&shortcut, &QxtGlobalShortcut::activated);
-        QVERIFY(xdotool(s("keydown"), {s("F8")}));
-        QTRY_COMPARE(activations.count(), 1);
-        QVERIFY(!activations.wait(1000)); // longer than the delay before keys repeat
-        QVERIFY(xdotool(s("keyup"), {s("F8")}));
-    }
-
     void knowsTheWindows()
     {
         const WId other = System::findWindow(kOtherTitle);
         QCOMPARE(System::activeWindow(), other);
         QCOMPARE(System::windowGeometry(other).size(), QSize(211, 87));
         QCOMPARE(System::findWindow(s("other")), WId(0));
-        const QString title = s("Отчёт — «Ω» 漢字");
-        auto own = std::make_unique<QWidget>();
-        own->setWindowTitle(title);
-        own->setGeometry(300, 200, 321, 123);
-        own->show();
-        QVERIFY(QTest::qWaitForWindowActive(own.get()));
-        const WId id = own->winId();
-        QTRY_COMPARE(System::findWindow(title), id);
-        QTRY_COMPARE(System::activeWindow(), id);
-        QTRY_COMPARE(System::windowGeometry(id), own->geometry());
-        own.reset();
-        QTRY_COMPARE(System::findWindow(title), WId(0));
-        QCOMPARE(System::windowTitle(id), QString());
-        QCOMPARE(System::windowGeometry(id), QRect());
+        QWidget own;
+        own.setWindowTitle(s("Отчёт — «Ω» 漢字"));
+        own.setGeometry(300, 200, 321, 123);
+        own.show();
+        QTRY_COMPARE(System::findWindow(own.windowTitle()), own.winId());
+        QTRY_COMPARE(System::windowGeometry(own.winId()), own.geometry());
     }
 
     void measuresIdleTime()
     {
-        using namespace std::chrono_literals;
-        const auto idle = [] { return System::idleTime().value_or(-1ms); };
-        QTRY_VERIFY(idle() >= 400ms);
+        QTRY_VERIFY(System::idleTime()->count() >= 400);
         QVERIFY(pressKeys(s("a")));
-        QVERIFY2(idle() >= 0ms && idle() < 400ms, qPrintable(QString::number(idle().count())));
+        QVERIFY(System::idleTime()->count() < 400);
     }
 
 private:
