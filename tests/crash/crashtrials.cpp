@@ -55,17 +55,12 @@ public:
         : m_random(seed)
         , m_seed(seed)
     {
-        // Requests are not recorded. Called between accepting a report and answering it.
-        const localservice::Server::Options options{0, {}, false, {}, [this](const QString &) { receive(); }};
-        m_client = std::make_unique<FastClient>(options, kSpeed, 10ms, 40);
-        m_other = std::make_unique<localservice::Server>(options);
-        if (!m_other->start())
+        if (!m_other.start())
             qFatal("no second service");
-        localservice::Server &service = m_client->room.server;
+        localservice::Server &service = m_client.room.server;
         m_addresses = {{&service, service.baseUrl()},
-                       {m_other.get(), s("https://LocalHost:%1/").arg(m_other->port())}};
+                       {&m_other, s("https://LocalHost:%1/").arg(m_other.port())}};
         m_port = service.port();
-        m_judge = std::make_unique<Judge>(m_client->room);
         for (const Account &account : kAccounts)
             m_ledger.watch(folderOf(account));
         QObject::connect(&m_weatherTimer, &QTimer::timeout, &m_weatherTimer, [this] {
@@ -140,15 +135,12 @@ private:
         return reports.size() + screenshots.size();
     }
 
-    // Of the kinds "press", "start" and "task"; the rows are those of the chooser.
-    QString choice(const char *kind)
+    // With login and password of a user, or else with rows of the chooser.
+    QString choice(const char *kind, const QStringList &who = {})
     {
-        return choice(kind, {QString::number(below(3)), QString::number(below(8))});
-    }
-
-    QString choice(const char *kind, const QStringList &rest)
-    {
-        return (QStringList{QString::number(below(kLongestWait)), s(kind)} + rest).join(QLatin1Char('\t'));
+        const QStringList rows{QString::number(below(3)), QString::number(below(8))};
+        return (QStringList{QString::number(below(kLongestWait)), s(kind)} + (who.isEmpty() ? rows : who))
+            .join(QLatin1Char('\t'));
     }
 
     QString toUser(const Account &account) { return choice("user", {account.login, account.password}); }
@@ -166,22 +158,22 @@ private:
 
     void startClient(const QStringList &choices, const QByteArray &place = kAnywhere, int passes = 0)
     {
-        QFile::remove(m_judge->journalPath());
+        QFile::remove(m_judge.journalPath());
         const Address &address = m_addresses.at(static_cast<size_t>(below(3)) / 2);
         m_moves += address.service->port() == m_port ? 0 : 1;
         m_port = address.service->port();
         m_passesLeft = place == kAccepted ? passes : -1;
         m_clientTime.start();
-        m_judge->runStarts(++m_run, m_port);
+        m_judge.runStarts(++m_run, m_port);
         // Every run begins after the one before it ended, or records would come from the future.
-        m_client->start(s(CRASHABLE_CLIENT), m_clientClock,
-                        {{s("ORVANA_SERVICE_URL"), address.url},
-                         {s("ORVANA_CRASH_JOURNAL"), m_judge->journalPath()},
-                         {s("ORVANA_CRASH_CHOICES"), choices.join(QLatin1Char('\n'))},
-                         {s("ORVANA_CRASH_RUN"), QString::number(m_run)},
-                         {s("ORVANA_CRASH_AT"), QString::fromLatin1(place)},
-                         {s("ORVANA_CRASH_PASS"), QString::number(passes)}});
-        m_clientId = m_client->process.processId();
+        m_client.start(s(CRASHABLE_CLIENT), m_clientClock,
+                       {{s("ORVANA_SERVICE_URL"), address.url},
+                        {s("ORVANA_CRASH_JOURNAL"), m_judge.journalPath()},
+                        {s("ORVANA_CRASH_CHOICES"), choices.join(QLatin1Char('\n'))},
+                        {s("ORVANA_CRASH_RUN"), QString::number(m_run)},
+                        {s("ORVANA_CRASH_AT"), QString::fromLatin1(place)},
+                        {s("ORVANA_CRASH_PASS"), QString::number(passes)}});
+        m_clientId = m_client.process.processId();
     }
 
     void strike(const QByteArray &place)
@@ -196,7 +188,7 @@ private:
             choices += choice("start"); // a minute passes all other places
         startClient(choices, place, passes);
         const std::chrono::milliseconds length(below(below(10) == 0 ? kLongRun : kShortRun));
-        if (m_client->ends(place == kAnywhere ? length : kPatience) == (place == kAnywhere))
+        if (m_client.ends(place == kAnywhere ? length : kPatience) == (place == kAnywhere))
             fail(place.constData());
         ++m_strikes[place];
         endOfRun(kBeforeTheRecord.contains(place));
@@ -207,46 +199,41 @@ private:
     {
         m_weatherTimer.stop();
         changeWeather(Weather::Fine);
-        return std::all_of(kAccounts.cbegin(), kAccounts.cend(),
-                           [this](const Account &account) { return drain(account); });
-    }
-
-    bool drain(const Account &account)
-    {
-        const auto isEmpty = [folder = QDir(folderOf(account))] {
-            return folder.entryList({s("json*")}, QDir::Files).isEmpty();
-        };
-        const QDeadlineTimer late(kPatience);
-        do {
-            const int before = m_ledger.sums().counted;
-            startClient({toUser(account), choice("start")});
-            while ((m_ledger.sums().counted == before || !isEmpty()) && !late.hasExpired()) {
-                if (m_client->ends(5ms))
-                    fail("the client ended by itself");
-            }
-            if (!m_client->quit())
-                fail("the client did not end well");
-            endOfRun(false);
-        } while (!isEmpty() && !late.hasExpired());
-        return isEmpty();
+        return std::all_of(kAccounts.cbegin(), kAccounts.cend(), [this](const Account &account) {
+            const QDir folder(folderOf(account));
+            const auto isEmpty = [&folder] { return folder.entryList({s("json*")}, QDir::Files).isEmpty(); };
+            const QDeadlineTimer late(kPatience);
+            do {
+                const int before = m_ledger.sums().counted;
+                startClient({toUser(account), choice("start")});
+                while ((m_ledger.sums().counted == before || !isEmpty()) && !late.hasExpired()) {
+                    if (m_client.ends(5ms))
+                        fail("the client ended by itself");
+                }
+                if (!m_client.quit())
+                    fail("the client did not end well");
+                endOfRun(false);
+            } while (!isEmpty() && !late.hasExpired());
+            return isEmpty();
+        });
     }
 
     void endOfRun(bool mayLoseMinute)
     {
         m_passesLeft = -1;
-        QProcess &process = m_client->process;
+        QProcess &process = m_client.process;
         process.kill();
         process.waitForFinished();
         if (process.exitStatus() == QProcess::CrashExit && process.exitCode() != SIGKILL)
             fail("the client crashed by itself");
         m_clientClock = m_clientClock.addMSecs(m_clientTime.elapsed() * kSpeed).addSecs(kBetweenRuns);
-        m_judge->runHasEnded(m_ledger.clientIsGone(), mayLoseMinute);
+        m_judge.runHasEnded(m_ledger.clientIsGone(), mayLoseMinute);
     }
 
     void fail(const char *what)
     {
-        m_judge->complain(s("%1 after %2 ms\n").arg(s(what)).arg(m_clientTime.elapsed())
-                          + QString::fromUtf8(contentsOf(m_client->room.path(s("output"))).right(2000)));
+        m_judge.complain(s("%1 after %2 ms\n").arg(s(what)).arg(m_clientTime.elapsed())
+                         + QString::fromUtf8(contentsOf(m_client.room.path(s("output"))).right(2000)));
     }
 
     bool report(int kills, bool drained)
@@ -255,18 +242,18 @@ private:
         for (auto it = m_strikes.cbegin(); it != m_strikes.cend(); ++it)
             std::printf("  %-15s %d\n", it.key().constData(), it.value());
         std::printf("%d changes of address\n", m_moves);
-        m_judge->print();
+        m_judge.print();
         std::printf("%d kills (seed %u), %d counted, %d received, %d waiting, %d missing, %d gone unsent, %d "
                     "never counted, "
                     "%d repeated after a kill or a lost reply, %d repeated without reason\n",
                     kills, m_seed, sums.counted, sums.received, sums.waiting, sums.missing, sums.unread,
                     sums.uncounted, sums.excused, sums.unexcused);
-        return drained && sums.isClean() && m_judge->isSatisfied(kills / 4) && sums.counted > kills / 4;
+        return drained && sums.isClean() && m_judge.isSatisfied(kills / 4) && sums.counted > kills / 4;
     }
 
     QString folderOf(const Account &account) const
     {
-        return m_client->room.stored(account.login + s("/activity"));
+        return m_client.room.stored(account.login + s("/activity"));
     }
 
     int below(int bound) { return static_cast<int>(m_random.bounded(bound)); }
@@ -274,21 +261,23 @@ private:
     QRandomGenerator m_random;
     quint32 m_seed;
     QTimer m_weatherTimer;
+    Weather m_weather = Weather::Fine;
     Ledger m_ledger;
-    std::unique_ptr<FastClient> m_client;
-    std::unique_ptr<Judge> m_judge;
-    std::unique_ptr<localservice::Server> m_other;
     std::vector<Address> m_addresses;
-    int m_port = 0;
-    int m_moves = 0;
+    std::mutex m_receiving;
     std::atomic<int> m_passesLeft{-1}; // accepted reports until the service strikes
     std::atomic<qint64> m_clientId{0};
+    // Requests are not recorded. Called between accepting a report and answering it.
+    const localservice::Server::Options m_options{0, {}, false, {}, [this](const QString &) { receive(); }};
+    FastClient m_client{m_options, kSpeed, 10ms, 40};
+    localservice::Server m_other{m_options};
+    Judge m_judge{m_client.room};
+    int m_port = 0;
+    int m_moves = 0;
     QElapsedTimer m_clientTime;
-    QDateTime m_clientClock = QDateTime(QDate(2026, 3, 2), QTime(8, 0));
+    QDateTime m_clientClock{QDate(2026, 3, 2), QTime(8, 0)};
     int m_run = 0;
     QMap<QByteArray, int> m_strikes;
-    Weather m_weather = Weather::Fine;
-    std::mutex m_receiving;
 };
 
 } // namespace

@@ -113,7 +113,9 @@ private:
         const auto now = counters();
         int mayBeLost = mayLoseMinute ? 1 : 0;
         for (const Account &account : kAccounts) {
-            if (m_counters[account.login].first != now[account.login].first)
+            const auto &before = m_counters[account.login];
+            const auto &after = now[account.login];
+            if (before.first != after.first)
                 continue; // midnight has passed
             QSet<QString> recorded;
             for (auto it = bookings.cbegin(); it != bookings.cend(); ++it) {
@@ -121,11 +123,9 @@ private:
                     recorded.insert(it.key());
             }
             m_compared += recorded.size();
-            const int counted = now[account.login].second - m_counters[account.login].second;
-            const int lost = counted - recorded.size();
+            const int lost = after.second - before.second - recorded.size();
             if (lost < 0 || lost > mayBeLost)
-                complain(s("%1 minutes counted and %2 recorded of ").arg(counted).arg(recorded.size())
-                         + account.login);
+                complain(s("%1 minutes more counted than recorded of %2").arg(lost).arg(account.login));
             mayBeLost -= lost;
         }
     }
@@ -161,9 +161,8 @@ private:
         m_asked.reset();
         if (m_said.state() == state)
             return;
-        const QLatin1Char blank(' ');
         complain(s("%1 with [%2] and not [%3], last choice: %4")
-                     .arg(when, state.join(blank), m_said.state().join(blank), m_lastAsked));
+                     .arg(when, state.join(s(" ")), m_said.state().join(s(" ")), m_lastAsked));
         m_said.login = state.value(0);
         m_said.works[m_said.login] = state.mid(1);
     }
@@ -177,8 +176,8 @@ private:
                 && bookings.count(Ledger::booking(state[0], state[1], state[2], m_port)) == bookings.size();
         };
         if (!allows(m_said) && !(m_asked && allows(*m_asked)))
-            complain(s("minute of [%1] and not [%2]")
-                         .arg(bookings.join(s("; ")), m_said.state().join(QLatin1Char(' '))));
+            complain(
+                s("minute of [%1] and not [%2]").arg(bookings.join(s("; ")), m_said.state().join(s(" "))));
     }
 
     const ClientRoom &m_room;
