@@ -6,8 +6,7 @@
 #include "virtualdisplay.h"
 #include "watcherport.h"
 
-#include <QTcpServer>
-#include <QTcpSocket>
+#include <QtNetwork>
 
 #include <memory>
 #include <vector>

@@ -5,13 +5,8 @@
 #include "texts.h"
 #include "ui/mainform.h"
 
-#include <QAction>
-#include <QApplication>
-#include <QComboBox>
-#include <QLineEdit>
-#include <QPushButton>
-#include <QTest>
-#include <QTimer>
+#include <QtTest>
+#include <QtWidgets>
 
 #include <chrono>
 #include <csignal>

@@ -5,17 +5,9 @@
 // crashtrials KILLS [SEED]
 #include "files.h"
 #include "judge.h"
-#include "ledger.h"
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
-#include <QElapsedTimer>
-#include <QMap>
-
-#include <algorithm>
 #include <atomic>
 #include <csignal>
-#include <cstdio>
 #include <vector>
 
 using namespace std::chrono_literals;

@@ -1,14 +1,7 @@
 #pragma once
 
-#include "fastclient.h"
 #include "ledger.h"
 
-#include <QMap>
-#include <QMultiHash>
-#include <QSet>
-#include <QSettings>
-
-#include <array>
 #include <cstdio>
 #include <optional>
 

@@ -2,14 +2,6 @@
 
 #include "fastclient.h"
 
-#include <QHash>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QSet>
-#include <QUrl>
-
-#include <algorithm>
-#include <chrono>
 #include <mutex>
 #include <utility>
 

@@ -4,12 +4,6 @@
 #include "fastclient.h"
 #include "files.h"
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
-#include <QDirIterator>
-#include <QElapsedTimer>
-
-#include <algorithm>
 #include <cstdio>
 
 using localservice::World;
@@ -20,12 +14,10 @@ namespace {
 constexpr int kSpeed = 60;
 constexpr auto kMinute = 1000ms; // of the client's time
 constexpr int kMinutesPerHour = 60;
-constexpr int kLongOutageEvery = 15; // minutes
 constexpr auto kPatience = 30s;
 constexpr double kMemoryGrowth = 1.05;
 constexpr qint64 kFileGrowth = 256; // bytes: a date or a number may get longer
 constexpr double kFewestMinutes = 0.95; // of those that have passed
-constexpr int kMemoryFrom = 50; // minute of the hour
 
 struct Hour
 {
@@ -89,22 +81,18 @@ private:
             QCoreApplication::quit();
     }
 
-    // Always the same teams and tasks: what is gone stays in the session files. The task is in another team,
-    // for a blocking one would stop the work.
+    // Always the same teams and tasks: what is gone stays in the session files.
     void changeLists(World &world) const
     {
-        const QString task = s("9001");
-        const QString team = s("99");
-        world.addComment(s("1702"), QDateTime::currentDateTime());
-        world.setDeadline(s("1702"), QDateTime::currentDateTime().addDays(m_minutes % 2 + 1));
-        if (m_minutes % 4 == 0) {
-            world.addTask(s("41"), {task, s("Разобрать входящие")});
-            world.addTeam({team, s("Дежурные")});
-        } else if (m_minutes % 4 == 3) {
-            world.removeTask(task);
-            world.removeTeam(team);
+        const QDateTime now = QDateTime::currentDateTime();
+        world.addComment(s("1702"), now);
+        world.setDeadline(s("1702"), now.addDays(m_minutes % 2 + 1));
+        if (m_minutes % 2 == 0) {
+            world.addTeam({s("99"), s("Дежурные")});
+            world.addTask(s("41"), {s("9001"), s("Разобрать входящие")});
         } else {
-            world.setBlock(task, QString::number(m_minutes % 4 - 1));
+            world.removeTeam(s("99"));
+            world.removeTask(s("9001"));
         }
     }
 
@@ -114,7 +102,7 @@ private:
         auto &random = *QRandomGenerator::global();
         setWeather(m_room.server,
                    static_cast<Weather>(1 + random.bounded(static_cast<int>(Weather::Rejected))), random);
-        m_clearUp.start(m_minutes % kLongOutageEvery == 0 ? kMinute * 5 : kMinute * 2 / 5);
+        m_clearUp.start(m_minutes % 15 == 0 ? kMinute * 5 : kMinute * 2 / 5);
     }
 
     void countRecords()
@@ -128,7 +116,7 @@ private:
     {
         const QString process = s("/proc/%1/").arg(m_client.process.processId());
         const QList<QByteArray> lines = contentsOf(process + s("smaps_rollup")).split('\n');
-        const bool isLate = (m_minutes - 1) % kMinutesPerHour >= kMemoryFrom;
+        const bool isLate = m_minutes % kMinutesPerHour > 50;
         for (const QByteArray &line : isLate ? lines : QList<QByteArray>()) {
             const qint64 value = line.simplified().split(' ').value(1).toLongLong();
             if (line.startsWith("Rss:"))

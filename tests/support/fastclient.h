@@ -2,15 +2,12 @@
 
 #include "clientroom.h"
 
-#include <QDateTime>
-#include <QEventLoop>
-#include <QFile>
-#include <QRandomGenerator>
 #include <QTcpSocket>
-#include <QTimer>
+#include <QtCore>
 
 #include <array>
 #include <chrono>
+#include <memory>
 
 #include <sys/inotify.h>
 #include <unistd.h>
@@ -35,22 +32,22 @@ inline void setWeather(localservice::Server &service, Weather weather, QRandomGe
                           : weather == Weather::Unavailable ? Outage::Unavailable
                                                             : Outage::None);
     service.clearFaults();
-    const QString all = s("*");
-    if (weather == Weather::Slow)
-        service.setFault(all, Fault::delayed(std::chrono::milliseconds(random.bounded(150))));
-    else if (weather == Weather::Hanging)
-        service.setFault(all, Fault::hang());
-    else if (weather == Weather::Lost)
-        service.setFault(all, Fault::loseReply());
-    else if (weather == Weather::Cut)
-        service.setFault(all, Fault::truncate(random.bounded(20)));
-    if (weather != Weather::Rejected)
-        return;
     // HTTP 200, but not the word that allows the record to be deleted: for a screenshot that is no JSON.
     const std::array<const char *, 4> refusals{R"({"status":"error"})", "\t<!DOCTYPE html>",
                                                R"({"status":"fail"})", R"({"status":"ok"})"};
-    service.setFault(s("/api_active2"), Fault::answer(200, refusals.at(random.bounded(3U))));
-    service.setFault(s("/api_screenshot"), Fault::answer(200, refusals.at(random.bounded(4U))));
+    const QString all = s("*");
+    if (weather == Weather::Slow) {
+        service.setFault(all, Fault::delayed(std::chrono::milliseconds(random.bounded(150))));
+    } else if (weather == Weather::Hanging) {
+        service.setFault(all, Fault::hang());
+    } else if (weather == Weather::Lost) {
+        service.setFault(all, Fault::loseReply());
+    } else if (weather == Weather::Cut) {
+        service.setFault(all, Fault::truncate(random.bounded(20)));
+    } else if (weather == Weather::Rejected) {
+        service.setFault(s("/api_active2"), Fault::answer(200, refusals.at(random.bounded(3U))));
+        service.setFault(s("/api_screenshot"), Fault::answer(200, refusals.at(random.bounded(4U))));
+    }
 }
 
 // Notices every record that gets its final name in a folder.
@@ -101,17 +98,11 @@ public:
         , m_speed(speed)
     {
         room.leaveUser(true);
-        QTcpServer *watcher = &room.watcher;
-        QObject::connect(watcher, &QTcpServer::newConnection, watcher, [watcher] {
-            while (QTcpSocket *client = watcher->nextPendingConnection())
-                QObject::connect(client, &QTcpSocket::disconnected, client, &QObject::deleteLater);
-        });
-        QObject::connect(&m_input, &QTimer::timeout, watcher, [watcher, inputChance] {
-            const auto clients = watcher->findChildren<QTcpSocket *>();
-            for (QTcpSocket *client : clients) {
-                if (QRandomGenerator::global()->bounded(100) < inputChance)
-                    client->write("a");
-            }
+        QObject::connect(&room.watcher, &QTcpServer::newConnection, &m_input,
+                         [this] { m_watched.reset(room.watcher.nextPendingConnection()); });
+        QObject::connect(&m_input, &QTimer::timeout, &m_input, [this, inputChance] {
+            if (m_watched && m_watched->isOpen() && QRandomGenerator::global()->bounded(100) < inputChance)
+                m_watched->write("a");
         });
         m_input.start(inputPeriod);
     }
@@ -157,5 +148,6 @@ public:
 
 private:
     int m_speed;
+    std::unique_ptr<QTcpSocket> m_watched; // the latest client
     QTimer m_input;
 };

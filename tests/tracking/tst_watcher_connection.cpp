@@ -3,10 +3,7 @@
 #include "rows.h"
 #include "tracking/x11_useractivitywatcher.h"
 
-#include <QTcpServer>
-#include <QTcpSocket>
-
-#include <memory>
+#include <QtNetwork>
 
 #include <sys/socket.h>
 

@@ -3,9 +3,7 @@
 #include "realinput.h"
 #include "rows.h"
 
-#include <QApplication>
-#include <QWidget>
-#include <QWindow>
+#include <QtWidgets>
 
 #include <memory>
 
