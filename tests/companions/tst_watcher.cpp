@@ -57,8 +57,7 @@ public:
         QTRY_COMPARE_WITH_TIMEOUT(process.state(), QProcess::NotRunning, kStartTimeout);
         const QString printed = QString::fromUtf8(process.readAllStandardError());
         QVERIFY2(printed.contains(message), qPrintable(printed));
-        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(process.exitCode(), code);
+        QCOMPARE(process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, code);
     }
 
     QProcess process;
@@ -109,8 +108,6 @@ private slots:
         std::vector<Client> strangers;
         if (const AsUser user(12345); user.changed())
             strangers = crowd();
-        const Client deaf = watcher.connectClient();
-        deaf->setReadBufferSize(1);
         const Client flooder = watcher.connectClient();
         flooder->write(QByteArray(16 << 20, 'x'));
         QTRY_COMPARE_WITH_TIMEOUT(flooder->bytesToWrite(), 0, kStartTimeout);

@@ -31,10 +31,10 @@ void note(const QStringList &entry)
         std::abort();
 }
 
-// Somebody who makes the choices of ORVANA_CRASH_CHOICES, a line each: milliseconds to wait, then
-// "press" for the play button, "start", or "task", each with the rows to pick in the chooser, or
-// "user" with login and password. The widgets get the events of mouse and keyboard from within the
-// process, so that it can die as soon as it has handled one.
+// Somebody who makes the choices of ORVANA_CRASH_CHOICES, a line each: milliseconds to wait, then "press" for
+// the play button, "start", or "task", each with the rows to pick in the chooser, or "user" with login and
+// password. The widgets get the events of mouse and keyboard from within the process, so that it can die as
+// soon as it has handled one.
 class User final
 {
 public:
@@ -161,9 +161,9 @@ void seatUser()
 
 Q_COREAPP_STARTUP_FUNCTION(seatUser)
 
-// ORVANA_CRASH_AT names the place and ORVANA_CRASH_PASS says how often it is passed
-// unharmed. Every minute also gets a number of its own, as the version in its record and
-// request: nothing else distinguishes two equally busy minutes of one task.
+// ORVANA_CRASH_AT names the place and ORVANA_CRASH_PASS says how often it is passed unharmed. Every minute
+// also gets a number of its own, as the version in its record and request: nothing else distinguishes two
+// equally busy minutes of one task.
 void crashPoint(const char *name)
 {
     static const QByteArray place = qgetenv("ORVANA_CRASH_AT");

@@ -1,7 +1,6 @@
-// Kills the client again and again, at named places and at any moment, while the
-// service fails in every way it knows and somebody starts and stops the timer,
-// changes tasks, users and the service's address. Compares what the client counted with
-// what arrived, and what it does with what was chosen last:
+// Kills the client again and again, at named places and at any moment, while the service fails in every way
+// it knows and somebody starts and stops the timer, changes tasks, users and the service's address. Compares
+// what the client counted with what arrived, and what it does with what was chosen last:
 // crashtrials KILLS [SEED]
 #include "files.h"
 #include "judge.h"
@@ -101,30 +100,24 @@ private:
         const std::lock_guard lock(m_receiving);
         m_ledger.readFolder();
         int received = 0;
-        for (Address &address : m_addresses)
-            received += receiveFrom(address);
-        if (received == 0 || m_passesLeft < 0)
-            return;
-        if ((m_passesLeft -= received) < 0)
+        for (Address &from : m_addresses) {
+            const auto accept = [this, &from](const auto &record, const QString &rest) {
+                const QString booking =
+                    Ledger::booking(record.email, record.teamId, record.taskId, from.service->port());
+                m_ledger.accepted(Ledger::idOf(record.version, booking, rest));
+            };
+            const auto reports = from.service->reports().mid(from.reports);
+            const auto screenshots = from.service->screenshots().mid(from.screenshots);
+            for (const auto &report : reports)
+                accept(report, QString::number(report.active));
+            for (const auto &shot : screenshots) // without its image it is not what was promised
+                accept(shot, shot.jpeg.isEmpty() ? QString() : shot.fileName);
+            from.reports += reports.size();
+            from.screenshots += screenshots.size();
+            received += reports.size() + screenshots.size();
+        }
+        if (received > 0 && m_passesLeft >= 0 && (m_passesLeft -= received) < 0)
             ::kill(static_cast<pid_t>(m_clientId), SIGKILL);
-    }
-
-    int receiveFrom(Address &from)
-    {
-        const auto accept = [this, &from](const auto &record, const QString &rest) {
-            const QString booking =
-                Ledger::booking(record.email, record.teamId, record.taskId, from.service->port());
-            m_ledger.accepted(Ledger::idOf(record.version, booking, rest));
-        };
-        const auto reports = from.service->reports().mid(from.reports);
-        const auto screenshots = from.service->screenshots().mid(from.screenshots);
-        for (const auto &report : reports)
-            accept(report, QString::number(report.active));
-        for (const auto &shot : screenshots) // without its image it is not what was promised
-            accept(shot, shot.jpeg.isEmpty() ? QString() : shot.fileName);
-        from.reports += reports.size();
-        from.screenshots += screenshots.size();
-        return reports.size() + screenshots.size();
     }
 
     // With login and password of a user, or else with rows of the chooser.

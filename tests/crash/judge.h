@@ -28,28 +28,25 @@ struct Choices
         else if (kind == s("task"))
             work = choice.mid(1, 2) + work.mid(2);
         else
-            work = work.mid(0, 2) + QStringList{kind == s("start") ? kRecording : s("idle")};
+            work = work.mid(0, 2) + QStringList{s(kind == s("start") ? "recording" : "idle")};
         return next;
     }
 
     // As in the journal: user, team, task, and whether it records.
     QStringList state() const { return QStringList{login} + works.value(login); }
-    bool isRecording() const { return state().value(3) == kRecording; }
 
-    static inline const QString kRecording = s("recording");
     QString login;
     QMap<QString, QStringList> works; // by user
 };
 
-// Compares what the client does with what was chosen in it, and its counter of the day with its
-// records.
+// Compares what the client does with what was chosen in it, and its counter of the day with its records.
 class Judge final
 {
 public:
     explicit Judge(const ClientRoom &room)
         : m_room(room)
         , m_said{kAccounts.front().login,
-                 {{kAccounts.front().login, {s("17"), s("1702"), Choices::kRecording}},
+                 {{kAccounts.front().login, {s("17"), s("1702"), s("recording")}},
                   {kAccounts.back().login, {QString(), QString(), s("idle")}}}}
     { }
     Q_DISABLE_COPY_MOVE(Judge)
@@ -165,7 +162,7 @@ private:
     {
         const auto allows = [&](const Choices &choices) {
             const QStringList state = choices.state();
-            return choices.isRecording()
+            return state[3] == s("recording")
                 && bookings.count(Ledger::booking(state[0], state[1], state[2], m_port)) == bookings.size();
         };
         if (!allows(m_said) && !(m_asked && allows(*m_asked)))

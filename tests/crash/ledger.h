@@ -5,10 +5,10 @@
 #include <mutex>
 #include <utility>
 
-// Keeps account of what the client promised and what the service received. A report is promised
-// from the moment its record has its final name in the watched folder. It is identified by the
-// number that the trial build puts into its version, together with its booking: whose it is, on
-// which task, and at which port it has to arrive. Thread-safe.
+// Keeps account of what the client promised and what the service received. A report is promised from the
+// moment its record has its final name in the watched folder. It is identified by the number that the trial
+// build puts into its version, together with its booking: whose it is, on which task, and at which port it
+// has to arrive. Thread-safe.
 class Ledger final
 {
 public:
@@ -28,17 +28,17 @@ public:
     // The folder "USER/activity", which has to stay.
     void watch(const QString &folder) { m_folders.insert(m_watch.add(folder), folder); }
 
-    // Reads the records that have come since the last call. Called before any answer leaves
-    // the service, it sees each one before the client may delete it.
+    // Reads the records that have come since the last call. Called before any answer leaves the service, it
+    // sees each one before the client may delete it.
     void readFolder()
     {
         const std::lock_guard lock(m_mutex);
         readRecords();
     }
 
-    // The service has accepted it and may still fail to say so. A client sends a report again only
-    // after another one has been accepted, or after a kill: as long as all replies are lost, one
-    // acceptance is excused. Anything else that is sent twice has no excuse.
+    // The service has accepted it and may still fail to say so. A client sends a report again only after
+    // another one has been accepted, or after a kill: as long as all replies are lost, one acceptance is
+    // excused. Anything else that is sent twice has no excuse.
     void accepted(const QString &id)
     {
         const std::lock_guard lock(m_mutex);

@@ -1,5 +1,5 @@
-// Lets the client work through hours at sixty times their speed while the service
-// fails and its lists change every minute, and measures what grows:
+// Lets the client work through hours at sixty times their speed while the service fails and its lists change
+// every minute, and measures what grows:
 // soak CLIENT HOURS
 #include "fastclient.h"
 #include "files.h"

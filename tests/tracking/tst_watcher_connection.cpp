@@ -15,8 +15,6 @@ class TestWatcherConnection final : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { QVERIFY(m_folder.isValid()); }
-
     void cleanup()
     {
         UserActivityWatcher::instance()->stopWatch();
