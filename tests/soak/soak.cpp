@@ -180,30 +180,26 @@ private:
         std::printf("%lld minutes passed; %d reports and pictures counted, %d + %d received, %d waiting\n",
                     passedMinutes, m_records, reports, received() - reports, m_room.waiting());
 
-        bool good = m_done.size() > 1;
-        const auto check = [&good](bool holds, const char *what) {
-            if (!holds)
-                std::printf("FAILED: %s\n", what);
-            good = good && holds;
-        };
-        check(stillRuns, "the client runs to the end");
-        check(endedWell, "the client ends well");
-        check(isEmpty, "everything is delivered in the end");
-        check(m_records == received(), "what was counted arrives, once");
-        check(reports >= static_cast<double>(passedMinutes) * kFewestMinutes, "every minute is counted");
-        if (!good)
-            return false;
-        const Hour &first = m_done.constFirst();
-        const Hour &last = m_done.constLast();
+        const Hour first = m_done.value(0);
+        const Hour last = m_done.value(m_done.size() - 1);
         const double resident = static_cast<double>(last.resident) / static_cast<double>(first.resident);
         const double own = static_cast<double>(last.own) / static_cast<double>(first.own);
         std::printf("memory at the end, of that after the first hour: RSS %.1f %%, own %.1f %%\n",
                     100 * resident, 100 * own);
-        check(std::max(resident, own) <= kMemoryGrowth, "memory stays");
-        check(last.fewestDescriptors <= first.mostDescriptors, "descriptors stay");
-        check(last.files == first.files, "no file comes or goes");
-        check(last.fileBytes <= first.fileBytes + kFileGrowth, "no file but the log grows");
-        return good;
+        const QMap<QString, bool> rules{
+            {s("the client runs to the end"), stillRuns && m_done.size() > 1},
+            {s("the client ends well"), endedWell},
+            {s("everything is delivered in the end"), isEmpty},
+            {s("what was counted arrives, once"), m_records == received()},
+            {s("every minute is counted"), reports >= static_cast<double>(passedMinutes) * kFewestMinutes},
+            {s("memory stays"), std::max(resident, own) <= kMemoryGrowth},
+            {s("descriptors stay"), last.fewestDescriptors <= first.mostDescriptors},
+            {s("no file comes or goes"), last.files == first.files},
+            {s("no file but the log grows"), last.fileBytes <= first.fileBytes + kFileGrowth}};
+        const QStringList broken = rules.keys(false);
+        for (const QString &rule : broken)
+            std::printf("FAILED: %s\n", qPrintable(rule));
+        return broken.isEmpty();
     }
 
     FastClient m_client{{0, {}, false}, kSpeed, 40ms, 100}; // requests are not recorded

@@ -98,21 +98,15 @@ private slots:
         QCOMPARE(System::windowTitle(System::activeWindow()), kOtherTitle);
     }
 
-    void hearsOnlyItsOwnKey()
+    void isHeardOnceWhileHeldDown()
     {
         QxtGlobalShortcut shortcut(kSequence);
-        QxtGlobalShortcut last(QKeySequence(Qt::CTRL | Qt::Key_F7));
+        QVERIFY(shortcut.setShortcut(Qt::Key_F8)); // and leaves the old one
         QSignalSpy activations(&shortcut, &QxtGlobalShortcut::activated);
-        QSignalSpy lastActivations(&last, &QxtGlobalShortcut::activated);
-        for (const char *keys : {"p", "ctrl+p", "alt+p", "ctrl+alt+shift+p", "ctrl+alt+o", "ctrl+F7"})
-            QVERIFY(pressKeys(s(keys)));
-        QTRY_COMPARE(lastActivations.count(), 1);
-        QCOMPARE(activations.count(), 0);
-        // Held down it is heard once. Changing the key leaves the old one.
-        QVERIFY(shortcut.setShortcut(Qt::Key_F8));
-        QVERIFY(pressKeys(kKeys) && xdotool(s("keydown"), {s("F8")}));
-        QTRY_COMPARE(activations.count(), 1);
+        QVERIFY(pressKeys(kKeys) && pressKeys(s("shift+F8")) && xdotool(s("keydown"), {s("F8")}));
+        QVERIFY(activations.wait());
         QVERIFY(!activations.wait(1000)); // longer than the delay before keys repeat
+        QCOMPARE(activations.count(), 1);
         QVERIFY(xdotool(s("keyup"), {s("F8")}));
     }
 
