@@ -124,40 +124,20 @@ private slots:
         QVERIFY(ask(s("/state"), {s("-i")}).contains("script-src 'self';"));
     }
 
-    void programServesAndEnds()
-    {
-        const QTemporaryDir folder;
-        QProcess program;
-        program.start(s(LOCALSERVICE_PROGRAM), {s("--port"), s("0"), s("--data"), folder.path()});
-        QByteArray output;
-        const auto said = [&program, &output](const char *word) {
-            output += program.readAllStandardOutput();
-            return output.contains(word);
-        };
-        QTRY_VERIFY(said("anna@orvana.example / orvana\n"));
-        m_address = QString::fromUtf8(output).section(QLatin1Char(' '), 2, 2);
-        QCOMPARE(post(kReports, upload(7, 0, s("1"))), kAccepted);
-        QTRY_VERIFY(said("активность 7"));
-        program.terminate();
-        QVERIFY(program.waitForFinished() && program.exitStatus() == QProcess::NormalExit
-                && program.exitCode() == 0);
-        QCOMPARE(QFile::permissions(folder.filePath(s("reports.jsonl"))) & 0x077, QFile::Permissions());
-    }
-
 private:
     void restart(const Server::Options &options)
     {
         m_server = std::make_unique<Server>(options);
         QVERIFY(m_server->start());
-        m_address = m_server->baseUrl();
     }
+
     // The body of the answer; also notes its status.
     QByteArray ask(const QString &path, const QStringList &options, const QStringList &asUser = {})
     {
         const QStringList curl = texts({"curl", "-sk", "--noproxy", "*", "-w", "\n%{http_code}"});
         QProcess process;
         process.start(s(asUser.isEmpty() ? "env" : "setpriv"),
-                      asUser + curl + options + QStringList{m_address + path});
+                      asUser + curl + options + QStringList{m_server->baseUrl() + path});
         process.waitForFinished();
         const QByteArray output = process.readAllStandardOutput();
         const int end = output.lastIndexOf('\n');
@@ -171,7 +151,6 @@ private:
     }
 
     std::unique_ptr<Server> m_server;
-    QString m_address;
     int m_status = 0;
 };
 

@@ -63,8 +63,6 @@ public:
         changeWeather(Weather::Fine);
     }
 
-    Q_DISABLE_COPY_MOVE(Trials)
-
     bool run(int kills)
     {
         for (int i = 0; i < kills; ++i) {

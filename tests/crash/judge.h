@@ -49,7 +49,6 @@ public:
                  {{kAccounts.front().login, {s("17"), s("1702"), s("recording")}},
                   {kAccounts.back().login, {QString(), QString(), s("idle")}}}}
     { }
-    Q_DISABLE_COPY_MOVE(Judge)
 
     // Where the client of the trials writes what happens.
     QString journalPath() const { return m_room.path(s("journal")); }

@@ -51,7 +51,6 @@ public:
         m_minuteTimer.start(kMinute);
         m_passed.start();
     }
-    Q_DISABLE_COPY_MOVE(Soak)
 
     bool run()
     {

@@ -106,7 +106,6 @@ public:
         });
         m_input.start(inputPeriod);
     }
-    Q_DISABLE_COPY_MOVE(FastClient)
 
     void start(const QString &program, const QDateTime &clock, const QMap<QString, QString> &variables = {})
     {
