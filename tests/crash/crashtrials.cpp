@@ -100,9 +100,8 @@ private:
         int received = 0;
         for (Address &from : m_addresses) {
             const auto accept = [this, &from](const auto &record, const QString &rest) {
-                const QString booking =
-                    Ledger::booking(record.email, record.teamId, record.taskId, from.service->port());
-                m_ledger.accepted(Ledger::idOf(record.version, booking, rest));
+                m_ledger.accepted({record.version, record.email, record.teamId, record.taskId,
+                                   QString::number(from.service->port()), rest});
             };
             const auto reports = from.service->reports().mid(from.reports);
             const auto screenshots = from.service->screenshots().mid(from.screenshots);
@@ -182,10 +181,10 @@ private:
     {
         m_weatherTimer.stop();
         changeWeather(Weather::Fine);
-        return std::all_of(kAccounts.cbegin(), kAccounts.cend(), [this](const Account &account) {
+        const QDeadlineTimer late(2 * kPatience);
+        for (const Account &account : kAccounts) {
             const QDir folder(folderOf(account));
             const auto isEmpty = [&folder] { return folder.entryList({s("json*")}, QDir::Files).isEmpty(); };
-            const QDeadlineTimer late(kPatience);
             do {
                 const int before = m_ledger.sums().counted;
                 startClient({toUser(account), choice("start")});
@@ -197,8 +196,8 @@ private:
                     fail("the client did not end well");
                 endOfRun(false);
             } while (!isEmpty() && !late.hasExpired());
-            return isEmpty();
-        });
+        }
+        return !late.hasExpired();
     }
 
     void endOfRun(bool mayLoseMinute)

@@ -61,7 +61,7 @@ public:
     }
 
     // A minute is counted before it has a record: a kill in between may lose one.
-    void runHasEnded(const QMultiHash<QString, QString> &bookings, bool mayLoseMinute)
+    void runHasEnded(const QMultiHash<QString, QStringList> &bookings, bool mayLoseMinute)
     {
         judgeCounters(bookings, mayLoseMinute);
         judgeJournal(bookings);
@@ -97,7 +97,7 @@ private:
     }
 
     // What each user sees as worked has to grow by the records of this run.
-    void judgeCounters(const QMultiHash<QString, QString> &bookings, bool mayLoseMinute)
+    void judgeCounters(const QMultiHash<QString, QStringList> &bookings, bool mayLoseMinute)
     {
         const auto now = counters();
         int mayBeLost = mayLoseMinute ? 1 : 0;
@@ -108,7 +108,7 @@ private:
                 continue; // midnight has passed
             QSet<QString> recorded;
             for (auto it = bookings.cbegin(); it != bookings.cend(); ++it) {
-                if (it->startsWith(account.login + QLatin1Char('\t')))
+                if (it->first() == account.login)
                     recorded.insert(it.key());
             }
             m_compared += recorded.size();
@@ -120,7 +120,7 @@ private:
     }
 
     // As long as the client has not handled a choice, it may act on it or not.
-    void judgeJournal(const QMultiHash<QString, QString> &bookings)
+    void judgeJournal(const QMultiHash<QString, QStringList> &bookings)
     {
         QFile journal(journalPath());
         journal.open(QIODevice::ReadOnly);
@@ -157,16 +157,15 @@ private:
     }
 
     // The record and perhaps a screenshot; neither when the client died before they were written.
-    void judgeMinute(const QStringList &bookings)
+    void judgeMinute(const QList<QStringList> &bookings)
     {
-        const auto allows = [&](const Choices &choices) {
-            const QStringList state = choices.state();
-            return state[3] == s("recording")
-                && bookings.count(Ledger::booking(state[0], state[1], state[2], m_port)) == bookings.size();
+        const auto allows = [&](const QStringList &state) {
+            const QStringList booking = state.mid(0, 3) + QStringList{QString::number(m_port)};
+            return state[3] == s("recording") && bookings.count(booking) == bookings.size();
         };
-        if (!allows(m_said) && !(m_asked && allows(*m_asked)))
-            complain(
-                s("minute of [%1] and not [%2]").arg(bookings.join(s("; ")), m_said.state().join(s(" "))));
+        if (!allows(m_said.state()) && !(m_asked && allows(m_asked->state())))
+            complain(s("minute of [%1] and not [%2]")
+                         .arg(bookings.value(0).join(s(" ")), m_said.state().join(s(" "))));
     }
 
     const ClientRoom &m_room;

@@ -6,12 +6,13 @@
 #include <utility>
 
 // Keeps account of what the client promised and what the service received. A report is promised from the
-// moment its record has its final name in the watched folder. It is identified by the number that the trial
-// build puts into its version, together with its booking: whose it is, on which task, and at which port it
-// has to arrive. Thread-safe.
+// moment its record has its final name in the watched folder. Thread-safe.
 class Ledger final
 {
 public:
+    // The number that the trial build puts into its version; its booking, which is whose it is, on which team
+    // and task, and at which port it has to arrive; the slices of a minute or the name of a screenshot.
+    using Report = QStringList;
     struct Sums
     {
         int counted = 0;
@@ -39,18 +40,18 @@ public:
     // The service has accepted it and may still fail to say so. A client sends a report again only after
     // another one has been accepted, or after a kill: as long as all replies are lost, one acceptance is
     // excused. Anything else that is sent twice has no excuse.
-    void accepted(const QString &id)
+    void accepted(const Report &report)
     {
         const std::lock_guard lock(m_mutex);
-        Acceptances &all = m_ofThisRun[id];
+        Acceptances &all = m_ofThisRun[report];
         all.last = Clock::now();
         if (all.last < m_lossEnds)
             all.losses.insert(m_losses);
         if (++all.times > 1 + all.losses.size())
             ++m_sums.unexcused;
-        else if (m_accepted.contains(id))
+        else if (m_accepted.contains(report))
             ++m_sums.excused;
-        m_accepted.insert(id);
+        m_accepted.insert(report);
     }
 
     // Between these two, accepting calls need not reach the client.
@@ -72,7 +73,7 @@ public:
     }
 
     // Returns the bookings of the client's records by their version.
-    QMultiHash<QString, QString> clientIsGone()
+    QMultiHash<QString, QStringList> clientIsGone()
     {
         const std::lock_guard lock(m_mutex);
         readRecords();
@@ -87,24 +88,13 @@ public:
         Sums sums = m_sums;
         sums.counted = m_counted.size();
         sums.received = m_accepted.size();
-        const QSet<QString> left = waitingIds();
-        for (const QString &id : qAsConst(m_counted)) {
-            if (!m_accepted.contains(id))
-                ++(left.contains(id) ? sums.waiting : sums.missing);
+        const QSet<Report> left = waitingReports();
+        for (const Report &report : qAsConst(m_counted)) {
+            if (!m_accepted.contains(report))
+                ++(left.contains(report) ? sums.waiting : sums.missing);
         }
         sums.uncounted = (m_accepted - m_counted).size();
         return sums;
-    }
-
-    static QString booking(const QString &login, const QString &team, const QString &task, int port)
-    {
-        return QStringList{login, team, task, QString::number(port)}.join(QLatin1Char('\t'));
-    }
-
-    // What else has to arrive: the slices of a minute, the name of a screenshot.
-    static QString idOf(const QString &version, const QString &booking, const QString &rest)
-    {
-        return QStringList{version, booking, rest}.join(QLatin1Char('\t'));
     }
 
 private:
@@ -117,29 +107,23 @@ private:
         int times = 0;
         QSet<int> losses; // the periods in which replies to them were lost
     };
-    struct Record
-    {
-        QString id; // empty when it is gone
-        QString version;
-        QString booking;
-    };
-
     void readRecords()
     {
         m_watch.read([this](int folder, const QString &name) {
-            const Record record = load(m_folders.value(folder), name);
-            if (record.id.isEmpty()) {
+            const Report report = load(m_folders.value(folder), name);
+            if (report.isEmpty()) {
                 ++m_sums.unread;
                 return;
             }
             // A second record of one report would be a second payment.
-            m_sums.unexcused += m_counted.contains(record.id) ? 1 : 0;
-            m_counted.insert(record.id);
-            m_bookings.insert(record.version, record.booking);
+            m_sums.unexcused += m_counted.contains(report) ? 1 : 0;
+            m_counted.insert(report);
+            m_bookings.insert(report.first(), report.mid(1, 4));
         });
     }
 
-    static Record load(const QString &folder, const QString &name)
+    // Nothing when it is gone.
+    static Report load(const QString &folder, const QString &name)
     {
         QFile file(folder + QLatin1Char('/') + name);
         if (!file.open(QIODevice::ReadOnly))
@@ -148,30 +132,32 @@ private:
         const QJsonObject body = record.value(s("body")).toObject();
         const auto text = [&body](const char *key) { return body.value(s(key)).toString(); };
         // The folder's user is the one who has worked.
-        const QString booked = booking(folder.section(QLatin1Char('/'), -2, -2), text("team_id"),
-                                       text("task_id"), QUrl(record.value(s("api-url")).toString()).port());
-        const QString rest = text(body.contains(s("fileName")) ? "fileName" : "active");
-        return {idOf(text("version"), booked, rest), text("version"), booked};
+        return {text("version"),
+                folder.section(QLatin1Char('/'), -2, -2),
+                text("team_id"),
+                text("task_id"),
+                QString::number(QUrl(record.value(s("api-url")).toString()).port()),
+                text(body.contains(s("fileName")) ? "fileName" : "active")};
     }
 
-    QSet<QString> waitingIds() const
+    QSet<Report> waitingReports() const
     {
-        QSet<QString> ids;
+        QSet<Report> reports;
         for (const QString &folder : m_folders) {
             const QStringList names = QDir(folder).entryList({s("json*")}, QDir::Files);
             for (const QString &name : names)
-                ids.insert(load(folder, name).id);
+                reports.insert(load(folder, name));
         }
-        return ids;
+        return reports;
     }
 
     std::mutex m_mutex;
     RecordWatch m_watch;
     QHash<int, QString> m_folders; // by watch
-    QMultiHash<QString, QString> m_bookings; // of the client that runs, by version
-    QSet<QString> m_counted;
-    QSet<QString> m_accepted;
-    QHash<QString, Acceptances> m_ofThisRun; // by id
+    QMultiHash<QString, QStringList> m_bookings; // of the client that runs, by version
+    QSet<Report> m_counted;
+    QSet<Report> m_accepted;
+    QHash<Report, Acceptances> m_ofThisRun;
     Clock::time_point m_lossEnds;
     int m_losses = 0;
     Sums m_sums; // what is counted as it happens

@@ -159,13 +159,12 @@ private:
         m_clearUp.stop();
         setFine();
         // A later report has to be accepted before the waiting ones are sent.
-        const int before = m_records;
         const QDeadlineTimer late(kPatience);
-        while (!late.hasExpired() && (m_records == before || m_room.waiting() > 0)) {
-            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-            countRecords();
+        for (const int before = m_records; m_records == before || m_room.waiting() > 0; countRecords()) {
+            if (late.hasExpired() || m_client.ends(10ms))
+                return false;
         }
-        return !late.hasExpired();
+        return true;
     }
 
     bool report()

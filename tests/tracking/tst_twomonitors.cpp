@@ -62,13 +62,11 @@ private slots:
         QTRY_COMPARE(QGuiApplication::screens().size(), 1);
         QTRY_VERIFY(QRect(0, 0, 800, 600).contains(bench.form->frameGeometry()));
         QTRY_COMPARE(popup->geometry().right(), 799);
-        QVERIFY(bench.form->isVisible());
         bench.form->sendActivity(true);
         QTRY_COMPARE(bench.server().screenshots().size(), 1);
         QCOMPARE(QImage::fromData(bench.server().screenshots().constFirst().jpeg, "JPG").size(),
                  QSize(800, 600));
         QCOMPARE(bench.server().reports().size(), 1);
-        QVERIFY(bench.session()->isActive());
         QVERIFY(bench.settle());
     }
 };
