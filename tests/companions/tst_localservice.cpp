@@ -77,7 +77,6 @@ private slots:
                  {"set-deadline?task=1702&deadline=завтра", "400"},
                  {"remove-task?task=nobody", "400"},
                  {"add-team?name=New", "{'id':'2193','name':'New','tasks':[]}"},
-                 {"set-versions?version=1.2.0&version2=1.3.0", "'version':'1.3.0'}]"},
                  {"set-outage?mode=dropped Origin: https://127.0.0.1:PORT", "'outage':'dropped'"},
                  {"set-outage?mode=dropped Referer: https://127.0.0.1:PORT/", "'outage':'dropped'"},
                  {"set-outage?mode=dropped Host: localhost:PORT", "'outage':'dropped'"},

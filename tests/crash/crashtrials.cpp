@@ -209,7 +209,9 @@ private:
         if (process.exitStatus() == QProcess::CrashExit && process.exitCode() != SIGKILL)
             fail("the client crashed by itself");
         m_clientClock = m_clientClock.addMSecs(m_clientTime.elapsed() * kSpeed).addSecs(kBetweenRuns);
-        m_judge.runHasEnded(m_ledger.clientIsGone(), mayLoseMinute);
+        const auto bookings = m_ledger.clientIsGone();
+        m_judge.judgeCounters(bookings, mayLoseMinute);
+        m_judge.judgeJournal(bookings);
     }
 
     void fail(const char *what)

@@ -60,43 +60,8 @@ public:
         m_counters = counters();
     }
 
-    // A minute is counted before it has a record: a kill in between may lose one.
-    void runHasEnded(const QMultiHash<QString, QStringList> &bookings, bool mayLoseMinute)
-    {
-        judgeCounters(bookings, mayLoseMinute);
-        judgeJournal(bookings);
-    }
-
-    void complain(const QString &what)
-    {
-        ++m_complaints;
-        std::printf("run %d: %s\n", m_run, qPrintable(what));
-        std::fflush(stdout);
-    }
-
-    void print() const
-    {
-        std::printf("%d Starts, %d Stops, %d tasks, %d users chosen; %d minutes compared with the session's "
-                    "counter\n",
-                    m_made[s("start")], m_made[s("stop")], m_made[s("task")], m_made[s("user")], m_compared);
-    }
-
-    bool isSatisfied(int fewestCompared) const { return m_complaints == 0 && m_compared > fewestCompared; }
-
-private:
-    // Of each user: the day and its minutes.
-    QMap<QString, QPair<QString, int>> counters() const
-    {
-        QMap<QString, QPair<QString, int>> read;
-        for (const Account &account : kAccounts) {
-            const QSettings stored(m_room.stored(account.login + s("/session.ini")), QSettings::IniFormat);
-            const QTime time = QTime::fromString(stored.value(s("todayWorktime")).toString(), s("hh:mm:ss"));
-            read[account.login] = {stored.value(s("worktimeDate")).toString(), QTime(0, 0).secsTo(time) / 60};
-        }
-        return read;
-    }
-
-    // What each user sees as worked has to grow by the records of this run.
+    // What each user sees as worked has to grow by the records of this run. A minute is counted before it
+    // has a record: a kill in between may lose one.
     void judgeCounters(const QMultiHash<QString, QStringList> &bookings, bool mayLoseMinute)
     {
         const auto now = counters();
@@ -141,6 +106,35 @@ private:
                 judgeState(what, entry);
             }
         }
+    }
+
+    void complain(const QString &what)
+    {
+        ++m_complaints;
+        std::printf("run %d: %s\n", m_run, qPrintable(what));
+        std::fflush(stdout);
+    }
+
+    void print() const
+    {
+        std::printf("%d Starts, %d Stops, %d tasks, %d users chosen; %d minutes compared with the session's "
+                    "counter\n",
+                    m_made[s("start")], m_made[s("stop")], m_made[s("task")], m_made[s("user")], m_compared);
+    }
+
+    bool isSatisfied(int fewestCompared) const { return m_complaints == 0 && m_compared > fewestCompared; }
+
+private:
+    // Of each user: the day and its minutes.
+    QMap<QString, QPair<QString, int>> counters() const
+    {
+        QMap<QString, QPair<QString, int>> read;
+        for (const Account &account : kAccounts) {
+            const QSettings stored(m_room.stored(account.login + s("/session.ini")), QSettings::IniFormat);
+            const QTime time = QTime::fromString(stored.value(s("todayWorktime")).toString(), s("hh:mm:ss"));
+            read[account.login] = {stored.value(s("worktimeDate")).toString(), QTime(0, 0).secsTo(time) / 60};
+        }
+        return read;
     }
 
     void judgeState(const QString &when, const QStringList &state)

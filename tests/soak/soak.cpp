@@ -22,19 +22,13 @@ constexpr double kFewestMinutes = 0.95; // of those that have passed
 struct Hour
 {
     // KiB, the least of the last minutes: a screenshot takes megabytes for a moment.
-    qint64 resident = 0;
-    qint64 own = 0;
-    int fewestDescriptors = 0;
+    qint64 resident = INT64_MAX;
+    qint64 own = INT64_MAX;
+    int fewestDescriptors = INT_MAX;
     int mostDescriptors = 0;
     qint64 fileBytes = 0; // of settings and lists, the most
     int files = 0;
 };
-
-template <typename T>
-void keepLeast(T *least, T value)
-{
-    *least = *least == 0 ? value : std::min(*least, value);
-}
 
 class Soak final
 {
@@ -52,10 +46,37 @@ public:
         m_passed.start();
     }
 
-    bool run()
+    bool report()
     {
-        QCoreApplication::exec();
-        return report();
+        const bool stillRuns = m_client.isRunning();
+        const qint64 passedMinutes = m_passed.elapsed() / kMinute.count();
+        const bool isEmpty = stillRuns && drained();
+        const bool endedWell = stillRuns && m_client.quit();
+        countRecords();
+        const int reports = m_room.server.reports().size();
+        std::printf("%lld minutes passed; %d reports and pictures counted, %d + %d received, %d waiting\n",
+                    passedMinutes, m_records, reports, received() - reports, m_room.waiting());
+
+        const Hour first = m_done.value(0);
+        const Hour last = m_done.value(m_done.size() - 1);
+        const double resident = static_cast<double>(last.resident) / static_cast<double>(first.resident);
+        const double own = static_cast<double>(last.own) / static_cast<double>(first.own);
+        std::printf("memory at the end, of that after the first hour: RSS %.1f %%, own %.1f %%\n",
+                    100 * resident, 100 * own);
+        const QMap<QString, bool> rules{
+            {s("the client runs to the end"), stillRuns && m_done.size() > 1},
+            {s("the client ends well"), endedWell},
+            {s("everything is delivered in the end"), isEmpty},
+            {s("what was counted arrives, once"), m_records == received()},
+            {s("every minute is counted"), reports >= static_cast<double>(passedMinutes) * kFewestMinutes},
+            {s("memory stays"), std::max(resident, own) <= kMemoryGrowth},
+            {s("descriptors stay"), last.fewestDescriptors <= first.mostDescriptors},
+            {s("no file comes or goes"), last.files == first.files},
+            {s("no file but the log grows"), last.fileBytes <= first.fileBytes + kFileGrowth}};
+        const QStringList broken = rules.keys(false);
+        for (const QString &rule : broken)
+            std::printf("FAILED: %s\n", qPrintable(rule));
+        return broken.isEmpty();
     }
 
 private:
@@ -119,12 +140,12 @@ private:
         for (const QByteArray &line : isLate ? lines : QList<QByteArray>()) {
             const qint64 value = line.simplified().split(' ').value(1).toLongLong();
             if (line.startsWith("Rss:"))
-                keepLeast(&m_hour.resident, value);
+                m_hour.resident = std::min(m_hour.resident, value);
             else if (line.startsWith("Anonymous:"))
-                keepLeast(&m_hour.own, value);
+                m_hour.own = std::min(m_hour.own, value);
         }
         const int open = QDir(process + s("fd")).entryList(QDir::AllEntries | QDir::System).size();
-        keepLeast(&m_hour.fewestDescriptors, open);
+        m_hour.fewestDescriptors = std::min(m_hour.fewestDescriptors, open);
         m_hour.mostDescriptors = std::max(m_hour.mostDescriptors, open);
         // A save uses hidden names for a moment.
         QDirIterator file(m_room.stored(QString()), {s("*.ini"), s("*.json")}, QDir::Files,
@@ -167,39 +188,6 @@ private:
         return true;
     }
 
-    bool report()
-    {
-        const bool stillRuns = m_client.isRunning();
-        const qint64 passedMinutes = m_passed.elapsed() / kMinute.count();
-        const bool isEmpty = stillRuns && drained();
-        const bool endedWell = stillRuns && m_client.quit();
-        countRecords();
-        const int reports = m_room.server.reports().size();
-        std::printf("%lld minutes passed; %d reports and pictures counted, %d + %d received, %d waiting\n",
-                    passedMinutes, m_records, reports, received() - reports, m_room.waiting());
-
-        const Hour first = m_done.value(0);
-        const Hour last = m_done.value(m_done.size() - 1);
-        const double resident = static_cast<double>(last.resident) / static_cast<double>(first.resident);
-        const double own = static_cast<double>(last.own) / static_cast<double>(first.own);
-        std::printf("memory at the end, of that after the first hour: RSS %.1f %%, own %.1f %%\n",
-                    100 * resident, 100 * own);
-        const QMap<QString, bool> rules{
-            {s("the client runs to the end"), stillRuns && m_done.size() > 1},
-            {s("the client ends well"), endedWell},
-            {s("everything is delivered in the end"), isEmpty},
-            {s("what was counted arrives, once"), m_records == received()},
-            {s("every minute is counted"), reports >= static_cast<double>(passedMinutes) * kFewestMinutes},
-            {s("memory stays"), std::max(resident, own) <= kMemoryGrowth},
-            {s("descriptors stay"), last.fewestDescriptors <= first.mostDescriptors},
-            {s("no file comes or goes"), last.files == first.files},
-            {s("no file but the log grows"), last.fileBytes <= first.fileBytes + kFileGrowth}};
-        const QStringList broken = rules.keys(false);
-        for (const QString &rule : broken)
-            std::printf("FAILED: %s\n", qPrintable(rule));
-        return broken.isEmpty();
-    }
-
     FastClient m_client{{0, {}, false}, kSpeed, 40ms, 100}; // requests are not recorded
     ClientRoom &m_room = m_client.room;
     RecordWatch m_watch;
@@ -223,5 +211,7 @@ int main(int argc, char *argv[])
     if (arguments.size() < 2)
         qFatal("soak CLIENT [HOURS]");
     const int hours = std::max(2, arguments.value(2, s("24")).toInt());
-    return Soak(arguments.at(1), hours).run() ? 0 : 1;
+    Soak soak(arguments.at(1), hours);
+    QCoreApplication::exec();
+    return soak.report() ? 0 : 1;
 }

@@ -16,7 +16,6 @@ public:
 
     // The texts since the last call, each followed by " #" and the task that a click opens.
     QStringList take() { return std::exchange(m_texts, {}) + std::exchange(m_offers, {}); }
-    QStringList all() const { return m_texts + m_offers; }
 
     void addNotification(const QString &text, NotificationType type, const QString &taskId) override
     {
