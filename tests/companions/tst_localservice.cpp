@@ -78,7 +78,6 @@ private slots:
                  {"remove-task?task=nobody", "400"},
                  {"add-team?name=New", "{'id':'2193','name':'New','tasks':[]}"},
                  {"set-outage?mode=dropped Origin: https://127.0.0.1:PORT", "'outage':'dropped'"},
-                 {"set-outage?mode=dropped Referer: https://127.0.0.1:PORT/", "'outage':'dropped'"},
                  {"set-outage?mode=dropped Host: localhost:PORT", "'outage':'dropped'"},
                  {"set-outage?mode=dropped&token=0", "403"},
                  {"set-outage?mode=dropped Origin: null", "403"},

@@ -31,19 +31,11 @@ public:
     explicit Watcher(const QStringList &arguments = kAnyPort,
                      const QString &display = qEnvironmentVariable("DISPLAY"))
     {
-        auto environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(s("DISPLAY"), display);
-        process.setProcessEnvironment(environment);
-        process.start(s(ORVANA_WATCHER_EXECUTABLE), arguments);
+        process.start(s("env"),
+                      QStringList{s("DISPLAY=") + display, s(ORVANA_WATCHER_EXECUTABLE)} + arguments);
         while (!process.canReadLine() && process.waitForReadyRead(kStartTimeout)) { }
         port = QString::fromUtf8(process.readLine()).section(s("127.0.0.1:"), 1).trimmed().toUShort();
     }
-    ~Watcher()
-    {
-        process.kill();
-        process.waitForFinished();
-    }
-
     Client connectClient() const
     {
         auto client = std::make_unique<QTcpSocket>();
@@ -152,7 +144,6 @@ private slots:
     {
         QVERIFY(writeFile(systemConfigFile(), "watcher-port=x\n"));
         Watcher(kAnyPort, QString()).verifyEnd(1, s("DISPLAY"));
-        Watcher(kAnyPort, s(":4711")).verifyEnd(1, s(":4711"));
         Watcher(kConfiguredPort).verifyEnd(1, s("watcher-port"));
         Watcher({s("--port=65536")}).verifyEnd(2, s("65536"));
         Watcher({s("7682")}).verifyEnd(2, s("--help"));

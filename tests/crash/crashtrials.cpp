@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -83,13 +82,14 @@ private:
     void changeWeather(Weather weather)
     {
         m_weather = weather;
-        if (losesReplies(weather))
+        const bool losesReplies = weather > Weather::Rejected;
+        if (losesReplies)
             m_ledger.repliesGetLost();
         for (Address &address : m_addresses) {
             setWeather(*address.service, weather, m_random);
             address.service->setFault(s("/api_get_active"), localservice::Fault::answer(503));
         }
-        if (!losesReplies(weather))
+        if (!losesReplies)
             m_ledger.repliesArrive();
     }
 
@@ -132,7 +132,7 @@ private:
         QStringList plan;
         while (plan.size() < count) {
             const int kind = below(3);
-            plan.append(kind == 0 ? toUser(kAccounts.at(static_cast<size_t>(below(kAccounts.size()))))
+            plan.append(kind == 0 ? toUser(kAccounts.at(below(kAccounts.size())))
                                   : choice(kind == 1 ? "task" : "press"));
         }
         return plan;
@@ -141,7 +141,7 @@ private:
     void startClient(const QStringList &choices, const QByteArray &place = kAnywhere, int passes = 0)
     {
         QFile::remove(m_judge.journalPath());
-        const Address &address = m_addresses.at(static_cast<size_t>(below(3)) / 2);
+        const Address &address = m_addresses.at(below(3) / 2);
         m_moves += address.service->port() == m_port ? 0 : 1;
         m_port = address.service->port();
         m_passesLeft = place == kAccepted ? passes : -1;
@@ -247,7 +247,7 @@ private:
     QTimer m_weatherTimer;
     Weather m_weather = Weather::Fine;
     Ledger m_ledger;
-    std::vector<Address> m_addresses;
+    QVector<Address> m_addresses;
     std::mutex m_receiving;
     std::atomic<int> m_passesLeft{-1}; // accepted reports until the service strikes
     std::atomic<qint64> m_clientId{0};

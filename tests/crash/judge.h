@@ -11,8 +11,8 @@ struct Account
     QString password;
 };
 
-inline const std::array<Account, 2> kAccounts{
-    {{s("anna@orvana.example"), s("orvana")}, {s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я")}}};
+inline const QVector<Account> kAccounts{{s("anna@orvana.example"), s("orvana")},
+                                        {s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я")}};
 
 // What was chosen in the client; every user's task and timer are kept for the next login.
 struct Choices
@@ -50,7 +50,6 @@ public:
                   {kAccounts.back().login, {QString(), QString(), s("idle")}}}}
     { }
 
-    // Where the client of the trials writes what happens.
     QString journalPath() const { return m_room.path(s("journal")); }
 
     void runStarts(int run, int port)

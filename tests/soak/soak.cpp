@@ -6,7 +6,6 @@
 
 #include <cstdio>
 
-using localservice::World;
 using namespace std::chrono_literals;
 
 namespace {
@@ -44,6 +43,7 @@ public:
         m_client.start(QDir().absoluteFilePath(client), QDateTime(QDate(2026, 3, 2), QTime(8, 0)));
         m_minuteTimer.start(kMinute);
         m_passed.start();
+        std::puts("hour  RSS KiB  own KiB  descriptors  session files  log KiB  counted  received  waiting");
     }
 
     bool report()
@@ -87,7 +87,7 @@ private:
         ++m_minutes;
         countRecords();
         sample();
-        m_room.server.edit([this](World &world) { changeLists(world); });
+        m_room.server.edit([this](localservice::World &world) { changeLists(world); });
         if (!m_clearUp.isActive())
             startOutage();
         // The user closes the popups.
@@ -102,7 +102,7 @@ private:
     }
 
     // Always the same teams and tasks: what is gone stays in the session files.
-    void changeLists(World &world) const
+    void changeLists(localservice::World &world) const
     {
         const QDateTime now = QDateTime::currentDateTime();
         world.addComment(s("1702"), now);
@@ -163,9 +163,6 @@ private:
     void closeHour()
     {
         m_done.append(m_hour);
-        if (m_done.size() == 1)
-            std::printf("hour  RSS KiB  own KiB  descriptors  session files  log KiB  counted  received "
-                        " waiting\n");
         std::printf("%4d %8lld %8lld %6d to %2d %14lld %8lld %8d %9d %8d\n", static_cast<int>(m_done.size()),
                     m_hour.resident, m_hour.own, m_hour.fewestDescriptors, m_hour.mostDescriptors,
                     m_hour.fileBytes, QFileInfo(m_room.stored(s("log.log"))).size() / 1024, m_records,
@@ -208,10 +205,7 @@ int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.size() < 2)
-        qFatal("soak CLIENT [HOURS]");
-    const int hours = std::max(2, arguments.value(2, s("24")).toInt());
-    Soak soak(arguments.at(1), hours);
+    Soak soak(arguments.value(1), std::max(2, arguments.value(2, s("24")).toInt()));
     QCoreApplication::exec();
     return soak.report() ? 0 : 1;
 }

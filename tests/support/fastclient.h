@@ -15,11 +15,6 @@
 // How a task service fails. In the weathers after Rejected it may accept a report and not say so.
 enum class Weather { Fine, Slow, Unavailable, Dropped, Hanging, Rejected, Lost, Cut, Stopped, Count };
 
-inline bool losesReplies(Weather weather)
-{
-    return weather > Weather::Rejected;
-}
-
 inline void setWeather(localservice::Server &service, Weather weather, QRandomGenerator &random)
 {
     using localservice::Fault;
