@@ -1,7 +1,7 @@
-// Kills the client again and again, at named places and at any moment, while the service fails in every way
-// it knows and somebody starts and stops the timer, changes tasks, users and the service's address. Compares
-// what the client counted with what arrived, and what it does with what was chosen last:
-// crashtrials KILLS [SEED]
+// crashtrials KILLS [SEED]: kills the client again and again, at named places and at any moment, while the
+// service fails in every way and somebody starts and stops the timer, changes tasks, users and the service's
+// address. Compares what was counted with what arrived, and what was chosen last with what the next start
+// does.
 #include "files.h"
 #include "judge.h"
 

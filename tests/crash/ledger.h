@@ -29,8 +29,7 @@ public:
     // The folder "USER/activity", which has to stay.
     void watch(const QString &folder) { m_folders.insert(m_watch.add(folder), folder); }
 
-    // Reads the records that have come since the last call. Called before any answer leaves the service, it
-    // sees each one before the client may delete it.
+    // Called before any answer leaves the service, it sees each record before the client may delete it.
     void readFolder()
     {
         const std::lock_guard lock(m_mutex);

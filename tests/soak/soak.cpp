@@ -1,6 +1,5 @@
-// Lets the client work through hours at sixty times their speed while the service fails and its lists change
-// every minute, and measures what grows:
-// soak CLIENT HOURS
+// soak CLIENT HOURS: lets the client work through hours at sixty times their speed while the service
+// fails and its lists change every minute, and measures what grows.
 #include "fastclient.h"
 #include "files.h"
 

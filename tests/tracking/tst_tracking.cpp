@@ -54,8 +54,7 @@ private slots:
     // screenshots' period run; and a mark for each screenshot ("S") and each notice of a stop ("!").
     void steps_data()
     {
-        addRows({{"s+++++++++", "; 00:00 00:00 00:00 on P"},
-                 {"est..........", "0; 01:00 00:00 01:00 on P"},
+        addRows({{"est..........", "0; 01:00 00:00 01:00 on P"},
                  {"st.........+", "1; 01:00 01:00 01:00 on P"},
                  {"st+..++....+", "4; 01:00 01:00 01:00 on P"},
                  {"st++++++++++t..........", "0 10; 02:00 01:00 02:00 on P"},

@@ -39,13 +39,11 @@ private slots:
         both.fill(Qt::red);
         QPainter(&both).fillRect(800, 0, 800, 600, Qt::blue);
         QTRY_COMPARE(grabDesktop().convertToFormat(both.format()), both);
-        // One is unplugged between two screenshots.
         QVERIFY(xrandr({"--off"}));
         QTRY_COMPARE(grabDesktop().size(), QSize(800, 600));
         QTRY_COMPARE(grabDesktop().pixelColor(400, 300), QColor(Qt::red));
     }
 
-    // The one with the window is unplugged while time is counted.
     void windowMovesToTheOtherMonitor()
     {
         QVERIFY(xrandr({"--mode", "monitor", "--pos", "800x0"}));
