@@ -2,15 +2,11 @@
 
 #include "service/orvana.h"
 #include "service/ovsession.h"
+#include "texts.h"
 #include "ui/mainform.h"
 
-#include <QAction>
-#include <QApplication>
-#include <QComboBox>
-#include <QLineEdit>
-#include <QPushButton>
-#include <QTest>
-#include <QTimer>
+#include <QtTest>
+#include <QtWidgets>
 
 #include <chrono>
 #include <csignal>
@@ -25,23 +21,20 @@ namespace {
 
 constexpr auto kGlance = 1s; // of the client's time, as all others are
 
-int s_minutes = 0;
-int s_passed = 0;
-
 // What happened, in order; it survives the kill that comes next.
-void note(const QString &line)
+void note(const QStringList &entry)
 {
     static const int journal =
         open(qgetenv("ORVANA_CRASH_JOURNAL").constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-    const QByteArray bytes = line.toUtf8() + '\n';
-    if (write(journal, bytes.constData(), static_cast<size_t>(bytes.size())) != bytes.size())
+    const QByteArray line = entry.join(QLatin1Char('\t')).toUtf8() + '\n';
+    if (write(journal, line.constData(), static_cast<size_t>(line.size())) != line.size())
         std::abort();
 }
 
-// Somebody who makes the choices of ORVANA_CRASH_CHOICES, a line each: milliseconds to wait, then
-// "press" for the play button, "start", or "task", each with the rows to pick in the chooser, or
-// "user" with login and password. The widgets get the events of mouse and keyboard from within the
-// process, so that it can die as soon as it has handled one.
+// Somebody who makes the choices of ORVANA_CRASH_CHOICES, a line each: milliseconds to wait, then "press" for
+// the play button, "start", or "task", each with the rows to pick in the chooser, or "user" with login and
+// password. The widgets get the events of mouse and keyboard from within the process, so that it can die as
+// soon as it has handled one.
 class User final
 {
 public:
@@ -49,11 +42,9 @@ public:
     {
         for (QWidget *window : QApplication::topLevelWidgets())
             m_form = m_form ? m_form : qobject_cast<MainForm *>(window);
-        if (!m_form) {
-            later(kGlance / 10, &User::sitDown);
-            return;
-        }
-        noteState(QStringLiteral("begins"));
+        if (!m_form)
+            return later(kGlance / 10, &User::sitDown);
+        noteState(s("begins"));
         next();
     }
 
@@ -66,7 +57,7 @@ private:
     template <typename T>
     static T *child(const QWidget *window, const char *name)
     {
-        return window->findChild<T *>(QString::fromLatin1(name));
+        return window->findChild<T *>(s(name));
     }
 
     // What the next minute would be.
@@ -74,12 +65,9 @@ private:
     {
         const Orvana::Session *session = m_form->orvana()->session();
         const bool records = child<QTimer>(m_form, "sendActivityTimer")->isActive();
-        note(QStringList{when, session->login(), session->currentTeamID(), session->currentTaskID(),
-                         records ? QStringLiteral("recording") : QStringLiteral("idle")}
-                 .join(QLatin1Char('\t')));
+        note({when, session->login(), session->currentTeamID(), session->currentTaskID(),
+              s(records ? "recording" : "idle")});
     }
-
-    static void press(QWidget *window) { QTest::keyClick(window, Qt::Key_Return); }
 
     void next()
     {
@@ -88,16 +76,14 @@ private:
         m_choice = m_left.takeFirst().split(QLatin1Char('\t'));
         const QString kind = m_choice.value(1);
         later(std::chrono::milliseconds(m_choice.value(0).toInt()),
-              kind == QLatin1String("user")       ? &User::changeUser
-                  : kind == QLatin1String("task") ? &User::openChooser
-                                                  : &User::startOrStop);
+              kind == s("user")       ? &User::changeUser
+                  : kind == s("task") ? &User::openChooser
+                                      : &User::startOrStop);
     }
-
-    void asks(const QStringList &choice) { note(QStringLiteral("asks\t") + choice.join(QLatin1Char('\t'))); }
 
     void made()
     {
-        noteState(QStringLiteral("made"));
+        noteState(s("made"));
         crashPoint("choice-made");
         next();
     }
@@ -105,7 +91,7 @@ private:
     void startOrStop()
     {
         auto *play = child<QPushButton>(m_form, "pbPlay");
-        const bool mustStart = m_choice.value(1) == QLatin1String("start");
+        const bool mustStart = m_choice.value(1) == s("start");
         if (!play->isCheckable()) {
             if (mustStart)
                 m_left.prepend(m_choice.join(QLatin1Char('\t')));
@@ -113,7 +99,7 @@ private:
         }
         if (play->isChecked() && mustStart)
             return next();
-        asks({play->isChecked() ? QStringLiteral("stop") : QStringLiteral("start")});
+        note({s("asks"), s(play->isChecked() ? "stop" : "start")});
         QTest::mouseClick(play, Qt::LeftButton);
         made();
     }
@@ -132,23 +118,16 @@ private:
         auto *task = child<QComboBox>(chooser, "cbTask");
         if (!team->isEnabled() || team->count() == 0)
             return later(kGlance, &User::chooseTask);
-        goToRow(team, m_choice.value(2).toInt());
-        goToRow(task, m_choice.value(3).toInt());
-        asks({QStringLiteral("task"), team->currentData().toString(), task->currentData().toString()});
-        press(chooser);
+        team->setCurrentIndex(m_choice.value(2).toInt() % team->count());
+        task->setCurrentIndex(m_choice.value(3).toInt() % task->count());
+        note({s("asks"), s("task"), team->currentData().toString(), task->currentData().toString()});
+        QTest::keyClick(chooser, Qt::Key_Return);
         made();
-    }
-
-    static void goToRow(QComboBox *box, int row)
-    {
-        QTest::keyClick(box, Qt::Key_Home);
-        for (int i = row % box->count(); i > 0; --i)
-            QTest::keyClick(box, Qt::Key_Down);
     }
 
     void changeUser()
     {
-        asks({QStringLiteral("user"), m_choice.value(2)});
+        note({s("asks"), s("user"), m_choice.value(2)});
         later(kGlance, &User::logIn);
         child<QAction>(m_form, "actionChangeAccount")->trigger(); // until the dialog is closed
         made();
@@ -160,17 +139,10 @@ private:
         auto *dialog = child<QDialog>(m_form, "LoginForm");
         if (!dialog)
             return;
-        type(child<QLineEdit>(dialog, "lbEmail"), m_choice.value(2));
-        type(child<QLineEdit>(dialog, "lbPassword"), m_choice.value(3));
-        press(dialog);
+        child<QLineEdit>(dialog, "lbEmail")->setText(m_choice.value(2));
+        child<QLineEdit>(dialog, "lbPassword")->setText(m_choice.value(3));
+        QTest::keyClick(dialog, Qt::Key_Return);
         later(5 * kGlance, &User::logIn);
-    }
-
-    static void type(QLineEdit *field, const QString &text)
-    {
-        field->selectAll();
-        QKeyEvent typed(QEvent::KeyPress, Qt::Key_unknown, Qt::NoModifier, text);
-        QCoreApplication::sendEvent(field, &typed);
     }
 
     MainForm *m_form = nullptr;
@@ -189,18 +161,20 @@ void seatUser()
 
 Q_COREAPP_STARTUP_FUNCTION(seatUser)
 
-// ORVANA_CRASH_AT names the place and ORVANA_CRASH_PASS says how often it is passed
-// unharmed. Every minute also gets a number of its own, as the version in its record and
-// request: nothing else distinguishes two equally busy minutes of one task.
+// ORVANA_CRASH_AT names the place and ORVANA_CRASH_PASS says how often it is passed unharmed. Every minute
+// also gets a number of its own, as the version in its record and request: nothing else distinguishes two
+// equally busy minutes of one task.
 void crashPoint(const char *name)
 {
     static const QByteArray place = qgetenv("ORVANA_CRASH_AT");
     static const int passes = qEnvironmentVariableIntValue("ORVANA_CRASH_PASS");
     static const QString run = qEnvironmentVariable("ORVANA_CRASH_RUN");
+    static int minutes = 0;
+    static int passed = 0;
     if (std::strcmp(name, "minute-over") == 0) {
-        QCoreApplication::setApplicationVersion(run + QLatin1Char('.') + QString::number(++s_minutes));
-        note(QStringLiteral("minute\t") + QCoreApplication::applicationVersion());
+        QCoreApplication::setApplicationVersion(run + QLatin1Char('.') + QString::number(++minutes));
+        note({s("minute"), QCoreApplication::applicationVersion()});
     }
-    if (place == name && s_passed++ == passes)
+    if (place == name && passed++ == passes)
         std::raise(SIGKILL);
 }

@@ -1,14 +1,7 @@
 #pragma once
 
-#include "fastclient.h"
 #include "ledger.h"
 
-#include <QMap>
-#include <QMultiHash>
-#include <QSet>
-#include <QSettings>
-
-#include <array>
 #include <cstdio>
 #include <optional>
 
@@ -18,57 +11,45 @@ struct Account
     QString password;
 };
 
-inline const std::array<Account, 2> kAccounts{
-    {{s("anna@orvana.example"), s("orvana")}, {s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я")}}};
+inline const QVector<Account> kAccounts{{s("anna@orvana.example"), s("orvana")},
+                                        {s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я")}};
 
 // What was chosen in the client; every user's task and timer are kept for the next login.
 struct Choices
 {
-    struct Work
-    {
-        QString team;
-        QString task;
-        bool recording = false;
-    };
-
-    Work work() const { return users.value(login); }
-
     // A kind and what belongs to it, as in the journal.
     Choices after(const QStringList &choice) const
     {
         Choices next = *this;
         const QString kind = choice.value(0);
-        Work &work = next.users[login];
+        QStringList &work = next.works[login];
         if (kind == s("user"))
             next.login = choice.value(1);
         else if (kind == s("task"))
-            work = {choice.value(1), choice.value(2), work.recording};
+            work = choice.mid(1, 2) + work.mid(2);
         else
-            work.recording = kind == s("start");
+            work = work.mid(0, 2) + QStringList{s(kind == s("start") ? "recording" : "idle")};
         return next;
     }
 
-    QStringList state() const
-    {
-        return {login, work().team, work().task, work().recording ? s("recording") : s("idle")};
-    }
+    // As in the journal: user, team, task, and whether it records.
+    QStringList state() const { return QStringList{login} + works.value(login); }
 
     QString login;
-    QMap<QString, Work> users;
+    QMap<QString, QStringList> works; // by user
 };
 
-// Compares what the client does with what was chosen in it, and its counter of the day with its
-// records.
+// Compares what the client does with what was chosen in it, and its counter of the day with its records.
 class Judge final
 {
 public:
     explicit Judge(const ClientRoom &room)
         : m_room(room)
-        , m_said{kAccounts.front().login, {{kAccounts.front().login, {s("17"), s("1702"), true}}}}
+        , m_said{kAccounts.front().login,
+                 {{kAccounts.front().login, {s("17"), s("1702"), s("recording")}},
+                  {kAccounts.back().login, {QString(), QString(), s("idle")}}}}
     { }
-    Q_DISABLE_COPY_MOVE(Judge)
 
-    // Where the client of the trials writes what happens.
     QString journalPath() const { return m_room.path(s("journal")); }
 
     void runStarts(int run, int port)
@@ -78,76 +59,32 @@ public:
         m_counters = counters();
     }
 
-    // A minute is counted before it has a record: a kill in between may lose one.
-    void runHasEnded(const QMultiHash<QString, QString> &bookings, bool mayLoseMinute)
+    // What each user sees as worked has to grow by the records of this run. A minute is counted before it
+    // has a record: a kill in between may lose one.
+    void judgeCounters(const QMultiHash<QString, QStringList> &bookings, bool mayLoseMinute)
     {
-        judgeCounters(bookings, mayLoseMinute);
-        judgeJournal(bookings);
-    }
-
-    void complain(const QString &what)
-    {
-        ++m_complaints;
-        std::printf("run %d: %s\n", m_run, qPrintable(what));
-        std::fflush(stdout);
-    }
-
-    void print() const
-    {
-        std::printf("%d Starts, %d Stops, %d tasks, %d users chosen; %d minutes compared with the session's "
-                    "counter\n",
-                    m_made[s("start")], m_made[s("stop")], m_made[s("task")], m_made[s("user")], m_compared);
-    }
-
-    bool isSatisfied(int fewestCompared) const { return m_complaints == 0 && m_compared > fewestCompared; }
-
-private:
-    struct Counter
-    {
-        QString date;
-        int minutes = 0;
-    };
-
-    QMap<QString, Counter> counters() const
-    {
-        QMap<QString, Counter> read;
+        const auto now = counters();
+        int mayBeLost = mayLoseMinute ? 1 : 0;
         for (const Account &account : kAccounts) {
-            const QSettings stored(m_room.stored(account.login + s("/session.ini")), QSettings::IniFormat);
-            const QTime time = QTime::fromString(stored.value(s("todayWorktime")).toString(), s("hh:mm:ss"));
-            read[account.login] = {stored.value(s("worktimeDate")).toString(), QTime(0, 0).secsTo(time) / 60};
-        }
-        return read;
-    }
-
-    // What each user sees as worked has to grow by the records of this run.
-    void judgeCounters(const QMultiHash<QString, QString> &bookings, bool mayLoseMinute)
-    {
-        const QMap<QString, Counter> now = counters();
-        int lost = 0;
-        for (const Account &account : kAccounts) {
-            const Counter &before = m_counters[account.login];
-            const Counter &after = now[account.login];
-            if (before.date != after.date)
+            const auto &before = m_counters[account.login];
+            const auto &after = now[account.login];
+            if (before.first != after.first)
                 continue; // midnight has passed
             QSet<QString> recorded;
             for (auto it = bookings.cbegin(); it != bookings.cend(); ++it) {
-                if (it->startsWith(account.login + QLatin1Char('\t')))
+                if (it->first() == account.login)
                     recorded.insert(it.key());
             }
-            const int missing = after.minutes - before.minutes - recorded.size();
-            lost += missing;
             m_compared += recorded.size();
-            if (missing < 0 || (missing > 0 && lost > (mayLoseMinute ? 1 : 0))) {
-                complain(s("%1 minutes counted and %2 recorded of %3")
-                             .arg(after.minutes - before.minutes)
-                             .arg(recorded.size())
-                             .arg(account.login));
-            }
+            const int lost = after.second - before.second - recorded.size();
+            if (lost < 0 || lost > mayBeLost)
+                complain(s("%1 minutes more counted than recorded of %2").arg(lost).arg(account.login));
+            mayBeLost -= lost;
         }
     }
 
     // As long as the client has not handled a choice, it may act on it or not.
-    void judgeJournal(const QMultiHash<QString, QString> &bookings)
+    void judgeJournal(const QMultiHash<QString, QStringList> &bookings)
     {
         QFile journal(journalPath());
         journal.open(QIODevice::ReadOnly);
@@ -170,6 +107,35 @@ private:
         }
     }
 
+    void complain(const QString &what)
+    {
+        ++m_complaints;
+        std::printf("run %d: %s\n", m_run, qPrintable(what));
+        std::fflush(stdout);
+    }
+
+    void print() const
+    {
+        std::printf("%d Starts, %d Stops, %d tasks, %d users chosen; %d minutes compared with the session's "
+                    "counter\n",
+                    m_made[s("start")], m_made[s("stop")], m_made[s("task")], m_made[s("user")], m_compared);
+    }
+
+    bool isSatisfied(int fewestCompared) const { return m_complaints == 0 && m_compared > fewestCompared; }
+
+private:
+    // Of each user: the day and its minutes.
+    QMap<QString, QPair<QString, int>> counters() const
+    {
+        QMap<QString, QPair<QString, int>> read;
+        for (const Account &account : kAccounts) {
+            const QSettings stored(m_room.stored(account.login + s("/session.ini")), QSettings::IniFormat);
+            const QTime time = QTime::fromString(stored.value(s("todayWorktime")).toString(), s("hh:mm:ss"));
+            read[account.login] = {stored.value(s("worktimeDate")).toString(), QTime(0, 0).secsTo(time) / 60};
+        }
+        return read;
+    }
+
     void judgeState(const QString &when, const QStringList &state)
     {
         if (m_asked && m_asked->state() == state)
@@ -177,25 +143,22 @@ private:
         m_asked.reset();
         if (m_said.state() == state)
             return;
-        complain(
-            s("%1 with [%2] and not [%3], last choice: %4")
-                .arg(when, state.join(QLatin1Char(' ')), m_said.state().join(QLatin1Char(' ')), m_lastAsked));
+        complain(s("%1 with [%2] and not [%3], last choice: %4")
+                     .arg(when, state.join(s(" ")), m_said.state().join(s(" ")), m_lastAsked));
         m_said.login = state.value(0);
-        m_said.users[m_said.login] = {state.value(1), state.value(2), state.value(3) == s("recording")};
+        m_said.works[m_said.login] = state.mid(1);
     }
 
     // The record and perhaps a screenshot; neither when the client died before they were written.
-    void judgeMinute(const QStringList &bookings)
+    void judgeMinute(const QList<QStringList> &bookings)
     {
-        const auto allows = [&](const Choices &choices) {
-            const Choices::Work work = choices.work();
-            const QString booking = Ledger::booking(choices.login, work.team, work.task, m_port);
-            return work.recording && bookings.count(booking) == bookings.size();
+        const auto allows = [&](const QStringList &state) {
+            const QStringList booking = state.mid(0, 3) + QStringList{QString::number(m_port)};
+            return state[3] == s("recording") && bookings.count(booking) == bookings.size();
         };
-        if (allows(m_said) || (m_asked && allows(*m_asked)))
-            return;
-        complain(s("minute of [%1] and not [%2]")
-                     .arg(bookings.join(s("; ")), m_said.state().join(QLatin1Char(' '))));
+        if (!allows(m_said.state()) && !(m_asked && allows(m_asked->state())))
+            complain(s("minute of [%1] and not [%2]")
+                         .arg(bookings.value(0).join(s(" ")), m_said.state().join(s(" "))));
     }
 
     const ClientRoom &m_room;
@@ -204,7 +167,7 @@ private:
     Choices m_said;
     std::optional<Choices> m_asked; // as it will be once it is made
     QString m_lastAsked;
-    QMap<QString, Counter> m_counters; // at the start of this run
+    QMap<QString, QPair<QString, int>> m_counters; // at the start of this run
     QMap<QString, int> m_made;
     int m_compared = 0; // minutes
     int m_complaints = 0;

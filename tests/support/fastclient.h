@@ -2,15 +2,12 @@
 
 #include "clientroom.h"
 
-#include <QDateTime>
-#include <QEventLoop>
-#include <QFile>
-#include <QRandomGenerator>
 #include <QTcpSocket>
-#include <QTimer>
+#include <QtCore>
 
 #include <array>
 #include <chrono>
+#include <memory>
 
 #include <sys/inotify.h>
 #include <unistd.h>
@@ -18,17 +15,10 @@
 // How a task service fails. In the weathers after Rejected it may accept a report and not say so.
 enum class Weather { Fine, Slow, Unavailable, Dropped, Hanging, Rejected, Lost, Cut, Stopped, Count };
 
-inline bool losesReplies(Weather weather)
-{
-    return weather > Weather::Rejected;
-}
-
 inline void setWeather(localservice::Server &service, Weather weather, QRandomGenerator &random)
 {
     using localservice::Fault;
     using localservice::Outage;
-    constexpr int kSlowest = 150; // ms
-    constexpr int kLongestCut = 20; // bytes
     if (weather == Weather::Stopped)
         service.stop();
     else if (!service.start())
@@ -37,29 +27,22 @@ inline void setWeather(localservice::Server &service, Weather weather, QRandomGe
                           : weather == Weather::Unavailable ? Outage::Unavailable
                                                             : Outage::None);
     service.clearFaults();
+    // HTTP 200, but not the word that allows the record to be deleted: for a screenshot that is no JSON.
+    const std::array<const char *, 4> refusals{R"({"status":"error"})", "\t<!DOCTYPE html>",
+                                               R"({"status":"fail"})", R"({"status":"ok"})"};
     const QString all = s("*");
-    if (weather == Weather::Slow)
-        service.setFault(all, Fault::delayed(std::chrono::milliseconds(random.bounded(kSlowest))));
-    else if (weather == Weather::Hanging)
+    if (weather == Weather::Slow) {
+        service.setFault(all, Fault::delayed(std::chrono::milliseconds(random.bounded(150))));
+    } else if (weather == Weather::Hanging) {
         service.setFault(all, Fault::hang());
-    else if (weather == Weather::Lost)
+    } else if (weather == Weather::Lost) {
         service.setFault(all, Fault::loseReply());
-    else if (weather == Weather::Cut)
-        service.setFault(all, Fault::truncate(static_cast<int>(random.bounded(kLongestCut))));
-    if (weather != Weather::Rejected)
-        return;
-    // HTTP 200, but not the word that allows the record to be deleted.
-    struct Refusal
-    {
-        const char *report;
-        const char *screenshot;
-    };
-    const std::array<Refusal, 3> refusals{{{R"({"status":"error"})", R"({"status":"error"})"},
-                                           {"\t<!DOCTYPE html>", "\t<!DOCTYPE html>"},
-                                           {R"({"status":"fail"})", R"({"status":"ok"})"}}};
-    const Refusal &refusal = refusals.at(random.bounded(static_cast<quint32>(refusals.size())));
-    service.setFault(s("/api_active2"), Fault::answer(200, refusal.report));
-    service.setFault(s("/api_screenshot"), Fault::answer(200, refusal.screenshot));
+    } else if (weather == Weather::Cut) {
+        service.setFault(all, Fault::truncate(random.bounded(20)));
+    } else if (weather == Weather::Rejected) {
+        service.setFault(s("/api_active2"), Fault::answer(200, refusals.at(random.bounded(3U))));
+        service.setFault(s("/api_screenshot"), Fault::answer(200, refusals.at(random.bounded(4U))));
+    }
 }
 
 // Notices every record that gets its final name in a folder.
@@ -70,13 +53,11 @@ public:
     RecordWatch() = default;
     Q_DISABLE_COPY_MOVE(RecordWatch)
 
-    // The folder has to exist and to stay. Returns what identifies it.
+    // Returns what identifies the folder, which has to stay.
     int add(const QString &folder)
     {
-        const int watch = inotify_add_watch(m_inotify, QFile::encodeName(folder).constData(), IN_MOVED_TO);
-        if (watch < 0)
-            qFatal("the folder cannot be watched");
-        return watch;
+        QDir().mkpath(folder);
+        return inotify_add_watch(m_inotify, QFile::encodeName(folder).constData(), IN_MOVED_TO);
     }
 
     // Calls arrived(folder, name) for each record since the last call.
@@ -112,21 +93,14 @@ public:
         , m_speed(speed)
     {
         room.leaveUser(true);
-        QTcpServer *watcher = &room.watcher;
-        QObject::connect(watcher, &QTcpServer::newConnection, watcher, [watcher] {
-            while (QTcpSocket *client = watcher->nextPendingConnection())
-                QObject::connect(client, &QTcpSocket::disconnected, client, &QObject::deleteLater);
-        });
-        QObject::connect(&m_input, &QTimer::timeout, watcher, [watcher, inputChance] {
-            const auto clients = watcher->findChildren<QTcpSocket *>();
-            for (QTcpSocket *client : clients) {
-                if (QRandomGenerator::global()->bounded(100) < inputChance)
-                    client->write("a");
-            }
+        QObject::connect(&room.watcher, &QTcpServer::newConnection, &m_input,
+                         [this] { m_watched.reset(room.watcher.nextPendingConnection()); });
+        QObject::connect(&m_input, &QTimer::timeout, &m_input, [this, inputChance] {
+            if (m_watched && m_watched->isOpen() && QRandomGenerator::global()->bounded(100) < inputChance)
+                m_watched->write("a");
         });
         m_input.start(inputPeriod);
     }
-    Q_DISABLE_COPY_MOVE(FastClient)
 
     void start(const QString &program, const QDateTime &clock, const QMap<QString, QString> &variables = {})
     {
@@ -147,13 +121,11 @@ public:
     // Handles events until the client has ended, at most so long; whether it has.
     bool ends(std::chrono::milliseconds limit)
     {
-        if (isRunning()) {
-            QEventLoop loop;
-            QObject::connect(&process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), &loop,
-                             &QEventLoop::quit);
-            QTimer::singleShot(limit, &loop, &QEventLoop::quit);
-            loop.exec();
-        }
+        QEventLoop loop;
+        QObject::connect(&process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), &loop,
+                         &QEventLoop::quit);
+        QTimer::singleShot(isRunning() ? limit : std::chrono::milliseconds(0), &loop, &QEventLoop::quit);
+        loop.exec();
         return !isRunning();
     }
 
@@ -170,5 +142,6 @@ public:
 
 private:
     int m_speed;
+    std::unique_ptr<QTcpSocket> m_watched; // the latest client
     QTimer m_input;
 };

@@ -2,8 +2,9 @@
 
 #include "base/notificationsink.h"
 
-#include <QString>
 #include <QStringList>
+
+#include <utility>
 
 // What the user would be shown, in order.
 class Notices final : public NotificationSink
@@ -14,14 +15,7 @@ public:
     Notices() = default;
 
     // The texts since the last call, each followed by " #" and the task that a click opens.
-    QStringList take()
-    {
-        const QStringList texts = all();
-        m_texts.clear();
-        m_offers.clear();
-        return texts;
-    }
-    QStringList all() const { return m_texts + m_offers; }
+    QStringList take() { return std::exchange(m_texts, {}) + std::exchange(m_offers, {}); }
 
     void addNotification(const QString &text, NotificationType type, const QString &taskId) override
     {

@@ -17,22 +17,25 @@ inline bool pressKeys(const QString &keys)
     return xdotool(s("key"), {keys});
 }
 
+inline QString outputOf(const QString &program, const QStringList &arguments)
+{
+    QProcess tool;
+    tool.start(program, arguments);
+    tool.waitForFinished();
+    return QString::fromUtf8(tool.readAllStandardOutput());
+}
+
 // The visible windows of any program, by a pattern for their titles.
 inline QStringList windowsNamed(const QString &title)
 {
-    QProcess tool;
-    tool.start(s("xdotool"), {s("search"), s("--onlyvisible"), s("--name"), title});
-    tool.waitForFinished();
-    return QString::fromLatin1(tool.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    return outputOf(s("xdotool"), {s("search"), s("--onlyvisible"), s("--name"), title})
+        .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
 }
 
 // A property as xprop prints its value; empty when the window does not have it.
 inline QString propertyOf(const QString &window, const QString &name)
 {
-    QProcess tool;
-    tool.start(s("xprop"), {s("-notype"), s("-id"), window, name});
-    tool.waitForFinished();
-    return QString::fromUtf8(tool.readAllStandardOutput()).section(s(" = "), 1).trimmed();
+    return outputOf(s("xprop"), {s("-notype"), s("-id"), window, name}).section(s(" = "), 1).trimmed();
 }
 
 inline bool activateWindow(const QString &window)

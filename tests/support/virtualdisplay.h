@@ -14,8 +14,6 @@ public:
         while (!m_server.canReadLine() && m_server.waitForReadyRead()) { }
         m_name = QLatin1Char(':') + QString::fromLatin1(m_server.readLine()).trimmed();
     }
-    ~VirtualDisplay() { kill(); }
-    Q_DISABLE_COPY_MOVE(VirtualDisplay)
 
     QString name() const { return m_name; }
     void kill()
