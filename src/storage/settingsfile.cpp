@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <QLockFile>
 #include <QSettings>
+#include <QTemporaryFile>
 
 #include <algorithm>
 #include <cstdio>
@@ -137,15 +138,17 @@ bool SettingsFile::load()
         bytes.clear();
     }
     const QByteArray lines = validLines(bytes);
-    if (lines.size() != bytes.size()) {
+    const bool isDamaged = lines.size() != bytes.size();
+    if (isDamaged)
         qCWarning(lcStorage) << "Error! Settings file is damaged:" << m_path << bytes.size() - lines.size()
                              << "bytes of entries dropped";
-        const QString newName = newNameOf(m_path);
-        QFile::remove(newName);
-        if (!append(newName, lines) || !rename(newName, m_path))
-            return false;
-    }
-    const QSettings stored(m_path, QSettings::IniFormat);
+    // Under a name of its own: of a file that it knows, QSettings misses a change within the
+    // clock's step.
+    QTemporaryFile copy(newNameOf(m_path) + QLatin1String(".XXXXXX"));
+    const bool isCopied = copy.open() && copy.write(lines) == lines.size() && copy.flush();
+    if (!isCopied && isDamaged)
+        return false;
+    const QSettings stored(isCopied ? copy.fileName() : m_path, QSettings::IniFormat);
     if (stored.status() == QSettings::AccessError)
         return false;
     Values values;

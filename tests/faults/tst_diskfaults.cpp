@@ -110,7 +110,7 @@ private slots:
                 QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
                 QVERIFY(client.logIn());
             }
-            const QStringList notices = client.notices.all();
+            const QStringList notices = client.notices.take();
             QVERIFY(notices.count(kDiskFull) <= 1 && notices.count(kNoPicture) <= 1);
             QVERIFY(received(client).size() == 3 || notices.contains(kDiskFull));
             QVERIFY(pages != kReadOnly || notices.contains(kNoPicture));
@@ -189,7 +189,7 @@ private slots:
         QCOMPARE(listing(), before);
         QCOMPARE(received(client).size(), isRefused ? 1 : 3);
         const QString text = client.orvana->storage().unusableText();
-        QStringList notices = client.notices.all();
+        QStringList notices = client.notices.take();
         notices.sort();
         QCOMPARE(notices, isRefused ? QStringList({text, kNoPicture}) : QStringList());
         QVERIFY(text.contains(storage));

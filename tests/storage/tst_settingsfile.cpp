@@ -127,10 +127,10 @@ private slots:
         const QByteArray after = "password=\"p;\\x44f\"\n";
         QVERIFY(writeFile(path(), before + "damaged=" + value + '\n' + after));
         expectDamage();
-        const SettingsFile settings(path());
+        SettingsFile settings(path());
         QVERIFY(settings.value(s("logged")).toBool() && !settings.contains(s("damaged")));
         QCOMPARE(settings.value(s("password")).toString(), s("p;я"));
-        QCOMPARE(contentsOf(path()), before + after);
+        QVERIFY(settings.save() && contentsOf(path()).startsWith(before + after));
     }
 
     // A file without a checksum, or one that other programs write, too, is not damaged.

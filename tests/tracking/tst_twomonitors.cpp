@@ -50,7 +50,7 @@ private slots:
         QTRY_COMPARE(QGuiApplication::screens().size(), 2);
         WindowBench bench;
         QVERIFY(bench.openFor(s("1704")));
-        WindowBench::notify();
+        NotificationManager::instance()->addNotification(s("x"), TaskAdded, s("1704"));
         const NotificationForm *popup = shownPopups().constFirst();
         QTRY_COMPARE(popup->geometry().right(), 799);
         bench.form->move(1200, 100);
