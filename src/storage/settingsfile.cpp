@@ -72,13 +72,6 @@ void removeUnfinished(const QString &path)
     }
 }
 
-bool append(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::Append) && file.write(bytes) == bytes.size() && file.flush()
-        && ::fsync(file.handle()) == 0;
-}
-
 // A line with an equals sign for each key, and the last line ended.
 bool isWhole(const QByteArray &ini, int keys)
 {
@@ -163,16 +156,22 @@ bool SettingsFile::load()
 
 bool SettingsFile::writeTo(const QString &path) const
 {
-    removeUnfinished(m_path);
+    QFile::remove(path);
+    QFile::remove(path + kLockSuffix);
     QSettings writer(path, QSettings::IniFormat);
     for (auto each = m_values.cbegin(); each != m_values.cend(); ++each)
         writer.setValue(each.key(), each.value());
     writer.sync();
-    QFile written(path); // none without values
-    const QByteArray lines = written.open(QIODevice::ReadOnly) ? written.readAll() : QByteArray();
+    QFile written(path); // not made by Qt without values
+    if (!written.open(QIODevice::ReadWrite))
+        return false;
+    const QByteArray lines = written.readAll();
     // Qt takes a file for written of which the last kilobytes met a full disk.
-    return isWhole(lines, writer.allKeys().size())
-        && append(path, m_use == Use::Own ? checksumLine(lines) : QByteArray());
+    if (!isWhole(lines, writer.allKeys().size()))
+        return false;
+    // Not flushed: Qt has flushed the lines, and a file without its checksum is accepted.
+    const QByteArray checksum = m_use == Use::Own ? checksumLine(lines) : QByteArray();
+    return written.write(checksum) == checksum.size() && written.flush();
 }
 
 bool SettingsFile::save()
