@@ -81,8 +81,43 @@ private slots:
         const QVariant point = QPoint(1, 2);
         for (const QVariant &value : {point, QVariant(QVariantMap{{a, QVariantList{1, point}}})})
             QVERIFY(serialize(value, success, 0).isNull() && !success && serializeStr(value).isNull());
+        // The day's format works only once the other one is set.
+        setDateFormat(s("dd.MM.yy"));
+        const QDateTime moment(QDate(2024, 3, 1), QTime(18, 5, 9));
+        QVERIFY(serialize(moment.date()) != "\"01.03.24\"");
+        setDateTimeFormat(s("yyyy/MM/dd HH:mm"));
+        QCOMPARE(serialize(QVariantList{moment, moment.date(), QDateTime()}),
+                 QByteArray("[\"2024/03/01 18:05\",\"01.03.24\",\"\"]"));
         setPrettySerialize(true);
         QCOMPARE(serialize(QVariantList{1}), QByteArray("[\n    1\n]"));
+    }
+
+    void changesAndClones()
+    {
+        const QString a = s("a");
+        QVariant value = 5;
+        insert(value, a, 1);
+        insert(value, a, QVariantList());
+        QCOMPARE(show(value), s("(Map, QMap((a, (Invalid))))"));
+        append(value, 1);
+        append(value, QVariantList());
+        QCOMPARE(show(value), s("(List, ((int, 1), (List, ())))"));
+        QCOMPARE(show(clone(QVariantList{QVariantMap()})), s("(List, ((Map, QMap())))"));
+        QCOMPARE(show(clone(QVariantMap{{a, QVariantMap()}})), s("(Map, QMap((a, (Invalid))))"));
+    }
+
+    void builds()
+    {
+        QVariantMap start{{s("z"), 0}};
+        BuilderJsonObject *inner = objectBuilder(start);
+        BuilderJsonArray *list = arrayBuilder()->add(1)->add(inner)->add(arrayBuilder());
+        // What is added to a part later does not reach the whole.
+        inner->set(s("late"), true);
+        const QVariantMap built = objectBuilder()->set(s("l"), list)->set(s("n"), 2)->create();
+        QCOMPARE(built, QVariantMap({{s("l"), QVariantList{1, start, QVariantList()}}, {s("n"), 2}}));
+        // The last ones go with the next of their kind.
+        delete arrayBuilder();
+        delete objectBuilder();
     }
 };
 
