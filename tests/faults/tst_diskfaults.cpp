@@ -145,6 +145,22 @@ private slots:
         QVERIFY(contentsOf(path).endsWith(": room again\n") && contentsOf(path).size() < 3 * kPage);
     }
 
+    void stubbornRecord()
+    {
+        const QTemporaryDir folder;
+        const QString record = folder.filePath(s("json1"));
+        const QString picture = folder.filePath(s("screenshot1.jpg"));
+        QVERIFY(writeFile(picture, "x") && writeFile(record, "x") && QFile::resize(record, 1 << 30));
+        ActivityCache cache;
+        cache.setDirectory(folder.path());
+        // It cannot be read, so the picture may be its own.
+        QVERIFY(!cache.sweepPictures(10) && QFile::exists(picture));
+        QCOMPARE(shell(s("mount --bind '%1' '%1'").arg(record)), QByteArray());
+        cache.remove(record); // emptied where it cannot be deleted
+        QCOMPARE(shell(s("umount '%1'").arg(record)), QByteArray());
+        QCOMPARE(QFileInfo(record).size(), 0);
+    }
+
     void storageTaken_data()
     {
         QTest::addColumn<QString>("by");

@@ -121,6 +121,7 @@ private slots:
             QTest::newRow(odd) << s(odd);
         QTest::newRow("NUL") << s("a") + QChar(0) + s("/../..");
         QTest::newRow("long") << QString(5000, QLatin1Char('x'));
+        QTest::newRow("long in bytes") << QString(200, QChar(0x436));
     }
 
     void keepsOddLoginsAndIds()

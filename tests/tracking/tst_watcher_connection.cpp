@@ -61,6 +61,8 @@ private slots:
         QTest::newRow("stranger's") << int(QHostAddress::LocalHost) << kStranger << false << false;
         QTest::newRow("stranger's, both families") << int(QHostAddress::Any) << kStranger << false << false;
         QTest::newRow("own, late") << int(QHostAddress::LocalHost) << geteuid() << true << true;
+        QTest::newRow("first person's")
+            << int(QHostAddress::LocalHost) << uid_t(1000) << false << (geteuid() == 1000);
         QTest::newRow("stranger's, late") << int(QHostAddress::LocalHost) << kStranger << true << false;
     }
     void listener()

@@ -86,6 +86,9 @@ private slots:
             // It opens nothing, also when the time of a double click is over.
             QVERIFY2(!opened.wait(QApplication::doubleClickInterval() + 50), qPrintable(way));
         }
+        const QSignalSpy changed(m_view->model(), &QAbstractItemModel::dataChanged);
+        m_bench->orvana()->changeTask(kTeam, s("a"));
+        QCOMPARE(changed.value(0).value(0).toModelIndex(), row("b")); // its mark goes
     }
 
     void descriptions()
