@@ -17,7 +17,7 @@ finish() {
 }
 on_exit finish
 export TMPDIR=$box ORVANA_CONFIG=$box/orvanx.conf LC_ALL=ru_RU.UTF-8 QT_XCB_GL_INTEGRATION=none
-export QT_LOGGING_RULES=*.debug=false
+export QT_LOGGING_RULES='*.debug=false'
 
 # variant NAME SIZE WALLPAPER compositor|plain SCALE DPI [SCENE...]
 variant() {

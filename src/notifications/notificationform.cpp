@@ -248,7 +248,8 @@ void NotificationForm::moveEvent(QMoveEvent *event)
     if (!isVisible() || m_movesBack == 0 || pos() == placeOf(m_position, m_host))
         return;
     --m_movesBack;
-    QMetaObject::invokeMethod(this, [this] { updatePosition(m_position); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [this] { updatePosition(m_position); }, Qt::QueuedConnection);
 }
 
 void NotificationForm::hideEvent(QHideEvent *event)
