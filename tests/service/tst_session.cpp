@@ -81,7 +81,7 @@ private slots:
     void keepsEachDecisionAtOnce()
     {
         OfflineClient client(kUser, s("first"));
-        client.load(texts({"1:7", "2:7"}));
+        client.load(texts({"1:7 8", "2:7"}));
         client.session()->setWorktimeDate(QDate::currentDate());
         client.session()->setWorktime(QTime(1, 0));
         const auto stored = [&client](const char *user) {
@@ -98,6 +98,8 @@ private slots:
         QCOMPARE(stored("user@host"), s("user@host first true false 1 7"));
         client.session()->setActive(true);
         QCOMPARE(stored("user@host"), s("user@host first true true 1 7"));
+        client->changeTask(s("1"), s("8"));
+        QCOMPARE(stored("user@host"), s("user@host first true true 1 8"));
         client->changeTask(s("2"), s("7"));
         QCOMPARE(stored("user@host"), s("user@host first true true 2 7"));
         client.login(s("other"), s("second"));
@@ -105,7 +107,7 @@ private slots:
         QCOMPARE(known(), s(" 0 "));
         // Back again, with another password.
         client.login(kUser, s("third"));
-        QCOMPARE(known(), s("7 0 1 7"));
+        QCOMPARE(known(), s("7 8 0 1 7"));
         client.session()->setActive(false);
         QCOMPARE(stored("user@host"), s("user@host third true false 2 7"));
         QCOMPARE(stored("other"), s("user@host second true false  "));
