@@ -12,7 +12,7 @@ constexpr int kHuge = 4 * 1024 * 1024;
 #ifdef __SANITIZE_ADDRESS__
 // QSettings reallocates its text at each value, and the sanitizer copies it each time.
 constexpr int kMany = 1000;
-constexpr int kEmpty = 2 * kMany;
+constexpr int kEmpty = kMany;
 #else
 constexpr int kMany = 49000;
 constexpr int kEmpty = 10 * kMany;
