@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 #include <fcntl.h>
@@ -76,10 +77,13 @@ void removeUnfinished(const QString &path)
 bool isWhole(const QByteArray &ini, int keys)
 {
     int found = 0;
-    for (int at = ini.indexOf('='); at >= 0; at = ini.indexOf('=', at)) {
+    const auto find = [&ini](const char *from, char c) {
+        return static_cast<const char *>(std::memchr(from, c, static_cast<size_t>(ini.cend() - from)));
+    };
+    for (const char *at = find(ini.cbegin(), '='); at; at = find(at, '=')) {
         ++found;
-        at = ini.indexOf('\n', at);
-        if (at < 0)
+        at = find(at, '\n');
+        if (!at)
             return false;
     }
     return found == keys;
