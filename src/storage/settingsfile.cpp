@@ -11,7 +11,6 @@
 #include <QSettings>
 #include <QTemporaryFile>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
