@@ -121,7 +121,7 @@ QString ControlServer::open()
     if (m_socket < 0 || fchmod(m_socket, kOwnerOnly) != 0
         || bind(m_socket, reinterpret_cast<const sockaddr *>(&*address), sizeof *address) != 0
         || ::listen(m_socket, kMostPeers) != 0 || lstat(m_path.constData(), &info) != 0) {
-        const QString problem = name + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno));
+        QString problem = name + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno));
         close();
         return problem;
     }
