@@ -1,4 +1,5 @@
 #include "app/application.h"
+#include "app/hotkeys.h"
 #include "app/loghandler.h"
 #include "app/sessionend.h"
 #include "app/signals.h"
@@ -11,6 +12,7 @@
 #include "notifications/notificationmanager.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
+#include "tracking/controlserver.h"
 #include "tracking/x11_useractivitywatcher.h"
 #include "ui/loginform.h"
 #include "ui/mainform.h"
@@ -167,6 +169,7 @@ int main(int argc, char *argv[])
         return 0;
     QApplication::setQuitOnLastWindowClosed(false);
 
+    const ControlServer control(&orvana);
     if (!orvana.session()->isLogged()) {
         LoginForm login(&orvana);
         if (login.exec() != QDialog::Accepted || TerminationSignals::areReceived())
@@ -177,6 +180,11 @@ int main(int argc, char *argv[])
     {
         MainForm mainForm(&orvana);
         application.setMainWindow(&mainForm);
+        QObject::connect(&control, &ControlServer::startRequested, &mainForm,
+                         &MainForm::onStartTimerShortcut_activated);
+        QObject::connect(&control, &ControlServer::stopRequested, &mainForm,
+                         &MainForm::onStopTimerShortcut_activated);
+        bindHotKeys(&mainForm);
         mainForm.show();
         if (orvana.session()->isActive())
             orvana.notify(QStringLiteral("Запись активности включена"));

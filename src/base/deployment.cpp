@@ -17,6 +17,8 @@ namespace {
 const QString kServiceUrl = QStringLiteral("service-url");
 const QString kVerifyCertificates = QStringLiteral("verify-certificates");
 const QString kWatcherPort = QStringLiteral("watcher-port");
+const QString kStartShortcut = QStringLiteral("start-shortcut");
+const QString kStopShortcut = QStringLiteral("stop-shortcut");
 constexpr uint kLastPort = 65535;
 
 QString environment(const char *name, const char *builtIn)
@@ -36,6 +38,14 @@ QString configured(const QString &key)
     return text(QSettings(Deployment::configFile(), QSettings::IniFormat).value(key));
 }
 
+// One key with its modifiers, or nothing.
+QKeySequence sequenceOf(const QString &text)
+{
+    const QKeySequence sequence(text, QKeySequence::PortableText);
+    const auto key = static_cast<uint>(sequence[0]) & ~uint(Qt::KeyboardModifierMask);
+    return sequence.count() == 1 && key != 0 && key != Qt::Key_unknown ? sequence : QKeySequence();
+}
+
 QString problemWith(const QString &key, const QString &value)
 {
     if (key == kVerifyCertificates) {
@@ -47,6 +57,9 @@ QString problemWith(const QString &key, const QString &value)
     } else if (key == kWatcherPort) {
         if (const uint port = value.toUInt(); port == 0 || port > kLastPort)
             return QStringLiteral("is no port");
+    } else if (key == kStartShortcut || key == kStopShortcut) {
+        if (!value.isEmpty() && sequenceOf(value).isEmpty())
+            return QStringLiteral("is no key with its modifiers");
     } else if (key != kServiceUrl && !key.startsWith(QLatin1Char('#'))) {
         return QStringLiteral("is no key of this program; its keys stand above all sections");
     }
@@ -85,6 +98,16 @@ QString Deployment::configFile()
 bool Deployment::verifyCertificates()
 {
     return QVariant(configured(kVerifyCertificates)).toBool();
+}
+
+QKeySequence Deployment::startShortcut()
+{
+    return sequenceOf(configured(kStartShortcut));
+}
+
+QKeySequence Deployment::stopShortcut()
+{
+    return sequenceOf(configured(kStopShortcut));
 }
 
 QStringList Deployment::problems()

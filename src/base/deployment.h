@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QKeySequence>
 #include <QString>
 #include <QStringList>
 
@@ -18,6 +19,9 @@ QString storageRoot();
 QString configFile();
 // False: every certificate of the service is accepted. ("verify-certificates")
 bool verifyCertificates();
+// Hot keys of the whole desktop, empty without one. ("start-shortcut", "stop-shortcut")
+QKeySequence startShortcut();
+QKeySequence stopShortcut();
 // Configured values that are probably mistakes, one line each.
 QStringList problems();
 

@@ -24,7 +24,7 @@ constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
 bool isReserved(const QString &name)
 {
     for (const char *reserved :
-         {".", "..", "cached", "update", "lock", "log.log", "config.ini", ".new-config.ini",
+         {".", "..", "cached", "update", "lock", "control", "log.log", "config.ini", ".new-config.ini",
           ".new-config.ini.lock", "update.json", "update.json.lock", ".new-update.json",
           ".new-update.json.lock", ".orvana.db", "comments.data", "session.json"}) {
         if (name == QLatin1String(reserved))
@@ -71,7 +71,6 @@ bool StorageFolder::prepare()
     return !m_isTaken;
 }
 
-// False, too, when the folder was removed and made again since.
 bool StorageFolder::holdsLock() const
 {
     struct stat held = {};

@@ -22,6 +22,8 @@ public:
     bool prepare();
     // Another running client has it, as of the last prepare().
     bool isTaken() const { return m_isTaken; }
+    // False, too, when the folder was removed and made again since, or its file system has no locks.
+    bool holdsLock() const;
     // What the user is to know about a folder that cannot be used.
     QString unusableText() const;
 
@@ -38,7 +40,6 @@ public:
 
 private:
     bool isOurs() const;
-    bool holdsLock() const;
     void lock();
 
     QString m_path;

@@ -38,7 +38,7 @@ public slots:
     void checkUpdate();
     void checkNeedCloseToUpdate();
 
-    // For a hot key; nothing in the program is bound to them.
+    // For hot keys and scripts. Without a task, or already there, they do nothing.
     void onStartTimerShortcut_activated();
     void onStopTimerShortcut_activated();
 

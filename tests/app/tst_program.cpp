@@ -183,6 +183,38 @@ private slots:
         QVERIFY(QFile::exists(m_room->ofUser(s("tasks.ini"))));
     }
 
+    // By the program for scripts and by keys of the whole desktop, one of which the window manager has.
+    void isReached()
+    {
+        QSettings config(m_room->path(s("orvanx.conf")), QSettings::IniFormat);
+        config.setValue(s("start-shortcut"), s("Ctrl+Alt+P"));
+        config.setValue(s("stop-shortcut"), s("Alt+Tab"));
+        config.sync();
+        const auto says = [this](const QStringList &arguments) -> QString {
+            QProcess tool;
+            tool.setProcessEnvironment(m_environment);
+            tool.start(s(ORVANA_CONTROL_EXECUTABLE), arguments);
+            tool.waitForFinished();
+            return s("%1 ").arg(tool.exitCode()) + QString::fromUtf8(tool.readAll());
+        };
+        QCOMPARE(says({s("status")}), s("1 "));
+        QCOMPARE(says({s("status"), s("start")}), s("2 "));
+        const Client killed = start();
+        QVERIFY(appears(kLoginTitle));
+        QCOMPARE(says({s("start")}), s("3 "));
+        killed->kill();
+        QVERIFY(killed->waitForFinished());
+        QCOMPARE(says({s("status")}), s("1 "));
+        m_room->leaveUser(false);
+        const Client client = start();
+        QVERIFY(appears(kMainTitle) && pressKeys(s("ctrl+alt+p")));
+        QTRY_VERIFY(says({s("--json"), s("status")}).contains(s("\"running\":true")));
+        QVERIFY(output().contains("stop-shortcut Alt+Tab can't be had"));
+        QCOMPARE(says({s("stop")}), s("0 Таймер остановлен.\n"));
+        QVERIFY(endsInOrder(*client));
+        QVERIFY(!QFile::exists(m_room->stored(s("control"))));
+    }
+
     // The desktop's log may end before the client does, stand still, or hang up.
     void outlivesItsTerminal_data()
     {
@@ -360,6 +392,9 @@ private slots:
                  {"[Service]\nverify-certificates=true\n",
                   "Service/verify-certificates=true is no key of this program"},
                  {"verify-certificates=true, ", "is neither true nor false and counts as true"},
+                 {"start-shortcut=Ctrl+Alt\n", "start-shortcut=Ctrl+Alt is no key with its modifiers"},
+                 {"stop-shortcut=Ctrl+A, Ctrl+B\n", "Ctrl+B is no key with its modifiers"},
+                 {"start-shortcut=Ctrl+,\nstop-shortcut=F8\n", ""},
                  {"watcher-port=70000\n", "watcher-port=70000 is no port"},
                  {"verify-certificates: true\n", "verify-certificates: true is no setting"},
                  {"; a\n#b=c\n\n[General]\nverify-certificates=True\nservice-url=x\n", ""}});
