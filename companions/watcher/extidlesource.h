@@ -2,8 +2,8 @@
 
 #include "waylandidlesource.h"
 
-// The protocol ext-idle-notify-v1. With its version 2, a film that keeps the screen on is no activity;
-// with version 1 a seat is in use as long as the screen is kept on.
+// The protocol ext-idle-notify-v1. Its version 2 reports input; version 1 whether a seat is in use, which a
+// film that keeps the screen on is too.
 class ExtIdleSource final : public WaylandIdleSource
 {
     Q_OBJECT
@@ -18,8 +18,8 @@ public:
     QString name() const override;
 
 private:
-    void watch(Seat &seat) override;
-    bool hasInputNotification() const;
+    Notification request(wl_seat *seat, Watch *data) override;
+    bool isAboutInputOnly() const override;
 
     WaylandProxy m_notifier;
 };

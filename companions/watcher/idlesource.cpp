@@ -2,11 +2,12 @@
 
 IdleSource::IdleSource()
 {
-    m_pause.setTimerType(Qt::PreciseTimer);
-    m_pause.setInterval(std::chrono::seconds(1));
-    m_pause.setSingleShot(true);
-    m_pause.callOnTimeout(this, [this] {
-        if (!m_busySeats.isEmpty())
+    m_second.setTimerType(Qt::PreciseTimer);
+    m_second.setInterval(std::chrono::seconds(1));
+    m_second.setSingleShot(true);
+    m_second.callOnTimeout(this, [this] {
+        m_isReported = false;
+        if (!isIdle())
             report();
     });
 }
@@ -15,8 +16,8 @@ void IdleSource::addSeat(quint32 seat)
 {
     m_busySeats.insert(seat);
     // Somebody who does not pause even now is noticed by the seat's not becoming idle.
-    if (!m_pause.isActive())
-        m_pause.start();
+    if (!m_second.isActive())
+        m_second.start();
 }
 
 void IdleSource::removeSeat(quint32 seat)
@@ -31,13 +32,13 @@ void IdleSource::setIdle(quint32 seat, bool idle)
         return;
     }
     m_busySeats.insert(seat);
-    if (!m_pause.isActive() || !m_hasReported)
+    if (!m_isReported)
         report();
 }
 
 void IdleSource::report()
 {
-    m_hasReported = true;
-    m_pause.start();
+    m_isReported = true;
+    m_second.start();
     emit active();
 }

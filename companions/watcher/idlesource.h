@@ -25,11 +25,12 @@ protected:
     void addSeat(quint32 seat);
     void removeSeat(quint32 seat);
     void setIdle(quint32 seat, bool idle);
+    bool isIdle() const { return m_busySeats.isEmpty(); }
 
 private:
     void report();
 
     QSet<quint32> m_busySeats;
-    QTimer m_pause; // runs for a second after each report
-    bool m_hasReported = false;
+    QTimer m_second; // runs after each report, and after a seat was added
+    bool m_isReported = false; // something in the second that runs
 };

@@ -17,7 +17,8 @@ public:
     QString name() const override;
 
 private:
-    void watch(Seat &seat) override;
+    Notification request(wl_seat *seat, Watch *data) override;
+    bool isAboutInputOnly() const override;
 
     WaylandProxy m_idle;
 };
