@@ -143,6 +143,14 @@ int main(int argc, char *argv[])
         return Success;
     }
 
+    std::optional<SourceKind> source;
+    if (parser.isSet(sourceOption)) {
+        source = sourceNamed(parser.value(sourceOption));
+        if (!source)
+            return fail(QStringLiteral("неизвестный источник «%1»").arg(parser.value(sourceOption)),
+                        WrongUsage);
+    }
+
     quint16 port = 0;
     if (parser.isSet(portOption)) {
         bool ok = false;
@@ -154,14 +162,6 @@ int main(int argc, char *argv[])
         if (port == 0)
             return fail(
                 QStringLiteral("неверное значение «watcher-port» в файле %1").arg(systemConfigFile()));
-    }
-
-    std::optional<SourceKind> source;
-    if (parser.isSet(sourceOption)) {
-        source = sourceNamed(parser.value(sourceOption));
-        if (!source)
-            return fail(QStringLiteral("неизвестный источник «%1»").arg(parser.value(sourceOption)),
-                        WrongUsage);
     }
 
     ActivityServer server;
