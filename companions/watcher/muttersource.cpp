@@ -30,7 +30,7 @@ QString path()
 // Not left to the library, which would start a bus where there is none.
 QString busAddress()
 {
-    const QString address = qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS");
+    QString address = qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS");
     const QString socket = qEnvironmentVariable("XDG_RUNTIME_DIR") % QStringLiteral("/bus");
     if (address.isEmpty() && QFile::exists(socket))
         return QStringLiteral("unix:path=") % socket;
