@@ -10,7 +10,7 @@
 namespace {
 constexpr std::chrono::seconds kRetryInterval{2};
 // GNOME's compositor can be reached somewhat before its idle monitor.
-constexpr int kMaxRefusals = 5;
+constexpr int kMaxRefusals = 6;
 } // namespace
 
 WaylandKeeper::WaylandKeeper(std::optional<SourceKind> wanted)
