@@ -10,7 +10,7 @@ start_desktop() {
     wait_for 20 test -s "$folder/display" || { cat "$folder/xserver.log" >&2; return 1; }
     DISPLAY=:$(cat "$folder/display")
     export DISPLAY
-    unset WAYLAND_DISPLAY
+    unset WAYLAND_DISPLAY XDG_SESSION_TYPE
     # Its properties come before it is ready; a window shown in between would not get the focus.
     rm -f "$folder/managed"
     start "$folder/openbox.log" openbox --sm-disable --startup "touch '$folder/managed'"

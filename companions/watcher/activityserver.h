@@ -4,6 +4,7 @@
 #include <QTcpServer>
 #include <QVector>
 
+struct KeptSocket;
 class QTcpSocket;
 
 // Reports activity to the TCP clients of this process's user: one byte for each announcement.
@@ -20,6 +21,9 @@ public:
     ~ActivityServer() override;
     Q_DISABLE_COPY_MOVE(ActivityServer)
 
+    // Goes on with the connections that a former run of this program left, and with its listening socket
+    // if that has the port; closes whatever else is among them. To be called before listen().
+    void restore(quint16 port, const QVector<KeptSocket> &sockets);
     // Listens on 127.0.0.1; port 0 means any free one. Returns false, with *error set, on failure.
     bool listen(quint16 port, QString *error);
     quint16 port() const;
@@ -29,6 +33,7 @@ public:
 
 private:
     void acceptClients();
+    bool admit(QTcpSocket *client);
     void forget(QTcpSocket *client);
 
     QTcpServer m_server;

@@ -1,12 +1,17 @@
 #include "activityserver.h"
-#include "inputwatch.h"
+#include "keptsockets.h"
+#include "sourcechoice.h"
 #include "watcherport.h"
+#include "waylandconnection.h"
+#include "waylandkeeper.h"
+#include "x11source.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QSocketNotifier>
 
 #include <cstdio>
+#include <optional>
 
 #include <csignal>
 #include <sys/signalfd.h>
@@ -14,7 +19,7 @@
 
 namespace {
 
-enum ExitCode { Success = 0, Failure = 1, WrongUsage = 2 };
+enum ExitCode { Success = 0, Failure = 1, WrongUsage = 2, Unsupported = 3 };
 
 void print(std::FILE *stream, const QString &text)
 {
@@ -31,14 +36,17 @@ ExitCode fail(const QString &text, ExitCode code = Failure)
 QString helpText()
 {
     return QStringLiteral(
-               "Использование: orvana-watcher [--port ПОРТ]\n"
+               "Использование: orvana-watcher [--port ПОРТ] [--source ИСТОЧНИК]\n"
                "Сообщает программам того же пользователя, что он работает с клавиатурой или мышью:\n"
                "каждой подключённой к 127.0.0.1 — один байт за каждую такую секунду.\n"
                "\n"
-               "  --port ПОРТ  порт; 0 — любой свободный. Без этого ключа порт берётся из\n"
-               "               «watcher-port» в файле %1\n"
-               "  --help       показать эту справку и выйти\n"
-               "  --version    показать версию и выйти")
+               "  --port ПОРТ        порт; 0 — любой свободный. Без этого ключа порт берётся из\n"
+               "                     «watcher-port» в файле %1\n"
+               "  --source ИСТОЧНИК  откуда узнавать об активности: x11, ext-idle, kwin-idle или\n"
+               "                     mutter. Без этого ключа — что есть в сеансе: в сеансе X11 —\n"
+               "                     x11, в сеансе Wayland — первый из остальных\n"
+               "  --help             показать эту справку и выйти\n"
+               "  --version          показать версию и выйти")
         .arg(systemConfigFile());
 }
 
@@ -57,6 +65,60 @@ void quitOnTermination(QCoreApplication *application)
     QObject::connect(notifier, &QSocketNotifier::activated, application, &QCoreApplication::quit);
 }
 
+void say(const QString &text)
+{
+    print(stdout, QStringLiteral("orvana-watcher: ") % text);
+}
+
+void sayListening(const ActivityServer &server)
+{
+    say(QStringLiteral("127.0.0.1:%1").arg(server.port()));
+}
+
+bool isX11(std::optional<SourceKind> wanted)
+{
+    Session session;
+    session.wanted = wanted;
+    session.type = qEnvironmentVariable("XDG_SESSION_TYPE");
+    session.hasCompositor = !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") && WaylandConnection::open();
+    return chooseSource(session) == SourceKind::X11;
+}
+
+// In an X11 session there is nothing to wait for: its server was there first, and ends last.
+int watchX11(ActivityServer &server, quint16 port)
+{
+    QString error;
+    const auto source = X11Source::open(&error);
+    if (!source || !server.listen(port, &error))
+        return fail(error);
+    QObject::connect(source.get(), &X11Source::active, &server, &ActivityServer::announce);
+    QObject::connect(source.get(), &X11Source::lost, qApp,
+                     [] { QCoreApplication::exit(fail(QStringLiteral("потеряна связь с X-сервером"))); });
+    sayListening(server);
+    say(source->name());
+    return QCoreApplication::exec();
+}
+
+// Clients are accepted at once: they do not try again.
+int watchWayland(ActivityServer &server, quint16 port, std::optional<SourceKind> wanted)
+{
+    QString error;
+    if (!server.listen(port, &error))
+        return fail(error);
+    sayListening(server);
+    WaylandKeeper keeper(wanted);
+    QObject::connect(&keeper, &WaylandKeeper::active, &server, &ActivityServer::announce);
+    QObject::connect(&keeper, &WaylandKeeper::found, &server, say);
+    QObject::connect(&keeper, &WaylandKeeper::waiting, &server,
+                     [] { say(QStringLiteral("ожидание композитора Wayland")); });
+    QObject::connect(&keeper, &WaylandKeeper::unsupported, qApp, [] {
+        QCoreApplication::exit(
+            fail(QStringLiteral("композитор этого сеанса Wayland не сообщает об активности"), Unsupported));
+    });
+    keeper.start();
+    return QCoreApplication::exec();
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -66,9 +128,10 @@ int main(int argc, char *argv[])
 
     QCommandLineParser parser;
     const QCommandLineOption portOption(QStringLiteral("port"), QString(), QStringLiteral("port"));
+    const QCommandLineOption sourceOption(QStringLiteral("source"), QString(), QStringLiteral("source"));
     const QCommandLineOption helpOption(QStringLiteral("help"));
     const QCommandLineOption versionOption(QStringLiteral("version"));
-    parser.addOptions({portOption, helpOption, versionOption});
+    parser.addOptions({portOption, sourceOption, helpOption, versionOption});
     if (!parser.parse(QCoreApplication::arguments()) || !parser.positionalArguments().isEmpty())
         return fail(QStringLiteral("неверные аргументы; справка: orvana-watcher --help"), WrongUsage);
     if (parser.isSet(helpOption)) {
@@ -78,6 +141,14 @@ int main(int argc, char *argv[])
     if (parser.isSet(versionOption)) {
         print(stdout, QStringLiteral("orvana-watcher " ORVANA_VERSION));
         return Success;
+    }
+
+    std::optional<SourceKind> source;
+    if (parser.isSet(sourceOption)) {
+        source = sourceNamed(parser.value(sourceOption));
+        if (!source)
+            return fail(QStringLiteral("неизвестный источник «%1»").arg(parser.value(sourceOption)),
+                        WrongUsage);
     }
 
     quint16 port = 0;
@@ -93,16 +164,7 @@ int main(int argc, char *argv[])
                 QStringLiteral("неверное значение «watcher-port» в файле %1").arg(systemConfigFile()));
     }
 
-    QString error;
-    const auto input = InputWatch::open(&error);
-    if (!input)
-        return fail(error);
     ActivityServer server;
-    if (!server.listen(port, &error))
-        return fail(error);
-    QObject::connect(input.get(), &InputWatch::active, &server, &ActivityServer::announce);
-    QObject::connect(input.get(), &InputWatch::lost, &application,
-                     [] { QCoreApplication::exit(fail(QStringLiteral("потеряна связь с X-сервером"))); });
-    print(stdout, QStringLiteral("orvana-watcher: 127.0.0.1:%1").arg(server.port()));
-    return QCoreApplication::exec();
+    server.restore(port, takeKeptSockets());
+    return isX11(source) ? watchX11(server, port) : watchWayland(server, port, source);
 }

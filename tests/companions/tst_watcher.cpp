@@ -1,8 +1,12 @@
 #include "activityserver.h"
+#include "descriptorstore.h"
+#include "fakecompositor.h"
 #include "files.h"
+#include "idlesource.h"
 #include "otheruser.h"
 #include "realinput.h"
 #include "rows.h"
+#include "sourcechoice.h"
 #include "virtualdisplay.h"
 #include "watcherport.h"
 
@@ -12,6 +16,8 @@
 #include <vector>
 
 #include <signal.h>
+
+Q_DECLARE_METATYPE(Session)
 
 namespace {
 
@@ -29,10 +35,12 @@ class Watcher final
 {
 public:
     explicit Watcher(const QStringList &arguments = kAnyPort,
-                     const QString &display = qEnvironmentVariable("DISPLAY"))
+                     const QString &display = qEnvironmentVariable("DISPLAY"),
+                     const QStringList &starter = QStringList())
     {
         process.start(s("env"),
-                      QStringList{s("DISPLAY=") + display, s(ORVANA_WATCHER_EXECUTABLE)} + arguments);
+                      QStringList(s("DISPLAY=") + display) + starter
+                          + QStringList(s(ORVANA_WATCHER_EXECUTABLE)) + arguments);
         while (!process.canReadLine() && process.waitForReadyRead(kStartTimeout)) { }
         port = QString::fromUtf8(process.readLine()).section(s("127.0.0.1:"), 1).trimmed().toUShort();
     }
@@ -55,6 +63,22 @@ public:
     QProcess process;
     quint16 port = 0;
 };
+
+class FakeSource final : public IdleSource
+{
+public:
+    QString name() const override { return QString(); }
+    // "add", "idle" or "use" and a seat.
+    void act(const QString &action)
+    {
+        const quint32 seat = action.rightRef(1).toUInt();
+        if (seat == 0)
+            return;
+        action.startsWith(s("add")) ? addSeat(seat) : setIdle(seat, action.startsWith(s("idle")));
+    }
+};
+
+constexpr char kCompositor[] = "orvana-test";
 
 } // namespace
 
@@ -149,11 +173,147 @@ private slots:
         Watcher({s("--port=65536")}).verifyEnd(2, s("65536"));
         const VirtualDisplay poor(texts({"-extension", "MIT-SCREEN-SAVER"}));
         Watcher(kAnyPort, poor.name()).verifyEnd(1, s("MIT-SCREEN-SAVER"));
+        Watcher({s("--source=wayland")}).verifyEnd(2, s("wayland"));
         VirtualDisplay server;
         Watcher watcher(kAnyPort, server.name());
         QVERIFY(watcher.port != 0);
         server.kill();
         watcher.verifyEnd(1, s("X-сервер"));
+    }
+
+    void choice_data()
+    {
+        addColumns<Session, int>("session", "source");
+        const auto add = [](const char *name, const Session &session, std::optional<SourceKind> source) {
+            QTest::newRow(name) << session << (source ? int(*source) : -1);
+        };
+        using Kind = SourceKind;
+        add("nothing", {}, Kind::X11);
+        add("X11 with a nested compositor", {{}, s("x11"), true, true, true, true}, Kind::X11);
+        add("console with a compositor", {{}, s("tty"), true, false, true, true}, Kind::KWinIdle);
+        add("all", {{}, s("wayland"), true, true, true, true}, Kind::ExtIdle);
+        add("Mutter", {{}, s("wayland"), false, false, false, true}, Kind::Mutter);
+        add("none", {{}, s("wayland"), true}, {});
+        add("X11 wanted", {Kind::X11, s("wayland"), true, true}, Kind::X11);
+        add("another wanted", {Kind::KWinIdle, s("x11"), true, true, true, true}, Kind::KWinIdle);
+        add("what is not there wanted", {Kind::Mutter, s("wayland"), true, true, true}, {});
+    }
+    void choice()
+    {
+        QFETCH(Session, session);
+        const std::optional<SourceKind> source = chooseSource(session);
+        QTEST(source ? int(*source) : -1, "source");
+    }
+
+    // What happens every 200 ms, and how many reports there are within 3.3 s. All at once: it takes long.
+    void idleTimes()
+    {
+        const QString add = s("add 1"), idle = s("idle 1"), use = s("use 1"), no;
+        struct Case
+        {
+            const char *name;
+            QStringList actions;
+            int reports;
+            FakeSource source;
+        };
+        Case cases[] = {
+            {"nobody", {add, idle}, 0, {}},
+            {"in use from the start", {add}, 3, {}},
+            {"at once", {add, idle, use, idle}, 1, {}},
+            {"later", {add, idle, no, no, no, no, no, use, idle}, 1, {}},
+            {"two bursts", {add, idle, use, no, no, no, no, no, no, no, idle}, 2, {}},
+            {"two seats", {add, idle, s("add 2"), s("idle 2"), use, s("use 2"), idle}, 3, {}},
+        };
+        QTimer clock;
+        for (Case &each : cases) {
+            clock.callOnTimeout(&each.source,
+                                [&each, step = 0]() mutable { each.source.act(each.actions.value(step++)); });
+            connect(&each.source, &ActivitySource::active, this, [&each] { --each.reports; });
+        }
+        clock.setTimerType(Qt::PreciseTimer);
+        clock.start(200);
+        QTest::qWait(3500);
+        for (const Case &each : cases)
+            QVERIFY2(each.reports == 0, each.name);
+    }
+
+    // The compositor comes after the watcher, goes, and comes again with something else.
+    void outlivesCompositors()
+    {
+        const QStringList session{s("XDG_SESSION_TYPE=wayland"), s("WAYLAND_DISPLAY=") + s(kCompositor)};
+        Watcher watcher(kAnyPort, QString(), session);
+        const Client client = watcher.connectClient();
+        for (const int version : {2, 1}) {
+            FakeCompositor compositor(kCompositor, version);
+            QTRY_COMPARE_WITH_TIMEOUT(compositor.requests, QByteArray::number(version), kStartTimeout);
+            compositor.say(true);
+            QVERIFY(client->readAll().isEmpty());
+            compositor.say(false);
+            QTRY_COMPARE(client->bytesAvailable(), 1);
+            compositor.say(true);
+            client->readAll();
+            // Silence, as when a program keeps the screen on: only version 2 needs no probe.
+            if (version == 1) {
+                QTRY_VERIFY_WITH_TIMEOUT(client->bytesAvailable() > 0, kStartTimeout);
+                QCOMPARE(compositor.requests, QByteArray("11"));
+                client->readAll();
+            } else {
+                QVERIFY(!QSignalSpy(client.get(), &QTcpSocket::readyRead).wait(5500));
+                QCOMPARE(compositor.requests, QByteArray("2"));
+            }
+        }
+        const FakeCompositor poor(kCompositor, 0);
+        watcher.process.readAllStandardOutput();
+        QTRY_COMPARE_WITH_TIMEOUT(watcher.process.state(), QProcess::NotRunning, 2 * kStartTimeout);
+        watcher.verifyEnd(3, s("Wayland"));
+    }
+
+    void keepsConnectionsWhenKilled()
+    {
+        const QByteArray path = qgetenv("XDG_RUNTIME_DIR") + "/notify";
+        DescriptorStore store(path);
+        const auto start = [&] {
+            return std::make_unique<Watcher>(kAnyPort, qEnvironmentVariable("DISPLAY"),
+                                             QStringList{s("NOTIFY_SOCKET=") + s(path.constData()), s("bash"),
+                                                         s("-c"), store.start(), s("bash")});
+        };
+        auto watcher = start();
+        const quint16 port = watcher->port;
+        const Client client = watcher->connectClient();
+        const Client leaver = watcher->connectClient();
+        QTRY_COMPARE(store.kept().size(), 3U);
+        QTcpServer server; // neither of these may come back
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        QTcpSocket closed;
+        QTcpSocket stranger;
+        closed.connectToHost(QHostAddress::LocalHost, server.serverPort());
+        QVERIFY(closed.waitForConnected() && server.waitForNewConnection(kStartTimeout));
+        store.add("client-closed", ::dup(int(server.nextPendingConnection()->socketDescriptor())));
+        closed.abort();
+        if (const AsUser user(12345); user.changed()) {
+            stranger.connectToHost(QHostAddress::LocalHost, server.serverPort());
+            QVERIFY(server.waitForNewConnection(kStartTimeout));
+            store.add("client-stranger", ::dup(int(server.nextPendingConnection()->socketDescriptor())));
+        }
+        store.add("file", ::open("/dev/null", O_RDONLY));
+        for (int i = 0; i < 3; ++i) {
+            watcher->process.kill();
+            QVERIFY(watcher->process.waitForFinished());
+            const Client queued = watcher->connectClient(); // nobody accepts it yet
+            watcher = start();
+            QCOMPARE(watcher->port, port);
+            QTRY_COMPARE(store.kept().size(), 4U);
+            QVERIFY(pressKeys(s("a")));
+            for (QTcpSocket *each : {client.get(), leaver.get(), queued.get()}) {
+                QTRY_VERIFY_WITH_TIMEOUT(each->bytesAvailable() > 0, kByteTimeout);
+                each->readAll();
+            }
+            queued->abort();
+            QTRY_COMPARE(store.kept().size(), 3U);
+        }
+        leaver->disconnectFromHost();
+        QTRY_COMPARE(store.kept().size(), 2U);
+        QCOMPARE(stranger.bytesAvailable(), 0);
     }
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QObject>
+#include "activitysource.h"
+
 #include <QTimer>
 
 #include <memory>
@@ -9,25 +10,21 @@ class QSocketNotifier;
 
 // Detects use of the keyboard, mouse, touch screen or pen of an X server. Costs nothing while
 // there is none.
-class InputWatch final : public QObject
+class X11Source final : public ActivitySource
 {
     Q_OBJECT
 
 public:
     // Connects to the server of the environment variable DISPLAY. Null on failure, with *error set.
-    static std::unique_ptr<InputWatch> open(QString *error);
-    ~InputWatch() override;
-    Q_DISABLE_COPY_MOVE(InputWatch)
+    static std::unique_ptr<X11Source> open(QString *error);
+    ~X11Source() override;
+    Q_DISABLE_COPY_MOVE(X11Source)
 
-signals:
-    // At most once a second.
-    void active();
-    // The connection is lost; emitted at most once, and last.
-    void lost();
+    QString name() const override;
 
 private:
     struct Connection;
-    explicit InputWatch(std::unique_ptr<Connection> connection);
+    explicit X11Source(std::unique_ptr<Connection> connection);
 
     void select(bool input);
     void readEvents();

@@ -1,4 +1,4 @@
-#include "inputwatch.h"
+#include "x11source.h"
 
 #include <QSocketNotifier>
 
@@ -31,14 +31,14 @@ void stayAlive(Display *, void *isLost)
 
 } // namespace
 
-struct InputWatch::Connection
+struct X11Source::Connection
 {
     std::unique_ptr<Display, CloseDisplay> display;
     int inputExtension = 0;
     bool isLost = false;
 };
 
-std::unique_ptr<InputWatch> InputWatch::open(QString *error)
+std::unique_ptr<X11Source> X11Source::open(QString *error)
 {
     auto connection = std::make_unique<Connection>();
     connection->display.reset(XOpenDisplay(nullptr));
@@ -72,10 +72,10 @@ std::unique_ptr<InputWatch> InputWatch::open(QString *error)
         *error = QStringLiteral("X-сервер не поддерживает расширение XInput версии 2.2");
         return nullptr;
     }
-    return std::unique_ptr<InputWatch>(new InputWatch(std::move(connection)));
+    return std::unique_ptr<X11Source>(new X11Source(std::move(connection)));
 }
 
-InputWatch::InputWatch(std::unique_ptr<Connection> connection)
+X11Source::X11Source(std::unique_ptr<Connection> connection)
     : m_connection(std::move(connection))
     , m_notifier(std::make_unique<QSocketNotifier>(ConnectionNumber(m_connection->display.get()),
                                                    QSocketNotifier::Read))
@@ -83,18 +83,23 @@ InputWatch::InputWatch(std::unique_ptr<Connection> connection)
     m_pause.setTimerType(Qt::PreciseTimer);
     m_pause.setInterval(kInterval);
     m_pause.setSingleShot(true);
-    m_pause.callOnTimeout(this, &InputWatch::resume);
-    connect(m_notifier.get(), &QSocketNotifier::activated, this, &InputWatch::readEvents);
+    m_pause.callOnTimeout(this, &X11Source::resume);
+    connect(m_notifier.get(), &QSocketNotifier::activated, this, &X11Source::readEvents);
     select(true);
     XSync(m_connection->display.get(), False);
     // Events that came with the reply are in the queue of Xlib, of which the notifier does not know.
-    QTimer::singleShot(0, this, &InputWatch::readEvents);
+    QTimer::singleShot(0, this, &X11Source::readEvents);
 }
 
-InputWatch::~InputWatch() = default;
+X11Source::~X11Source() = default;
+
+QString X11Source::name() const
+{
+    return QStringLiteral("X11, ") % QString::fromLocal8Bit(DisplayString(m_connection->display.get()));
+}
 
 // Raw events come from input devices only, not when a program moves the pointer or resets the screen saver.
-void InputWatch::select(bool input)
+void X11Source::select(bool input)
 {
     std::array<unsigned char, XIMaskLen(XI_LASTEVENT)> bits = {};
     if (input) {
@@ -108,7 +113,7 @@ void InputWatch::select(bool input)
     XISelectEvents(display, DefaultRootWindow(display), &mask, 1);
 }
 
-void InputWatch::readEvents()
+void X11Source::readEvents()
 {
     Display *display = m_connection->display.get();
     // XPending() also sends pending requests before it checks for events: when it returns 0, none is
@@ -130,7 +135,7 @@ void InputWatch::readEvents()
     }
 }
 
-void InputWatch::resume()
+void X11Source::resume()
 {
     if (isKeyRepeating())
         report();
@@ -140,7 +145,7 @@ void InputWatch::resume()
 }
 
 // A key that is held down has only one raw event.
-bool InputWatch::isKeyRepeating()
+bool X11Source::isKeyRepeating()
 {
     Display *display = m_connection->display.get();
     std::array<char, 32> pressed = {};
@@ -156,7 +161,7 @@ bool InputWatch::isKeyRepeating()
     return false;
 }
 
-void InputWatch::report()
+void X11Source::report()
 {
     m_pause.start();
     emit active();
