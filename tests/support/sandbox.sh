@@ -31,7 +31,7 @@ export ORVANA_STORAGE_ROOT=$box/storage ORVANA_CONFIG=$box/orvanx.conf
 export LC_ALL=$locale QTEST_DISABLE_STACK_DUMP=1
 # No name server is asked: Qt waits at exit for a lookup whose answer was lost.
 export RES_OPTIONS=attempts:0
-unset ORVANA_SERVICE_URL http_proxy https_proxy HTTP_PROXY HTTPS_PROXY WAYLAND_DISPLAY DBUS_SESSION_BUS_ADDRESS
+unset ORVANA_SERVICE_URL http_proxy https_proxy HTTP_PROXY HTTPS_PROXY WAYLAND_DISPLAY XDG_SESSION_TYPE DBUS_SESSION_BUS_ADDRESS
 
 if [ "$mode" = display ]; then
     : >"$box/display"
