@@ -82,8 +82,11 @@ void KwinScreenshot::onReply(const QDBusMessage &reply)
         emit unavailable();
         return;
     }
-    if (!acceptImage(qdbus_cast<QVariantMap>(reply.arguments().value(0)))) {
-        fail(QStringLiteral("an image that cannot be used"));
+    const auto description = qdbus_cast<QVariantMap>(reply.arguments().value(0));
+    if (!acceptImage(description)) {
+        QString text;
+        QDebug(&text) << "an image that cannot be used:" << description;
+        fail(text);
         return;
     }
     m_hasAnswered = true;
@@ -98,8 +101,6 @@ bool KwinScreenshot::acceptImage(const QVariantMap &description)
     const qint64 height = number(QStringLiteral("height"));
     const qint64 line = number(QStringLiteral("stride"));
     const qint64 format = number(QStringLiteral("format"));
-    qCDebug(lcTracking) << "KWin sends an image of" << width << 'x' << height << "line" << line << "format"
-                        << format;
     if (description.value(QStringLiteral("type")) != QLatin1String("raw") || !isScreenshotSize(width, height)
         || format <= QImage::Format_Invalid || format >= QImage::NImageFormats)
         return false;

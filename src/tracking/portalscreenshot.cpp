@@ -106,7 +106,7 @@ PortalScreenshot::~PortalScreenshot()
 void PortalScreenshot::take(bool mayAsk)
 {
     if (!mayAsk && !QFile::exists(consentFile())) {
-        fail(QStringLiteral("the user has not been asked"), m_reason);
+        fail(QStringLiteral("the user has not consented yet"), m_reason);
         return;
     }
     QDBusConnection bus = QDBusConnection::sessionBus();
