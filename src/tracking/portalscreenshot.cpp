@@ -79,7 +79,7 @@ QImage takeImageFile(const QString &path, QString *problem)
         *problem = QStringLiteral("too large");
         return {};
     }
-    const QImage image = size.isValid() ? reader.read() : QImage();
+    QImage image = size.isValid() ? reader.read() : QImage();
     if (image.isNull())
         *problem = QStringLiteral("no image ") + reader.errorString();
     return image;
