@@ -39,7 +39,8 @@ foreach(component client localservice)
 endforeach()
 add_custom_target(packaged_texts ALL DEPENDS ${gzipped_files})
 
-install(FILES ${here}/${desktop_id}.desktop
+configure_file(${here}/${desktop_id}.desktop ${CMAKE_CURRENT_BINARY_DIR}/packaging/${desktop_id}.desktop @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/packaging/${desktop_id}.desktop
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/applications COMPONENT client)
 configure_file(${here}/${desktop_id}.metainfo.xml ${CMAKE_CURRENT_BINARY_DIR}/packaging/${desktop_id}.metainfo.xml @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/packaging/${desktop_id}.metainfo.xml
@@ -87,7 +88,7 @@ set(CPACK_DEBIAN_CLIENT_PACKAGE_SECTION misc)
 # manager, which runs the watcher.
 set(CPACK_DEBIAN_CLIENT_PACKAGE_RECOMMENDS
     "ca-certificates, libpam-systemd, qttranslations5-l10n, xdg-utils")
-set(CPACK_DEBIAN_CLIENT_PACKAGE_SUGGESTS ${localservice_package})
+set(CPACK_DEBIAN_CLIENT_PACKAGE_SUGGESTS "${localservice_package}, xdg-desktop-portal, xwayland")
 set(CPACK_DEBIAN_CLIENT_PACKAGE_CONTROL_EXTRA ${here}/conffiles)
 set(CPACK_DEBIAN_CLIENT_DESCRIPTION
 "time tracker for a team task service

@@ -17,6 +17,7 @@
 #include "ui/loginform.h"
 #include "ui/mainform.h"
 #include "update/orvanaupdate.h"
+#include "x11/rootwindow.h"
 
 #include <QFile>
 #include <QLibraryInfo>
@@ -24,7 +25,10 @@
 #include <QMessageBox>
 #include <QTranslator>
 
+#include <algorithm>
 #include <csignal>
+#include <cstdio>
+#include <cstring>
 
 #include <malloc.h>
 
@@ -35,6 +39,7 @@ constexpr int kYes = 0;
 constexpr int kNoEscape = -1;
 constexpr int kAlreadyRunning = 1;
 constexpr int kNoStorage = 1;
+constexpr int kNoXServer = 1;
 const QString kAlreadyRunningText =
     QStringLiteral("Только одна копия программы может быть одновременно запущена.");
 
@@ -55,6 +60,16 @@ void prepareProcess()
     std::signal(SIGPIPE, SIG_IGN);
     saveMemory();
     prepareApplication();
+}
+
+// Where it is missing, Qt would abort. An option may name another server or platform.
+bool lacksXServer(int argc, char *argv[])
+{
+    const auto isPlace = [](const char *argument) {
+        return std::strstr(argument, "-platform") || std::strstr(argument, "-display");
+    };
+    return qgetenv("QT_QPA_PLATFORM") == "xcb" && std::none_of(argv, argv + argc, isPlace)
+        && !isXServerReachable();
 }
 
 void setIdentity()
@@ -115,6 +130,13 @@ int main(int argc, char *argv[])
 {
     openOutputs();
     prepareProcess();
+    if (lacksXServer(argc, argv)) {
+        std::fputs(
+            "Нет доступа к X-серверу, поэтому окно программы открыть нельзя. Запустите её в графическом "
+            "сеансе; в сеансе Wayland для этого нужен пакет xwayland.\n",
+            stderr);
+        return kNoXServer;
+    }
     Application application(argc, argv);
     setIdentity();
     loadQtTranslation(application);

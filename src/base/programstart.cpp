@@ -56,6 +56,8 @@ OwnVariable s_variables[] = {
     // A failed request shows that the network is away, and one is sent every minute;
     // polling the interfaces every ten seconds would be wasted.
     {"QT_BEARER_POLL_TIMEOUT", "30000"},
+    // Popups have no place of their own in Wayland; an X server runs there too.
+    {"QT_QPA_PLATFORM", "xcb"},
     {"QT_FONT_DPI", "96", isDpiTooSmall},
 };
 

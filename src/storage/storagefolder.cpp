@@ -26,7 +26,7 @@ bool isReserved(const QString &name)
     for (const char *reserved :
          {".", "..", "cached", "update", "lock", "control", "log.log", "config.ini", ".new-config.ini",
           ".new-config.ini.lock", "update.json", "update.json.lock", ".new-update.json",
-          ".new-update.json.lock", ".orvana.db", "comments.data", "session.json"}) {
+          ".new-update.json.lock", ".orvana.db", "comments.data", "session.json", "screenshots-allowed"}) {
         if (name == QLatin1String(reserved))
             return true;
     }

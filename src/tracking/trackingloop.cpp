@@ -4,10 +4,12 @@
 #include "base/timetexts.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
-#include "tracking/screengrab.h"
+#include "tracking/desktopscreenshot.h"
 #include "tracking/x11_useractivitywatcher.h"
 #include "update/orvanaupdate.h"
 #include "update/updater.h"
+
+#include <utility>
 
 namespace {
 
@@ -22,12 +24,16 @@ constexpr auto kClockStep = 1s;
 constexpr auto kReminder = 30min;
 constexpr auto kTimeSync = 29min;
 constexpr auto kScreenshotPeriod = 5min;
+const QString kOneColour =
+    QStringLiteral("На снимке экрана ничего не видно: он весь одного цвета. Если на экране в это время были "
+                   "окна, обратитесь в техподдержку.");
 
 } // namespace
 
 TrackingLoop::TrackingLoop(Orvana *orvana, QObject *parent)
     : QObject(parent)
     , m_orvana(orvana)
+    , m_desktop(DesktopScreenshot::forSession(orvana->storage(), this))
 {
     // Paid minutes are made of these slices: they may not drift. The monotonic
     // clock behind them stands still while the machine sleeps.
@@ -43,6 +49,8 @@ TrackingLoop::TrackingLoop(Orvana *orvana, QObject *parent)
     setUpTimer(m_syncTimeTimer, "syncTimeTimer", kTimeSync, &TrackingLoop::syncTime);
     setUpTimer(m_screenshotTimer, "screenshotTimer", kScreenshotPeriod, &TrackingLoop::screenshotTimeout);
 
+    connect(m_desktop, &DesktopScreenshot::taken, this, &TrackingLoop::onScreenshotTaken);
+    connect(m_desktop, &DesktopScreenshot::failed, this, &TrackingLoop::onScreenshotFailed);
     connect(orvana, &Orvana::loginOk, this, &TrackingLoop::onLogin);
     connect(orvana->session(), &Orvana::Session::taskClosed, this, &TrackingLoop::closeTask);
     connect(UserActivityWatcher::instance(), &UserActivityWatcher::wasActivity, this,
@@ -77,6 +85,8 @@ void TrackingLoop::startTracking()
     beginMinute();
     m_trackedLogin = m_orvana->session()->login();
     qCDebug(lcTracking) << "Monitor started";
+    // A session that is active already goes on by itself: nobody is there to answer.
+    const bool isUsersWish = !m_orvana->session()->isActive();
     m_orvana->session()->setActive(true);
     m_sendActivityTimer.start();
     m_clockTimer.start();
@@ -84,6 +94,8 @@ void TrackingLoop::startTracking()
     if (!m_screenshotTimer.isActive() && !m_screenshotDue)
         m_screenshotTimer.start();
     m_activityMessageTimer.start();
+    if (isUsersWish)
+        m_desktop->askForConsent();
 }
 
 void TrackingLoop::stopTracking()
@@ -95,6 +107,7 @@ void TrackingLoop::stopTracking()
     m_clockTimer.stop();
     m_screenshotTimer.stop();
     m_activityMessageTimer.stop();
+    dropScreenshot();
     // The unfinished minute is dropped from the display too.
     session->updateSecondsToDisplayedActiveTime();
     session->updateSecondsToDisplayedWorktime();
@@ -107,6 +120,7 @@ void TrackingLoop::onLogin()
     if (m_trackedLogin == login)
         return;
     beginMinute();
+    dropScreenshot();
     m_trackedLogin = login;
 }
 
@@ -148,7 +162,42 @@ void TrackingLoop::sendScreenshot(bool force)
         return;
     m_screenshotDue = false;
     m_screenshotTimer.start();
-    m_orvana->sendScreenshotActivity(grabDesktop());
+    if (m_screenshot != Screenshot::Here) {
+        qCWarning(lcTracking) << "The desktop has not answered the last request for a screenshot";
+        return;
+    }
+    m_screenshot = Screenshot::Awaited;
+    m_desktop->take();
+}
+
+void TrackingLoop::onScreenshotTaken(const QImage &image)
+{
+    if (std::exchange(m_screenshot, Screenshot::Here) != Screenshot::Awaited)
+        return;
+    m_orvana->sendScreenshotActivity(image);
+    if (isOneColour(image))
+        notifyOnce(kOneColour);
+}
+
+void TrackingLoop::onScreenshotFailed(const QString &reason)
+{
+    m_screenshot = Screenshot::Here;
+    notifyOnce(reason);
+}
+
+// One that comes after a stop or for another user must not be sent.
+void TrackingLoop::dropScreenshot()
+{
+    if (m_screenshot == Screenshot::Awaited)
+        m_screenshot = Screenshot::Dropped;
+}
+
+void TrackingLoop::notifyOnce(const QString &text)
+{
+    if (m_notifiedOnce.contains(text))
+        return;
+    m_notifiedOnce.insert(text);
+    m_orvana->notify(text);
 }
 
 void TrackingLoop::clock()

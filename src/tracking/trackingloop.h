@@ -2,11 +2,14 @@
 
 #include <QDateTime>
 #include <QObject>
+#include <QSet>
 #include <QTimer>
 
 #include <chrono>
 
+class DesktopScreenshot;
 class Orvana;
+class QImage;
 
 // Turns working time into counted minutes, reports and screenshots, and polls the service
 // and the updater. Whether tracking runs is the session's active state. The client must
@@ -22,6 +25,7 @@ public:
 public slots:
     // Starts the timers that run in both states.
     void initTimers();
+    // When the user starts it, the desktop may ask them to consent to screenshots.
     void startTracking();
     // Drops the unfinished minute.
     void stopTracking();
@@ -57,8 +61,16 @@ private:
     void setUpTimer(QTimer &timer, const char *name, std::chrono::milliseconds interval, Slot slot);
     void beginMinute();
     void onLogin();
+    void onScreenshotTaken(const QImage &image);
+    void onScreenshotFailed(const QString &reason);
+    void dropScreenshot();
+    void notifyOnce(const QString &text);
+
+    // What becomes of the screenshot that was requested last.
+    enum class Screenshot { Here, Awaited, Dropped };
 
     Orvana *m_orvana;
+    DesktopScreenshot *m_desktop;
     QTimer m_sendActivityTimer{this};
     QTimer m_checkUpdateTimer{this};
     QTimer m_checkNeedCloseTimer{this};
@@ -72,5 +84,7 @@ private:
     qint32 m_activeTicks = 0;
     QDateTime m_lastSendTime;
     bool m_screenshotDue = false;
+    Screenshot m_screenshot = Screenshot::Here;
+    QSet<QString> m_notifiedOnce;
     QString m_trackedLogin;
 };

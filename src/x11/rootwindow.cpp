@@ -95,6 +95,13 @@ QImage rootWindowScreenshot()
     return pixels ? toImage(connection, std::move(pixels), place->width, place->height) : QImage();
 }
 
+bool isXServerReachable()
+{
+    const std::unique_ptr<xcb_connection_t, decltype(&xcb_disconnect)> connection(
+        xcb_connect(nullptr, nullptr), &xcb_disconnect);
+    return xcb_connection_has_error(connection.get()) == 0;
+}
+
 int configuredDpi()
 {
     int number = 0;

@@ -386,6 +386,17 @@ private slots:
         QVERIFY2(output().contains("\"\n\r"), "standard output ends its lines the other way round");
     }
 
+    void withoutXServer()
+    {
+        m_environment.insert(s("XDG_SESSION_TYPE"), s("wayland"));
+        m_environment.remove(s("QT_QPA_PLATFORM"));
+        QVERIFY(endedWith(*start({s("--clean")}), 0));
+        m_environment.insert(s("DISPLAY"), s(":987"));
+        QVERIFY(endedWith(*start({s("--clean")}), 1));
+        QVERIFY(output().contains(s("Нет доступа к X-серверу").toUtf8()));
+        QVERIFY(endedWith(*start({s("--clean"), s("-platform"), s("offscreen")}), 0));
+    }
+
     void misconfigured_data()
     {
         addRows({{"", "orvanx.conf can't be read: "},

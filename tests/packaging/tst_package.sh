@@ -122,7 +122,8 @@ start_companions() {
 
 # As a desktop would. What it starts keeps the outputs open, so they are a file.
 launch() {
-    PATH=$target/usr/bin:$PATH XDG_DATA_DIRS=$target/usr/share gio launch "$entry" >"$TMPDIR/client.log" 2>&1
+    sed "s|^Exec=|&$target|" "$entry" >"$TMPDIR/orvana.desktop"
+    PATH=$target/usr/bin:$PATH XDG_DATA_DIRS=$target/usr/share gio launch "$TMPDIR/orvana.desktop" >"$TMPDIR/client.log" 2>&1
 }
 
 prepare_target
