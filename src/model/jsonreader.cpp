@@ -1,5 +1,7 @@
 #include "model/jsonreader.h"
 
+#include <algorithm>
+#include <cstring>
 #include <limits>
 
 namespace QtJson {
@@ -7,71 +9,109 @@ namespace QtJson {
 namespace {
 
 constexpr int kSafeDigits = std::numeric_limits<uint>::digits10;
+constexpr int kHexDigits = 4;
+constexpr int kLongestMark = 2; // texts as short as this are shared
+
+bool isDigit(ushort c)
+{
+    return c >= '0' && c <= '9';
+}
 
 bool isNumberUnit(ushort c)
 {
-    return (c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.' || c == 'e' || c == 'E';
+    return isDigit(c) || c == '+' || c == '-' || c == '.' || c == 'e' || c == 'E';
+}
+
+// Four hexadecimal digits, or what else Qt takes for a number.
+ushort codeUnit(const ushort *digits)
+{
+    uint value = 0;
+    for (int i = 0; i < kHexDigits; ++i) {
+        const ushort c = digits[i];
+        const ushort lower = c | 0x20U;
+        if (isDigit(c))
+            value = value * 16 + (c - '0');
+        else if (lower >= 'a' && lower <= 'f')
+            value = value * 16 + (lower - 'a' + 10);
+        else
+            return QString::fromUtf16(digits, kHexDigits).toUShort(nullptr, 16);
+    }
+    return static_cast<ushort>(value);
 }
 
 } // namespace
 
 QVariant Reader::readValue()
 {
+    QVariant value;
+    readInto(value);
+    return value;
+}
+
+// Into an invalid variant, which stays one after an error.
+void Reader::readInto(QVariant &value)
+{
     if (!m_ok)
-        return {};
-    switch (peekToken()) {
-    case Token::String: {
+        return;
+    const ushort c = peek();
+    switch (c) {
+    case '"': {
         QString storage;
         const QStringView text = readString(storage);
-        return storage.isNull() ? text.toString() : storage;
+        if (!storage.isNull())
+            value = storage;
+        else if (text.size() > 0 && text.size() <= kLongestMark)
+            value = shared(text);
+        else
+            value = text.toString();
+        return;
     }
-    case Token::Number:
-        return readNumber();
-    case Token::ObjectOpen: {
-        QVariantMap map;
-        readObject([&](QStringView key) {
-            const QString name = shared(key);
-            map.insert(name, readValue());
+    case '{':
+        // Filled where it is: a copy would cost as much as a short one.
+        value = QVariantMap();
+        readObject([&, map = static_cast<QVariantMap *>(value.data())](QStringView key) {
+            readInto(*map->insert(shared(key), QVariant()));
         });
-        return m_ok ? QVariant(map) : QVariant();
-    }
-    case Token::ArrayOpen: {
-        QVariantList list;
-        readArray([&] { list.append(readValue()); });
-        return m_ok ? QVariant(list) : QVariant();
-    }
-    case Token::True:
-        nextToken();
-        return true;
-    case Token::False:
-        nextToken();
-        return false;
-    case Token::Null:
-        nextToken();
-        return {};
-    case Token::None:
-    case Token::ObjectClose:
-    case Token::ArrayClose:
-    case Token::Colon:
-    case Token::Comma:
         break;
+    case '[':
+        value = QVariantList();
+        readArray([&, list = static_cast<QVariantList *>(value.data())] {
+            list->append(QVariant());
+            readInto(list->last());
+        });
+        break;
+    case 't':
+    case 'f':
+    case 'n':
+        m_ok = startsToken(c);
+        if (!m_ok)
+            return;
+        m_at += c == 'f' ? 5 : 4;
+        if (c != 'n')
+            value = c == 't';
+        return;
+    default:
+        m_ok = c == '-' || isDigit(c);
+        if (m_ok)
+            value = readNumber();
     }
-    m_ok = false;
-    return {};
+    if (!m_ok)
+        value = QVariant();
 }
 
 void Reader::skipValue()
 {
     if (!m_ok)
         return;
-    switch (peekToken()) {
-    case Token::String:
+    switch (peek()) {
+    case '"':
+        ++m_at;
         skipString();
         break;
-    case Token::ObjectOpen:
+    case '{':
         readObject([this](QStringView) { skipValue(); });
         break;
-    case Token::ArrayOpen:
+    case '[':
         readArray([this] { skipValue(); });
         break;
     default:
@@ -79,24 +119,24 @@ void Reader::skipValue()
     }
 }
 
+// To the end of the string the position is in.
 void Reader::skipString()
 {
-    constexpr int hexDigits = 4;
-    for (++m_index; m_index < m_size; ++m_index) {
-        if (m_text[m_index] == '"') {
-            ++m_index;
+    for (; m_at < m_end; ++m_at) {
+        if (*m_at == '"') {
+            ++m_at;
             return;
         }
-        if (m_text[m_index] == '\\' && ++m_index < m_size && m_text[m_index] == 'u')
-            m_index += hexDigits;
+        if (*m_at == '\\' && ++m_at < m_end && *m_at == 'u')
+            m_at += std::min<qptrdiff>(kHexDigits, m_end - m_at - 1);
     }
-    m_index = m_size;
+    m_at = m_end;
     m_ok = false;
 }
 
 QString Reader::readText(const QString &expected)
 {
-    if (!m_ok || peekToken() != Token::String)
+    if (!m_ok || peek() != '"')
         return readScalar().toString();
     // A null text is stored in another form than an empty one.
     if (!expected.isNull() && skipExpected(expected))
@@ -108,116 +148,91 @@ QString Reader::readText(const QString &expected)
 
 QStringView Reader::readTextView(QString &storage)
 {
-    if (m_ok && peekToken() == Token::String)
+    if (m_ok && peek() == '"')
         return readString(storage);
     storage = readScalar().toString();
     return storage;
 }
 
-QString Reader::shared(QStringView key)
+const QString &Reader::shared(QStringView text)
 {
-    const auto size = static_cast<size_t>(key.size());
-    const size_t slot = key.isEmpty() ? 0 : (size * 7 + key.front().unicode() + key.back().unicode() * 3u);
-    QString &known = m_keys[slot % m_keys.size()];
-    if (known != key)
-        known = key.toString();
+    const auto size = static_cast<size_t>(text.size());
+    const size_t slot = text.isEmpty() ? 0 : (size * 7 + text.front().unicode() + text.back().unicode() * 3U);
+    QString &known = m_shared[slot % m_shared.size()];
+    if (static_cast<size_t>(known.size()) != size
+        || std::memcmp(known.constData(), text.data(), size * sizeof(QChar)) != 0)
+        known = text.toString();
     return known;
 }
 
-void Reader::eatWhitespace()
+// Any value, or what cannot be one but is read as one.
+bool Reader::startsToken(ushort c) const
 {
-    while (m_index < m_size) {
-        const ushort c = m_text[m_index];
-        if (c != ' ' && c != '\t' && c != '\n' && c != '\r')
-            return;
-        ++m_index;
-    }
-}
-
-bool Reader::hasWord(int index, const char *word, int length) const
-{
-    if (m_size - index < length)
-        return false;
-    for (int i = 0; i < length; ++i) {
-        if (m_text[index + i] != static_cast<ushort>(word[i]))
-            return false;
-    }
-    return true;
-}
-
-Reader::Token Reader::peekToken()
-{
-    eatWhitespace();
-    int index = m_index;
-    return tokenAt(index);
-}
-
-Reader::Token Reader::nextToken()
-{
-    eatWhitespace();
-    return tokenAt(m_index);
-}
-
-// At the end of the text, or before something that is no token, the position
-// stays. A word token may be followed by anything.
-Reader::Token Reader::tokenAt(int &index) const
-{
-    if (index >= m_size)
-        return Token::None;
-    const ushort c = m_text[index];
-    const auto take = [&index](int length, Token token) {
-        index += length;
-        return token;
+    const auto isWord = [this](const char *word) {
+        const ushort *at = m_at;
+        while (*word && at != m_end && *at == static_cast<ushort>(*word)) {
+            ++at;
+            ++word;
+        }
+        return *word == '\0';
     };
     switch (c) {
-    case '{':
-        return take(1, Token::ObjectOpen);
-    case '}':
-        return take(1, Token::ObjectClose);
-    case '[':
-        return take(1, Token::ArrayOpen);
-    case ']':
-        return take(1, Token::ArrayClose);
-    case ':':
-        return take(1, Token::Colon);
-    case ',':
-        return take(1, Token::Comma);
     case '"':
-        return take(1, Token::String);
+    case '{':
+    case '}':
+    case '[':
+    case ']':
+    case ':':
+    case ',':
     case '-':
-        return take(1, Token::Number);
+        return true;
     case 't':
-        return hasWord(index, "true", 4) ? take(4, Token::True) : Token::None;
+        return isWord("true");
     case 'f':
-        return hasWord(index, "false", 5) ? take(5, Token::False) : Token::None;
+        return isWord("false");
     case 'n':
-        return hasWord(index, "null", 4) ? take(4, Token::Null) : Token::None;
+        return isWord("null");
     default:
-        return c >= '0' && c <= '9' ? take(1, Token::Number) : Token::None;
+        return isDigit(c);
     }
+}
+
+// Past commas, leading, doubled and trailing ones too, to the next element. False at the
+// closing bracket, past which it moves, and after an error.
+bool Reader::stepTo(ushort closing)
+{
+    ushort c = peek();
+    while (m_ok && c == ',') {
+        ++m_at;
+        c = peek();
+    }
+    if (!m_ok)
+        return false;
+    if (c != closing)
+        return m_ok = startsToken(c);
+    ++m_at;
+    return false;
 }
 
 // Numbers are typed by how they are written: with a point a double, else the smallest of
 // the 32-bit and 64-bit integers that holds them, else the text itself.
 QVariant Reader::readNumber()
 {
-    eatWhitespace();
-    const int start = m_index;
+    const ushort *start = m_at;
     bool hasPoint = false;
     bool isPlain = true;
-    for (; m_index < m_size && isNumberUnit(m_text[m_index]); ++m_index) {
-        const ushort c = m_text[m_index];
-        hasPoint = hasPoint || c == '.';
-        if ((c < '0' || c > '9') && !(c == '-' && m_index == start))
+    for (; m_at != m_end && isNumberUnit(*m_at); ++m_at) {
+        hasPoint = hasPoint || *m_at == '.';
+        if (!isDigit(*m_at) && !(*m_at == '-' && m_at == start))
             isPlain = false;
     }
-    if (isPlain && m_text[start] != '-' && m_index - start <= kSafeDigits) {
+    if (isPlain && *start != '-' && m_at - start <= kSafeDigits) {
         uint value = 0;
-        for (int i = start; i < m_index; ++i)
-            value = value * 10 + (m_text[i] - '0');
+        for (const ushort *digit = start; digit != m_at; ++digit)
+            value = value * 10 + (*digit - '0');
         return value;
     }
-    const QString run = view(start, m_index).toString();
+    const QString run = view(start, m_at).toString();
     bool ok = false;
     if (hasPoint) {
         const double value = run.toDouble(&ok);
@@ -225,7 +240,7 @@ QVariant Reader::readNumber()
     }
     if (!isPlain)
         return run;
-    if (m_text[start] != '-') {
+    if (*start != '-') {
         const qulonglong value = run.toULongLong(&ok);
         if (!ok)
             return run;
@@ -242,33 +257,36 @@ QVariant Reader::readNumber()
 }
 
 // A view of the text itself when the string has no escapes, and storage stays null;
-// otherwise a view of storage.
+// otherwise a view of storage. The position is at a unit that is taken for the quote.
 QStringView Reader::readString(QString &storage)
 {
-    eatWhitespace();
-    if (m_index < m_size)
-        ++m_index;
-    const int start = m_index;
-    while (m_index < m_size && m_text[m_index] != '"' && m_text[m_index] != '\\')
-        ++m_index;
-    if (m_index < m_size && m_text[m_index] == '"')
-        return view(start, m_index++);
-    storage = view(start, m_index).toString();
-    if (storage.isNull())
-        storage = QLatin1String("");
-    while (m_index < m_size) {
-        const ushort c = m_text[m_index++];
-        if (c == '"')
-            return storage;
-        if (c != '\\') {
-            storage.append(QChar(c));
-            continue;
-        }
-        if (m_index >= m_size || !appendEscape(storage))
-            break;
+    const ushort *start = ++m_at;
+    const ushort *at = start;
+    while (at < m_end && *at != '"' && *at != '\\')
+        ++at;
+    m_at = at;
+    if (at < m_end && *at == '"') {
+        ++m_at;
+        return view(start, at);
     }
-    m_ok = false;
-    return {};
+    skipString();
+    if (!m_ok)
+        return {};
+    const ushort *end = m_at - 1;
+    const auto longest = static_cast<int>(end - start);
+    storage = QString(longest, Qt::Uninitialized);
+    auto *const first = reinterpret_cast<ushort *>(storage.data());
+    ushort *out = std::copy(start, at, first);
+    while (at != end) {
+        if (*at == '\\')
+            at = unescape(at + 1, out);
+        else
+            *out++ = *at++;
+    }
+    storage.truncate(static_cast<int>(out - first));
+    if (storage.size() < longest / 2)
+        storage.squeeze();
+    return storage;
 }
 
 QVariant Reader::readScalar()
@@ -283,67 +301,60 @@ QVariant Reader::readScalar()
 // for the rarer escapes, returns false and the position stays.
 bool Reader::skipExpected(const QString &expected)
 {
-    eatWhitespace();
-    int index = m_index + 1;
+    const ushort *at = m_at + 1;
     for (const QChar unit : expected) {
-        if (index >= m_size)
+        if (at == m_end)
             return false;
-        ushort c = m_text[index++];
+        ushort c = *at++;
         if (c == '"')
             return false;
         if (c == '\\') {
-            c = index < m_size ? m_text[index++] : ushort(0);
+            c = at != m_end ? *at++ : ushort(0);
             if (c != '"' && c != '\\' && c != '/')
                 return false;
         }
         if (c != unit.unicode())
             return false;
     }
-    if (index >= m_size || m_text[index] != '"')
+    if (at == m_end || *at != '"')
         return false;
-    m_index = index + 1;
+    m_at = at + 1;
     return true;
 }
 
-// The position is after the backslash. Unknown escapes are dropped; each \u group is
-// one code unit, a broken one the unit 0.
-bool Reader::appendEscape(QString &result)
+// Of what follows a backslash; returns the place after it. Unknown escapes are dropped; each
+// \u group is one code unit, a broken one the unit 0.
+const ushort *Reader::unescape(const ushort *at, ushort *&out)
 {
-    const ushort c = m_text[m_index++];
+    const ushort c = *at++;
     switch (c) {
     case '"':
     case '\\':
     case '/':
-        result.append(QChar(c));
+        *out++ = c;
         break;
     case 'b':
-        result.append(QLatin1Char('\b'));
+        *out++ = '\b';
         break;
     case 'f':
-        result.append(QLatin1Char('\f'));
+        *out++ = '\f';
         break;
     case 'n':
-        result.append(QLatin1Char('\n'));
+        *out++ = '\n';
         break;
     case 'r':
-        result.append(QLatin1Char('\r'));
+        *out++ = '\r';
         break;
     case 't':
-        result.append(QLatin1Char('\t'));
+        *out++ = '\t';
         break;
-    case 'u': {
-        if (m_size - m_index < 4)
-            return false;
-        bool ok = false;
-        const ushort unit = view(m_index, m_index + 4).toString().toUShort(&ok, 16);
-        result.append(QChar(ok ? unit : ushort(0)));
-        m_index += 4;
-        break;
-    }
+    case 'u':
+        *out++ = codeUnit(at);
+        return at + kHexDigits;
     default:
         break;
     }
-    return true;
+    return at;
 }
 
 } // namespace QtJson

@@ -15,14 +15,14 @@ class Reader final
 {
 public:
     explicit Reader(const QString &text)
-        : m_text(text.utf16())
-        , m_size(text.size())
+        : m_at(text.utf16())
+        , m_end(m_at + text.size())
     { }
     Q_DISABLE_COPY_MOVE(Reader)
 
     bool isOk() const { return m_ok; }
-    bool isAtArray() { return m_ok && peekToken() == Token::ArrayOpen; }
-    bool isAtObject() { return m_ok && peekToken() == Token::ObjectOpen; }
+    bool isAtArray() { return m_ok && peek() == '['; }
+    bool isAtObject() { return m_ok && peek() == '{'; }
 
     // Each of these reads exactly one value.
     QVariant readValue();
@@ -36,77 +36,38 @@ public:
     // The same without a copy where possible: valid as long as storage and the text are.
     QStringView readTextView(QString &storage);
 
-    // Calls onElement() before each element; it must read one value. The
-    // reader must be at an array.
+    // Calls onElement() before each element; it must read one value. Only where
+    // isAtArray().
     template <typename OnElement>
     void readArray(OnElement onElement)
     {
         const Nesting nesting(*this);
-        nextToken();
-        while (m_ok) {
-            switch (peekToken()) {
-            case Token::None:
-                m_ok = false;
-                break;
-            case Token::Comma: // leading, doubled and trailing ones too
-                nextToken();
-                break;
-            case Token::ArrayClose:
-                nextToken();
-                return;
-            default:
-                onElement();
-            }
-        }
+        ++m_at;
+        while (stepTo(']'))
+            onElement();
     }
 
     // Calls onMember(QStringView key) before each member's value; it must read that
-    // value. The key is valid until then. The reader must be at an object.
+    // value. The key is valid until then. Only where isAtObject().
     template <typename OnMember>
     void readObject(OnMember onMember)
     {
         const Nesting nesting(*this);
-        nextToken();
-        while (m_ok) {
-            switch (peekToken()) {
-            case Token::None:
+        ++m_at;
+        while (stepTo('}')) {
+            // A key is read as a string whatever it starts with.
+            QString storage;
+            const QStringView key = readString(storage);
+            if (m_ok && peek() != ':')
                 m_ok = false;
-                break;
-            case Token::Comma:
-                nextToken();
-                break;
-            case Token::ObjectClose:
-                nextToken();
+            if (!m_ok)
                 return;
-            default: {
-                // A key is read as a string whatever it starts with.
-                QString storage;
-                const QStringView key = readString(storage);
-                if (m_ok && nextToken() != Token::Colon)
-                    m_ok = false;
-                if (m_ok)
-                    onMember(key);
-            }
-            }
+            ++m_at;
+            onMember(key);
         }
     }
 
 private:
-    enum class Token {
-        None,
-        ObjectOpen,
-        ObjectClose,
-        ArrayOpen,
-        ArrayClose,
-        Colon,
-        Comma,
-        String,
-        Number,
-        True,
-        False,
-        Null
-    };
-
     // Bounds the depth, so that hostile text cannot exhaust the stack.
     class Nesting
     {
@@ -125,29 +86,34 @@ private:
         Reader &m_reader;
     };
 
-    void eatWhitespace();
-    Token tokenAt(int &index) const;
-    Token nextToken();
-    Token peekToken();
-    bool hasWord(int index, const char *word, int length) const;
+    // The next unit that is no white space, 0 at the end.
+    ushort peek()
+    {
+        while (m_at != m_end && (*m_at == ' ' || *m_at == '\t' || *m_at == '\n' || *m_at == '\r'))
+            ++m_at;
+        return m_at == m_end ? ushort(0) : *m_at;
+    }
+    bool stepTo(ushort closing);
+    bool startsToken(ushort c) const;
+    void readInto(QVariant &value);
     QVariant readNumber();
     QStringView readString(QString &storage);
     bool skipExpected(const QString &expected);
     void skipString();
-    bool appendEscape(QString &result);
-    QString shared(QStringView key);
-    QStringView view(int from, int to) const
+    static const ushort *unescape(const ushort *at, ushort *&out);
+    // Valid until the next call.
+    const QString &shared(QStringView text);
+    static QStringView view(const ushort *from, const ushort *to)
     {
-        return QStringView(reinterpret_cast<const QChar *>(m_text + from), to - from);
+        return QStringView(reinterpret_cast<const QChar *>(from), to - from);
     }
 
-    const ushort *m_text;
-    int m_size;
-    int m_index = 0;
+    const ushort *m_at;
+    const ushort *m_end;
     int m_depth = 0;
     bool m_ok = true;
-    // Objects of a list have the same few keys; one text serves them all.
-    std::array<QString, 64> m_keys;
+    // Objects of a list have the same few keys and marks; one text serves them all.
+    std::array<QString, 64> m_shared;
 };
 
 } // namespace QtJson

@@ -7,6 +7,9 @@
 #include <QHash>
 #include <QSet>
 
+#include <algorithm>
+#include <cstring>
+
 namespace {
 
 constexpr int kMaxLoggedBody = 64 * 1024;
@@ -316,8 +319,11 @@ QTime parseMinutes(const QVariant &value)
 
 QString textOfBody(const QByteArray &body)
 {
-    // Qt's conversion ends at the first NUL byte.
-    return body.isEmpty() ? QString() : QString::fromUtf8(body);
+    if (body.isEmpty())
+        return {};
+    const char *start = body.constData();
+    const auto *nul = static_cast<const char *>(std::memchr(start, '\0', static_cast<size_t>(body.size())));
+    return QString::fromUtf8(start, std::max(0, nul ? static_cast<int>(nul - start) : body.size()));
 }
 
 // Directly from the text: building a tree of variants for tens of thousands of tasks
