@@ -5,24 +5,28 @@
 
 namespace {
 
-using Positions = QHash<QString, QVector<int>>;
-
-// Ids are unique; were one repeated thousands of times in both lists, the work would
-// be the product of their lengths.
-constexpr int kMaxPositions = 16;
-
-Positions positionsById(const QList<Task> &tasks)
+// Where an id stands in a list: ids are unique, of a repeated one the first two places count.
+// Were all counted, the work would be the product of the lists' lengths.
+struct Places
 {
-    Positions positions;
-    positions.reserve(tasks.size());
+    int first = -1;
+    int second = -1;
+};
+
+QHash<QString, Places> placesById(const QList<Task> &tasks)
+{
+    QHash<QString, Places> places;
+    places.reserve(tasks.size());
     for (int i = 0; i < tasks.size(); ++i) {
         if (tasks.at(i).isCatchAll())
             continue;
-        QVector<int> &ofId = positions[tasks.at(i).id];
-        if (ofId.size() < kMaxPositions)
-            ofId.append(i);
+        Places &ofId = places[tasks.at(i).id];
+        if (ofId.first < 0)
+            ofId.first = i;
+        else if (ofId.second < 0)
+            ofId.second = i;
     }
-    return positions;
+    return places;
 }
 
 QSet<QString> idsOf(const QList<Team> &teams)
@@ -70,20 +74,20 @@ QVector<TeamChange> teamChanges(const QList<Team> &oldTeams, const QList<Team> &
 QVector<TaskChange> taskChanges(const QList<Task> &oldTasks, const QList<Task> &newTasks, bool trackDeadlines)
 {
     QVector<TaskChange> changes;
-    const Positions oldPositions = positionsById(oldTasks);
-    const Positions newPositions = positionsById(newTasks);
+    const QHash<QString, Places> oldPlaces = placesById(oldTasks);
+    const QHash<QString, Places> newPlaces = placesById(newTasks);
 
     for (const Task &task : newTasks) {
         if (task.isCatchAll())
             continue;
-        const auto found = oldPositions.constFind(task.id);
-        if (found != oldPositions.constEnd())
-            appendChangesOfTask(oldTasks.at(found->first()), task, changes);
+        const int place = oldPlaces.value(task.id).first;
+        if (place >= 0)
+            appendChangesOfTask(oldTasks.at(place), task, changes);
         else
             changes.append({task.isBlocking() ? BlockingTaskAdded : TaskAdded, Task(), task});
     }
     for (const Task &task : oldTasks) {
-        if (!task.isCatchAll() && !newPositions.contains(task.id))
+        if (!task.isCatchAll() && !newPlaces.contains(task.id))
             changes.append({TaskGone, task, Task()});
     }
     if (!trackDeadlines)
@@ -91,10 +95,10 @@ QVector<TaskChange> taskChanges(const QList<Task> &oldTasks, const QList<Task> &
     for (const Task &task : oldTasks) {
         if (task.isCatchAll())
             continue;
-        const QVector<int> positions = newPositions.value(task.id);
-        for (const int position : positions) {
-            if (!isSameMoment(task.deadline, newTasks.at(position).deadline))
-                changes.append({DeadlineChanged, task, newTasks.at(position)});
+        const Places places = newPlaces.value(task.id);
+        for (const int place : {places.first, places.second}) {
+            if (place >= 0 && !isSameMoment(task.deadline, newTasks.at(place).deadline))
+                changes.append({DeadlineChanged, task, newTasks.at(place)});
         }
     }
     return changes;

@@ -7,6 +7,13 @@
 #include <algorithm>
 #include <iterator>
 
+namespace {
+
+// In one reply. Each line takes as long as everything else about its task.
+constexpr int kMaxLoggedTasks = 1000;
+
+} // namespace
+
 Orvana::Session::Session(Orvana *owner, QObject *parent)
     : QObject(parent)
     , m_owner(owner)
@@ -50,6 +57,9 @@ void Orvana::Session::clear()
 void Orvana::Session::addTeamsData(const QList<Team> &teams)
 {
     m_triedFirstSave = false;
+    if (m_addedTasks > kMaxLoggedTasks)
+        qCDebug(lcService) << "Tasks added in all:" << m_addedTasks;
+    m_addedTasks = 0;
     m_lists.settle();
     // Nothing is news on a user's very first load.
     if (m_files.hasTeamsFile()) {
@@ -98,8 +108,9 @@ void Orvana::Session::announceTaskChanges(const QList<Task> &tasks, const QStrin
             break;
         case TaskAdded:
         case BlockingTaskAdded:
-            qCDebug(lcService) << (change.type == TaskAdded ? "Task added" : "Task blocked added")
-                               << change.newTask.title << change.newTask.id;
+            if (++m_addedTasks <= kMaxLoggedTasks)
+                qCDebug(lcService) << (change.type == TaskAdded ? "Task added" : "Task blocked added")
+                                   << change.newTask.title << change.newTask.id;
             Q_FALLTHROUGH();
         default:
             m_owner->notify(change.newTask.title, change.type, change.newTask.id);

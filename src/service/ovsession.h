@@ -113,6 +113,8 @@ private:
     WorkDay m_day;
     QDateTime m_clearedAt;
     TaskLists m_lists;
-    bool m_triedFirstSave = false; // since the last list of teams
+    // Since the last list of teams:
+    bool m_triedFirstSave = false;
+    int m_addedTasks = 0;
     SessionFiles m_files;
 };

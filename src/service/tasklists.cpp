@@ -54,8 +54,11 @@ QList<Task> TaskLists::all() const
     settle();
     QList<Task> all;
     QSet<QString> seen;
-    for (const List &list : qAsConst(m_lists)) {
-        for (const Task &task : list.tasks) {
+    QStringList teamIds = m_lists.keys();
+    std::sort(teamIds.begin(), teamIds.end());
+    for (const QString &teamId : qAsConst(teamIds)) {
+        const QList<Task> tasks = m_lists.value(teamId).tasks;
+        for (const Task &task : tasks) {
             if (!seen.contains(task.id)) {
                 seen.insert(task.id);
                 all.append(task);

@@ -3,7 +3,6 @@
 #include "model/records.h"
 
 #include <QHash>
-#include <QMap>
 #include <QSet>
 
 // What the service has said of a user's teams: their names, the tasks of each and the
@@ -72,7 +71,7 @@ private:
     void settle(const QString &teamId, List &list) const;
 
     QList<Team> m_teams;
-    mutable QMap<QString, List> m_lists;
+    mutable QHash<QString, List> m_lists;
     mutable QHash<QString, Event> m_events; // by task id
     quint32 m_moment = 0; // counts events
     QHash<QString, TaskInfo> m_infos;

@@ -91,7 +91,8 @@ bool SettingsFile::exists() const
 void SettingsFile::setValue(const QString &key, const QVariant &value)
 {
     m_values.insert(key, value);
-    m_unsaved.insert(key, value);
+    if (mustLoad())
+        m_unsaved.insert(key, value);
 }
 
 void SettingsFile::clear()
@@ -167,8 +168,7 @@ bool SettingsFile::save()
         lock.setStaleLockTime(kLockPatience);
         lock.tryLock(kLockPatience);
     }
-    const bool mustLoad = m_use == Use::Shared || !m_isLoaded;
-    if (mustLoad ? !load() : !repairSettings(m_path))
+    if (mustLoad() ? !load() : !repairSettings(m_path))
         return false;
     const QString newName = newNameOf(m_path);
     if (!writeTo(newName) || !rename(newName, m_path)) {

@@ -40,6 +40,8 @@ public:
 private:
     using Values = QMap<QString, QVariant>;
 
+    // Before each save, because the file may hold other values than those in memory.
+    bool mustLoad() const { return m_use == Use::Shared || !m_isLoaded; }
     bool load();
     bool writeTo(const QString &path) const;
 
@@ -47,7 +49,7 @@ private:
     Use m_use = Use::Own;
     bool m_isLoaded = false;
     Values m_values;
-    Values m_unsaved; // of these, what was set since the last save
+    Values m_unsaved; // of these, what was set since the last save and a load must not replace
 };
 
 // Moves aside what cannot be used in the place of a settings file, as reading and saving do.
