@@ -1,33 +1,10 @@
 #include "service/listchanges.h"
 
-#include <QHash>
+#include "service/taskindex.h"
+
 #include <QSet>
 
 namespace {
-
-// Where an id stands in a list: ids are unique, of a repeated one the first two places count.
-// Were all counted, the work would be the product of the lists' lengths.
-struct Places
-{
-    int first = -1;
-    int second = -1;
-};
-
-QHash<QString, Places> placesById(const QList<Task> &tasks)
-{
-    QHash<QString, Places> places;
-    places.reserve(tasks.size());
-    for (int i = 0; i < tasks.size(); ++i) {
-        if (tasks.at(i).isCatchAll())
-            continue;
-        Places &ofId = places[tasks.at(i).id];
-        if (ofId.first < 0)
-            ofId.first = i;
-        else if (ofId.second < 0)
-            ofId.second = i;
-    }
-    return places;
-}
 
 QSet<QString> idsOf(const QList<Team> &teams)
 {
@@ -74,20 +51,20 @@ QVector<TeamChange> teamChanges(const QList<Team> &oldTeams, const QList<Team> &
 QVector<TaskChange> taskChanges(const QList<Task> &oldTasks, const QList<Task> &newTasks, bool trackDeadlines)
 {
     QVector<TaskChange> changes;
-    const QHash<QString, Places> oldPlaces = placesById(oldTasks);
-    const QHash<QString, Places> newPlaces = placesById(newTasks);
+    const TaskIndex oldIndex(oldTasks);
+    const TaskIndex newIndex(newTasks);
 
     for (const Task &task : newTasks) {
         if (task.isCatchAll())
             continue;
-        const int place = oldPlaces.value(task.id).first;
+        const int place = oldIndex.placesOf(task.id).first;
         if (place >= 0)
             appendChangesOfTask(oldTasks.at(place), task, changes);
         else
             changes.append({task.isBlocking() ? BlockingTaskAdded : TaskAdded, Task(), task});
     }
     for (const Task &task : oldTasks) {
-        if (!task.isCatchAll() && !newPlaces.contains(task.id))
+        if (!task.isCatchAll() && !newIndex.contains(task.id))
             changes.append({TaskGone, task, Task()});
     }
     if (!trackDeadlines)
@@ -95,8 +72,8 @@ QVector<TaskChange> taskChanges(const QList<Task> &oldTasks, const QList<Task> &
     for (const Task &task : oldTasks) {
         if (task.isCatchAll())
             continue;
-        const Places places = newPlaces.value(task.id);
-        for (const int place : {places.first, places.second}) {
+        const auto [first, second] = newIndex.placesOf(task.id);
+        for (const int place : {first, second}) {
             if (place >= 0 && !isSameMoment(task.deadline, newTasks.at(place).deadline))
                 changes.append({DeadlineChanged, task, newTasks.at(place)});
         }

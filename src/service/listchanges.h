@@ -17,6 +17,7 @@ struct TaskChange
     Task oldTask; // empty for an added task
     Task newTask; // empty for a task that is gone
 };
+Q_DECLARE_TYPEINFO(TaskChange, Q_MOVABLE_TYPE);
 
 // The changes of a list in the order in which they are announced: for teams the
 // new ones, then those that are gone; for tasks what happened to each task of

@@ -2,13 +2,14 @@
 
 #include "model/json.h"
 #include "model/jsonreader.h"
+#include "service/taskindex.h"
 #include "service/tasklists.h"
 
-#include <QHash>
 #include <QSet>
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 namespace {
 
@@ -91,15 +92,13 @@ public:
     // Moves to the task with the id; without one, stays and returns an empty task.
     const Task &moveTo(const QString &id)
     {
-        if (m_positions.isEmpty()) {
-            m_positions.reserve(m_tasks.size());
-            for (int i = 0; i < m_tasks.size(); ++i)
-                m_positions.insert(m_tasks.at(i).id, i);
-        }
-        const int found = m_positions.value(id, m_tasks.size());
-        if (found < m_tasks.size())
-            m_next = found;
-        return at(found);
+        if (!m_index)
+            m_index = std::make_unique<TaskIndex>(m_tasks);
+        const int found = m_index->placesOf(id).first;
+        if (found < 0)
+            return at(m_tasks.size());
+        m_next = found;
+        return next();
     }
     void advance() { ++m_next; }
 
@@ -111,7 +110,7 @@ private:
     }
 
     QList<Task> m_tasks;
-    QHash<QString, int> m_positions;
+    std::unique_ptr<TaskIndex> m_index;
     int m_next = 0;
 };
 
