@@ -249,13 +249,30 @@ void Orvana::processTeamsAndTasksReply(QNetworkReply *reply)
     parseTeamsAndTasksReply(body);
 }
 
+// Most replies are the same as the one before.
+QList<TeamTasks> Orvana::teamsAndTasksOf(const QByteArray &body)
+{
+    const TaskLists &known = m_session->lists();
+    QList<TeamTasks> all;
+    if (known.areFrom(body)) {
+        const QList<Team> teams = known.teams();
+        all.reserve(teams.size());
+        for (const Team &team : teams)
+            all.append({team, known.ofTeam(team.id)});
+        return all;
+    }
+    int leftOut = 0;
+    all = parseTeamsAndTasks(body, known, &leftOut);
+    if (leftOut > 0)
+        qCWarning(lcService) << "Error! Too many teams or tasks, left out:" << leftOut;
+    m_session->setListSource(leftOut > 0 ? QByteArray() : body);
+    return all;
+}
+
 void Orvana::parseTeamsAndTasksReply(const QByteArray &body)
 {
     QList<Team> teams;
-    int leftOut = 0;
-    const QList<TeamTasks> all = parseTeamsAndTasks(body, m_session->lists(), &leftOut);
-    if (leftOut > 0)
-        qCWarning(lcService) << "Error! Too many teams or tasks, left out:" << leftOut;
+    const QList<TeamTasks> all = teamsAndTasksOf(body);
     teams.reserve(all.size());
     QStringList missing;
     for (const TeamTasks &entry : all) {

@@ -15,6 +15,8 @@
 #include <QSslError>
 #include <QTime>
 
+struct TeamTasks;
+
 // The one way to the task service. Requests are fired and forgotten; every reply
 // arrives in replyFinished, which dispatches it by its property "stage". Failures reach
 // the user as error codes, popups and log lines.
@@ -96,6 +98,7 @@ private:
     void checkOnlineState(int code);
     void processCheckLoginReply(QNetworkReply *reply);
     void processTeamsAndTasksReply(QNetworkReply *reply);
+    QList<TeamTasks> teamsAndTasksOf(const QByteArray &body);
     void parseTeamsAndTasksReply(const QByteArray &body);
     void processCheckUpdateReply(QNetworkReply *reply);
     void processRequestDeadlineChange(QNetworkReply *reply);

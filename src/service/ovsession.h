@@ -39,6 +39,8 @@ public:
     void updateDeadlinesTo(const QString &teamId, const Task &task) { m_lists.moveDeadline(teamId, task); }
 
     const TaskLists &lists() const { return m_lists; }
+    // The reply whose teams and tasks are added next.
+    void setListSource(const QByteArray &reply) { m_lists.setSource(reply); }
     QList<Team> teams() const { return m_lists.teams(); }
     Team team(const QString &id) const { return m_lists.team(id); }
     QList<Task> tasks(const QString &teamId) const { return m_lists.ofTeam(teamId); }

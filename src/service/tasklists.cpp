@@ -27,6 +27,7 @@ void TaskLists::setTeams(const QList<Team> &teams)
     if (teams == m_teams)
         return;
     m_teams = teams;
+    m_source.clear();
     m_unsaved.teams = true;
 }
 
@@ -71,6 +72,7 @@ QList<Task> TaskLists::all() const
 void TaskLists::replace(const QString &teamId, const QList<Task> &tasks)
 {
     m_lists[teamId] = {tasks, m_moment};
+    m_source.clear();
     m_detailedTeams.remove(teamId);
     addKey(m_unsaved.lists, teamId);
 }
@@ -78,11 +80,13 @@ void TaskLists::replace(const QString &teamId, const QList<Task> &tasks)
 void TaskLists::remove(const QString &taskId)
 {
     m_events[taskId].removedAt = ++m_moment;
+    m_source.clear();
 }
 
 void TaskLists::moveDeadline(const QString &teamId, const Task &task)
 {
     Event &event = m_events[task.id];
+    m_source.clear();
     event.movedAt = ++m_moment;
     event.movedBy = teamId;
     event.deadline = task.deadline;

@@ -20,6 +20,11 @@ public:
         QSet<QString> infos;
     };
 
+    // The reply that says what the lists hold, if that is known: a reply that is set before
+    // it is carried out, and forgotten as soon as something changes.
+    bool areFrom(const QByteArray &reply) const { return !reply.isEmpty() && reply == m_source; }
+    void setSource(const QByteArray &reply) { m_source = reply; }
+
     QList<Team> teams() const { return m_teams; }
     void setTeams(const QList<Team> &teams);
     // Empty for an unknown id, as are the records below.
@@ -70,6 +75,7 @@ private:
 
     void settle(const QString &teamId, List &list) const;
 
+    QByteArray m_source;
     QList<Team> m_teams;
     mutable QHash<QString, List> m_lists;
     mutable QHash<QString, Event> m_events; // by task id

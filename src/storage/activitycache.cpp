@@ -6,8 +6,9 @@
 #include "storage/recordtime.h"
 #include "storage/storagefolder.h"
 
-#include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QStringList>
 #include <QTemporaryFile>
 
 #include <cerrno>
@@ -22,19 +23,26 @@
 namespace {
 
 const char kRecordPrefix[] = "json";
-constexpr int kTimeLength = 19;
 const char kUnfinishedPrefix[] = ".new-";
 const char kPicturePrefix[] = "screenshot";
 // Far beyond the longest ids that a reply can bring.
 constexpr qint64 kMaxRecordSize = 256 * 1024 * 1024;
 constexpr qint64 kMaxBytesPerSweep = 1024 * 1024;
 
-// When the record was made, according to its name; the epoch for any other name.
-QDateTime creationTime(const QString &path)
+bool startsWith(const char *name, const char *prefix)
 {
-    const int start = path.lastIndexOf(QLatin1Char('/')) + 1 + static_cast<int>(qstrlen(kRecordPrefix));
-    const QDateTime time = recordTime(path.mid(start, kTimeLength));
-    return time.isValid() ? time : QDateTime::fromSecsSinceEpoch(0);
+    return qstrncmp(name, prefix, qstrlen(prefix)) == 0;
+}
+
+// When the record was made, according to its name.
+qint64 creationMoment(const char *name)
+{
+    return recordMoment(name + qstrlen(kRecordPrefix));
+}
+
+qint64 creationMoment(const QString &path)
+{
+    return creationMoment(QFile::encodeName(path.mid(path.lastIndexOf(QLatin1Char('/')) + 1)).constData());
 }
 
 QString systemError()
@@ -102,28 +110,43 @@ public:
     // Something could not be listed.
     bool hasFailed() const { return m_hasFailed; }
 
-    // The path of the next file whose name starts with the prefix; empty at the end.
-    QString next(const char *prefix = kRecordPrefix)
+    // The name of the next file that starts with the prefix, until the next call; null at the
+    // end. Of a file that was deleted meanwhile too, where the folder says what is a file.
+    const char *nextName(const char *prefix)
     {
         while (true) {
             errno = 0;
             const dirent *entry = readdir(m_dir);
             if (!entry) {
                 m_hasFailed = m_hasFailed || errno != 0;
-                return {};
+                return nullptr;
             }
-            if (qstrncmp(entry->d_name, prefix, qstrlen(prefix)) != 0)
-                continue;
-            const QByteArray path = m_path + '/' + entry->d_name;
-            struct stat info = {};
-            if (lstat(path.constData(), &info) != 0)
-                m_hasFailed = m_hasFailed || errno != ENOENT;
-            else if (S_ISREG(info.st_mode))
-                return QFile::decodeName(path);
+            if (startsWith(entry->d_name, prefix)
+                && (entry->d_type == DT_REG || (entry->d_type == DT_UNKNOWN && isFile(entry->d_name))))
+                return entry->d_name;
         }
     }
 
+    // The path of the next record; empty at the end.
+    QString next()
+    {
+        while (const char *name = nextName(kRecordPrefix)) {
+            if (isFile(name))
+                return QFile::decodeName(m_path + '/' + name);
+        }
+        return {};
+    }
+
 private:
+    bool isFile(const char *name)
+    {
+        struct stat info = {};
+        if (fstatat(dirfd(m_dir), name, &info, AT_SYMLINK_NOFOLLOW) == 0)
+            return S_ISREG(info.st_mode);
+        m_hasFailed = m_hasFailed || errno != ENOENT;
+        return false;
+    }
+
     QByteArray m_path;
     DIR *m_dir;
     bool m_hasFailed = false;
@@ -141,14 +164,8 @@ void ActivityCache::setDirectory(const QString &path)
     m_waiting.clear();
     m_waitingCount = 0;
     m_unclaimedPictures.clear();
-    if (path.isEmpty())
-        return;
-    QDir folder(path);
-    const QStringList unfinished = folder.entryList(
-        {QString::fromLatin1(kUnfinishedPrefix) + QLatin1Char('*')}, QDir::Files | QDir::Hidden);
-    for (const QString &name : unfinished)
-        folder.remove(name);
-    readFolder();
+    if (!path.isEmpty())
+        readFolder();
 }
 
 void ActivityCache::readFolder()
@@ -156,13 +173,20 @@ void ActivityCache::readFolder()
     Cursor cursor(m_directory);
     if (!cursor.isOpen())
         return;
-    for (QString path = cursor.next(""); !path.isEmpty(); path = cursor.next("")) {
-        const QString name = path.mid(m_directory.size() + 1);
-        if (name.startsWith(QLatin1String(kRecordPrefix)) && !isSkipped(path))
-            count(path);
-        else if (name.startsWith(QLatin1String(kPicturePrefix)))
-            m_unclaimedPictures.insert(name);
+    QStringList unfinished;
+    const bool hasSkipped = !m_spent.isEmpty() || !m_setAside.isEmpty();
+    while (const char *name = cursor.nextName("")) {
+        if (startsWith(name, kRecordPrefix)) {
+            if (!hasSkipped || !isSkipped(m_directory + QLatin1Char('/') + QFile::decodeName(name)))
+                count(creationMoment(name));
+        } else if (startsWith(name, kPicturePrefix)) {
+            m_unclaimedPictures.insert(QFile::decodeName(name));
+        } else if (startsWith(name, kUnfinishedPrefix)) {
+            unfinished.append(m_directory + QLatin1Char('/') + QFile::decodeName(name));
+        }
     }
+    for (const QString &path : qAsConst(unfinished))
+        QFile::remove(path);
 }
 
 bool ActivityCache::sweepPictures(int recordsToRead)
@@ -203,9 +227,9 @@ bool ActivityCache::sweepPictures(int recordsToRead)
     return false;
 }
 
-void ActivityCache::count(const QString &path)
+void ActivityCache::count(qint64 moment)
 {
-    ++m_waiting[creationTime(path)];
+    ++m_waiting[moment];
     ++m_waitingCount;
 }
 
@@ -214,7 +238,7 @@ void ActivityCache::forget(const QString &path)
     // The reply may come after a change of user.
     if (!path.startsWith(m_directory + QLatin1Char('/')) || isSkipped(path))
         return;
-    const auto found = m_waiting.find(creationTime(path));
+    const auto found = m_waiting.find(creationMoment(path));
     if (found == m_waiting.end())
         return;
     --m_waitingCount;
@@ -224,7 +248,7 @@ void ActivityCache::forget(const QString &path)
 
 ActivityCache::Backlog ActivityCache::backlog() const
 {
-    return {m_waitingCount, m_waiting.empty() ? QDateTime() : m_waiting.begin()->first};
+    return {m_waitingCount, m_waiting.empty() ? QDateTime() : timeOfMoment(m_waiting.begin()->first)};
 }
 
 QString ActivityCache::create(const QByteArray &record, const QDateTime &now, QString *errorText)
@@ -239,7 +263,7 @@ QString ActivityCache::create(const QByteArray &record, const QDateTime &now, QS
         m_cursor.reset();
     QString path = write(m_directory, record, now, errorText);
     if (!path.isEmpty())
-        count(path);
+        count(creationMoment(path));
     return path;
 }
 

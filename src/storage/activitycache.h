@@ -72,7 +72,7 @@ private:
     class Cursor;
 
     void readFolder();
-    void count(const QString &path);
+    void count(qint64 moment);
     void forget(const QString &path);
     bool isSkipped(const QString &path) const;
     void removeSpent();
@@ -84,6 +84,6 @@ private:
     // File names of screenshots that an earlier run left and no record has named yet.
     QSet<QString> m_unclaimedPictures;
     std::unique_ptr<Cursor> m_sweep;
-    std::map<QDateTime, int> m_waiting; // how many of each second
+    std::map<qint64, int> m_waiting; // how many of each second
     int m_waitingCount = 0;
 };
