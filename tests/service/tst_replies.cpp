@@ -236,6 +236,44 @@ private slots:
         }
     }
 
+    // The fourth reply of the same text does all that the third did, without being read.
+    void sameListsAgain()
+    {
+        Bench bench;
+        OfflineClient &client = bench.client;
+        const QStringList lists = texts({"1:7 8", "2:9"});
+        QSignalSpy updates(client.session(), &Orvana::Session::tasksUpdated);
+        const auto loadTimes = [&](int times, const QStringList &body) {
+            for (int i = 0; i < times; ++i)
+                client.load(body);
+            return client.notices().take().size();
+        };
+        loadTimes(1, lists);
+        const auto details = client.takeRequests();
+        QCOMPARE(details.size(), 2); // 7 was asked for before
+        loadTimes(2, lists);
+        QVERIFY(QFile::remove(client.path(s("user/tasks.ini"))));
+        updates.clear();
+        QCOMPARE(loadTimes(1, lists), 0);
+        QCOMPARE(updates.size(), 2);
+        QCOMPARE(client.storedKeys(s("user/tasks.ini")), texts({"1", "2"}));
+        client.answer(details.last(), QByteArray(), QNetworkReply::TimeoutError);
+        QCOMPARE(loadTimes(1, lists), 0);
+        QCOMPARE(client.takeRequests().size(), 1);
+        // What was changed here in the meantime is news again.
+        client.session()->removeAllSavedTasks(client.session()->task(s("1"), s("8")));
+        QCOMPARE(loadTimes(3, lists), 1);
+        // Once they have moved a deadline, two teams that contradict each other do so in every reply.
+        loadTimes(1, texts({"1:7@3", "2:7@4"}));
+        loadTimes(1, texts({"1:7@1", "2:7@2"}));
+        QCOMPARE(loadTimes(3, texts({"1:7@1", "2:7@2"})), 6);
+        client.load(lists);
+        client.load(lists);
+        client.login(s("other"));
+        client.load(lists);
+        QCOMPARE(client.session()->tasks(s("1")).size(), 3);
+    }
+
     void onlyTheLatestLoginCounts()
     {
         Bench bench;
