@@ -87,8 +87,22 @@ void listUnchanged(benchmark::State &state, const ListShape &shape, Client &(*cl
     const QByteArray body = listBody(shape);
     Client &client = clientOf();
     client.feed(body);
+    client.feed(body);
     for (auto _ : state)
         client.feed(body);
+}
+
+// What any client has to do: receive the list and see that it is the last one.
+void compareWithLast(benchmark::State &state)
+{
+    const QByteArray body = listBody(kShape);
+    const QByteArray last(body.constData(), body.size());
+    for (auto _ : state) {
+        auto *reply = new ReadyReply(Orvana::TeamsAndTasks, body);
+        const QByteArray bytes = reply->readAll();
+        benchmark::DoNotOptimize(bytes == last);
+        delete reply;
+    }
 }
 
 void listChanged(benchmark::State &state, const ListShape &shape)
@@ -103,6 +117,50 @@ void listChanged(benchmark::State &state, const ListShape &shape)
         client.feed(odd ? after : before);
     }
 }
+
+// Between two lists, of both of which the yardstick parses half as often.
+struct Change
+{
+    ListShape before;
+    ListShape after;
+};
+
+void shape(benchmark::State &state, const Change &change)
+{
+    const QByteArray before = listBody(change.before);
+    const QByteArray after = listBody(change.after);
+    Client client(before, 0);
+    bool odd = false;
+    for (auto _ : state) {
+        odd = !odd;
+        client.feed(odd ? after : before);
+    }
+}
+
+void parseShape(benchmark::State &state, const Change &change)
+{
+    const QByteArray before = listBody(change.before);
+    const QByteArray after = listBody(change.after);
+    bool odd = false;
+    for (auto _ : state) {
+        odd = !odd;
+        const QVariant value = QtJson::parse(textOfBody(odd ? after : before));
+        benchmark::DoNotOptimize(value);
+    }
+}
+
+const Change kOneTeam{{1, 50000}, {1, 50000, 100}};
+const Change kOneTeamTenth{{1, 5000}, {1, 5000, 100}};
+const Change kManyTeams{{5000, 10}, {5000, 10, 100}};
+const Change kManyTeamsTenth{{500, 10}, {500, 10, 100}};
+const Change kShared{{10, 5000, 0, 0, 1, true}, {10, 5000, 100, 0, 1, true}};
+const Change kSharedTenth{{10, 500, 0, 0, 1, true}, {10, 500, 100, 0, 1, true}};
+const Change kMoved{{200, 250}, {200, 250, 1}};
+const Change kMovedTenth{{200, 25}, {200, 25, 1}};
+const Change kHalf{{200, 250}, {200, 250, 0, 2}};
+const Change kHalfTenth{{200, 25}, {200, 25, 0, 2}};
+const Change kNew{{200, 250}, {200, 250, 0, 0, 100001}};
+const Change kNewTenth{{200, 25}, {200, 25, 0, 0, 100001}};
 
 void saveUnchanged(benchmark::State &state)
 {
@@ -159,6 +217,25 @@ BENCHMARK_CAPTURE(listUnchanged, tenth, kSmallShape, smallClientWithAllDetails)
     ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(listChanged, hundredth, kChanged)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(listChanged, all, kEmpty)->Unit(benchmark::kMillisecond);
+BENCHMARK(compareWithLast)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(shape, oneTeam, kOneTeam)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(shape, oneTeamTenth, kOneTeamTenth)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(parseShape, oneTeam, kOneTeam)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(shape, manyTeams, kManyTeams)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(shape, manyTeamsTenth, kManyTeamsTenth)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(parseShape, manyTeams, kManyTeams)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(shape, shared, kShared)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(shape, sharedTenth, kSharedTenth)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(parseShape, shared, kShared)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(shape, moved, kMoved)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(shape, movedTenth, kMovedTenth)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(parseShape, moved, kMoved)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(shape, half, kHalf)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(shape, halfTenth, kHalfTenth)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(parseShape, half, kHalf)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(shape, new, kNew)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(shape, newTenth, kNewTenth)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(parseShape, new, kNew)->Unit(benchmark::kMillisecond);
 BENCHMARK(saveUnchanged)->Unit(benchmark::kMillisecond);
 BENCHMARK(saveOneSmallFile)->Unit(benchmark::kMillisecond);
 BENCHMARK(saveOneTeamChanged)->Unit(benchmark::kMillisecond);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <random>
+#include <utility>
 
 namespace {
 
@@ -53,11 +54,14 @@ QByteArray listBody(const ListShape &shape)
 {
     Maker maker;
     QString body = QStringLiteral("[");
-    int id = 0;
+    int id = shape.firstId - 1;
     for (int team = 0; team < shape.teams; ++team) {
         if (team > 0)
             body += QLatin1Char(',');
         body += QStringLiteral("{\"id\":\"%1\",\"name\":\"Команда %1\",\"tasks\":[").arg(10000 + team);
+        if (shape.isShared)
+            id = shape.firstId - 1;
+        bool isFirst = true;
         for (int i = 0; i < shape.tasksPerTeam; ++i) {
             ++id;
             const QString title = maker.title();
@@ -65,11 +69,14 @@ QByteArray listBody(const ListShape &shape)
             const QString comment = maker.moment();
             if (shape.changeEvery > 0 && id % shape.changeEvery == 0)
                 deadline = QStringLiteral("2030-01-01 00:00:00");
-            if (i > 0)
+            const QString importance = QString::number(maker.number(3));
+            if (shape.goneEvery > 0 && id % shape.goneEvery == 0)
+                continue;
+            if (!std::exchange(isFirst, false))
                 body += QLatin1Char(',');
             body += QStringLiteral("{\"id\":\"%1\",\"title\":\"%2\",\"deadline\":\"%3\",\"block\":\"0\","
                                    "\"last_comment\":\"%4\",\"importance\":%5}")
-                        .arg(QString::number(id), title, deadline, comment, QString::number(maker.number(3)));
+                        .arg(QString::number(id), title, deadline, comment, importance);
         }
         body += QStringLiteral("]}");
     }

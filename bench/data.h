@@ -16,6 +16,11 @@ struct ListShape
     // Every n-th task has another deadline or comment than in the same shape
     // without it; 0: none.
     int changeEvery = 0;
+    // Every n-th task is missing; 0: none.
+    int goneEvery = 0;
+    int firstId = 1;
+    // Each team lists the same tasks.
+    bool isShared = false;
 };
 
 QByteArray listBody(const ListShape &shape);
