@@ -22,7 +22,8 @@ namespace localservice {
 namespace {
 
 constexpr size_t kWorkers = 48;
-constexpr std::chrono::milliseconds kKeepAlive = std::chrono::seconds(60);
+// Longer than the minute between two lists, which then cost no handshake.
+constexpr std::chrono::milliseconds kKeepAlive = std::chrono::seconds(75);
 // How long an idle connection and one within a request stay open when another waits for a worker.
 constexpr std::chrono::seconds kIdleGrant{1};
 constexpr std::chrono::seconds kBusyGrant{10};
