@@ -26,7 +26,7 @@ constexpr std::array<char, 0x80> forms()
     const char letters[] = "abfnrtv\"\\0";
     const char meanings[] = "\a\b\f\n\r\t\v\"\\";
     for (size_t i = 0; i < sizeof meanings; ++i)
-        all[static_cast<size_t>(meanings[i])] = letters[i];
+        all[static_cast<unsigned char>(meanings[i])] = letters[i];
     return all;
 }
 constexpr std::array<char, 0x80> kForms = forms();
