@@ -52,7 +52,9 @@ public slots:
     QVariantMap CaptureWorkspace(const QVariantMap &, const QDBusUnixFileDescriptor &pipe)
     {
         isAsked = way == s("silent");
-        setDelayedReply(isAsked);
+        setDelayedReply(isAsked || way == s("other"));
+        if (way == s("other"))
+            deskBus().send(message().createReply(QVariant::fromValue(QList<int>{1, 2})));
         if (way == s("refuses") || way == s("fails"))
             sendErrorReply(s("org.kde.KWin.ScreenShot2.Error.")
                                + (way == s("fails") ? s("Cancelled") : s("NoAuthorized")),
@@ -137,9 +139,9 @@ class TestScreenshots final : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { qputenv("XDG_SESSION_TYPE", "wayland"); }
+    void initTestCase() { qputenv("WAYLAND_DISPLAY", "left-over"); }
 
-    // Steps: s start, p stop, r go on by itself after a restart, f a minute with a screenshot, u another
+    // Steps: x in an X11 session, s start, p stop, r go on by itself after a restart, f a minute with a screenshot, u another
     // user, a the portal answers, z patience ends. The outcome: calls of the portal, images that the service
     // got, whether a file is left, and the first word of each notice after the start.
     void desktops_data()
@@ -148,6 +150,7 @@ private slots:
         const std::initializer_list<std::array<const char *, 4>> rows{
             {"works", "works", "sff", "0 calls, 2 images"},
             {"works", "", "rf", "0 calls, 1 images"},
+            {"works", "works", "xsf", "0 calls, 0 images"},
             {"refuses", "works", "sff", "3 calls, 2 images"},
             {"", "works", "spsf", "2 calls, 1 images"},
             {"", "works", "sprf", "2 calls, 1 images"},
@@ -164,6 +167,7 @@ private slots:
             {"stride=4294967295", "works", "sf", "0 calls, 0 images, не передал"},
             {"format=3", "works", "sf", "0 calls, 0 images, не передал"},
             {"format=4000", "works", "sf", "0 calls, 0 images, не передал"},
+            {"other", "works", "sf", "0 calls, 0 images, не передал"},
             {"type=1", "works", "sf", "0 calls, 0 images, не передал"},
             {"", "refuses", "sff", "1 calls, 0 images, не разрешил"},
             {"", "waits", "sfa", "1 calls, 1 images"},
@@ -205,12 +209,14 @@ private slots:
         QVERIFY((kwin.isEmpty() || bus.registerService(names[0]))
                 && (portal.isEmpty() || bus.registerService(names[1])));
 
+        qputenv("XDG_SESSION_TYPE", steps.startsWith(QLatin1Char('x')) ? "x11" : "wayland");
         TestClient client;
         QVERIFY(client.logIn());
         auto loop = std::make_unique<TrackingLoop>(client.orvana.get());
         client.notices.take();
         for (const QChar step : qAsConst(steps)) {
             const QMap<char, std::function<void()>> actions{
+                {'x', [] {}},
                 {'s', [&] { loop->startTracking(); }},
                 {'p', [&] { loop->stopTracking(); }},
                 {'r',
