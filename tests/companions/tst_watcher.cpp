@@ -256,6 +256,10 @@ private slots:
             if (version == 1) {
                 QTRY_VERIFY_WITH_TIMEOUT(client->bytesAvailable() > 0, kStartTimeout);
                 QCOMPARE(compositor.requests, QByteArray("11"));
+                compositor.hang(); // which is not known before the next second
+                QSignalSpy arrivals(client.get(), &QTcpSocket::readyRead);
+                arrivals.wait(kMoreThanASecond);
+                QVERIFY(!arrivals.wait(kMoreThanASecond));
                 client->readAll();
             } else {
                 QVERIFY(!QSignalSpy(client.get(), &QTcpSocket::readyRead).wait(5500));

@@ -141,9 +141,9 @@ class TestScreenshots final : public QObject
 private slots:
     void initTestCase() { qputenv("WAYLAND_DISPLAY", "left-over"); }
 
-    // Steps: x in an X11 session, s start, p stop, r go on by itself after a restart, f a minute with a screenshot, u another
-    // user, a the portal answers, z patience ends. The outcome: calls of the portal, images that the service
-    // got, whether a file is left, and the first word of each notice after the start.
+    // Steps: x in an X11 session, s start, p stop, r go on by itself after a restart, f a minute with a
+    // screenshot, u another user, a the portal answers, z patience ends. The outcome: calls of the portal,
+    // images that the service got, whether a file is left, and the first word of each notice after the start.
     void desktops_data()
     {
         addColumns<QString, QString, QString, QString>("kwin", "portal", "steps", "result");
