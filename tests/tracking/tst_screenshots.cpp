@@ -91,10 +91,11 @@ public:
         isAsked = false;
         if (!isRefused)
             leaveFile();
-        const QUrl uri = QUrl::fromLocalFile(file);
+        const QString uri = QUrl::fromLocalFile(file).toString(QUrl::FullyEncoded)
+            + (way == s("no text") ? s("%FF") : QString());
         deskBus().send(
             QDBusMessage::createSignal(m_request, s("org.freedesktop.portal.Request"), s("Response"))
-            << (isRefused ? 2U : 0U) << QVariantMap{{s("uri"), uri.toString()}});
+            << (isRefused ? 2U : 0U) << QVariantMap{{s("uri"), uri}});
     }
 
 public slots:
@@ -121,6 +122,8 @@ private:
         screen(way == s("dark")).save(file, "PNG");
         if (way == s("link"))
             QVERIFY(QFile::rename(file, file + s(".png")) && QFile::link(file + s(".png"), file));
+        else if (way == s("no text"))
+            QCOMPARE(std::rename(name.constData(), QByteArray(name).append('\xff').constData()), 0);
         else if (way == s("foreign"))
             QCOMPARE(chown(name.constData(), kOtherUser, kOtherUser), 0);
         else if (way == s("huge"))
@@ -176,6 +179,7 @@ private slots:
             {"", "waits", "safua", "2 calls, 0 images"},
             {"", "waits", "safza", "2 calls, 0 images, не передал"},
             {"", "dark", "sff", "3 calls, 2 images, ничего не видно"},
+            {"", "no text", "sff", "3 calls, 2 images"},
             {"", "link", "s", "1 calls, 0 images, file, не передал"},
             {"", "foreign", "s", "1 calls, 0 images, file, не передал"},
             {"", "pipe", "s", "1 calls, 0 images, file, не передал"},
