@@ -82,8 +82,8 @@ bool isX11(std::optional<SourceKind> wanted)
     session.type = qEnvironmentVariable("XDG_SESSION_TYPE");
     // One that hangs would hold up the start: asked only where the answer counts.
     const bool isKnown = session.type == QStringLiteral("wayland") || session.type == QStringLiteral("x11");
-    session.hasCompositor = !wanted && !isKnown && !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
-        && WaylandConnection::open();
+    session.hasCompositor =
+        !wanted && !isKnown && !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") && WaylandConnection::open();
     return chooseSource(session) == SourceKind::X11;
 }
 
