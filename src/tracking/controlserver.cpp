@@ -38,8 +38,8 @@ const QString kNobody = QStringLiteral("Вход не выполнен: войд
 // A name of the service on one line; nothing in it moves a terminal's cursor.
 QString printable(QString name)
 {
-    std::replace_if(
-        name.begin(), name.end(), [](QChar c) { return !c.isPrint() && !c.isSurrogate(); }, QLatin1Char(' '));
+    const auto isOdd = [](QChar c) { return c.isSpace() || (!c.isPrint() && !c.isSurrogate()); };
+    std::replace_if(name.begin(), name.end(), isOdd, QLatin1Char(' '));
     return shortened(name, kLongestName);
 }
 
