@@ -134,7 +134,7 @@ trial_wayland() {
     prepare_wayland
     start_service "$box" "$build"
     service_log=$box/service.log
-    give_box_away
+    give_away "$box"
     start_system_bus
     services=${#started[@]}
     if start_session; then

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""pattern.py PICTURE...: a window that shows the pictures in turn, a quarter of a second each.
+"""pattern.py PICTURE...: a window that shows the pictures in turn, a third of a second each.
 
 With PATTERN_FULLSCREEN=1 it fills the screen; otherwise the caller sees to that.
 """
@@ -9,6 +9,7 @@ import sys
 import gi
 
 gi.require_version("Gtk", "3.0")
+gi.require_version("GdkPixbuf", "2.0")
 from gi.repository import GdkPixbuf, GLib, Gtk  # noqa: E402
 
 pictures = [GdkPixbuf.Pixbuf.new_from_file(name) for name in sys.argv[1:]]
@@ -34,5 +35,5 @@ window.connect("destroy", Gtk.main_quit)
 if os.environ.get("PATTERN_FULLSCREEN") == "1":
     window.fullscreen()
 window.show_all()
-GLib.timeout_add(250, show_next)
+GLib.timeout_add(350, show_next)
 Gtk.main()

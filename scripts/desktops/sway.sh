@@ -9,8 +9,9 @@ prepare_desktop() {
     # Without logind and Bluetooth.
     mkdir -p "$HOME/.config/wireplumber/bluetooth.lua.d"
     echo 'bluez_monitor.enabled = false' >"$HOME/.config/wireplumber/bluetooth.lua.d/80-none.lua"
-    cat >"$HOME/sway-config" <<TEXT
-include /etc/sway/config
+    # Its wallpaper is in a package of its own; its clock would never let a screenshot be like the one before.
+    sed -E '/^output .* bg /d; s/^( *status_command) while.*/\1 sleep infinity/' /etc/sway/config >"$HOME/sway-config"
+    cat >>"$HOME/sway-config" <<TEXT
 output * mode 1280x800 bg #305070 solid_color
 bindsym Mod4+F9 exec $box/bin/toggle-timer
 exec pipewire

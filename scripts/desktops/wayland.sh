@@ -86,9 +86,9 @@ TEXT
     chmod +x "$box"/bin/*
 }
 
-# give_box_away: to the user of the session.
-give_box_away() {
-    [ ${#as_user[@]} = 0 ] || chown -R nobody:nogroup "$box"
+# give_away PATH...: to the user of the session.
+give_away() {
+    [ ${#as_user[@]} = 0 ] || chown -R nobody:nogroup "$@"
 }
 
 # start_session: with a watcher in it.
@@ -102,6 +102,9 @@ start_session() {
     XAUTHORITY=$(in_session printenv XAUTHORITY || true)
     export DISPLAY XAUTHORITY
     [ -n "$XAUTHORITY" ] || unset XAUTHORITY
+    # Portals take seconds to start, which the clients on a fast clock would not wait.
+    in_session gdbus call --session --timeout 60 --dest org.freedesktop.portal.Desktop \
+        --object-path /org/freedesktop/portal/desktop --method org.freedesktop.DBus.Peer.Ping >>"$box/portal.log" 2>&1 || true
     start_session_watcher
 }
 
