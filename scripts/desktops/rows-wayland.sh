@@ -161,7 +161,7 @@ popup_apart() {
         i=$(changed "$box/empty.png" "$pictures/popup-scale-$1.png" "$area")
         [ "$i" -ge 40 ] || failed "the screen shows nothing at $area" || return
     done
-    i=$(convert "$box/empty.png" "$pictures/popup-scale-$1.png" -crop "$pattern_area" +repage -compose difference -composite \
+    i=$(convert "$box/empty.png" "$pictures/popup-scale-$1.png" -crop "$(times "$factor" "$pattern_area")" +repage -compose difference -composite \
         -colorspace gray -threshold 6% -fill black "${seen[@]}" -format '%[fx:round(10000*mean)]' info:)
     [ "$i" -le 20 ] || failed "$i of 10,000 pixels show something where no window should be"
 }
@@ -203,15 +203,19 @@ start_watcher_service() {
     manager_pid=
     [ "$(id -u)" = 0 ] || { echo "needs root" >"$box/manager.log"; return 1; }
     mkdir -p "$units" "$box/manager"
-    sed "s|^ExecStart=.*|ExecStart=$box/bin/orvana-watcher|" "$build/companions/watcher/orvana-watcher.service" \
+    sed "s|^ExecStart=.*|ExecStart=$box/bin/orvana-watcher\nStandardOutput=append:$box/watcher.log|" "$build/companions/watcher/orvana-watcher.service" \
         >"$units/orvana-watcher.service"
     printf '%s\n' '[Unit]' Wants=orvana-watcher.service >"$units/default.target"
-    give_away "$units" "$box/manager"
+    # Without these it is started, but not once more.
+    printf '%s\n' '[Unit]' | tee "$units/basic.target" >"$units/shutdown.target"
+    : >"$box/watcher.log"
+    give_away "$units" "$box/manager" "$box/watcher.log"
     # shellcheck source=/dev/null
-    (. "$box/environment"; ORVANA_TRIAL=$box XDG_RUNTIME_DIR=$box/manager exec \
+    # The compositor's socket is in another runtime folder than the manager's.
+    (. "$box/environment"; export WAYLAND_DISPLAY=$XDG_RUNTIME_DIR/$WAYLAND_DISPLAY XDG_RUNTIME_DIR=$box/manager; exec \
         scripts/desktops/service-manager.sh "$units") >"$box/manager.log" 2>&1 &
     manager_pid=$!
-    wait_for 15 eval '[ -n "$(watcher_pid)" ]'
+    wait_for 15 eval '[ -n "$(watcher_source)" ]'
 }
 kill_watcher() {
     local wanted kills=0 next=0

@@ -16,10 +16,12 @@ for folder in /sys/fs/cgroup /sys/fs/cgroup/systemd /sys/fs/cgroup/unified; do
     chown -R nobody "${groups[-1]}"
 done
 clear_away() {
+    find "${groups[@]}" -name cgroup.procs -exec cat {} + | sort -u | xargs -r kill -KILL
+    sleep 0.3
     find "${groups[@]}" -depth -type d -exec rmdir {} + 2>/dev/null
 }
 manager=
-trap '[ -z "$manager" ] || kill -RTMIN+3 "$manager" 2>/dev/null' TERM INT
+trap '[ -z "$manager" ] || kill -KILL "$manager" 2>/dev/null' TERM INT
 trap clear_away EXIT
 (
     for group in "${groups[@]}"; do echo "$BASHPID" >"$group/cgroup.procs"; done

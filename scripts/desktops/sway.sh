@@ -41,4 +41,5 @@ wl_fill() {
 # The compositor's own inhibitor, on the window of the film.
 wl_inhibit() { in_session swaymsg --quiet '[app_id="pattern"] inhibit_idle open'; }
 wl_uninhibit() { in_session swaymsg --quiet '[app_id="pattern"] inhibit_idle none'; }
-wl_scale() { in_session swaymsg --quiet "output * scale $1"; }
+# The second scale on a screen with twice the pixels.
+wl_scale() { in_session swaymsg --quiet "output * mode $((1280 * $1))x$((800 * $1)) scale $1"; }

@@ -19,7 +19,8 @@
 #   wl_fill             brings the window "pattern" to fill the screen, behind the client's;
 #                       pattern_fullscreen=1 has the window ask for that by itself
 #   wl_inhibit          keeps the screen on by what a film uses, until wl_uninhibit; 1 where impossible
-#   wl_scale 1|2        the scale of the screen; 1 where it cannot be set in a running session
+#   wl_scale 1|2        sets the scale of the screen, with as many pixels more if possible; returns 1 where a
+#                       running session has no such thing
 #   wl_scaled FACTOR    how many pixels of a screenshot are one of Xwayland's at that scale
 #   pattern_area        WIDTHxHEIGHT+X+Y: where a window can fill the screen (a panel may keep its place)
 #   allow_screenshots   answers the desktop's question whether the client may take them; called after Start
