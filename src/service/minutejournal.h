@@ -54,6 +54,8 @@ public:
     QString login() const { return m_login; }
     // False when lines of the open journal wait for the disk.
     bool isWritten();
+    // The first line of the open journal that this process has written.
+    qint64 firstLine() { return fileOf(m_folder).firstLine(); }
 
     void started(const QString &team, const QString &task);
     void stopped(const QString &task);

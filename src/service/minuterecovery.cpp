@@ -56,8 +56,10 @@ bool isRestorable(const JournaledMinute &minute)
 
 } // namespace
 
-MinuteRecovery::MinuteRecovery(StorageFolder *storage, MinuteJournal *journal, ReportSender *reports)
-    : m_storage(storage)
+MinuteRecovery::MinuteRecovery(StorageFolder *storage, MinuteJournal *journal, ReportSender *reports,
+                               QObject *parent)
+    : QObject(parent)
+    , m_storage(storage)
     , m_journal(journal)
     , m_reports(reports)
 {
@@ -148,7 +150,8 @@ void MinuteRecovery::take(const JournalReader::Line &line)
         settle(name);
     } else if (line.event == QLatin1String("screenshot")) {
         ++m_screenshots[text(line, "file").mid(kPicturePrefix, kSecond)];
-    } else if (line.event == QLatin1String("minute") && m_openBytes < kMaxOpenBytes) {
+    } else if (line.event == QLatin1String("minute") && line.n < m_journal->firstLine()
+               && m_openBytes < kMaxOpenBytes) {
         const JournaledMinute minute{name, text(line, "url"), text(line, "version")};
         if (!isRestorable(minute))
             return;

@@ -20,17 +20,17 @@ struct JournaledMinute
 };
 
 // Finds the minutes of the open journal that were neither accepted nor wait, and gives them
-// records again. Works in small steps from the event loop. Where the journal is not whole,
-// nothing before that place is restored: a minute may be missing only if every line after it says
-// nothing else.
+// records again; those of this run have theirs, or will. Works in small steps from the event loop.
+// Where the journal is not whole, nothing before that place is restored: a minute may be missing only if
+// every line after it says nothing else.
 class MinuteRecovery final : public QObject
 {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(MinuteRecovery)
 
 public:
-    // All of them must outlive it.
-    MinuteRecovery(StorageFolder *storage, MinuteJournal *journal, ReportSender *reports);
+    // Storage, journal and reports must outlive it.
+    MinuteRecovery(StorageFolder *storage, MinuteJournal *journal, ReportSender *reports, QObject *parent);
     ~MinuteRecovery() override;
 
     // For the user whose journal is open.
@@ -50,7 +50,7 @@ private:
     MinuteJournal *m_journal;
     ReportSender *m_reports;
     QString m_userFolder;
-    QTimer m_timer;
+    QTimer m_timer{this};
 
     enum class Phase { Begin, Read, Restore };
     Phase m_phase = Phase::Begin;

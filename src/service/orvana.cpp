@@ -4,6 +4,7 @@
 #include "base/exemptteam.h"
 #include "base/log.h"
 #include "base/programstart.h"
+#include "service/minuterecovery.h"
 #include "service/ovsession.h"
 #include "service/replyparser.h"
 #include "storage/recordtime.h"
@@ -61,7 +62,7 @@ Orvana::Orvana(NotificationSink *notifications, QObject *parent)
               return Credentials{m_session->login(), m_session->password()};
           },
           this))
-    , m_recovery(&m_storage, m_journal, m_reports)
+    , m_recovery(new MinuteRecovery(&m_storage, m_journal, m_reports, this))
 {
     connect(m_service, &ServiceConnection::finished, this, &Orvana::replyFinished);
     connect(m_service, &ServiceConnection::refused, this, &Orvana::error);
@@ -86,7 +87,7 @@ Orvana::Orvana(NotificationSink *notifications, QObject *parent)
 Orvana::~Orvana()
 {
     save();
-    m_recovery.stop();
+    m_recovery->stop();
     m_journal->close(MinuteJournal::End::Exit, true);
     qCDebug(lcService) << "Exit Orvana Team Monitor OK";
 }
@@ -100,7 +101,7 @@ void Orvana::setCleanMode(bool clean)
 void Orvana::loadReports()
 {
     m_reports->loadCache();
-    m_recovery.start(m_storage.ofUser(m_session->login()));
+    m_recovery->start(m_storage.ofUser(m_session->login()));
 }
 
 void Orvana::save()
@@ -243,7 +244,7 @@ void Orvana::processCheckLoginReply(QNetworkReply *reply)
         const bool isOther = m_session->login() != login;
         if (isOther)
             m_notifications->clearForNextUser();
-        m_recovery.stop();
+        m_recovery->stop();
         m_journal->close(MinuteJournal::End::SignOut, isOther);
         m_session->clear();
     }

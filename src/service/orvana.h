@@ -4,7 +4,6 @@
 #include "model/records.h"
 #include "service/detailfetcher.h"
 #include "service/minutejournal.h"
-#include "service/minuterecovery.h"
 #include "service/reportsender.h"
 #include "service/serviceconnection.h"
 #include "storage/storagefolder.h"
@@ -16,6 +15,8 @@
 #include <QObject>
 #include <QSslError>
 #include <QTime>
+
+class MinuteRecovery;
 
 // The one way to the task service. Requests are fired and forgotten; every reply
 // arrives in replyFinished, which dispatches it by its property "stage". Failures reach
@@ -116,7 +117,7 @@ private:
     ServiceConnection *m_service;
     ReportSender *m_reports;
     DetailFetcher *m_details;
-    MinuteRecovery m_recovery;
+    MinuteRecovery *m_recovery;
     QDateTime m_minuteOver; // of a minute that was journaled and not yet reported
     bool m_cleanMode = false;
 };

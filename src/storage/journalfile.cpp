@@ -25,6 +25,7 @@ namespace {
 
 constexpr qint64 kMaxLine = 4 * 1024 * 1024;
 constexpr qint64 kMaxWaiting = 4 * 1024 * 1024;
+constexpr int kAccess = O_RDWR | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
 constexpr qint64 kTail = 64 * 1024; // an hour and a half of minutes
 constexpr qint64 kLongTail = 2 * kMaxLine;
 
@@ -100,11 +101,6 @@ JournalFile::JournalFile(StorageFolder *storage, const QString &userFolder)
     , m_userFolder(userFolder)
 { }
 
-JournalFile::~JournalFile()
-{
-    close();
-}
-
 void JournalFile::close()
 {
     if (m_handle >= 0)
@@ -120,14 +116,14 @@ bool JournalFile::append(const JournalEntry &entry, Flush flush)
     }
     m_waiting.push_back(entry);
     m_waitingBytes += entry.members().size();
-    if (!writeWaiting()) {
+    const bool isDone = writeWaiting();
+    if (!isDone)
         loseWaiting();
-        return false;
-    }
     // The line is in the file; to write it once more would make two minutes of it.
-    if (flush == Flush::Now && fdatasync(m_handle) != 0)
+    else if (flush == Flush::Now && m_handle >= 0 && fdatasync(m_handle) != 0)
         qCWarning(lcStorage) << "Error! Journal can't be flushed:" << std::strerror(errno);
-    return true;
+    close();
+    return isDone;
 }
 
 void JournalFile::loseWaiting()
@@ -188,6 +184,8 @@ bool JournalFile::write(const JournalEntry &entry)
         return false;
     ++m_n;
     m_hash = hash;
+    if (m_firstLine == 0)
+        m_firstLine = m_n;
     crashPoint("line-written");
     return true;
 }
@@ -220,25 +218,30 @@ bool JournalFile::put(const QByteArray &bytes)
 
 bool JournalFile::isReady(const QDate &month)
 {
+    const bool isMonthOver = QFileInfo(m_path).fileName() < Journal::fileName(month);
+    if (m_handle >= 0 && !isMonthOver)
+        return true;
+    close();
     if (!m_storage->isUsable() && !m_storage->prepare())
         return false;
-    const bool isMonthOver = QFileInfo(m_path).fileName() < Journal::fileName(month);
-    return (m_handle >= 0 && !isMonthOver && isUnchanged()) || open(month);
+    return (!isMonthOver && openAgain()) || openNewest(month);
 }
 
-// Another file may lie there by now, or another hand have written to it.
-bool JournalFile::isUnchanged() const
+// As it was left: another file may lie there by now, or another hand have written to it.
+bool JournalFile::openAgain()
 {
-    struct stat held = {};
-    struct stat onDisk = {};
-    return fstat(m_handle, &held) == 0 && lstat(QFile::encodeName(m_path).constData(), &onDisk) == 0
-        && held.st_ino == onDisk.st_ino && held.st_dev == onDisk.st_dev && held.st_size == m_size;
+    m_handle = ::open(QFile::encodeName(m_path).constData(), kAccess);
+    struct stat info = {};
+    if (m_handle >= 0 && fstat(m_handle, &info) == 0 && info.st_ino == m_inode && info.st_dev == m_device
+        && info.st_size == m_size)
+        return true;
+    close();
+    return false;
 }
 
 // The month's file, but none that is older than the newest: the chain follows the names.
-bool JournalFile::open(const QDate &month)
+bool JournalFile::openNewest(const QDate &month)
 {
-    close();
     const QString folder = Journal::folderOf(m_userFolder);
     if (isThere(folder) && !isOurs(folder, S_IFDIR) && !moveAside(folder))
         return false;
@@ -258,8 +261,7 @@ bool JournalFile::open(const QDate &month)
                 return false;
             isNew = true;
         }
-        m_handle = ::open(path.constData(), O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-                          S_IRUSR | S_IWUSR);
+        m_handle = ::open(path.constData(), kAccess | O_CREAT, S_IRUSR | S_IWUSR);
         if (m_handle < 0 && errno != EACCES && errno != EPERM)
             return false;
     }
@@ -269,6 +271,8 @@ bool JournalFile::open(const QDate &month)
         return false;
     }
     m_size = info.st_size;
+    m_inode = info.st_ino;
+    m_device = info.st_dev;
     if (isNew)
         flushFolder(folder);
     readEnd(Journal::files(m_userFolder));

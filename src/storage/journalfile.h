@@ -9,6 +9,8 @@
 
 #include <deque>
 
+#include <sys/types.h>
+
 class StorageFolder;
 
 // What a line says, before it has its place in the chain.
@@ -42,12 +44,13 @@ public:
 
     // The folder must outlive the journal.
     JournalFile(StorageFolder *storage, const QString &userFolder);
-    ~JournalFile();
     Q_DISABLE_COPY_MOVE(JournalFile)
 
     // False when the line, or one before it, has to wait.
     bool append(const JournalEntry &entry, Flush flush = Flush::Later);
     bool isWritten() const { return m_waiting.empty(); }
+    // The first line that this process has written; 0 when there is none.
+    qint64 firstLine() const { return m_firstLine; }
     // Whether the disk has refused a line, not only the folder been unusable.
     bool isRefused() const { return !m_waiting.empty() && m_isRefused; }
 
@@ -59,8 +62,8 @@ private:
     bool write(const JournalEntry &entry);
     bool put(const QByteArray &bytes);
     bool isReady(const QDate &month);
-    bool isUnchanged() const;
-    bool open(const QDate &month);
+    bool openAgain();
+    bool openNewest(const QDate &month);
     void readEnd(const QStringList &files);
     void close();
     void loseWaiting();
@@ -72,11 +75,14 @@ private:
     int m_lost = 0; // lines that found no room to wait
     bool m_isRefused = false;
 
-    int m_handle = -1;
+    int m_handle = -1; // only while something is written
     QString m_path;
+    ino_t m_inode = 0;
+    dev_t m_device = 0;
     qint64 m_size = 0;
     // The end of the chain, and what is left of a line behind it.
     qint64 m_n = 0;
+    qint64 m_firstLine = 0;
     QByteArray m_hash;
     bool m_isEnded = true;
     qint64 m_tornBytes = 0;
