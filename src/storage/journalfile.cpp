@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -35,27 +36,40 @@ QByteArray json(const QJsonValue &value)
     return list.mid(1, list.size() - 2);
 }
 
-QVector<JournalReader::Line> linesAfter(const QString &path, qint64 from)
+using Lines = QVector<JournalReader::Line>;
+
+// None when the file cannot be read.
+std::optional<Lines> linesAfter(const QString &path, qint64 from)
 {
-    QVector<JournalReader::Line> lines;
+    Lines lines;
     JournalReader reader(path, from);
     for (JournalReader::Line line; reader.next(&line);)
         lines.append(line);
-    return lines;
+    return reader.hasFailed() ? std::nullopt : std::make_optional(lines);
 }
 
-bool hasWhole(const QVector<JournalReader::Line> &lines)
+// What a signal has interrupted is tried again.
+template <typename Call>
+int uninterrupted(Call call)
+{
+    int result = call();
+    while (result < 0 && errno == EINTR)
+        result = call();
+    return result;
+}
+
+bool hasWhole(const Lines &lines)
 {
     return std::any_of(lines.cbegin(), lines.cend(), [](const auto &line) { return line.isWhole(); });
 }
 
-QVector<JournalReader::Line> tailOf(const QString &path)
+std::optional<Lines> tailOf(const QString &path)
 {
     const qint64 size = QFileInfo(path).size();
-    QVector<JournalReader::Line> lines = linesAfter(path, std::max<qint64>(0, size - kTail));
-    if (size > kTail && !hasWhole(lines))
-        lines = linesAfter(path, std::max<qint64>(0, size - kLongTail));
-    return lines;
+    const std::optional<Lines> lines = linesAfter(path, std::max<qint64>(0, size - kTail));
+    return size <= kTail || !lines || hasWhole(*lines)
+        ? lines
+        : linesAfter(path, std::max<qint64>(0, size - kLongTail));
 }
 
 // A regular file, or a folder, of this user.
@@ -120,7 +134,8 @@ bool JournalFile::append(const JournalEntry &entry, Flush flush)
     if (!isDone)
         loseWaiting();
     // The line is in the file; to write it once more would make two minutes of it.
-    else if (flush == Flush::Now && m_handle >= 0 && fdatasync(m_handle) != 0)
+    else if (flush == Flush::Now && m_handle >= 0
+             && uninterrupted([this] { return fdatasync(m_handle); }) != 0)
         qCWarning(lcStorage) << "Error! Journal can't be flushed:" << std::strerror(errno);
     close();
     return isDone;
@@ -208,7 +223,8 @@ bool JournalFile::put(const QByteArray &bytes)
         return true;
     }
     const int reason = errno;
-    const bool isTakenBack = written == 0 || ftruncate(m_handle, m_size) == 0;
+    const bool isTakenBack =
+        written == 0 || uninterrupted([this] { return ftruncate(m_handle, m_size); }) == 0;
     if (!isTakenBack)
         close();
     errno = reason;
@@ -230,7 +246,8 @@ bool JournalFile::isReady(const QDate &month)
 // As it was left: another file may lie there by now, or another hand have written to it.
 bool JournalFile::openAgain()
 {
-    m_handle = ::open(QFile::encodeName(m_path).constData(), kAccess);
+    const QByteArray path = QFile::encodeName(m_path);
+    m_handle = uninterrupted([&path] { return ::open(path.constData(), kAccess); });
     struct stat info = {};
     if (m_handle >= 0 && fstat(m_handle, &info) == 0 && info.st_ino == m_inode && info.st_dev == m_device
         && info.st_size == m_size)
@@ -261,7 +278,8 @@ bool JournalFile::openNewest(const QDate &month)
                 return false;
             isNew = true;
         }
-        m_handle = ::open(path.constData(), kAccess | O_CREAT, S_IRUSR | S_IWUSR);
+        m_handle =
+            uninterrupted([&path] { return ::open(path.constData(), kAccess | O_CREAT, S_IRUSR | S_IWUSR); });
         if (m_handle < 0 && errno != EACCES && errno != EPERM)
             return false;
     }
@@ -275,11 +293,13 @@ bool JournalFile::openNewest(const QDate &month)
     m_device = info.st_dev;
     if (isNew)
         flushFolder(folder);
-    readEnd(Journal::files(m_userFolder));
-    return true;
+    if (readEnd(Journal::files(m_userFolder)))
+        return true;
+    close();
+    return false;
 }
 
-void JournalFile::readEnd(const QStringList &files)
+bool JournalFile::readEnd(const QStringList &files)
 {
     m_isEnded = true;
     m_tornBytes = 0;
@@ -287,8 +307,12 @@ void JournalFile::readEnd(const QStringList &files)
         m_hash = Journal::noHash();
     bool isLast = true;
     for (int i = files.size() - 1; i >= 0 && i >= files.size() - 3; --i) {
-        const QVector<JournalReader::Line> lines = tailOf(files.at(i));
-        for (auto line = lines.crbegin(); line != lines.crend(); ++line) {
+        const std::optional<Lines> lines = tailOf(files.at(i));
+        if (!lines && files.at(i) == m_path)
+            return false;
+        if (!lines)
+            continue;
+        for (auto line = lines->crbegin(); line != lines->crend(); ++line) {
             if (isLast) {
                 m_isEnded = line->isEnded || files.at(i) != m_path;
                 const bool isTorn = line->state == JournalReader::State::Broken
@@ -302,16 +326,17 @@ void JournalFile::readEnd(const QStringList &files)
                 m_hash = line->hash;
             }
             if (line->isWhole())
-                return;
+                return true;
         }
     }
+    return true;
 }
 
 QVector<JournalReader::Line> JournalFile::tail(const QString &userFolder)
 {
-    QVector<JournalReader::Line> lines;
+    Lines lines;
     const QStringList files = Journal::files(userFolder);
     for (const QString &path : files.mid(std::max(0, files.size() - 2)))
-        lines += tailOf(path);
+        lines += tailOf(path).value_or(Lines());
     return lines;
 }

@@ -64,7 +64,7 @@ private:
     bool isReady(const QDate &month);
     bool openAgain();
     bool openNewest(const QDate &month);
-    void readEnd(const QStringList &files);
+    bool readEnd(const QStringList &files);
     void close();
     void loseWaiting();
 
