@@ -25,7 +25,7 @@ public:
         int excused = 0; // received again after a kill or a lost reply
         int unexcused = 0;
         int restored = 0; // minutes whose record a kill had prevented
-        int broken = 0; // lines that do not follow the ones before, or say that some are missing
+        int broken = 0; // lines that do not follow the ones before, or are not true
         bool isClean() const { return missing + waiting + uncounted + unread + unexcused + broken == 0; }
     };
 
@@ -157,7 +157,8 @@ private:
 
     void readLine(const QString &folder, const JournalReader::Line &line, bool follows)
     {
-        m_sums.broken += follows && line.event != s("gap") ? 0 : 1;
+        static const QStringList untrue = texts({"gap", "sleep", "clock"}); // here nothing of that happens
+        m_sums.broken += follows && !untrue.contains(line.event) ? 0 : 1;
         m_sums.restored += line.event == s("restored") ? 1 : 0;
         if (line.event != s("minute"))
             return;
