@@ -13,6 +13,7 @@ namespace {
 constexpr int kSecondsOfSlice = 6;
 constexpr int kSecondsOfMinute = 60;
 constexpr int kLongestMinute = 90; // s, on a machine that is busy
+constexpr int kDateAndTime = 19; // characters of a moment without its offset
 constexpr int kUnnoticed = 10; // s from the program's start to the timer's that are no gap
 
 QString text(const QJsonObject &values, const char *key)
@@ -166,7 +167,10 @@ void Story::add(const JournalReader::Line &line, const QString &file)
         note({Note::Kind::Slept, at.addSecs(-line.values.value(QLatin1String("seconds")).toInt()), at});
         m_lastMinute = QDateTime();
     } else if (is("clock")) {
-        const QString moments = text(line.values, "from") + QStringLiteral(" → ") + text(line.values, "to");
+        const auto moment = [&line](const char *key) {
+            return text(line.values, key).left(kDateAndTime).replace(QLatin1Char('T'), QLatin1Char(' '));
+        };
+        const QString moments = moment("from") + QStringLiteral(" → ") + moment("to");
         note({Note::Kind::ClockSet, at, at, moments});
         m_lastMinute = QDateTime();
     } else if (is("gap")) {
