@@ -8,11 +8,9 @@
 #include <QTextCodec>
 
 #include <algorithm>
-#include <clocale>
 #include <cstdio>
 #include <cstring>
 
-#include <langinfo.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,15 +50,6 @@ Outcome print(const QByteArray &text, Outcome outcome = Fine)
         std::fwrite(text.constData(), 1, size_t(text.size()), stdout) == size_t(text.size())
         && std::fflush(stdout) == 0;
     return isWritten ? outcome : fail(NotWritten, QString::fromLocal8Bit(std::strerror(errno)));
-}
-
-// Where nothing says how names of files are encoded, as in a job of cron, they are UTF-8.
-void useLocale()
-{
-    std::setlocale(LC_ALL, "");
-    const bool isUnknown = std::strcmp(nl_langinfo(CODESET), "ANSI_X3.4-1968") == 0;
-    QTextCodec::setCodecForLocale(isUnknown ? QTextCodec::codecForName("UTF-8")
-                                            : QTextCodec::codecForName(nl_langinfo(CODESET)));
 }
 
 QDir storage()
@@ -176,7 +165,8 @@ Outcome run(Arguments arguments)
 
 int main(int argc, char *argv[])
 {
-    useLocale();
+    // The names of files are read as on a desktop, also where no locale is set, as in a job of cron.
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
     QStringList words;
     for (int i = 1; i < argc; ++i)
         words.append(QFile::decodeName(argv[i]));
