@@ -1,8 +1,8 @@
 #include "service/sessionfiles.h"
 
 #include "base/log.h"
+#include "service/daystates.h"
 #include "service/tasklists.h"
-#include "service/workday.h"
 #include "storage/settingsfile.h"
 #include "storage/settingskey.h"
 #include "storage/storagefolder.h"
@@ -104,6 +104,19 @@ void SessionFiles::close()
 bool SessionFiles::exists(const Store &store)
 {
     return store && store->exists();
+}
+
+std::optional<DayCounters> SessionFiles::storedCounters() const
+{
+    if (!exists(m_session))
+        return {};
+    WorkDay day;
+    day.date = QLocale::c().toDate(m_session->value(key("worktimeDate")).toString(), kDateFormat);
+    if (!day.date.isValid())
+        return {};
+    restoreCounter(day.work, m_session->value(key("todayWorktime")));
+    restoreCounter(day.active, m_session->value(key("todayActivetime")));
+    return DayCounters::of(day);
 }
 
 bool SessionFiles::restore(UserState &state, WorkDay &day, const QDate &today, bool readPassword)

@@ -44,8 +44,9 @@ public:
     QString errorText() const { return m_errorText; }
     qint64 size() const { return m_file.size(); }
 
-    // False at the end, and when the file cannot be read any further.
+    // False at the end, and when the file cannot be read any further, which hasFailed() tells apart.
     bool next(Line *line);
+    bool hasFailed() const { return !m_file.isOpen() || m_file.error() != QFileDevice::NoError; }
     // How far the lines that were returned reach.
     qint64 position() const { return m_position; }
 
