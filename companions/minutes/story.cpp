@@ -132,7 +132,9 @@ void Story::add(const JournalReader::Line &line, const QString &file)
         --m_damagedCount;
     addDamage(at);
     const QDateTime before = m_last;
-    m_last = at;
+    // These are written before the next run is opened.
+    if (!is("counters") && !is("gap") && !is("torn"))
+        m_last = at;
 
     if (is("minute")) {
         addMinute(at, line.values);
@@ -177,7 +179,7 @@ void Story::add(const JournalReader::Line &line, const QString &file)
         QStringList words;
         if (const int lines = line.values.value(QLatin1String("lines")).toInt(); lines > 0)
             words.append(QString::number(lines));
-        growth(line.values, "workTime", QStringLiteral("рабочее время"), &words);
+        growth(line.values, "workTime", QStringLiteral("рабочее время по журналу и по программе"), &words);
         growth(line.values, "activeTime", QStringLiteral("активное"), &words);
         note({Note::Kind::Gap, before.isValid() ? before : at, at, words.join(QStringLiteral(", "))});
         m_lastMinute = QDateTime();

@@ -56,7 +56,7 @@ private:
     QDateTime m_since; // of the phase
     Note::Kind m_reason = Note::Kind::Stopped; // of a phase in which nothing is counted
     QString m_dropped; // what of a minute was lost by that
-    QDateTime m_last; // the last line
+    QDateTime m_last; // the last line of a run
     QDateTime m_lastMinute; // or the start; invalid when something explains a longer minute
     QDate m_lastDay; // of a minute or the start, until the timer stops
     QString m_damaged; // the first of some lines that cannot be read
