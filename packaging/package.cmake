@@ -27,7 +27,7 @@ endfunction()
 set(here ${CMAKE_CURRENT_LIST_DIR})
 set(artwork ${PROJECT_SOURCE_DIR}/src/resources)
 
-foreach(page orvana orvana-control orvana-watcher)
+foreach(page orvana orvana-control orvana-minutes orvana-watcher)
     packaged_gzip(client ${CMAKE_INSTALL_MANDIR}/man1 ${here}/man/${page}.1)
 endforeach()
 packaged_gzip(localservice ${CMAKE_INSTALL_MANDIR}/man1 ${here}/man/orvana-localservice.1)

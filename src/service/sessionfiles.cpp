@@ -4,6 +4,7 @@
 #include "service/daystates.h"
 #include "service/tasklists.h"
 #include "storage/settingsfile.h"
+#include "storage/settingskey.h"
 #include "storage/storagefolder.h"
 
 #include <QDir>
@@ -20,18 +21,6 @@ const QString kTimeFormat = QStringLiteral("HH:mm:ss");
 QString key(const char *name)
 {
     return QString::fromLatin1(name);
-}
-
-// Settings keys fold and strip slashes; an id may hold any.
-QString keyOfId(QString id)
-{
-    return id.replace(QLatin1Char('%'), QLatin1String("%25")).replace(QLatin1Char('/'), QLatin1String("%2F"));
-}
-
-QString idOfKey(QString key)
-{
-    return key.replace(QLatin1String("%2F"), QLatin1String("/"))
-        .replace(QLatin1String("%25"), QLatin1String("%"));
 }
 
 void restoreCounter(WorkDay::Counter &counter, const QVariant &stored)
