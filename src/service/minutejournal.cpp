@@ -73,7 +73,7 @@ JournalEntry ofFile(const char *event, const QString &path,
 struct MinuteJournal::Clocks
 {
     qint64 monotonic = 0;
-    qint64 boot = 0; // goes on while the machine sleeps
+    qint64 boot = 0; // counts while the machine sleeps, too
     qint64 wall = 0;
     bool isUsable = false;
 

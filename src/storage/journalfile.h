@@ -80,7 +80,7 @@ private:
     ino_t m_inode = 0;
     dev_t m_device = 0;
     qint64 m_size = 0;
-    // The end of the chain, and what is left of a line behind it.
+    // The end of the chain, and what is left of a line after it.
     qint64 m_n = 0;
     qint64 m_firstLine = 0;
     QByteArray m_hash;

@@ -85,7 +85,7 @@ void TrackingLoop::startTracking()
     beginMinute();
     m_trackedLogin = m_orvana->session()->login();
     qCDebug(lcTracking) << "Monitor started";
-    // A session that is active already goes on by itself: nobody is there to answer.
+    // A session that is active already resumes by itself: nobody is there to answer.
     const bool isUsersWish = !m_orvana->session()->isActive();
     m_orvana->session()->setActive(true);
     m_sendActivityTimer.start();
@@ -130,7 +130,7 @@ void TrackingLoop::onLogin()
     beginMinute();
     dropScreenshot();
     m_trackedLogin = login;
-    // The timer goes on for a user whose session records.
+    // The timer keeps running for a user whose session records.
     if (m_sendActivityTimer.isActive() && m_orvana->session()->isActive())
         journalStart();
 }
