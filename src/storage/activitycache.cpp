@@ -37,7 +37,7 @@ bool startsWith(const char *name, const char *prefix)
 // When the record was made, according to its name.
 qint64 creationMoment(const char *name)
 {
-    return recordMoment(name + qstrlen(kRecordPrefix));
+    return startsWith(name, kRecordPrefix) ? recordMoment(name + qstrlen(kRecordPrefix)) : 0;
 }
 
 qint64 creationMoment(const QString &path)
@@ -111,37 +111,43 @@ public:
     bool hasFailed() const { return m_hasFailed; }
 
     // The name of the next file that starts with the prefix, until the next call; null at the
-    // end. Of a file that was deleted meanwhile too, where the folder says what is a file.
+    // end. Where the folder says what is a file, of one that was deleted meanwhile too.
     const char *nextName(const char *prefix)
     {
-        while (true) {
-            errno = 0;
-            const dirent *entry = readdir(m_dir);
-            if (!entry) {
-                m_hasFailed = m_hasFailed || errno != 0;
-                return nullptr;
-            }
-            if (startsWith(entry->d_name, prefix)
-                && (entry->d_type == DT_REG || (entry->d_type == DT_UNKNOWN && isFile(entry->d_name))))
-                return entry->d_name;
-        }
+        const dirent *entry = nextEntry(prefix);
+        while (entry && entry->d_type != DT_REG && !isFile(entry->d_name))
+            entry = nextEntry(prefix);
+        return entry ? entry->d_name : nullptr;
     }
 
     // The path of the next record; empty at the end.
     QString next()
     {
-        while (const char *name = nextName(kRecordPrefix)) {
-            if (isFile(name))
-                return QFile::decodeName(m_path + '/' + name);
+        while (const dirent *entry = nextEntry(kRecordPrefix)) {
+            if (isFile(entry->d_name))
+                return QFile::decodeName(m_path + '/' + entry->d_name);
         }
         return {};
     }
 
 private:
+    const dirent *nextEntry(const char *prefix)
+    {
+        while (true) {
+            errno = 0;
+            const dirent *entry = readdir(m_dir);
+            m_hasFailed = m_hasFailed || (!entry && errno != 0);
+            if (!entry || startsWith(entry->d_name, prefix))
+                return entry;
+        }
+    }
+
+    // By its path: the folder may have been replaced meanwhile.
     bool isFile(const char *name)
     {
         struct stat info = {};
-        if (fstatat(dirfd(m_dir), name, &info, AT_SYMLINK_NOFOLLOW) == 0)
+        const QByteArray path = m_path + '/' + name;
+        if (lstat(path.constData(), &info) == 0)
             return S_ISREG(info.st_mode);
         m_hasFailed = m_hasFailed || errno != ENOENT;
         return false;
@@ -244,6 +250,23 @@ void ActivityCache::forget(const QString &path)
     --m_waitingCount;
     if (--found->second == 0)
         m_waiting.erase(found);
+}
+
+std::optional<QStringList> ActivityCache::records() const
+{
+    QStringList paths;
+    Cursor cursor(m_directory);
+    if (!cursor.isOpen())
+        return errno == ENOENT ? std::make_optional(paths) : std::nullopt;
+    for (QString path = cursor.next(); !path.isEmpty(); path = cursor.next())
+        paths.append(path);
+    return cursor.hasFailed() ? std::nullopt : std::make_optional(paths);
+}
+
+QString ActivityCache::secondOf(const QString &path)
+{
+    return path.mid(path.lastIndexOf(QLatin1Char('/')) + 1 + static_cast<int>(qstrlen(kRecordPrefix)),
+                    kRecordTimeLength);
 }
 
 ActivityCache::Backlog ActivityCache::backlog() const

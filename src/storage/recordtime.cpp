@@ -5,7 +5,6 @@
 namespace {
 
 const QString kFormat = QStringLiteral("dd-MM-yyyy-hh-mm-ss");
-constexpr int kTimeLength = 19;
 constexpr qint64 kSecondsPerDay = 24 * 60 * 60;
 
 struct Moment
@@ -25,7 +24,7 @@ Moment momentOf(NumberAt number)
 
 bool isPlain(const char *text)
 {
-    for (int i = 0; i < kTimeLength; ++i) {
+    for (int i = 0; i < kRecordTimeLength; ++i) {
         const bool isDash = kFormat.at(i) == QLatin1Char('-');
         if (isDash ? text[i] != '-' : text[i] < '0' || text[i] > '9')
             return false;
@@ -73,7 +72,7 @@ qint64 recordMoment(const char *text)
             return value;
         });
     } else {
-        const QDateTime time = recordTime(QString::fromUtf8(text).left(kTimeLength));
+        const QDateTime time = recordTime(QString::fromUtf8(text).left(kRecordTimeLength));
         moment = {time.date(), time.time()};
     }
     return moment.day.isValid()

@@ -5,6 +5,8 @@
 
 // Times in records and in the names of their files: local, to the second.
 
+constexpr int kRecordTimeLength = 19;
+
 QString recordTimeText(const QDateTime &time);
 // Invalid when the text is no such time.
 QDateTime recordTime(const QString &text);

@@ -85,10 +85,11 @@ void TrackingLoop::startTracking()
     beginMinute();
     m_trackedLogin = m_orvana->session()->login();
     qCDebug(lcTracking) << "Monitor started";
-    // A session that is active already goes on by itself: nobody is there to answer.
+    // A session that is active already resumes by itself: nobody is there to answer.
     const bool isUsersWish = !m_orvana->session()->isActive();
     m_orvana->session()->setActive(true);
     m_sendActivityTimer.start();
+    journalStart();
     m_clockTimer.start();
     // A screenshot that fell due before a stop is taken with the first report.
     if (!m_screenshotTimer.isActive() && !m_screenshotDue)
@@ -103,6 +104,7 @@ void TrackingLoop::stopTracking()
     qCDebug(lcTracking) << "Monitor stopped";
     Orvana::Session *session = m_orvana->session();
     session->setActive(false);
+    m_orvana->journal().stopped(session->currentTaskID());
     m_sendActivityTimer.stop();
     m_clockTimer.stop();
     m_screenshotTimer.stop();
@@ -111,6 +113,12 @@ void TrackingLoop::stopTracking()
     // The unfinished minute is dropped from the display too.
     session->updateSecondsToDisplayedActiveTime();
     session->updateSecondsToDisplayedWorktime();
+}
+
+void TrackingLoop::journalStart()
+{
+    const Orvana::Session *session = m_orvana->session();
+    m_orvana->journal().started(session->currentTeamID(), session->currentTaskID());
 }
 
 // Ticks of the previous user must not count towards a minute of this one.
@@ -122,6 +130,9 @@ void TrackingLoop::onLogin()
     beginMinute();
     dropScreenshot();
     m_trackedLogin = login;
+    // The timer keeps running for a user whose session records.
+    if (m_sendActivityTimer.isActive() && m_orvana->session()->isActive())
+        journalStart();
 }
 
 void TrackingLoop::setHasActivity()
@@ -136,9 +147,11 @@ void TrackingLoop::sendActivity(bool force)
         ++m_activeTicks;
         m_hasActivity = false;
     }
+    m_orvana->journal().slicePassed();
     if (m_tickCount != kSlicesPerMinute && !force)
         return;
     Orvana::Session *session = m_orvana->session();
+    m_orvana->journalMinute(m_activeTicks);
     session->addMinuteToWorktime();
     if (m_activeTicks < 1)
         session->updateSecondsToDisplayedActiveTime();
