@@ -3,7 +3,6 @@
 #include "base/log.h"
 #include "storage/flushfolder.h"
 #include "storage/settingslines.h"
-#include "storage/settingstext.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,6 +13,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 #include <fcntl.h>
@@ -24,7 +24,6 @@ namespace {
 
 constexpr int kMaxAside = 10; // files kept of each name
 constexpr time_t kTimeStep = 2; // s, of the coarsest file system
-constexpr mode_t kReadableMode = 0666; // less the umask
 constexpr int kLockPatience = 1000; // ms, in which the window stands still
 const QLatin1String kLockSuffix(".lock"); // of QSettings
 
@@ -56,6 +55,22 @@ void removeUnfinished(const QString &path)
         if (name.startsWith(newFile.fileName()))
             folder.remove(name);
     }
+}
+
+// A line with an equals sign for each key, and the last line ended.
+bool isWhole(const QByteArray &ini, int keys)
+{
+    int found = 0;
+    const auto find = [&ini](const char *from, char c) {
+        return static_cast<const char *>(std::memchr(from, c, static_cast<size_t>(ini.cend() - from)));
+    };
+    for (const char *at = find(ini.cbegin(), '='); at; at = find(at, '=')) {
+        ++found;
+        at = find(at, '\n');
+        if (!at)
+            return false;
+    }
+    return found == keys;
 }
 
 } // namespace
@@ -145,16 +160,22 @@ bool SettingsFile::load()
 
 bool SettingsFile::writeTo(const QString &path) const
 {
-    QByteArray ini = settingsText(m_values);
-    if (m_use == Use::Own)
-        ini += checksumLine(ini);
     QFile::remove(path);
-    const int handle =
-        ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kReadableMode);
-    QFile file;
-    return handle >= 0
-        && file.open(handle, QIODevice::WriteOnly | QIODevice::Unbuffered, QFileDevice::AutoCloseHandle)
-        && file.write(ini) == ini.size() && ::fsync(handle) == 0;
+    QFile::remove(path + kLockSuffix);
+    QSettings writer(path, QSettings::IniFormat);
+    for (auto each = m_values.cbegin(); each != m_values.cend(); ++each)
+        writer.setValue(each.key(), each.value());
+    writer.sync();
+    QFile written(path); // not made by Qt without values
+    if (!written.open(QIODevice::ReadWrite))
+        return false;
+    const QByteArray lines = written.readAll();
+    // Qt takes a file for written of which the last kilobytes met a full disk.
+    if (!isWhole(lines, writer.allKeys().size()))
+        return false;
+    // Not flushed: Qt has flushed the lines, and a file without its checksum is accepted.
+    const QByteArray checksum = m_use == Use::Own ? checksumLine(lines) : QByteArray();
+    return written.write(checksum) == checksum.size() && written.flush();
 }
 
 bool SettingsFile::save()
