@@ -24,6 +24,8 @@
 #include <QSignalBlocker>
 #include <QStyle>
 
+#include <utility>
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -131,6 +133,7 @@ void MainForm::connectSignals()
     });
     connect(session, &Orvana::Session::overdueTimeChanged, this, &MainForm::updateOverdueTime);
     connect(session, &Orvana::Session::tasksUpdated, this, &MainForm::onTaskUpdated);
+    connect(session, &Orvana::Session::teamsUpdated, this, &MainForm::onTeamsUpdated);
     connect(this, &MainForm::hideAll, this, &MainForm::hideAllHandler);
     connect(this, &MainForm::showAll, this, &MainForm::showAllHandler);
     connect(m_ui->pbComment, &QPushButton::clicked, m_orvana, qOverload<>(&Orvana::openTaskUrl));
@@ -253,7 +256,13 @@ void MainForm::updateForNewLogin()
 
 void MainForm::onTaskUpdated(const QString &teamId)
 {
-    if (teamId == m_orvana->session()->currentTeamID())
+    m_isTaskOutdated = m_isTaskOutdated || teamId == m_orvana->session()->currentTeamID();
+}
+
+// Once for each reply, which may name the team thousands of times.
+void MainForm::onTeamsUpdated()
+{
+    if (std::exchange(m_isTaskOutdated, false))
         onTaskChange();
 }
 

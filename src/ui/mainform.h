@@ -49,6 +49,7 @@ public slots:
     void updateForNewLogin();
     void updateOnlineState(const QString &reason);
     void onTaskUpdated(const QString &teamId);
+    void onTeamsUpdated();
     // Makes it the task that time is counted on. Does nothing if the session's team does
     // not have it.
     void selectTask(const QString &teamId, const QString &taskId);
@@ -100,4 +101,5 @@ private:
     bool m_hidAll = false; // the other windows come back with this one
     QString m_playStyle;
     bool m_wasPainted = false;
+    bool m_isTaskOutdated = false; // its team was in the reply
 };
