@@ -27,7 +27,6 @@ void TaskLists::setTeams(const QList<Team> &teams)
     if (teams == m_teams)
         return;
     m_teams = teams;
-    m_source.clear();
     m_unsaved.teams = true;
 }
 

@@ -263,10 +263,18 @@ private slots:
         // What was changed here in the meantime is news again.
         client.session()->removeAllSavedTasks(client.session()->task(s("1"), s("8")));
         QCOMPARE(loadTimes(3, lists), 1);
+        const QStringList dated = texts({"1:7@3", "2:9"});
+        loadTimes(3, dated);
+        const Task moved{s("7"), s("7"), QDateTime(QDate(2030, 1, 1), QTime(1, 1)), {}, {}};
+        client.session()->updateDeadlinesTo(s("2"), moved);
+        QCOMPARE(loadTimes(2, dated), 1);
         // Once they have moved a deadline, two teams that contradict each other do so in every reply.
         loadTimes(1, texts({"1:7@3", "2:7@4"}));
         loadTimes(1, texts({"1:7@1", "2:7@2"}));
         QCOMPARE(loadTimes(3, texts({"1:7@1", "2:7@2"})), 6);
+        // So do two lists of one team.
+        loadTimes(1, texts({"1:7", "1:8"}));
+        QCOMPARE(loadTimes(2, texts({"1:7", "1:8"})), 8);
         client.load(lists);
         client.load(lists);
         client.login(s("other"));
