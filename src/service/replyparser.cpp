@@ -15,7 +15,7 @@ namespace {
 
 constexpr int kMaxLoggedBody = 64 * 1024;
 constexpr int kMaxTeams = 10'000;
-constexpr int kMaxTasks = 100'000; // of all teams
+constexpr int kMaxTasks = 300'000; // of all teams
 constexpr int kMaxFiles = 10'000;
 constexpr int kMaxTexts = 10'000;
 constexpr int kMaxPhrases = 100'000; // of all texts
