@@ -49,7 +49,7 @@ client_areas() {
     local pid id screen
     screen=$(xdotool getdisplaygeometry)
     for pid in $(client_pids); do
-        for id in $(xdotool search --onlyvisible --pid "$pid" --name '' 2>/dev/null); do geometry "$id" || true; done
+        for id in $(xdotool search --all --onlyvisible --pid "$pid" --name '' 2>/dev/null); do geometry "$id" || true; done
     done | grep -vxE "1x1\+.*|${screen/ /x}\+0\+0" | sort -u
 }
 
