@@ -37,7 +37,7 @@ unlike() {
 popups() {
     local pid id
     for pid in $(client_pids); do
-        for id in $(xdotool search --onlyvisible --pid "$pid" --name '' 2>/dev/null); do
+        for id in $(xdotool search --all --onlyvisible --pid "$pid" --name '' 2>/dev/null); do
             [ "$(size_of "$id")" != 179x107 ] || echo "$id"
         done
     done

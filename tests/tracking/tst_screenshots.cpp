@@ -145,8 +145,9 @@ private slots:
     void initTestCase() { qputenv("WAYLAND_DISPLAY", "left-over"); }
 
     // Steps: x in an X11 session, s start, p stop, r go on by itself after a restart, f a minute with a
-    // screenshot, u another user, a the portal answers, z patience ends. The outcome: calls of the portal,
-    // images that the service got, whether a file is left, and the first word of each notice after the start.
+    // screenshot, u another user, a the portal answers, z patience ends, k KWin refuses from now on. The
+    // outcome: calls of the portal, images that the service got, whether a file is left, and the first word
+    // of each notice after the start.
     void desktops_data()
     {
         addColumns<QString, QString, QString, QString>("kwin", "portal", "steps", "result");
@@ -155,6 +156,7 @@ private slots:
             {"works", "", "rf", "0 calls, 1 images"},
             {"works", "works", "xsf", "0 calls, 0 images"},
             {"refuses", "works", "sff", "3 calls, 2 images"},
+            {"works", "works", "sfkfpsf", "2 calls, 2 images, ещё не разрешены"},
             {"", "works", "spsf", "2 calls, 1 images"},
             {"", "works", "sprf", "2 calls, 1 images"},
             {"", "works", "rff", "0 calls, 0 images, ещё не разрешены"},
@@ -232,6 +234,7 @@ private slots:
                 {'f', [&] { loop->sendActivity(true); }},
                 {'u', [&] { QVERIFY(client.logIn(s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я"))); }},
                 {'a', [&] { fakePortal.answer(); }},
+                {'k', [&] { fakeKwin.way = s("refuses"); }},
                 {'z', [&] { patience(*loop)->start(0), fakeKwin.isAsked = fakePortal.isAsked = false; }}};
             actions.value(step.toLatin1())();
             QTRY_VERIFY(!patience(*loop) || fakeKwin.isAsked || fakePortal.isAsked);
