@@ -54,7 +54,8 @@ client=$build/src/orvana
 
 # outcome ROW RESULT [REASON]
 outcome() {
-    printf '%s\t%s\t%s\n' "$1" "$2" "${3:-}" >>"$pictures/outcomes"
+    local reason=${3:-}
+    printf '%s\t%s\t%s\n' "$1" "$2" "${reason//$'\n'/ }" >>"$pictures/outcomes"
     printf '%-6s %-20s %s%s\n' "$name" "$1" "$2" "${3:+: $3}"
 }
 
@@ -65,7 +66,7 @@ shot() { capture "$pictures/$row.png"; }
 try() {
     local status=0
     row=$1 why=
-    case " minute ${ORVANA_ROWS:-$1} " in *" $1 "*) ;; *) return ;; esac
+    case " minute ${ORVANA_ROWS:-$1} " in *" $1 "*) ;; *) outcome "$row" 'not tried' "left out" >/dev/null; return ;; esac
     "row_$1" || status=$?
     [ -e "$pictures/$row.png" ] || shot 2>/dev/null || true
     case $status in
@@ -161,20 +162,20 @@ done
 # The table of results: a line for each row, a column for each desktop.
 say
 printf '%-52s' ''
-printf '%-11s' "${desktops[@]}"
+printf '%-13s' "${desktops[@]}"
 say
 for entry in "${rows[@]}"; do
     row=${entry%% *} text=${entry#* }
     printf '%-52s' "${text#"${text%%[! ]*}"}"
     for name in "${desktops[@]}"; do
-        printf '%-11s' "$(awk -F '\t' -v row="$row" '$1 == row { r = $2 } END { print r ? r : "not tried" }' \
+        printf '%-13s' "$(awk -F '\t' -v row="$row" '$1 == row { r = $2 } END { print r ? r : "-" }' \
             "build/desktops/$name/outcomes")"
     done
     say
 done
 say
 for name in "${desktops[@]}"; do
-    awk -F '\t' -v name="$name" '$2 != "ok" { printf "%s, %s: %s: %s\n", name, $1, $2, $3 }' "build/desktops/$name/outcomes"
+    awk -F '\t' -v name="$name" '$2 != "ok" && $3 != "left out" { printf "%s, %s: %s: %s\n", name, $1, $2, $3 }' "build/desktops/$name/outcomes"
     ! grep -q $'\tFAILED\t' "build/desktops/$name/outcomes" || status=1
 done
 say "Screenshots: build/desktops"

@@ -49,7 +49,7 @@ client_areas() {
     local pid id screen
     screen=$(xdotool getdisplaygeometry)
     for pid in $(client_pids); do
-        for id in $(xdotool search --onlyvisible --pid "$pid" --name '' 2>/dev/null); do geometry "$id"; done
+        for id in $(xdotool search --onlyvisible --pid "$pid" --name '' 2>/dev/null); do geometry "$id" || true; done
     done | grep -vxE "1x1\+.*|${screen/ /x}\+0\+0" | sort -u
 }
 
@@ -81,10 +81,9 @@ pattern_pictures() {
     local count=${ORVANA_PICTURES:-20} before areas name size good=0 frames=''
     before=$(received 'снимок экрана')
     start_client 20 || return
-    wait_for 15 has_window '^Orvana$' || failed "no main window" || return
-    areas=$(client_areas)
     wait_for $((count * 20 + 40)) has_received 'снимок экрана' $((before + count)) ||
         failed "$(($(received 'снимок экрана') - before)) of $count pictures arrived" || return
+    areas=$(client_areas)
     end_client
     for name in $(find "$box/service/screenshots" -type f -newer "$box/mark" | sort | head -n "$count"); do
         size=$(identify -format '%wx%h' "$name")
@@ -137,12 +136,14 @@ row_popup() {
     return "$result"
 }
 popup_apart() {
-    local areas factor seen area other i
-    start_client 5 || return
+    local areas factor seen area other i active
+    start_client 10 || return
     wait_for 15 has_popups 1 || failed "no popup" || return
     control add-task team=17 "title=Срочная правка $RANDOM"
+    active=$(xdotool getactivewindow 2>/dev/null)
     # Besides the two that stay there is one for seconds.
     wait_for 30 two_popups_stay || failed "no second popup" || return
+    [ "$active" = "$(xdotool getactivewindow 2>/dev/null)" ] || failed "a popup takes the keyboard" || return
     capture "$pictures/popup-scale-$1.png"
     areas=$(client_areas)
     [ "$(wc -l <<<"$areas")" -ge 3 ] || failed "fewer than three windows: $areas" || return

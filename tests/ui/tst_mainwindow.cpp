@@ -315,9 +315,9 @@ private slots:
     // says so for the rest of its life.
     void popupsKeepClear()
     {
-        QVERIFY(QProcess::execute(s("xprop"), {s("-root"), s("-f"), s("_NET_SUPPORTED"), s("32a"), s("-set"),
-                                               s("_NET_SUPPORTED"), s("_NET_WM_STATE")})
-                == 0);
+        const QString hint = s("_NET_SUPPORTED");
+        const QStringList change = {s("-root"), s("-f"), hint, s("32a"), s("-set"), hint, s("_NET_WM_STATE")};
+        QCOMPARE(QProcess::execute(s("xprop"), change), 0);
         const QRect area = form()->screen()->availableGeometry();
         const int corner = area.right() + 1 - form()->width();
         for (const int top : {form()->height() / 2, area.bottom() + 1 - form()->height()}) {
@@ -326,7 +326,8 @@ private slots:
             notify();
             notify();
             for (const NotificationForm *popup : shownPopups())
-                QTRY_VERIFY(area.contains(popup->geometry()) && !popup->geometry().intersects(form()->geometry()));
+                QTRY_VERIFY(area.contains(popup->geometry())
+                            && !popup->geometry().intersects(form()->geometry()));
         }
     }
 
