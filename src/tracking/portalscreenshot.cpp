@@ -223,7 +223,7 @@ void PortalScreenshot::onResponse(uint code, const QVariantMap &results)
     emit taken(image);
 }
 
-// Without closing the request: GNOME's question would stay on the screen, and its answer count nothing.
+// Without closing the request: its question may stay on the screen all the same, and is still answered.
 void PortalScreenshot::giveUp()
 {
     fail(QStringLiteral("no answer"), m_reasonIfSilent);
