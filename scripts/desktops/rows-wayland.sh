@@ -53,10 +53,17 @@ client_areas() {
     done | grep -vxE "1x1\+.*|${screen/ /x}\+0\+0" | sort -u
 }
 
+# as_rectangle_of PART AREA: the area of the screen, in a picture of a part of it.
+as_rectangle_of() {
+    local x y
+    IFS=+ read -r _ x y <<<"$1"
+    echo "translate -$x,-$y $(as_rectangle "$2")"
+}
+
 # shows_pattern PICTURE AREAS: on 99 % of the pixels outside of the areas. The frame is in $frame.
 shows_pattern() {
     local area mask=()
-    for area in $2; do mask+=(-draw "$(as_rectangle "$area")"); done
+    for area in $2; do mask+=(-draw "$(as_rectangle_of "$pattern_area" "$area")"); done
     for frame in 0 1 2 3; do
         convert "$1" -crop "$pattern_area" +repage "$box/frames/$frame.png" -compose difference -composite \
             -colorspace gray -threshold 10% -fill black "${mask[@]}" -format '%[fx:mean <= 0.01]' info: |
@@ -71,7 +78,7 @@ row_pattern() {
     control set-versions version= version2=
     end_client
     touch "$box/mark"
-    show_pattern || not_tried "the pattern does not fill the screen" || { end_pattern; return 2; }
+    show_pattern || not_tried "the pattern does not fill the screen" || { shot; end_pattern; return 2; }
     pattern_pictures || result=$?
     capture "$pictures/pattern.png"
     end_pattern
@@ -104,7 +111,7 @@ pattern_pictures() {
 row_video() {
     local result=0
     start_client 5 || return
-    show_pattern || not_tried "the pattern does not fill the screen" || { end_pattern; return 2; }
+    show_pattern || not_tried "the pattern does not fill the screen" || { shot; end_pattern; return 2; }
     if wl_inhibit; then
         whole_minute sleep 0.2 || result=1
         wl_uninhibit
@@ -154,16 +161,16 @@ popup_apart() {
         done
     done
     # Xwayland's idea of the places is also the compositor's: everything new is there and nowhere else.
-    factor=$(wl_scaled "$1")
+    factor=$(wl_scaled "$1") screen=$(times "$1" "$pattern_area")
     seen=()
     for area in $areas; do
         area=$(times "$factor" "$area")
-        seen+=(-draw "$(as_rectangle "$area")")
+        seen+=(-draw "$(as_rectangle_of "$screen" "$area")")
         i=$(changed "$box/empty.png" "$pictures/popup-scale-$1.png" "$area")
         [ "$i" -ge 40 ] || failed "the screen shows nothing at $area" || return
     done
-    i=$(convert "$box/empty.png" "$pictures/popup-scale-$1.png" -crop "$(times "$factor" "$pattern_area")" +repage -compose difference -composite \
-        -colorspace gray -threshold 6% -fill black "${seen[@]}" -format '%[fx:round(10000*mean)]' info:)
+    i=$(convert "$box/empty.png" "$pictures/popup-scale-$1.png" -crop "$screen" +repage \
+        -compose difference -composite -colorspace gray -threshold 6% -fill black "${seen[@]}" -format '%[fx:round(10000*mean)]' info:)
     [ "$i" -le 20 ] || failed "$i of 10,000 pixels show something where no window should be"
 }
 two_popups_stay() { [ "$(popup_count)" = 2 ] && sleep 2 && [ "$(popup_count)" = 2 ]; }

@@ -38,7 +38,7 @@ popups() {
     local pid id
     for pid in $(client_pids); do
         for id in $(xdotool search --all --onlyvisible --pid "$pid" --name '' 2>/dev/null); do
-            [ "$(size_of "$id")" != 179x107 ] || echo "$id"
+            case $(size_of "$id") in 179x107 | 358x214) echo "$id" ;; esac
         done
     done
 }
