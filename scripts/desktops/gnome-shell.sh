@@ -73,14 +73,13 @@ wl_shot() {
 
 # gnome_input COMMAND ARGUMENT...: done when it returns.
 gnome_input() {
-    local answer
     if [ -z "$input_pid" ] || ended "$input_pid" 2>/dev/null; then
         in_session /usr/bin/python3 "$box/bin/gnome-input.py" "$box/input" "$box/answers" >>"$box/input.log" 2>&1 &
         input_pid=$!
         disown
     fi
     echo "$*" 1<>"$box/input"
-    read -r -t 20 answer <>"$box/answers"
+    read -r -t 20 _ <>"$box/answers"
 }
 wl_move() { gnome_input move "$1" "$2"; }
 wl_click() { gnome_input move "$1" "$2" && gnome_input click "${3:-1}"; }
