@@ -19,7 +19,7 @@ public:
         Whole, // a JSON object whose own hash is right
         Changed, // a JSON object with another hash than it says, or none
         Broken, // no JSON object: torn, or damaged
-        TooLong // skipped
+        TooLong // comes in pieces of 4 MiB, so that no call takes long
     };
 
     struct Line
@@ -57,6 +57,7 @@ private:
     QString m_errorText;
     QByteArray m_buffer;
     int m_at = 0; // in the buffer
+    bool m_isInside = false; // of a line that is too long
     qint64 m_position = 0;
     qint64 m_lines = 0;
 };
