@@ -42,7 +42,6 @@ public:
 
     bool isOpen() const { return m_file.isOpen(); }
     QString errorText() const { return m_errorText; }
-    qint64 size() const { return m_file.size(); }
 
     // False at the end, and when the file cannot be read any further, which hasFailed() tells apart.
     bool next(Line *line);
