@@ -74,7 +74,8 @@ void NotificationManager::addNotification(const QString &text, NotificationType 
     const Waiting waiting{type, NotificationForm::textToKeep(text), taskId};
     if (m_shown.size() == m_full || !NotificationForm::fitsOnScreen(m_shown.size(), m_host)) {
         if (m_full < 0)
-            QMetaObject::invokeMethod(this, [this] { m_full = -1; }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(
+                this, [this] { m_full = -1; }, Qt::QueuedConnection);
         m_full = m_shown.size();
         keepBack(waiting);
         return;
