@@ -13,8 +13,7 @@ struct Call
 {
     QString name;
     QString file; // what it works on, in words
-    QString path; // in the room, when that has the same name each time
-    bool isMain = false; // of the thread that counts
+    bool isMain = true; // of the thread that counts
     bool isFaulty = false;
 
     bool isLike(const Call &other) const
@@ -27,17 +26,20 @@ struct Call
 class CallTrace final
 {
 public:
-    // Those of the client's main thread and of the one for the network. A trace of one thread names none.
+    // Ids of the client's main thread and of the one for the network. 0 for the only one of a trace, that
+    // names none.
     struct Threads
     {
         qint64 main = 0;
         qint64 network = 0;
     };
 
-    static CallTrace read(const QString &path, const QString &room, Threads threads)
+    static CallTrace read(const QString &path, const QString &room, Threads threads, bool isOpen = true)
     {
         static const QRegularExpression call(s("^(?:(\\d+) +)?(\\w+)\\((.*)$"));
         CallTrace trace;
+        if (isOpen)
+            trace.calls.append({s("openat"), s("journal"), true, false});
         QFile file(path);
         file.open(QIODevice::ReadOnly);
         while (!file.atEnd()) {
@@ -60,14 +62,6 @@ public:
         return trace;
     }
 
-    // The journal is opened for the minute's line; -1 when it is not.
-    int begin() const
-    {
-        return indexOf([](const Call &call) {
-            return call.isMain && call.name == s("openat") && call.file == s("journal");
-        });
-    }
-
     // After the record's deletion and one call more, at which a kill finds it done.
     int end() const
     {
@@ -83,9 +77,9 @@ public:
     }
 
     // How many of such calls there are up to and with this one.
-    int countUpTo(int last, int first = 0) const
+    int countUpTo(int last) const
     {
-        return static_cast<int>(std::count_if(calls.cbegin() + std::max(first, 0), calls.cbegin() + last + 1,
+        return static_cast<int>(std::count_if(calls.cbegin(), calls.cbegin() + last + 1,
                                               [&](const Call &call) { return call.isLike(calls.at(last)); }));
     }
 
@@ -120,7 +114,6 @@ private:
             {QRegularExpression(s("UNIX")), s("X server")},
             {QRegularExpression(s("/output>|/dev/null|<pipe")), s("terminal")},
             {QRegularExpression(s("\"/")), s("files of the system")}};
-        static const QRegularExpression path(s("[\"<](/[^\">#]*)"));
         const QString own = QString(arguments).replace(s("AT_FDCWD<%1>").arg(room), QString());
         call->file = s("process");
         for (const auto &each : files) {
@@ -129,10 +122,5 @@ private:
             call->file = each.second;
             break;
         }
-        auto paths = path.globalMatch(own);
-        const QString first = paths.hasNext() ? paths.next().captured(1) : QString();
-        const bool isNamedOnce = own.contains(s("/#")) || first.contains(s("/activity/"));
-        if (first.startsWith(room + QLatin1Char('/')) && !isNamedOnce)
-            call->path = first.mid(room.size() + 1);
     }
 };
