@@ -215,6 +215,8 @@ void MinuteJournal::stopped(const QString &task)
 void MinuteJournal::slicePassed()
 {
     ++m_slices;
+    for (auto &file : m_files)
+        file.second.retry();
     auto now = std::make_unique<Clocks>();
     if (!now->isUsable)
         return;
