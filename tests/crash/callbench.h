@@ -191,9 +191,6 @@ private:
     // ended. With `fault` that call itself meets it.
     void trace(const QStringList &options, qint64 thread, const QString &fault = QString())
     {
-        // The next report needs a new connection.
-        m_client.room.server.stop();
-        m_client.room.server.start();
         const QString journal = Journal::files(m_client.room.ofUser(QString())).value(0);
         // At the opening the client stops: what strace counts begins there.
         const QString stop = fault.isEmpty() ? s("signal=STOP") : fault;
@@ -204,6 +201,9 @@ private:
             m_client.ends(5ms);
         if (fault.isEmpty()) {
             end(&opening);
+            // The report needs a new connection.
+            m_client.room.server.stop();
+            m_client.room.server.start();
             QProcess minute;
             start(&minute, options, thread);
             ::kill(static_cast<pid_t>(mainThread()), SIGCONT);

@@ -113,7 +113,7 @@ private:
             {QRegularExpression(s("TCP")), s("connection")},
             {QRegularExpression(s("UNIX")), s("X server")},
             {QRegularExpression(s("/output>|/dev/null|<pipe")), s("terminal")},
-            {QRegularExpression(s("\"/")), s("files of the system")}};
+            {QRegularExpression(s("[\"<]/")), s("files of the system")}};
         const QString own = QString(arguments).replace(s("AT_FDCWD<%1>").arg(room), QString());
         call->file = s("process");
         for (const auto &each : files) {

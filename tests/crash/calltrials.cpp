@@ -66,7 +66,8 @@ public:
     void add(const Result &result, const QString &fault)
     {
         const std::lock_guard lock(m_mutex);
-        ++rowOf(result.call).outcomes[fault][result.outcome];
+        if (result.outcome != Outcome::Missed)
+            ++rowOf(result.call).outcomes[fault][result.outcome];
         ++m_sums[result.outcome];
         if (result.outcome == Outcome::Failed)
             std::printf("FAILED: %s at %s of %s, place %d: %s\n", qPrintable(fault),
@@ -169,7 +170,7 @@ void work(const QString &program, std::deque<Trial> *trials, std::mutex *taking,
 int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
-    const QString program = QCoreApplication::arguments().value(1);
+    const QString program = QDir().absoluteFilePath(QCoreApplication::arguments().value(1));
     const int clients = QCoreApplication::arguments().value(2, s("4")).toInt();
     const QStringList only = QCoreApplication::arguments().mid(3);
     const CallTrace trace = Bench(program).record();
