@@ -10,4 +10,4 @@ cd "$(dirname "$0")/.."
 
 install_packages calls
 build_preset dev calltrials
-exec nice tests/support/sandbox.sh display C.UTF-8 build/dev/tests/calltrials build/dev/src/orvana "${1:-6}" "${@:2}"
+exec tests/support/sandbox.sh display C.UTF-8 build/dev/tests/calltrials build/dev/src/orvana "${1:-6}" "${@:2}"

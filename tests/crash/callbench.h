@@ -12,15 +12,15 @@ using namespace std::chrono_literals;
 inline constexpr int kSpeed = 40;
 inline constexpr std::chrono::milliseconds kMinute = 60000ms / kSpeed;
 inline constexpr auto kLead = 200ms; // for strace to attach before the minute's end
-inline constexpr auto kSettling = 600ms; // after it
-inline constexpr auto kPatience = 15s;
+inline constexpr auto kSettling = 800ms; // after it
+inline constexpr auto kPatience = 30s;
 inline const QString kKill = s("KILL");
 
 struct Trial
 {
     Call call;
     int place = 0; // of such calls in the minute, from 1
-    int when = 0; // of the calls of this name in its thread; 0 for the opening of the journal
+    int when = 0; // of the calls that strace counts; 0 for the opening of the journal
     QString fault;
     int attempts = 0;
 };
@@ -37,7 +37,7 @@ struct State
     int shown = 0;
 };
 
-enum class Outcome { Kept, NotCounted, SentTwice, Failed, Missed };
+enum class Outcome { Kept, NotCounted, InGap, SentTwice, Failed, Missed };
 
 struct Result
 {
@@ -79,8 +79,10 @@ public:
         const State before = look();
         const bool kills = trial.fault == kKill;
         const QString fault = s(kills ? "signal=%1" : "error=%1").arg(trial.fault);
-        const QStringList options{s("-e"),
-                                  s("inject=%1:%2:when=%3").arg(trial.call.name, fault).arg(trial.when)};
+        QStringList options{s("-e"), s("inject=%1:%2:when=%3").arg(trial.call.name, fault).arg(trial.when)};
+        // What comes before the calls for the answer is not always the same.
+        if (trial.call.file == s("journal"))
+            options += QStringList{s("-P"), journalPath()};
         trace(options, trial.call.isMain ? mainThread() : networkThread(),
               trial.when == 0 ? fault : QString());
         const bool endedByItself = !m_client.isRunning();
@@ -106,15 +108,16 @@ public:
                 return call.name == s("write") && call.file == s("journal");
             });
         const bool mayBeUncounted = kills && trial.call.isMain && line == calls.calls.cbegin() + hit;
-        judge(before, after, mayBeUncounted, atEnd.received > before.received, &result);
+        judge(before, after, kills, mayBeUncounted, atEnd.received > before.received, &result);
         if (!hasSettled)
-            result = {Outcome::Failed, result.call, result.place, s("not delivered: ") + result.text};
+            result = {Outcome::Failed, result.call, result.place,
+                      s(m_client.isRunning() ? "not settled: " : "ended by itself: ") + result.text};
         return result;
     }
 
 private:
-    static void judge(const State &before, const State &after, bool mayBeUncounted, bool wasAnswered,
-                      Result *result)
+    static void judge(const State &before, const State &after, bool kills, bool mayBeUncounted,
+                      bool wasAnswered, Result *result)
     {
         const int counted = after.counted - before.counted;
         const int shown = after.shown - before.shown;
@@ -127,6 +130,10 @@ private:
                            .arg(shown)
                            .arg(received)
                            .arg(after.gaps - before.gaps);
+        // The kill came before the disk was offered the line again.
+        const bool isInGap = !kills && counted == worked - 1 && after.gaps == before.gaps + 1;
+        if (isInGap && shown == worked && received == worked)
+            result->outcome = Outcome::InGap;
         if (counted != worked - (isUncounted ? 1 : 0) || shown != counted || after.gaps != before.gaps)
             return;
         if (received == counted)
@@ -191,11 +198,11 @@ private:
     // ended. With `fault` that call itself meets it.
     void trace(const QStringList &options, qint64 thread, const QString &fault = QString())
     {
-        const QString journal = Journal::files(m_client.room.ofUser(QString())).value(0);
         // At the opening the client stops: what strace counts begins there.
         const QString stop = fault.isEmpty() ? s("signal=STOP") : fault;
         QProcess opening;
-        start(&opening, {s("-P"), journal, s("-e"), s("inject=openat:%1:when=1").arg(stop)}, mainThread());
+        start(&opening, {s("-P"), journalPath(), s("-e"), s("inject=openat:%1:when=1").arg(stop)},
+              mainThread());
         const QDeadlineTimer late(kMinute * 2);
         while (m_client.isRunning() && !contentsOf(tracePath()).contains("O_APPEND") && !late.hasExpired())
             m_client.ends(5ms);
@@ -255,6 +262,7 @@ private:
         qFatal("no thread for the network");
     }
 
+    QString journalPath() const { return Journal::files(m_client.room.ofUser(QString())).value(0); }
     QString tracePath() const { return m_client.room.path(s("trace")); }
 
     QString m_program;

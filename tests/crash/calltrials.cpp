@@ -26,7 +26,8 @@ bool canFail(const Call &call)
 bool isOfMinute(const Call &call)
 {
     return call.file.contains(s("journal")) || call.file.contains(s("record"))
-        || call.file.contains(s("session.ini")) || call.name == s("connect");
+        || (call.file.contains(s("session.ini")) && call.name != s("statx") && call.name != s("access"))
+        || call.name == s("connect");
 }
 
 std::deque<Trial> plan(const CallTrace &trace)
@@ -36,7 +37,8 @@ std::deque<Trial> plan(const CallTrace &trace)
         const Call &call = trace.calls.at(i);
         const int place = trace.countUpTo(i);
         const auto isCounted = [&call](const Call &each) {
-            return each.isMain == call.isMain && each.name == call.name;
+            return each.isMain == call.isMain && each.name == call.name
+                && (call.file != s("journal") || each.file == call.file);
         };
         const auto first = trace.calls.cbegin() + 1; // after the opening
         const auto when = i == 0 ? 0 : std::count_if(first, first + i, isCounted);
@@ -96,7 +98,7 @@ public:
     bool isGood() const
     {
         return m_sums.value(Outcome::Failed) == 0
-            && m_sums.value(Outcome::Missed) * 50 < m_sums.value(Outcome::Kept);
+            && m_sums.value(Outcome::Missed) * 20 < m_sums.value(Outcome::Kept);
     }
 
 private:
@@ -122,6 +124,7 @@ private:
     {
         static const QMap<Outcome, QString> words{{Outcome::Kept, s("kept")},
                                                   {Outcome::NotCounted, s("not counted")},
+                                                  {Outcome::InGap, s("in a gap")},
                                                   {Outcome::SentTwice, s("twice")},
                                                   {Outcome::Failed, s("FAILED")}};
         QStringList texts;
@@ -173,7 +176,9 @@ int main(int argc, char *argv[])
     const QString program = QDir().absoluteFilePath(QCoreApplication::arguments().value(1));
     const int clients = QCoreApplication::arguments().value(2, s("4")).toInt();
     const QStringList only = QCoreApplication::arguments().mid(3);
-    const CallTrace trace = Bench(program).record();
+    CallTrace trace;
+    for (int attempt = 0; attempt < kAttempts && trace.end() < 0; ++attempt)
+        trace = Bench(program).record();
     if (trace.end() < 0)
         qFatal("strace has not seen a minute");
     std::deque<Trial> trials = plan(trace);
