@@ -223,6 +223,8 @@ void MinuteJournal::slicePassed()
 {
     ++m_slices;
     m_isRunning = true; // also after the same user has signed in again
+    for (auto &file : m_files)
+        file.second.retry();
     auto now = std::make_unique<Clocks>();
     if (!now->isUsable)
         return;
