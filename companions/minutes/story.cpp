@@ -179,6 +179,8 @@ void Story::add(const JournalReader::Line &line, const QString &file)
         QStringList words;
         if (const int lines = line.values.value(QLatin1String("lines")).toInt(); lines > 0)
             words.append(QString::number(lines));
+        if (line.values.contains(QLatin1String("off")))
+            words.append(QStringLiteral("журнал был выключен"));
         growth(line.values, "workTime", QStringLiteral("рабочее время по журналу и по программе"), &words);
         growth(line.values, "activeTime", QStringLiteral("активное"), &words);
         note({Note::Kind::Gap, before.isValid() ? before : at, at, words.join(QStringLiteral(", "))});

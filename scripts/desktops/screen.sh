@@ -37,8 +37,8 @@ unlike() {
 popups() {
     local pid id
     for pid in $(client_pids); do
-        for id in $(xdotool search --onlyvisible --pid "$pid" --name '' 2>/dev/null); do
-            [ "$(size_of "$id")" != 179x107 ] || echo "$id"
+        for id in $(xdotool search --all --onlyvisible --pid "$pid" --name '' 2>/dev/null); do
+            case $(size_of "$id") in 179x107 | 358x214) echo "$id" ;; esac
         done
     done
 }

@@ -96,7 +96,7 @@ give_away() {
 start_session() {
     rm -f "$box/environment"
     # shellcheck disable=SC2086 # a command with its arguments
-    start "$box/session.log" env ORVANA_TRIAL="$box" "${as_user[@]}" dbus-run-session -- $session_command
+    start "$box/session.log" env -u DISPLAY -u XAUTHORITY ORVANA_TRIAL="$box" "${as_user[@]}" dbus-run-session -- $session_command
     session_pid=${started[-1]}
     wait_for 60 test -s "$box/environment" || return
     DISPLAY=$(in_session printenv DISPLAY) || return

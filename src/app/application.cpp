@@ -3,9 +3,14 @@
 #include "ui/accessiblecontrols.h"
 #include "ui/mainform.h"
 
+#include <QBackingStore>
 #include <QEvent>
 #include <QIcon>
+#include <QScreen>
 #include <QSessionManager>
+#include <QWindow>
+
+#include <algorithm>
 
 namespace {
 
@@ -14,6 +19,25 @@ namespace {
 void stayOutOfSavedSessions(QSessionManager &manager)
 {
     manager.setRestartHint(QSessionManager::RestartNever);
+}
+
+// Qt scales what is drawn from now on, but leaves windows and their buffers as large as they are.
+void rescaleWindows()
+{
+    const QWidgetList windows = QApplication::topLevelWidgets();
+    for (QWidget *window : windows) {
+        if (!window->windowHandle())
+            continue;
+        window->windowHandle()->resize(window->size());
+        if (QBackingStore *buffer = window->backingStore())
+            buffer->resize(window->size());
+        window->update();
+    }
+}
+
+void followScale(QScreen *screen)
+{
+    QObject::connect(screen, &QScreen::logicalDotsPerInchChanged, qApp, rescaleWindows, Qt::QueuedConnection);
 }
 
 } // namespace
@@ -41,6 +65,9 @@ Application::Application(int &argc, char **argv)
     installAccessibleControls();
     setWindowIcon(QIcon(QStringLiteral(":/icons/trayActive.png")));
     setDesktopFileName(QStringLiteral("org.example.orvana"));
+    const QList<QScreen *> present = screens();
+    std::for_each(present.begin(), present.end(), followScale);
+    connect(this, &QGuiApplication::screenAdded, this, followScale);
     connect(this, &QGuiApplication::commitDataRequest, this, stayOutOfSavedSessions, Qt::DirectConnection);
     connect(this, &QGuiApplication::saveStateRequest, this, stayOutOfSavedSessions, Qt::DirectConnection);
 }

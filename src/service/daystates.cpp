@@ -42,7 +42,7 @@ DayStates::DayStates(const QVector<JournalReader::Line> &lines, const QString &l
         const QJsonValue owner = line.values.value(QLatin1String("login"));
         if (owner.isString())
             m_areForeign = owner.toString() != login;
-        if (line.event == QLatin1String("opened"))
+        if (line.event == QLatin1String("opened") || line.event == QLatin1String("gap"))
             m_states.clear();
         add(line.values, line.values.value(QLatin1String("task")).toString());
     }
@@ -74,11 +74,7 @@ int DayStates::find(const DayCounters &counters) const
 
 bool DayStates::areMissing(const DayCounters &stored) const
 {
-    if (m_areForeign)
-        return true;
-    const bool isNewDay =
-        stored.work == QTime(0, 0) && stored.active == QTime(0, 0) && last().day < stored.day;
-    return !m_states.isEmpty() && !isNewDay && find(stored) < 0;
+    return m_areForeign || (!m_states.isEmpty() && find(stored) < 0);
 }
 
 bool DayStates::apply(const DayCounters &stored, WorkDay *day) const

@@ -20,6 +20,7 @@ namespace {
 constexpr int kMaxAnswer = 200;
 constexpr qint64 kClockStep = 2000; // ms
 constexpr qint64 kTogether = 100; // ms
+const QString kOff = QStringLiteral("off");
 const QString kRefused =
     QStringLiteral("Не удалось записать журнал минут на диск. Проверьте свободное место.");
 
@@ -92,15 +93,10 @@ MinuteJournal::MinuteJournal(StorageFolder *storage, NotificationSink *notificat
     : QObject(parent)
     , m_storage(storage)
     , m_notifications(notifications)
-    , m_isEnabled(Deployment::keepsJournal())
+    , m_isWanted(Deployment::keepsJournal())
 { }
 
 MinuteJournal::~MinuteJournal() = default;
-
-void MinuteJournal::setEnabled(bool enabled)
-{
-    m_isEnabled = enabled && Deployment::keepsJournal();
-}
 
 void MinuteJournal::open(const QString &login, const std::optional<DayCounters> &stored, WorkDay *day)
 {
@@ -111,6 +107,8 @@ void MinuteJournal::open(const QString &login, const std::optional<DayCounters> 
     if (!m_isEnabled || login.isEmpty())
         return;
     m_folder = m_storage->ofUser(login);
+    if (!m_isWanted)
+        return endUnwanted();
     if (stored && m_storage->isUsable())
         bringTogether(*stored, day);
     JournalEntry opened = entry("opened");
@@ -122,6 +120,14 @@ void MinuteJournal::open(const QString &login, const std::optional<DayCounters> 
             opened.add(DayStates::kSavedDay, DayStates::dayText(stored->day));
     }
     m_unannounced.push_back(opened);
+}
+
+// With the first event that would have had a line.
+void MinuteJournal::endUnwanted()
+{
+    const QVector<JournalReader::Line> lines = JournalFile::tail(m_folder);
+    if (m_storage->isUsable() && !lines.isEmpty() && !lines.constLast().values.contains(kOff))
+        m_unannounced.push_back(entry("gap").add(kOff, true));
 }
 
 void MinuteJournal::bringTogether(const DayCounters &stored, WorkDay *day)
@@ -174,7 +180,8 @@ void MinuteJournal::append(const JournalEntry &entry, JournalFile::Flush flush)
     if (!m_isEnabled || m_login.isEmpty())
         return;
     announce();
-    append(fileOf(m_folder), entry, flush);
+    if (m_isWanted)
+        append(fileOf(m_folder), entry, flush);
 }
 
 void MinuteJournal::append(JournalFile &file, const JournalEntry &entry, JournalFile::Flush flush)
@@ -190,7 +197,7 @@ void MinuteJournal::appendFor(const QString &record, const JournalEntry &entry)
     const QString folder = userFolderOf(record);
     if (folder == m_folder)
         append(entry);
-    else if (m_isEnabled)
+    else if (isEnabled())
         append(fileOf(folder), entry, JournalFile::Flush::Later);
 }
 
@@ -215,6 +222,9 @@ void MinuteJournal::stopped(const QString &task)
 void MinuteJournal::slicePassed()
 {
     ++m_slices;
+    m_isRunning = true; // also after the same user has signed in again
+    for (auto &file : m_files)
+        file.second.retry();
     auto now = std::make_unique<Clocks>();
     if (!now->isUsable)
         return;
@@ -247,6 +257,12 @@ void MinuteJournal::minute(const QDateTime &at, const MinuteName &name, const QS
         .add(QStringLiteral("version"), QCoreApplication::applicationVersion());
     append(add(minute, from, to), JournalFile::Flush::Now);
     crashPoint("minute-journaled");
+}
+
+void MinuteJournal::dayBegan(const DayCounters &last, const DayCounters &first)
+{
+    JournalEntry day = entry("day");
+    append(add(day, last, first).add(DayStates::kSavedDay, DayStates::dayText(last.day)));
 }
 
 void MinuteJournal::corrected(const DayCounters &from, const DayCounters &to)

@@ -29,7 +29,8 @@ struct MinuteName
 };
 
 // Writes down what becomes of each user's minutes, one file a month. A minute's line comes before
-// anything else that is done with it. Without "journal" in the system configuration this does nothing.
+// anything else that is done with it. Where the system configuration wants none, a journal that is there
+// gets one last line, so that what happens without it is not taken for what the journal says.
 class MinuteJournal final : public QObject
 {
     Q_OBJECT
@@ -48,9 +49,9 @@ public:
     // The slices of the minute under way are dropped with the end of the program, or when another
     // user follows.
     void close(End end, bool dropsSlices);
-    // Without effect where the configuration wants no journal.
-    void setEnabled(bool enabled);
-    bool isEnabled() const { return m_isEnabled; }
+    void setEnabled(bool enabled) { m_isEnabled = enabled; }
+    // Whether a journal is kept.
+    bool isEnabled() const { return m_isEnabled && m_isWanted; }
     QString login() const { return m_login; }
     // False when lines of the open journal wait for the disk.
     bool isWritten();
@@ -63,6 +64,8 @@ public:
     void slicePassed();
     void minute(const QDateTime &at, const MinuteName &name, const QString &url, const DayCounters &from,
                 const DayCounters &to);
+    // The first second of a day has begun new counters.
+    void dayBegan(const DayCounters &last, const DayCounters &first);
     // Nothing when they are the same.
     void corrected(const DayCounters &from, const DayCounters &to);
     void restored(const MinuteName &name);
@@ -83,10 +86,12 @@ private:
     void appendFor(const QString &record, const JournalEntry &entry);
     JournalFile &fileOf(const QString &userFolder);
     void bringTogether(const DayCounters &stored, WorkDay *day);
+    void endUnwanted();
 
     StorageFolder *m_storage;
     NotificationSink *m_notifications;
-    bool m_isEnabled;
+    bool m_isEnabled = true;
+    bool m_isWanted; // by the configuration
     bool m_hasReportedRefusal = false;
     QString m_login; // empty while no journal is open
     QString m_folder; // the user's

@@ -2,7 +2,6 @@
 
 #include "base/crashpoint.h"
 #include "base/log.h"
-#include "service/reportsender.h"
 #include "storage/activitycache.h"
 #include "storage/cacherecord.h"
 #include "storage/recordtime.h"
@@ -16,7 +15,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kPause(20);
 constexpr qint64 kBytesPerStep = 64 * 1024;
-constexpr int kRecordsPerStep = 5; // each is flushed to the disk
+constexpr int kSecondsPerStep = 500; // a record that is missing is flushed to the disk and ends the step
 constexpr qint64 kMaxOpenBytes = 64 * 1024 * 1024;
 constexpr int kMaxActive = 10;
 constexpr int kSecond = 19; // characters
@@ -87,7 +86,7 @@ void MinuteRecovery::stop()
     m_chain = {};
     forgetOpen();
     m_screenshots.clear();
-    m_missing.clear();
+    m_waiting = {};
 }
 
 void MinuteRecovery::forgetOpen()
@@ -101,23 +100,31 @@ void MinuteRecovery::step()
     // Another copy of the program may work here, or the journal's end not be on the disk.
     if (!m_journal->isEnabled() || !m_storage->holdsLock() || !m_journal->isWritten())
         return stop();
-    if (m_phase == Phase::Begin) {
-        const QStringList files = Journal::files(m_userFolder);
-        m_files = files.mid(std::max(0, files.size() - 2));
-        m_phase = Phase::Read;
-    }
-    if (m_phase == Phase::Read)
+    if (m_phase == Phase::Begin)
+        begin();
+    else if (m_phase == Phase::Read)
         readOn();
-    if (m_phase == Phase::Restore)
+    else
         restoreSome();
+}
+
+void MinuteRecovery::begin()
+{
+    const QStringList files = Journal::files(m_userFolder);
+    const std::optional<ReportSender::Waiting> waiting = m_reports->waiting();
+    if (files.isEmpty() || !waiting)
+        return stop();
+    m_waiting = *waiting;
+    m_files = files.mid(std::max(0, files.size() - 2));
+    m_phase = Phase::Read;
 }
 
 void MinuteRecovery::readOn()
 {
     for (qint64 bytes = 0; bytes < kBytesPerStep;) {
         if (!m_reader && m_files.isEmpty()) {
-            // At once: between the last line and the records on the disk nothing may happen.
-            findMissing();
+            if (m_chain.isTorn())
+                forgetOpen();
             m_phase = Phase::Restore;
             return;
         }
@@ -166,63 +173,53 @@ void MinuteRecovery::settle(const MinuteName &name)
     const auto open = m_open.find(name.record);
     if (open == m_open.end())
         return;
-    m_openBytes -= drop(name, &*open);
-    if (open->isEmpty())
+    m_openBytes -= drop(name, &open->second);
+    if (open->second.isEmpty())
         m_open.erase(open);
 }
 
-void MinuteRecovery::findMissing()
+QVector<JournaledMinute> MinuteRecovery::missingOf(const QString &second,
+                                                   QVector<JournaledMinute> minutes) const
 {
-    if (m_chain.isTorn())
-        forgetOpen();
-    if (m_open.isEmpty())
-        return;
-    const std::optional<ReportSender::Waiting> waiting = m_reports->waiting();
-    if (!waiting)
-        return;
-    const QDateTime now = QDateTime::currentDateTime();
-    for (auto each = m_open.begin(); each != m_open.end(); ++each) {
-        // Its age would have no meaning; the clock may pass it before the next start.
-        if (recordTime(each.key()) > now)
-            continue;
-        QVector<JournaledMinute> minutes = each.value();
-        const QStringList records = waiting->onDisk.values(each.key());
-        if (records.size() >= minutes.size() + m_screenshots.value(each.key()))
-            continue;
-        for (const QString &path : records) {
-            QByteArray bytes;
-            const bool isRead = ActivityCache::read(path, &bytes) == ActivityCache::Read::Ok;
-            const QVariantMap record = CacheRecord::parse(bytes);
-            // One that cannot be read may be any of them.
-            if (!isRead || !CacheRecord::isScreenshot(record))
-                drop(ReportSender::nameOf(record), &minutes);
-        }
-        for (const QByteArray &bytes : waiting->inMemory.values(each.key())) {
-            const QVariantMap record = CacheRecord::parse(bytes);
-            if (!CacheRecord::isScreenshot(record))
-                drop(ReportSender::nameOf(record), &minutes);
-        }
-        m_missing += minutes;
+    const QStringList records = m_waiting.onDisk.values(second);
+    // In the future its age would have no meaning; the clock may pass it before the next start.
+    if (records.size() >= minutes.size() + m_screenshots.value(second)
+        || recordTime(second) > QDateTime::currentDateTime())
+        return {};
+    for (const QString &path : records) {
+        QByteArray bytes;
+        const bool isRead = ActivityCache::read(path, &bytes) == ActivityCache::Read::Ok;
+        const QVariantMap record = CacheRecord::parse(bytes);
+        // One that cannot be read may be any of them.
+        if (!isRead || !CacheRecord::isScreenshot(record))
+            drop(ReportSender::nameOf(record), &minutes);
     }
-    forgetOpen();
-    // The oldest first.
-    std::sort(m_missing.begin(), m_missing.end(), [](const auto &a, const auto &b) {
-        return recordTime(a.name.record) < recordTime(b.name.record);
-    });
+    for (const QByteArray &bytes : m_waiting.inMemory.values(second)) {
+        const QVariantMap record = CacheRecord::parse(bytes);
+        if (!CacheRecord::isScreenshot(record))
+            drop(ReportSender::nameOf(record), &minutes);
+    }
+    return minutes;
 }
 
 void MinuteRecovery::restoreSome()
 {
-    for (int i = 0; i < kRecordsPerStep && !m_missing.isEmpty(); ++i) {
-        const JournaledMinute minute = m_missing.takeFirst();
-        qCWarning(lcService) << "A minute without a record is restored:" << minute.name.record
-                             << minute.name.team << minute.name.task;
-        // The next start tries again.
-        if (!m_reports->restore(minute))
-            return stop();
-        crashPoint("minute-restored");
-        m_journal->restored(minute.name);
+    bool isRestored = false;
+    for (int i = 0; i < kSecondsPerStep && !m_open.empty() && !isRestored; ++i) {
+        const auto first = m_open.begin();
+        const QVector<JournaledMinute> missing = missingOf(first->first, first->second);
+        m_open.erase(first);
+        for (const JournaledMinute &minute : missing) {
+            qCWarning(lcService) << "A minute without a record is restored:" << minute.name.record
+                                 << minute.name.team << minute.name.task;
+            // The next start tries again.
+            if (!m_reports->restore(minute))
+                return stop();
+            crashPoint("minute-restored");
+            m_journal->restored(minute.name);
+            isRestored = true;
+        }
     }
-    if (m_missing.isEmpty())
+    if (m_open.empty())
         stop();
 }

@@ -1,14 +1,14 @@
 #pragma once
 
-#include "service/minutejournal.h"
+#include "service/reportsender.h"
 #include "storage/journalreader.h"
 
 #include <QHash>
 #include <QTimer>
 
+#include <map>
 #include <memory>
 
-class ReportSender;
 class StorageFolder;
 
 // A minute whose record an earlier run has not left and that was never accepted.
@@ -39,10 +39,11 @@ public:
 
 private:
     void step();
+    void begin();
     void readOn();
     void take(const JournalReader::Line &line);
     void settle(const MinuteName &name);
-    void findMissing();
+    QVector<JournaledMinute> missingOf(const QString &second, QVector<JournaledMinute> minutes) const;
     void forgetOpen();
     void restoreSome();
 
@@ -54,12 +55,13 @@ private:
 
     enum class Phase { Begin, Read, Restore };
     Phase m_phase = Phase::Begin;
+    // When reading began: the acceptance of a record that was gone by then is in the journal.
+    ReportSender::Waiting m_waiting;
     QStringList m_files; // that are still to be read
     std::unique_ptr<JournalReader> m_reader;
     JournalChain m_chain;
     // By the second of their records, for no record but a screenshot's can be taken for another's.
-    QHash<QString, QVector<JournaledMinute>> m_open;
+    std::map<QString, QVector<JournaledMinute>> m_open;
     QHash<QString, int> m_screenshots;
     qint64 m_openBytes = 0;
-    QVector<JournaledMinute> m_missing;
 };

@@ -148,7 +148,10 @@ void Orvana::Session::setCurrentTaskID(const QString &id)
 
 void Orvana::Session::incrementTodayTime()
 {
+    const DayCounters before = DayCounters::of(m_day);
     m_day.addSecond(QDate::currentDate());
+    if (m_day.date != before.day)
+        m_owner->journal().dayBegan(before, DayCounters::of(m_day));
     emit timeUpdated();
 }
 

@@ -130,6 +130,17 @@ bool JournalFile::append(const JournalEntry &entry, Flush flush)
     }
     m_waiting.push_back(entry);
     m_waitingBytes += entry.members().size();
+    return writeOut(flush);
+}
+
+void JournalFile::retry()
+{
+    if (!m_waiting.empty())
+        writeOut(Flush::Now);
+}
+
+bool JournalFile::writeOut(Flush flush)
+{
     const bool isDone = writeWaiting();
     if (!isDone)
         loseWaiting();

@@ -48,6 +48,8 @@ public:
 
     // False when the line, or one before it, has to wait.
     bool append(const JournalEntry &entry, Flush flush = Flush::Later);
+    // Offers to the disk what waits.
+    void retry();
     bool isWritten() const { return m_waiting.empty(); }
     // The first line that this process has written; 0 when there is none.
     qint64 firstLine() const { return m_firstLine; }
@@ -58,6 +60,7 @@ public:
     static QVector<JournalReader::Line> tail(const QString &userFolder);
 
 private:
+    bool writeOut(Flush flush);
     bool writeWaiting();
     bool write(const JournalEntry &entry);
     bool put(const QByteArray &bytes);

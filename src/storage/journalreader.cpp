@@ -87,27 +87,23 @@ bool JournalReader::next(Line *line)
     int end = -1;
     while ((end = m_buffer.indexOf('\n', m_at + searched)) < 0) {
         searched = m_buffer.size() - m_at;
-        if (line->bytes + searched > kMaxLine) {
-            line->bytes += searched;
-            m_at = m_buffer.size();
-            searched = 0;
-        }
-        if (!fill())
+        if (searched > kMaxLine || !fill())
             break;
     }
     line->isEnded = end >= 0;
-    const int rest = (line->isEnded ? end : m_buffer.size()) - m_at;
-    const bool isTooLong = line->bytes > 0 || rest > kMaxLine;
-    line->bytes += rest;
-    if (line->bytes == 0 && !line->isEnded)
+    const int bytes = (line->isEnded ? end : m_buffer.size()) - m_at;
+    if (bytes == 0 && !line->isEnded)
         return false;
-    if (isTooLong)
+    line->bytes = bytes;
+    if (bytes > kMaxLine || m_isInside)
         line->state = State::TooLong;
     else
-        parse(m_buffer.mid(m_at, rest), line);
-    m_at += rest + (line->isEnded ? 1 : 0);
-    m_position += line->bytes + (line->isEnded ? 1 : 0);
-    line->line = ++m_lines;
+        parse(m_buffer.mid(m_at, bytes), line);
+    m_at += bytes + (line->isEnded ? 1 : 0);
+    m_position += bytes + (line->isEnded ? 1 : 0);
+    m_lines += m_isInside ? 0 : 1;
+    line->line = m_lines;
+    m_isInside = !line->isEnded;
     return true;
 }
 

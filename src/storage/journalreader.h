@@ -19,7 +19,7 @@ public:
         Whole, // a JSON object whose own hash is right
         Changed, // a JSON object with another hash than it says, or none
         Broken, // no JSON object: torn, or damaged
-        TooLong // skipped
+        TooLong // comes in pieces of 4 MiB, so that no call takes long
     };
 
     struct Line
@@ -42,7 +42,6 @@ public:
 
     bool isOpen() const { return m_file.isOpen(); }
     QString errorText() const { return m_errorText; }
-    qint64 size() const { return m_file.size(); }
 
     // False at the end, and when the file cannot be read any further, which hasFailed() tells apart.
     bool next(Line *line);
@@ -57,6 +56,7 @@ private:
     QString m_errorText;
     QByteArray m_buffer;
     int m_at = 0; // in the buffer
+    bool m_isInside = false; // of a line that is too long
     qint64 m_position = 0;
     qint64 m_lines = 0;
 };

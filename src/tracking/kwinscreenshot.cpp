@@ -72,8 +72,10 @@ void KwinScreenshot::onReply(const QDBusMessage &reply)
 {
     dropCall();
     if (reply.type() == QDBusMessage::ErrorMessage) {
-        const bool isKwins = reply.errorName().startsWith(kService) && reply.errorName() != kRefused;
-        if (m_hasAnswered || isKwins || QDBusError(reply).type() == QDBusError::NoReply) {
+        // The program may lose its permission while it runs: when a new version takes its file's place.
+        const bool isRefused = reply.errorName() == kRefused;
+        const bool isKwins = m_hasAnswered || reply.errorName().startsWith(kService);
+        if (!isRefused && (isKwins || QDBusError(reply).type() == QDBusError::NoReply)) {
             fail(reply.errorName() + QLatin1Char(' ') + reply.errorMessage());
             return;
         }

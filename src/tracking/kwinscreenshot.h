@@ -30,7 +30,7 @@ signals:
     void taken(const QImage &image);
     // A sentence for the user.
     void failed(const QString &reason);
-    // There is no KWin, or it does not let this program. Not sent once it has.
+    // There is no KWin, or it does not let this program, or no longer.
     void unavailable();
 
 private:

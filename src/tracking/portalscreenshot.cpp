@@ -4,6 +4,7 @@
 #include "storage/storagefolder.h"
 #include "tracking/screenshotlimits.h"
 
+#include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
@@ -14,6 +15,7 @@
 #include <QUrl>
 #include <QWindow>
 
+#include <algorithm>
 #include <chrono>
 
 #include <cerrno>
@@ -36,13 +38,15 @@ const QString kService = QStringLiteral("org.freedesktop.portal.Desktop");
 const QString kPath = QStringLiteral("/org/freedesktop/portal/desktop");
 const QString kScreenshotInterface = QStringLiteral("org.freedesktop.portal.Screenshot");
 const QString kRequestInterface = QStringLiteral("org.freedesktop.portal.Request");
+const QString kStore = QStringLiteral("org.freedesktop.impl.portal.PermissionStore");
+const QString kStorePath = QStringLiteral("/org/freedesktop/impl/portal/PermissionStore");
 
 const QString kNoPortal = QStringLiteral(
     "Рабочий стол не умеет передавать снимки экрана. Установите пакет xdg-desktop-portal и его "
     "дополнение для вашего рабочего стола или войдите в сеанс Xorg (X11).");
 const QString kRefused = QStringLiteral(
     "Рабочий стол не разрешил снимок экрана. Нажмите в окне программы «Стоп» и «Старт» и согласитесь на "
-    "снимки; если вопроса нет, разрешите программе снимки экрана в настройках рабочего стола.");
+    "снимки; если вопроса нет, разрешите снимки в настройках рабочего стола или обратитесь в техподдержку.");
 const QString kNotAsked = QStringLiteral("Снимки экрана ещё не разрешены. Нажмите в окне программы «Стоп» и "
                                          "«Старт» и согласитесь на снимки, если появится вопрос.");
 
@@ -53,6 +57,19 @@ QString focusWindow()
     if (!window || QGuiApplication::platformName() != QLatin1String("xcb"))
         return {};
     return QStringLiteral("x11:") + QString::number(window->winId(), kHexadecimal);
+}
+
+// Only GNOME asks, and keeps the answer there: one program's permission taken back leaves its list
+// without it. What another desktop finds there means nothing.
+bool isTakenBack(const QDBusMessage &answer)
+{
+    if (!qgetenv("XDG_CURRENT_DESKTOP").split(':').contains("GNOME")
+        || answer.signature() != QLatin1String("a{sas}v"))
+        return false;
+    const auto programs = qdbus_cast<QMap<QString, QStringList>>(answer.arguments().constFirst());
+    return std::none_of(programs.begin(), programs.end(), [](const QStringList &permissions) {
+        return permissions.contains(QStringLiteral("yes"));
+    });
 }
 
 // The image in a file of this user's, which is deleted first; null with a reason otherwise.
@@ -110,6 +127,37 @@ void PortalScreenshot::take(bool mayAsk)
         fail(QStringLiteral("the user has not consented yet"), m_reason);
         return;
     }
+    m_reasonIfSilent = mayAsk ? kNotAsked : noScreenshotText();
+    m_patience.start(mayAsk ? kPatienceWithUser : kPatience);
+    if (mayAsk)
+        request();
+    else
+        checkPermission();
+}
+
+void PortalScreenshot::checkPermission()
+{
+    const QString screenshot = QStringLiteral("screenshot"); // both the table and the entry
+    QDBusMessage lookup =
+        QDBusMessage::createMethodCall(kStore, kStorePath, kStore, QStringLiteral("Lookup"));
+    lookup << screenshot << screenshot;
+    auto *call = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(lookup), this);
+    m_lookup = call;
+    connect(call, &QDBusPendingCallWatcher::finished, this, [this, call] {
+        call->deleteLater();
+        if (call != m_lookup || !m_patience.isActive())
+            return;
+        if (isTakenBack(call->reply())) {
+            QFile::remove(consentFile());
+            fail(QStringLiteral("the permission was taken back"), kNotAsked);
+        } else {
+            request();
+        }
+    });
+}
+
+void PortalScreenshot::request()
+{
     QDBusConnection bus = QDBusConnection::sessionBus();
     const QString token =
         QStringLiteral("orvana") + QString::number(QRandomGenerator::system()->generate64(), kHexadecimal);
@@ -122,7 +170,6 @@ void PortalScreenshot::take(bool mayAsk)
         QDBusMessage::createMethodCall(kService, kPath, kScreenshotInterface, QStringLiteral("Screenshot"));
     request << focusWindow()
             << QVariantMap{{QStringLiteral("handle_token"), token}, {QStringLiteral("interactive"), false}};
-    m_patience.start(mayAsk ? kPatienceWithUser : kPatience);
     auto *call = new QDBusPendingCallWatcher(bus.asyncCall(request), this);
     connect(call, &QDBusPendingCallWatcher::finished, this, [this, call, path = m_request] {
         call->deleteLater();
@@ -161,6 +208,8 @@ void PortalScreenshot::onResponse(uint code, const QVariantMap &results)
     const QUrl url(results.value(QStringLiteral("uri")).toString());
     QString problem = QStringLiteral("no local file");
     const QImage image = url.isLocalFile() ? takeImageFile(url, &problem) : QImage();
+    if (code == kSuccess && !image.isNull() && m_storage.isUsable() && !QFile::exists(consentFile()))
+        QFile(consentFile()).open(QIODevice::WriteOnly);
     if (!isAwaited)
         return;
     if (code != kSuccess) {
@@ -172,16 +221,13 @@ void PortalScreenshot::onResponse(uint code, const QVariantMap &results)
         return;
     }
     m_patience.stop();
-    if (m_storage.isUsable() && !QFile::exists(consentFile()))
-        QFile(consentFile()).open(QIODevice::WriteOnly);
     emit taken(image);
 }
 
+// Without closing the request: its question may stay on the screen all the same, and is still answered.
 void PortalScreenshot::giveUp()
 {
-    QDBusConnection::sessionBus().send(
-        QDBusMessage::createMethodCall(kService, m_request, kRequestInterface, QStringLiteral("Close")));
-    fail(QStringLiteral("no answer"), noScreenshotText());
+    fail(QStringLiteral("no answer"), m_reasonIfSilent);
 }
 
 QString PortalScreenshot::consentFile() const

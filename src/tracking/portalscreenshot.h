@@ -35,6 +35,8 @@ private slots:
     void onResponse(uint code, const QVariantMap &results);
 
 private:
+    void checkPermission();
+    void request();
     void listen(bool doListen);
     void onReply(const QDBusPendingCallWatcher &call);
     void giveUp();
@@ -44,5 +46,7 @@ private:
     const StorageFolder &m_storage;
     QTimer m_patience{this};
     QString m_request; // D-Bus path of the last one
+    const QDBusPendingCallWatcher *m_lookup = nullptr; // the last one; may be deleted
     QString m_reason; // why the last one failed
+    QString m_reasonIfSilent; // and why, if no answer comes
 };

@@ -15,6 +15,7 @@ WaylandScreenshot::WaylandScreenshot(const StorageFolder &storage, QObject *pare
     connect(m_kwin, &KwinScreenshot::failed, this, &WaylandScreenshot::onFailed);
     connect(m_kwin, &KwinScreenshot::unavailable, this, [this] {
         m_usesPortal = true;
+        m_hasSucceeded = false;
         m_portal->take(m_mayAsk);
     });
     connect(m_portal, &PortalScreenshot::taken, this, &WaylandScreenshot::onTaken);

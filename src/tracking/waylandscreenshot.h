@@ -5,8 +5,8 @@
 class KwinScreenshot;
 class PortalScreenshot;
 
-// Screenshots in a Wayland session: by KWin where it lets this program, otherwise through
-// the desktop portal. Which of them is found out by the first request.
+// Screenshots in a Wayland session: by KWin as long as it lets this program, otherwise through
+// the desktop portal.
 class WaylandScreenshot final : public DesktopScreenshot
 {
     Q_OBJECT
@@ -28,7 +28,7 @@ private:
     KwinScreenshot *m_kwin;
     PortalScreenshot *m_portal;
     bool m_usesPortal = false;
-    bool m_hasSucceeded = false;
+    bool m_hasSucceeded = false; // by the source in use
     bool m_isUnderWay = false;
     bool m_isWanted = false;
     bool m_mayAsk = false;

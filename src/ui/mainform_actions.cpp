@@ -73,10 +73,12 @@ void MainForm::hideAllHandler()
     qCDebug(lcUi) << "MainForm.cpp hideAllHandler";
     m_hidAll = true;
     // Without a tray there would be no way back to a hidden window.
-    if (QSystemTrayIcon::isSystemTrayAvailable())
+    if (QSystemTrayIcon::isSystemTrayAvailable()) {
         hide();
-    else
+    } else {
+        makeMinimizable(this);
         showMinimized();
+    }
 }
 
 void MainForm::trayActivated(QSystemTrayIcon::ActivationReason reason)

@@ -7,8 +7,18 @@
 #include <QGuiApplication>
 #include <QScreen>
 #include <QSystemTrayIcon>
+#include <QTimer>
 #include <QWidget>
 #include <QWindow>
+
+#include <chrono>
+
+namespace {
+
+// The sizes of the screen and of its panels follow a new scale.
+constexpr std::chrono::seconds kScaleSettles(1);
+
+} // namespace
 
 WindowPlace::WindowPlace(QWidget *window)
     : QObject(window)
@@ -62,6 +72,8 @@ bool WindowPlace::isInSight() const
 void WindowPlace::followScreen(QScreen *screen)
 {
     connect(screen, &QScreen::availableGeometryChanged, this, &WindowPlace::placePopups);
+    connect(screen, &QScreen::logicalDotsPerInchChanged, this,
+            [this] { QTimer::singleShot(kScaleSettles, this, &WindowPlace::moveToCorner); });
     placePopups();
 }
 

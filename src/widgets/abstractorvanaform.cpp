@@ -49,7 +49,9 @@ void AbstractOrvanaForm::hideEvent(QHideEvent *event)
 {
     QDialog::hideEvent(event);
     m_grip.reset(); // the release will not arrive
-    m_background = QImage();
+    // A minimized window is drawn as well: in previews, or by a window manager that has not minimized it.
+    if (!event->spontaneous())
+        m_background = QImage();
 }
 
 void AbstractOrvanaForm::paintEvent(QPaintEvent *event)

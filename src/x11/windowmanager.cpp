@@ -27,6 +27,11 @@ xcb_window_t nativeWindow(const QWidget *window)
     return static_cast<xcb_window_t>(window->internalWinId());
 }
 
+bool contains(const xcb_ewmh_get_atoms_reply_t &list, xcb_atom_t atom)
+{
+    return std::find(list.atoms, list.atoms + list.atoms_len, atom) != list.atoms + list.atoms_len;
+}
+
 void leaveTaskbar(const QWidget *window)
 {
     if (!hints() || !window->isVisible())
@@ -104,8 +109,7 @@ bool isFullScreenWindowActive()
             hints(), xcb_ewmh_get_active_window(hints(), QX11Info::appScreen()), &active, nullptr)
         || !xcb_ewmh_get_wm_state_reply(hints(), xcb_ewmh_get_wm_state(hints(), active), &states, nullptr))
         return false;
-    xcb_atom_t *const end = states.atoms + states.atoms_len;
-    const bool isFullScreen = std::find(states.atoms, end, hints()->_NET_WM_STATE_FULLSCREEN) != end;
+    const bool isFullScreen = contains(states, hints()->_NET_WM_STATE_FULLSCREEN);
     xcb_ewmh_get_atoms_reply_wipe(&states);
     return isFullScreen;
 }
@@ -117,8 +121,20 @@ bool canMoveWindows()
         || !xcb_ewmh_get_supported_reply(hints(), xcb_ewmh_get_supported(hints(), QX11Info::appScreen()),
                                          &supported, nullptr))
         return true;
-    xcb_atom_t *const end = supported.atoms + supported.atoms_len;
-    const bool isOffered = std::find(supported.atoms, end, hints()->_NET_MOVERESIZE_WINDOW) != end;
+    const bool isOffered = contains(supported, hints()->_NET_MOVERESIZE_WINDOW);
     xcb_ewmh_get_atoms_reply_wipe(&supported);
     return isOffered;
+}
+
+void makeMinimizable(const QWidget *window)
+{
+    xcb_ewmh_get_atoms_reply_t actions;
+    if (!hints()
+        || !xcb_ewmh_get_wm_allowed_actions_reply(
+            hints(), xcb_ewmh_get_wm_allowed_actions(hints(), nativeWindow(window)), &actions, nullptr))
+        return;
+    const bool isAllowed = actions.atoms_len == 0 || contains(actions, hints()->_NET_WM_ACTION_MINIMIZE);
+    xcb_ewmh_get_atoms_reply_wipe(&actions);
+    if (!isAllowed)
+        xcb_ewmh_set_wm_window_type(hints(), nativeWindow(window), 1, &hints()->_NET_WM_WINDOW_TYPE_NORMAL);
 }

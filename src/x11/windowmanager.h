@@ -21,3 +21,6 @@ bool isFullScreenWindowActive();
 
 // Whether windows come to stand where programs move them; also true without a window manager.
 bool canMoveWindows();
+
+// For window managers that do not minimize dialogs: makes a shown one a plain window.
+void makeMinimizable(const QWidget *window);

@@ -53,7 +53,7 @@ public:
         const QString json = reports.contains(event) ? rest.section(QLatin1Char(' '), 1) : rest;
         const QByteArray line = Journal::line(
             ++m_number, (members + (json.isEmpty() ? json : s(",") + json)).toUtf8(), m_hash, &m_hash);
-        m_files[day.left(7) + s(".jsonl")] += line + '\n';
+        m_files[day.left(7) + s(".jsonl")].append(line).append('\n');
     }
 
 private:

@@ -131,6 +131,8 @@ private slots:
         QVERIFY(client.server.start());
         QVERIFY(setClock(after));
         client.orvana->journal().slicePassed();
+        client.session()->incrementTodayTime();
+        client.session()->save();
         const auto moment = [](const QString &text) {
             return QDateTime::fromString(text, s("yyyy-MM-dd HH:mm:ss"));
         };

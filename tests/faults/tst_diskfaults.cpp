@@ -126,6 +126,8 @@ private slots:
                 QVERIFY2(stored.startsWith("[General]\n") && stored.endsWith('\n'), stored.constData());
             }
         }
+        client.orvana->journal().slicePassed();
+        QCOMPARE(JournalLines(client.cacheFolder().filePath(s(".."))).count("minute"), 3);
         // The list is the same: only that it was refused brings it to the disk.
         QVERIFY(minute(client, 4, s("refused")));
         QTRY_COMPARE(received(client), QList<int>({1, 2, 3, 4}));

@@ -201,6 +201,10 @@ private slots:
         row("a file for the folder", "rm $f; cd ..; rmdir journal; : >journal", 1, 2);
         row("another user's", "cp ../../other/journal/$f .", 1, 2);
         row("followed by another user's", "cat ../../other/journal/$f >>$f", 1, 2);
+        row("switched off for a start", "echo journal=false >$ORVANA_CONFIG; rm ../activity/*", 0, 2);
+        row("another day without it",
+            "sed -i '/;/d; s/Worktime=.*/Worktime=00:00:00/; s/Date=.*/Date=Tue Dec 31 2999/' ../session.ini",
+            1, 0);
         row("of a later month", "mv $f 2999-12.jsonl", 2, 3);
     }
 
@@ -239,11 +243,23 @@ private slots:
             QCOMPARE(client.session()->todayTime(), QTime(0, shown));
             QVERIFY(isRecovered(client.get()));
             QCOMPARE(client.records(kUser), records);
+            if (QFile::remove(qEnvironmentVariable("ORVANA_CONFIG")))
+                client->journal().started(s("1"), s("7"));
             // A second kill, before anything was saved.
             client->setCleanMode(start == 0);
         }
         client->journalMinute(1);
         QCOMPARE(JournalLines(client.path(kUser)).all.constLast().event, s("minute"));
+    }
+
+    void signedInAgain()
+    {
+        OfflineClient client(kUser);
+        client->journal().started(s("1"), s("7"));
+        client.login(kUser);
+        client->journal().slicePassed();
+        client->journal().stopped(s("7"));
+        QCOMPARE(JournalLines(client.path(kUser)).all.constLast().event, s("stop"));
     }
 
     // Minutes that the disk refused are stored with that user's others.

@@ -5,6 +5,7 @@
 #include <QDBusConnection>
 #include <QDBusContext>
 #include <QDBusMessage>
+#include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDBusUnixFileDescriptor>
 
@@ -36,7 +37,11 @@ QDBusConnection deskBus()
     return bus;
 }
 
+using Permissions = QMap<QString, QStringList>;
+
 } // namespace
+
+Q_DECLARE_METATYPE(Permissions)
 
 // Each does as the row says.
 class FakeKwin final : public QObject, protected QDBusContext
@@ -137,16 +142,38 @@ private:
     QString m_request;
 };
 
+class FakeStore final : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.impl.portal.PermissionStore")
+
+public:
+    Permissions permissions{{s("other"), {}}, {s("orvana"), {s("yes")}}};
+
+public slots:
+    Permissions Lookup(const QString &, const QString &, QDBusVariant &data)
+    {
+        data.setVariant(0);
+        return permissions;
+    }
+};
+
 class TestScreenshots final : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase() { qputenv("WAYLAND_DISPLAY", "left-over"); }
+    void initTestCase()
+    {
+        qputenv("WAYLAND_DISPLAY", "left-over");
+        qputenv("XDG_CURRENT_DESKTOP", "Debian:GNOME");
+        qDBusRegisterMetaType<Permissions>();
+    }
 
     // Steps: x in an X11 session, s start, p stop, r go on by itself after a restart, f a minute with a
-    // screenshot, u another user, a the portal answers, z patience ends. The outcome: calls of the portal,
-    // images that the service got, whether a file is left, and the first word of each notice after the start.
+    // screenshot, u another user, a the portal answers, z patience ends, k KWin refuses from now on, b the
+    // permission is taken back. The outcome: calls of the portal, images that the service got, whether a
+    // file is left, and the first word of each notice after the start.
     void desktops_data()
     {
         addColumns<QString, QString, QString, QString>("kwin", "portal", "steps", "result");
@@ -155,6 +182,7 @@ private slots:
             {"works", "", "rf", "0 calls, 1 images"},
             {"works", "works", "xsf", "0 calls, 0 images"},
             {"refuses", "works", "sff", "3 calls, 2 images"},
+            {"works", "works", "sfkfpsf", "2 calls, 2 images, ещё не разрешены"},
             {"", "works", "spsf", "2 calls, 1 images"},
             {"", "works", "sprf", "2 calls, 1 images"},
             {"", "works", "rff", "0 calls, 0 images, ещё не разрешены"},
@@ -178,6 +206,8 @@ private slots:
             {"", "waits", "saffpa", "2 calls, 0 images"},
             {"", "waits", "safua", "2 calls, 0 images"},
             {"", "waits", "safza", "2 calls, 0 images, не передал"},
+            {"", "waits", "szafa", "2 calls, 1 images, ещё не разрешены"},
+            {"", "works", "sfbff", "2 calls, 1 images, ещё не разрешены"},
             {"", "dark", "sff", "3 calls, 2 images, ничего не видно"},
             {"", "no text", "sff", "3 calls, 2 images"},
             {"", "link", "s", "1 calls, 0 images, file, не передал"},
@@ -209,9 +239,13 @@ private slots:
         bus.registerObject(s("/org/kde/KWin/ScreenShot2"), &fakeKwin, QDBusConnection::ExportAllSlots);
         bus.registerObject(s("/org/freedesktop/portal/desktop"), &fakePortal,
                            QDBusConnection::ExportAllSlots);
-        const QString names[]{s("org.kde.KWin.ScreenShot2"), s("org.freedesktop.portal.Desktop")};
+        FakeStore store;
+        bus.registerObject(s("/org/freedesktop/impl/portal/PermissionStore"), &store,
+                           QDBusConnection::ExportAllSlots);
+        const QString names[]{s("org.kde.KWin.ScreenShot2"), s("org.freedesktop.portal.Desktop"),
+                              s("org.freedesktop.impl.portal.PermissionStore")};
         QVERIFY((kwin.isEmpty() || bus.registerService(names[0]))
-                && (portal.isEmpty() || bus.registerService(names[1])));
+                && (portal.isEmpty() || bus.registerService(names[1])) && bus.registerService(names[2]));
 
         qputenv("XDG_SESSION_TYPE", steps.startsWith(QLatin1Char('x')) ? "x11" : "wayland");
         TestClient client;
@@ -231,7 +265,13 @@ private slots:
                  }},
                 {'f', [&] { loop->sendActivity(true); }},
                 {'u', [&] { QVERIFY(client.logIn(s("пётр+test@orvana.example"), s("a+b&c=d% #;/\"я"))); }},
-                {'a', [&] { fakePortal.answer(); }},
+                {'a',
+                 [&] {
+                     fakePortal.answer();
+                     QTRY_VERIFY(!QFile::exists(fakePortal.file));
+                 }},
+                {'k', [&] { fakeKwin.way = s("refuses"); }},
+                {'b', [&] { store.permissions[s("orvana")].clear(); }},
                 {'z', [&] { patience(*loop)->start(0), fakeKwin.isAsked = fakePortal.isAsked = false; }}};
             actions.value(step.toLatin1())();
             QTRY_VERIFY(!patience(*loop) || fakeKwin.isAsked || fakePortal.isAsked);
