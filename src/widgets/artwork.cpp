@@ -1,21 +1,17 @@
 #include "widgets/artwork.h"
 
 #include <QBitmap>
-#include <QFile>
-#include <QGuiApplication>
 #include <QPainter>
+#include <QPixmap>
 #include <QWidget>
 #include <QX11Info>
 
+// In the format of the screen, and kept by Qt for a while: popups load it at each paint.
 QImage Artwork::load(const QString &path)
 {
-    if (qGuiApp->devicePixelRatio() > 1.0) {
-        QString fine = path;
-        fine.insert(fine.lastIndexOf(QLatin1Char('.')), QLatin1String("@2x"));
-        if (QFile::exists(fine))
-            return QImage(fine);
-    }
-    return QImage(path);
+    QImage image = QPixmap(path).toImage();
+    image.setDevicePixelRatio(1.0);
+    return image;
 }
 
 namespace {
