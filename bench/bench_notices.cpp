@@ -6,7 +6,7 @@
 #include <QApplication>
 #include <QDialog>
 #include <QFile>
-#include <QLabel>
+#include <QTextEdit>
 #include <QVBoxLayout>
 
 #include <benchmark/benchmark.h>
@@ -17,6 +17,7 @@
 namespace {
 
 constexpr int kNotices = 1000;
+constexpr double kMinTime = 0.1; // seconds of this process; the window system's are many more
 const QSize kSize(179, 107);
 
 QString textOf(int number)
@@ -66,9 +67,10 @@ void showPlainWindows(benchmark::State &state)
             window->setAttribute(Qt::WA_ShowWithoutActivating);
             window->setAttribute(Qt::WA_TranslucentBackground);
             window->setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
-            auto *label = new QLabel(textOf(i), window.get());
-            label->setWordWrap(true);
-            (new QVBoxLayout(window.get()))->addWidget(label);
+            // A long text has to scroll.
+            auto *text = new QTextEdit(textOf(i), window.get());
+            text->setReadOnly(true);
+            (new QVBoxLayout(window.get()))->addWidget(text);
             window->setFixedSize(kSize);
             window->move(0, i * kSize.height());
             window->show();
@@ -82,8 +84,8 @@ void showPlainWindows(benchmark::State &state)
     }
 }
 
-BENCHMARK(showNotices)->Unit(benchmark::kMillisecond);
-BENCHMARK(showPlainWindows)->Unit(benchmark::kMillisecond);
+BENCHMARK(showNotices)->Unit(benchmark::kMillisecond)->MinTime(kMinTime);
+BENCHMARK(showPlainWindows)->Unit(benchmark::kMillisecond)->MinTime(kMinTime);
 
 } // namespace
 

@@ -30,7 +30,7 @@ MICRO = [
     ("drain 10,000 minutes / bare posts", "bench_sending", "drainOurs", "drainBare", 1.3, "real_time"),
     ("a 3840x2160 screenshot / its JPEG encoding", "bench_sending", "screenshotOurs", "screenshotBare", 1.4, "cpu_time"),
     ("chooser opened on 5,000 tasks / filling a plain box", "bench_chooser", "openChooser", "fillPlainBox", 1.5, "cpu_time"),
-    ("1,000 notices at once / those that fit as plain windows", "bench_notices", "showNotices", "showPlainWindows", 1.2, "cpu_time"),
+    ("1,000 notices at once / those that fit as plain windows", "bench_notices", "showNotices", "showPlainWindows", 1.2, "real_time"),
 ]
 REPETITIONS = {"bench_json": 9, "bench_lists": 7, "bench_sending": 5, "bench_chooser": 9, "bench_notices": 7}
 WITH_WINDOWS = {"bench_notices"}

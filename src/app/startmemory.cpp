@@ -4,6 +4,7 @@
 #include <QTimer>
 
 #include <chrono>
+#include <cstring>
 
 #include <link.h>
 #include <malloc.h>
@@ -28,7 +29,9 @@ int giveBackLibrary(dl_phdr_info *library, size_t size, void *data)
             continue;
         const quintptr begin = (library->dlpi_addr + segment.p_vaddr) & ~(page - 1);
         const quintptr end = library->dlpi_addr + segment.p_vaddr + segment.p_memsz;
-        madvise(reinterpret_cast<void *>(begin), end - begin, MADV_DONTNEED);
+        void *address = nullptr;
+        std::memcpy(&address, &begin, sizeof address);
+        madvise(address, end - begin, MADV_DONTNEED);
     }
     return 0;
 }
