@@ -1,17 +1,27 @@
 #include "widgets/artwork.h"
 
 #include <QBitmap>
+#include <QFile>
+#include <QGuiApplication>
 #include <QPainter>
 #include <QPixmap>
 #include <QWidget>
 #include <QX11Info>
 
-// In the format of the screen, and kept by Qt for a while: popups load it at each paint.
+// Where it is not scaled, in the format of the screen, so that a repaint converts nothing, and
+// kept by Qt for a while. In that format Qt scales without smoothing.
 QImage Artwork::load(const QString &path)
 {
-    QImage image = QPixmap(path).toImage();
-    image.setDevicePixelRatio(1.0);
-    return image;
+    const qreal scale = qGuiApp->devicePixelRatio();
+    if (qFuzzyCompare(scale, 1.0))
+        return QPixmap(path).toImage();
+    if (scale > 1.0) {
+        QString fine = path;
+        fine.insert(fine.lastIndexOf(QLatin1Char('.')), QLatin1String("@2x"));
+        if (QFile::exists(fine))
+            return QImage(fine);
+    }
+    return QImage(path);
 }
 
 namespace {
