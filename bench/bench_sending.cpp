@@ -221,6 +221,34 @@ void screenshotBare(benchmark::State &state)
     }
 }
 
+// What the window waits for when a minute is over.
+void closedMinute(benchmark::State &state, bool isJournaled)
+{
+    QTemporaryDir root;
+    QFile config(root.filePath(QStringLiteral("orvanx.conf")));
+    config.open(QIODevice::WriteOnly);
+    config.write(isJournaled ? "journal=true\n" : "journal=false\n");
+    config.close();
+    qputenv("ORVANA_CONFIG", QFile::encodeName(config.fileName()));
+    qputenv("ORVANA_STORAGE_ROOT", QFile::encodeName(root.path()));
+    qputenv("ORVANA_SERVICE_URL", "https://127.0.0.1:9");
+    Silence silence;
+    Orvana orvana(&silence);
+    qunsetenv("ORVANA_CONFIG");
+    orvana.session()->init(QStringLiteral("anna@orvana.example"), QStringLiteral("orvana"));
+    for (auto _ : state) {
+        orvana.journalMinute(5);
+        orvana.session()->addMinuteToWorktime();
+        orvana.session()->addMinuteToActiveTime();
+        orvana.sendTaskActivity(5);
+        state.PauseTiming();
+        waitUntil([&] { return orvana.pendingActivityRequests() == 0; });
+        state.ResumeTiming();
+    }
+}
+
+BENCHMARK_CAPTURE(closedMinute, journaled, true)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(closedMinute, bare, false)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(drainOurs)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
 BENCHMARK(drainBare)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
 BENCHMARK(screenshotOurs)->Unit(benchmark::kMillisecond);

@@ -28,6 +28,7 @@ MICRO = [
     ("save, only the day's counters changed / a small file", "bench_lists", "saveUnchanged", "saveOneSmallFile", 1.3, "real_time"),
     ("save, one team of 200 changed / its file once", "bench_lists", "saveOneTeamChanged", "writeTaskFileOnce", 1.2, "cpu_time"),
     ("drain 10,000 minutes / bare posts", "bench_sending", "drainOurs", "drainBare", 1.3, "real_time"),
+    ("a closed minute with its journal / without it", "bench_sending", "closedMinute/journaled/real_time", "closedMinute/bare/real_time", 1.25, "real_time"),
     ("a 3840x2160 screenshot / its JPEG encoding", "bench_sending", "screenshotOurs", "screenshotBare", 1.4, "cpu_time"),
     ("chooser opened on 5,000 tasks / filling a plain box", "bench_chooser", "openChooser", "fillPlainBox", 1.5, "cpu_time"),
     ("1,000 notices at once / those that fit as plain windows", "bench_notices", "showNotices", "showPlainWindows", 1.2, "real_time"),

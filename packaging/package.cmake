@@ -27,7 +27,7 @@ endfunction()
 set(here ${CMAKE_CURRENT_LIST_DIR})
 set(artwork ${PROJECT_SOURCE_DIR}/src/resources)
 
-foreach(page orvana orvana-control orvana-watcher)
+foreach(page orvana orvana-control orvana-minutes orvana-watcher)
     packaged_gzip(client ${CMAKE_INSTALL_MANDIR}/man1 ${here}/man/${page}.1)
 endforeach()
 packaged_gzip(localservice ${CMAKE_INSTALL_MANDIR}/man1 ${here}/man/orvana-localservice.1)
@@ -53,7 +53,8 @@ install(FILES ${artwork}/svg/orvana.svg
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/icons/hicolor/scalable/apps COMPONENT client)
 
 # Desktops that reach graphical-session.target start the watcher by the link, all
-# others by the autostart entry; starting the unit a second time does nothing. Where no
+# others by the autostart entry. That restarts the unit, which costs no connection: one
+# that still runs may wait for the compositor of a session that is over. Where no
 # service manager runs for the user, the entry starts the watcher itself unless its unit
 # is masked; a second watcher would find the port taken and end.
 set(wanted ${CMAKE_CURRENT_BINARY_DIR}/packaging/graphical-session.target.wants)

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# desktops.sh [NAME...]: installs real desktops (xfce, mate, gnome, kde; by default all),
-# tries the client on each under X servers of its own and prints a table of the outcomes.
+# desktops.sh [NAME...]: installs real desktops (X11: xfce, mate, gnome, kde; Wayland: sway,
+# kwin, gnome-shell; by default all), tries the client on each, under X servers of its own or
+# in a session without a screen, and prints a table of the outcomes.
 # Screenshots are in build/desktops/NAME. Exit code 1 when a row failed.
 # ORVANA_PRESET is the build to try, by default release; ORVANA_ROWS the rows to try after
 # the first, by default all; ORVANA_KEEP=1 keeps the folder with home, logs and service.
@@ -16,6 +17,7 @@ fi
 . scripts/desktops/session.sh
 . scripts/desktops/screen.sh
 . scripts/desktops/rows.sh
+. scripts/desktops/rows-wayland.sh
 
 # Printed in this order; trial() runs them.
 rows=(
@@ -31,9 +33,16 @@ rows=(
     'start_again         log in again: timer runs, one copy'
     'logout_without_tray log out without a panel'
     'two_monitors        picture of two monitors'
+    'input               active slices with input and without'
+    'pattern             pictures of a moving pattern'
+    'video               a film without input'
+    'popup               popups next to the window, scales 1 and 2'
+    'watcher_kills       watcher killed 20 times'
+    'control             orvana-control'
+    'logout              log out with a popup shown, log in again'
 )
 desktops=("$@")
-[ $# -gt 0 ] || desktops=(xfce mate gnome kde)
+[ $# -gt 0 ] || desktops=(xfce mate gnome kde sway kwin gnome-shell)
 for name in "${desktops[@]}"; do
     [ -f "scripts/packages-desktops-$name.txt" ] || { say "There is no desktop called $name." >&2; exit 2; }
 done
@@ -45,7 +54,8 @@ client=$build/src/orvana
 
 # outcome ROW RESULT [REASON]
 outcome() {
-    printf '%s\t%s\t%s\n' "$1" "$2" "${3:-}" >>"$pictures/outcomes"
+    local reason=${3:-}
+    printf '%s\t%s\t%s\n' "$1" "$2" "${reason//$'\n'/ }" >>"$pictures/outcomes"
     printf '%-6s %-20s %s%s\n' "$name" "$1" "$2" "${3:+: $3}"
 }
 
@@ -56,7 +66,7 @@ shot() { capture "$pictures/$row.png"; }
 try() {
     local status=0
     row=$1 why=
-    case " minute ${ORVANA_ROWS:-$1} " in *" $1 "*) ;; *) return ;; esac
+    case " minute ${ORVANA_ROWS:-$1} " in *" $1 "*) ;; *) outcome "$row" 'not tried' "left out" >/dev/null; return ;; esac
     "row_$1" || status=$?
     [ -e "$pictures/$row.png" ] || shot 2>/dev/null || true
     case $status in
@@ -76,6 +86,14 @@ trial() {
     on_exit finish
     # shellcheck source=scripts/desktops/xfce.sh
     . "scripts/desktops/$name.sh"
+    if [ "$session_type" = wayland ]; then
+        trial_wayland
+    else
+        trial_x11
+    fi
+}
+
+trial_x11() {
     prepare_home
     start_system_bus
     start_service "$box" "$build"
@@ -103,9 +121,29 @@ trial() {
             outcome two_monitors 'not tried' "$(cat "$box/problem")"
         fi
     else
-        say "$name does not start:"
-        tail -n 20 "$box/session.log"
-        outcome "${rows[0]%% *}" 'not tried' "the desktop does not start"
+        does_not_start
+    fi
+}
+
+does_not_start() {
+    say "$name does not start:"
+    tail -n 20 "$box/session.log"
+    outcome minute 'not tried' "the desktop does not start"
+}
+
+trial_wayland() {
+    prepare_wayland
+    start_service "$box" "$build"
+    service_log=$box/service.log
+    give_away "$box"
+    start_system_bus
+    services=${#started[@]}
+    if start_session; then
+        for row in minute input pattern video popup watcher_kills control logout; do
+            try "$row"
+        done
+    else
+        does_not_start
     fi
 }
 
@@ -124,20 +162,20 @@ done
 # The table of results: a line for each row, a column for each desktop.
 say
 printf '%-52s' ''
-printf '%-11s' "${desktops[@]}"
+printf '%-13s' "${desktops[@]}"
 say
 for entry in "${rows[@]}"; do
     row=${entry%% *} text=${entry#* }
     printf '%-52s' "${text#"${text%%[! ]*}"}"
     for name in "${desktops[@]}"; do
-        printf '%-11s' "$(awk -F '\t' -v row="$row" '$1 == row { r = $2 } END { print r ? r : "not tried" }' \
+        printf '%-13s' "$(awk -F '\t' -v row="$row" '$1 == row { r = $2 } END { print r ? r : "-" }' \
             "build/desktops/$name/outcomes")"
     done
     say
 done
 say
 for name in "${desktops[@]}"; do
-    awk -F '\t' -v name="$name" '$2 != "ok" { printf "%s, %s: %s: %s\n", name, $1, $2, $3 }' "build/desktops/$name/outcomes"
+    awk -F '\t' -v name="$name" '$2 != "ok" && $3 != "left out" { printf "%s, %s: %s: %s\n", name, $1, $2, $3 }' "build/desktops/$name/outcomes"
     ! grep -q $'\tFAILED\t' "build/desktops/$name/outcomes" || status=1
 done
 say "Screenshots: build/desktops"

@@ -104,6 +104,19 @@ QJsonObject recordOf(const DeadlineRequest &request)
         {QStringLiteral("dl_time"), request.time},           {QStringLiteral("message"), request.message}};
 }
 
+QJsonObject minuteOf(const ActivityReport &report)
+{
+    const auto zoned = [](const QDateTime &when) {
+        return when.toOffsetFromUtc(when.offsetFromUtc()).toString(Qt::ISODateWithMs);
+    };
+    return {{QStringLiteral("received"), zoned(report.arrived)},
+            {QStringLiteral("made"), zoned(report.moment())},
+            {QStringLiteral("user"), report.email},
+            {QStringLiteral("team_id"), report.teamId},
+            {QStringLiteral("task_id"), report.taskId},
+            {QStringLiteral("active"), report.active}};
+}
+
 bool Journal::open(const QString &folder, const Limits &limits, QString *error)
 {
     m_folder = folder;

@@ -54,6 +54,8 @@ struct DeadlineRequest
 QJsonObject recordOf(const ActivityReport &report);
 QJsonObject recordOf(const Screenshot &shot);
 QJsonObject recordOf(const DeadlineRequest &request);
+// A minute as somebody else's journal can be compared with it: its moments have their zone.
+QJsonObject minuteOf(const ActivityReport &report);
 
 // Bytes beyond which nothing more is stored. Generous for a day's work, whose 1,440 reports take
 // a megabyte and whose 300 screenshots a few megabytes each.

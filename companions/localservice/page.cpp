@@ -16,10 +16,12 @@ namespace {
 
 constexpr int kShownRecords = 30;
 constexpr int kShownScreenshots = 6;
+constexpr int kMostMinutes = 50000; // more than a month of a user
 constexpr int kMaxTextLength = 200;
 constexpr int kNotFound = 404;
 
 const QString kStatePath = QStringLiteral("/state");
+const QString kMinutesPath = QStringLiteral("/minutes");
 const QString kScreenshotsPath = QStringLiteral("/screenshots/");
 const QString kControlPath = QStringLiteral("/control/");
 
@@ -34,6 +36,10 @@ const PageFile *pageFile(const QString &path)
 {
     static const PageFile files[]{
         {QStringLiteral("/"), QStringLiteral("page.html"), QByteArrayLiteral("text/html; charset=utf-8")},
+        {QStringLiteral("/minutes.html"), QStringLiteral("minutes.html"),
+         QByteArrayLiteral("text/html; charset=utf-8")},
+        {QStringLiteral("/minutes.js"), QStringLiteral("minutes.js"),
+         QByteArrayLiteral("text/javascript; charset=utf-8")},
         {QStringLiteral("/page.css"), QStringLiteral("page.css"),
          QByteArrayLiteral("text/css; charset=utf-8")},
         {QStringLiteral("/page.js"), QStringLiteral("page.js"),
@@ -100,6 +106,25 @@ Reply stateReply(const ControlState &state)
     return {200, QJsonDocument(object).toJson(QJsonDocument::Compact)};
 }
 
+// In order of arrival, those that came twice included: of a user, and of a day or month in which they
+// were made, where the request names these.
+Reply minutesReply(const RecordedRequest &request, const Journal &journal)
+{
+    const QString user = request.queryValue(QStringLiteral("user"));
+    const QString day = request.queryValue(QStringLiteral("day"));
+    QVector<const ActivityReport *> found;
+    for (const ActivityReport &report : journal.reports()) {
+        if ((user.isEmpty() || report.email == user)
+            && (day.isEmpty() || report.moment().toString(Qt::ISODate).startsWith(day)))
+            found.append(&report);
+    }
+    QJsonArray list;
+    for (int i = std::max(0, found.size() - kMostMinutes); i < found.size(); ++i)
+        list.append(shortened(minuteOf(*found.at(i))));
+    const QJsonObject object{{QStringLiteral("count"), found.size()}, {QStringLiteral("minutes"), list}};
+    return {200, QJsonDocument(object).toJson(QJsonDocument::Compact)};
+}
+
 Reply screenshotReply(const QString &number, const Journal &journal)
 {
     bool isNumber = false;
@@ -133,7 +158,7 @@ Reply changeReply(const RecordedRequest &request, const ControlState &state)
 
 bool isControlPath(const QString &path)
 {
-    return pageFile(path) || path == kStatePath || path.startsWith(kControlPath)
+    return pageFile(path) || path == kStatePath || path == kMinutesPath || path.startsWith(kControlPath)
         || path.startsWith(kScreenshotsPath);
 }
 
@@ -149,6 +174,8 @@ Reply answerControl(const RecordedRequest &request, const ControlState &state)
         return changeReply(request, state);
     if (request.path.startsWith(kScreenshotsPath))
         return screenshotReply(request.path.mid(kScreenshotsPath.size()), state.journal);
+    if (request.path == kMinutesPath)
+        return minutesReply(request, state.journal);
     const PageFile *file = pageFile(request.path);
     return file ? Reply{200, resource(file->resource), file->contentType} : stateReply(state);
 }

@@ -8,7 +8,7 @@ IdleSource::IdleSource()
     m_second.callOnTimeout(this, [this] {
         m_isReported = false;
         if (!isIdle())
-            report();
+            confirmUse();
     });
 }
 
@@ -32,7 +32,17 @@ void IdleSource::setIdle(quint32 seat, bool idle)
         return;
     }
     m_busySeats.insert(seat);
-    if (!m_isReported)
+    reportUse();
+}
+
+void IdleSource::confirmUse()
+{
+    reportUse();
+}
+
+void IdleSource::reportUse()
+{
+    if (!isIdle() && !m_isReported)
         report();
 }
 

@@ -26,6 +26,10 @@ protected:
     void removeSeat(quint32 seat);
     void setIdle(quint32 seat, bool idle);
     bool isIdle() const { return m_busySeats.isEmpty(); }
+    // Leads to reportUse() when it is certain that the seats in use still are: a compositor that hangs
+    // says nothing of those that become idle.
+    virtual void confirmUse();
+    void reportUse();
 
 private:
     void report();

@@ -80,7 +80,10 @@ bool isX11(std::optional<SourceKind> wanted)
     Session session;
     session.wanted = wanted;
     session.type = qEnvironmentVariable("XDG_SESSION_TYPE");
-    session.hasCompositor = !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") && WaylandConnection::open();
+    // One that hangs would hold up the start: asked only where the answer counts.
+    const bool isKnown = session.type == QStringLiteral("wayland") || session.type == QStringLiteral("x11");
+    session.hasCompositor =
+        !wanted && !isKnown && !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") && WaylandConnection::open();
     return chooseSource(session) == SourceKind::X11;
 }
 

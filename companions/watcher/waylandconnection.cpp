@@ -14,13 +14,6 @@ namespace {
 
 constexpr std::chrono::seconds kPatience{2};
 
-void noteDone(void *isDone, wl_callback *, quint32)
-{
-    *static_cast<bool *>(isDone) = true;
-}
-
-constexpr wl_callback_listener kSyncListener = {noteDone};
-
 void ignoreMessage(const char *, va_list) { }
 
 } // namespace
@@ -44,6 +37,13 @@ struct WaylandConnection::Callbacks
         self->m_globals.erase(name);
         emit self->globalRemoved(name);
     }
+    static void answered(void *data, wl_callback *, quint32)
+    {
+        auto *self = static_cast<WaylandConnection *>(data);
+        self->m_question.reset();
+        emit self->answered();
+    }
+    static constexpr wl_callback_listener question = {answered};
     static constexpr wl_registry_listener registry = {added, removed};
 };
 
@@ -71,6 +71,7 @@ WaylandConnection::WaylandConnection(wl_display *display)
 WaylandConnection::~WaylandConnection()
 {
     m_notifier.reset();
+    m_question.reset();
     m_registry.reset();
     wl_display_disconnect(m_display);
 }
@@ -113,15 +114,22 @@ void WaylandConnection::flush()
     wl_display_flush(m_display);
 }
 
+void WaylandConnection::requestAnswer()
+{
+    if (m_question)
+        return;
+    wl_callback *callback = wl_display_sync(m_display);
+    m_question.reset(reinterpret_cast<wl_proxy *>(callback));
+    wl_callback_add_listener(callback, &Callbacks::question, this);
+    flush();
+}
+
 // Unlike wl_display_roundtrip() it does not wait for ever.
 bool WaylandConnection::roundtrip()
 {
-    bool isDone = false;
-    wl_callback *callback = wl_display_sync(m_display);
-    const WaylandProxy owner(reinterpret_cast<wl_proxy *>(callback));
-    wl_callback_add_listener(callback, &kSyncListener, &isDone);
+    requestAnswer();
     const QDeadlineTimer deadline(kPatience);
-    while (!isDone) {
+    while (m_question) {
         while (wl_display_prepare_read(m_display) != 0) {
             if (wl_display_dispatch_pending(m_display) < 0)
                 return false;

@@ -37,8 +37,12 @@ public:
     // The names of all globals of this kind.
     QVector<quint32> globals(const wl_interface &interface) const;
     void flush();
+    // To be emitted as answered(), after the events that the compositor has sent before. While the last
+    // request waits, nothing more is requested.
+    void requestAnswer();
 
 signals:
+    void answered();
     void globalAdded(quint32 name, const QByteArray &interface);
     void globalRemoved(quint32 name);
     // Emitted at most once, and last.
@@ -57,6 +61,7 @@ private:
 
     wl_display *m_display; // owned
     WaylandProxy m_registry;
+    WaylandProxy m_question; // without an answer yet
     std::map<quint32, Global> m_globals;
     std::unique_ptr<QSocketNotifier> m_notifier;
 };

@@ -21,6 +21,7 @@ WaylandIdleSource::WaylandIdleSource(std::unique_ptr<WaylandConnection> connecti
     : m_connection(std::move(connection))
 {
     connect(m_connection.get(), &WaylandConnection::lost, this, &WaylandIdleSource::lost);
+    connect(m_connection.get(), &WaylandConnection::answered, this, &WaylandIdleSource::reportUse);
     connect(m_connection.get(), &WaylandConnection::globalAdded, this,
             [this](quint32 name, const QByteArray &interface) {
                 if (interface == wl_seat_interface.name)
@@ -40,6 +41,11 @@ void WaylandIdleSource::watchSeats()
     m_connection->flush();
     if (!isAboutInputOnly())
         m_probeTimer.start();
+}
+
+void WaylandIdleSource::confirmUse()
+{
+    m_connection->requestAnswer();
 }
 
 void WaylandIdleSource::add(quint32 name)

@@ -51,6 +51,7 @@ protected:
     virtual Notification request(wl_seat *seat, Watch *data) = 0;
     // Whether it reports input even while the screen is kept on.
     virtual bool isAboutInputOnly() const = 0;
+    void confirmUse() override;
 
     WaylandConnection &connection() { return *m_connection; }
 

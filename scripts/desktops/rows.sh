@@ -20,14 +20,21 @@ toggle_tracking() {
 
 # A pointer that moves now and then: somebody works at this desktop.
 work_until_received() {
-    local end=$((SECONDS + $3)) by=40
+    local end=$((SECONDS + $3))
     until has_received "$1" "$2"; do
         [ "$SECONDS" -lt "$end" ] || return 1
-        by=$((-by))
-        xdotool mousemove_relative -- "$by" 0
-        sleep 0.3
+        nudge
     done
 }
+nudge_by=40
+nudge() {
+    nudge_by=$((-nudge_by))
+    xdotool mousemove_relative -- "$nudge_by" 0
+    sleep 0.3
+}
+
+# Where the desktop asks for it.
+allow_screenshots() { :; }
 
 row_minute() {
     local reports
@@ -53,6 +60,7 @@ row_minute() {
     reports=$(received 'отчёт:')
     toggle_tracking
     wait_for 5 is_active || failed "the start is not stored" || return
+    allow_screenshots
     work_until_received 'отчёт:' $((reports + 1)) 30 || failed "no report of a minute arrives"
 }
 

@@ -3,10 +3,11 @@
 # capture FILE
 capture() { import -window root "$1"; }
 
-# geometry ID: WIDTHxHEIGHT+X+Y
+# geometry ID: WIDTHxHEIGHT+X+Y; fails when the window is gone.
 geometry() {
-    local X Y WIDTH HEIGHT
-    eval "$(xdotool getwindowgeometry --shell "$1")"
+    local X Y WIDTH='' HEIGHT
+    eval "$(xdotool getwindowgeometry --shell "$1" 2>/dev/null)"
+    [ -n "$WIDTH" ] || return
     printf '%dx%d+%d+%d\n' "$WIDTH" "$HEIGHT" "$X" "$Y"
 }
 size_of() { geometry "$1" | sed 's/+.*//'; }

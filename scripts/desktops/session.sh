@@ -3,6 +3,9 @@
 
 server_pid=
 session_pid=
+session_type=x11
+# What comes before the commands of another user's session.
+as_user=()
 
 # start_xvfb: a screen of 1280x800.
 start_xvfb() {
@@ -70,7 +73,7 @@ prepare_home() {
     mkdir -m 700 "$box"/{home,tmp,run,storage,bin}
     export HOME=$box/home TMPDIR=$box/tmp XDG_RUNTIME_DIR=$box/run ORVANA_STORAGE_ROOT=$box/storage
     export XDG_CONFIG_HOME=$HOME/.config XDG_DATA_HOME=$HOME/.local/share XDG_CACHE_HOME=$HOME/.cache
-    export LC_ALL=ru_RU.UTF-8 XDG_SESSION_TYPE=x11 PATH=$box/bin:$PATH
+    export LC_ALL=ru_RU.UTF-8 XDG_SESSION_TYPE=$session_type PATH=$box/bin:$PATH
     unset WAYLAND_DISPLAY DBUS_SESSION_BUS_ADDRESS SESSION_MANAGER QT_QPA_PLATFORM QT_QPA_PLATFORMTHEME
     cat >"$box/bin/xdg-open" <<TEXT
 #!/bin/sh
@@ -97,7 +100,7 @@ TEXT
 # do not start without one.
 start_system_bus() {
     export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$box/run/system-bus
-    start "$box/system-bus.log" dbus-daemon --session --nofork --address="$DBUS_SYSTEM_BUS_ADDRESS"
+    start "$box/system-bus.log" "${as_user[@]}" dbus-daemon --session --nofork --address="$DBUS_SYSTEM_BUS_ADDRESS"
     wait_for 10 test -S "$box/run/system-bus"
 }
 
@@ -117,10 +120,10 @@ start_session() {
 
 # Use only while no client is shown: its clock keeps changing the picture.
 is_still() {
-    local picture
-    picture=$(import -window root rgb:- | md5sum)
+    capture "$box/before.png"
     sleep 1
-    [ "$picture" = "$(import -window root rgb:- | md5sum)" ]
+    capture "$box/now.png"
+    [ "$(identify -format '%#' "$box/before.png")" = "$(identify -format '%#' "$box/now.png")" ]
 }
 
 session_ended() { ended "$session_pid" && [ -z "$(client_pids)" ]; }

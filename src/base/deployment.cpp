@@ -17,6 +17,7 @@ namespace {
 const QString kServiceUrl = QStringLiteral("service-url");
 const QString kVerifyCertificates = QStringLiteral("verify-certificates");
 const QString kWatcherPort = QStringLiteral("watcher-port");
+const QString kJournal = QStringLiteral("journal");
 const QString kStartShortcut = QStringLiteral("start-shortcut");
 const QString kStopShortcut = QStringLiteral("stop-shortcut");
 constexpr uint kLastPort = 65535;
@@ -48,12 +49,12 @@ QKeySequence sequenceOf(const QString &text)
 
 QString problemWith(const QString &key, const QString &value)
 {
-    if (key == kVerifyCertificates) {
+    if (key == kVerifyCertificates || key == kJournal) {
         static const QStringList booleans{QStringLiteral("true"), QStringLiteral("false"),
                                           QStringLiteral("1"), QStringLiteral("0")};
         if (!booleans.contains(value, Qt::CaseInsensitive))
             return QStringLiteral("is neither true nor false and counts as ")
-                + (Deployment::verifyCertificates() ? booleans.at(0) : booleans.at(1));
+                + (key == kJournal || Deployment::verifyCertificates() ? booleans.at(0) : booleans.at(1));
     } else if (key == kWatcherPort) {
         if (const uint port = value.toUInt(); port == 0 || port > kLastPort)
             return QStringLiteral("is no port");
@@ -98,6 +99,12 @@ QString Deployment::configFile()
 bool Deployment::verifyCertificates()
 {
     return QVariant(configured(kVerifyCertificates)).toBool();
+}
+
+bool Deployment::keepsJournal()
+{
+    const QString value = configured(kJournal);
+    return value.isEmpty() || QVariant(value).toBool();
 }
 
 QKeySequence Deployment::startShortcut()

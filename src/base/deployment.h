@@ -19,6 +19,8 @@ QString storageRoot();
 QString configFile();
 // False: every certificate of the service is accepted. ("verify-certificates")
 bool verifyCertificates();
+// Whether a journal of the user's minutes is kept. ("journal")
+bool keepsJournal();
 // Hot keys of the whole desktop, empty without one. ("start-shortcut", "stop-shortcut")
 QKeySequence startShortcut();
 QKeySequence stopShortcut();

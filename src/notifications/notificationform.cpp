@@ -225,9 +225,10 @@ void NotificationForm::reject()
 
 void NotificationForm::setVisible(bool visible)
 {
-    // Some window managers keep every window that they manage below a full-screen one in use.
+    // Some window managers keep every window that they manage below a full-screen one in use, and
+    // some, of Wayland compositors above all, place them as they like: over the clock.
     if (visible && isHidden())
-        setWindowFlag(Qt::X11BypassWindowManagerHint, isFullScreenWindowActive());
+        setWindowFlag(Qt::X11BypassWindowManagerHint, isFullScreenWindowActive() || !canMoveWindows());
     QDialog::setVisible(visible);
 }
 

@@ -9,9 +9,9 @@ class NotificationHost
 public:
     virtual ~NotificationHost() = default;
 
-    // Height that the popups leave free at the top; 0 while the window is hidden.
+    // Height that the popups leave free at the top of the area; 0 while the window is hidden.
     virtual int notificationOffset() const = 0;
-    // The free area of the screen that the window is on.
+    // The free area of the screen that the window is on, or the part of it that is clear of the window.
     virtual QRect notificationArea() const = 0;
     // The set of popups has changed.
     virtual void updateNotificationState() = 0;

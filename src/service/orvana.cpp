@@ -4,12 +4,16 @@
 #include "base/exemptteam.h"
 #include "base/log.h"
 #include "base/programstart.h"
+#include "service/minuterecovery.h"
 #include "service/ovsession.h"
 #include "service/replyparser.h"
+#include "storage/recordtime.h"
 
 #include <QDesktopServices>
 #include <QLocale>
 #include <QMetaEnum>
+
+#include <utility>
 
 namespace {
 
@@ -43,9 +47,10 @@ Orvana::Orvana(NotificationSink *notifications, QObject *parent)
     : QObject(parent)
     , m_notifications(notifications)
     , m_storage(QDir(Deployment::storageRoot()).absoluteFilePath(kStorageFolder))
+    , m_journal(new MinuteJournal(&m_storage, notifications, this))
     , m_service(new ServiceConnection(notifications, this))
     , m_reports(new ReportSender(
-          &m_storage, m_service, notifications,
+          &m_storage, m_service, m_journal, notifications,
           [this] {
               return ReportSubject{m_session->login(), m_session->currentTeamID(),
                                    m_session->currentTaskID()};
@@ -57,6 +62,7 @@ Orvana::Orvana(NotificationSink *notifications, QObject *parent)
               return Credentials{m_session->login(), m_session->password()};
           },
           this))
+    , m_recovery(new MinuteRecovery(&m_storage, m_journal, m_reports, this))
 {
     connect(m_service, &ServiceConnection::finished, this, &Orvana::replyFinished);
     connect(m_service, &ServiceConnection::refused, this, &Orvana::error);
@@ -69,7 +75,7 @@ Orvana::Orvana(NotificationSink *notifications, QObject *parent)
     m_session = new Session(this, this);
     if (usable) {
         m_session->initLastLogin();
-        m_reports->loadCache();
+        loadReports();
     } else {
         qCWarning(lcService) << "Storage directory can't be used:" << storageDirectory().path();
     }
@@ -81,7 +87,21 @@ Orvana::Orvana(NotificationSink *notifications, QObject *parent)
 Orvana::~Orvana()
 {
     save();
+    m_recovery->stop();
+    m_journal->close(MinuteJournal::End::Exit, true);
     qCDebug(lcService) << "Exit Orvana Team Monitor OK";
+}
+
+void Orvana::setCleanMode(bool clean)
+{
+    m_cleanMode = clean;
+    m_journal->setEnabled(!clean);
+}
+
+void Orvana::loadReports()
+{
+    m_reports->loadCache();
+    m_recovery->start(m_storage.ofUser(m_session->login()));
 }
 
 void Orvana::save()
@@ -221,13 +241,16 @@ void Orvana::processCheckLoginReply(QNetworkReply *reply)
     if (!m_session->login().isEmpty()) {
         m_reports->storeUnwritten();
         m_session->save();
-        if (m_session->login() != login)
+        const bool isOther = m_session->login() != login;
+        if (isOther)
             m_notifications->clearForNextUser();
+        m_recovery->stop();
+        m_journal->close(MinuteJournal::End::SignOut, isOther);
         m_session->clear();
     }
     m_details->clear();
     m_session->init(login, password);
-    m_reports->loadCache();
+    loadReports();
     m_session->setLogged(true);
     m_session->save();
     m_loginAttempt->clear();
@@ -286,6 +309,26 @@ void Orvana::processCheckUpdateReply(QNetworkReply *reply)
     emit updateDescriptionReceived(body);
 }
 
+void Orvana::journalMinute(int activeSlices)
+{
+    WorkDay day = m_session->day();
+    const DayCounters before = DayCounters::of(day);
+    day.work.addMinute();
+    if (activeSlices > 0)
+        day.active.addMinute();
+    m_minuteOver = QDateTime::currentDateTime();
+    m_journal->minute(
+        m_minuteOver,
+        {recordTimeText(m_minuteOver), m_session->currentTeamID(), m_session->currentTaskID(), activeSlices},
+        m_reports->reportUrl(), before, DayCounters::of(day));
+}
+
+void Orvana::sendTaskActivity(int activeSlices)
+{
+    const QDateTime moment = std::exchange(m_minuteOver, QDateTime());
+    m_reports->sendTaskActivity(activeSlices, moment.isValid() ? moment : QDateTime::currentDateTime());
+}
+
 void Orvana::requestTimeSync(const QString &taskId)
 {
     RequestFields fields;
@@ -308,8 +351,10 @@ void Orvana::processRequestTimeSync(QNetworkReply *reply)
     // Totals without a day would be taken for yesterday's at the first tick.
     if (!m_session->worktimeDate().isValid())
         m_session->setWorktimeDate(QDate::currentDate());
+    const DayCounters before = DayCounters::of(m_session->day());
     m_session->setActiveTime(totals.active);
     m_session->setWorktime(totals.total);
+    m_journal->corrected(before, DayCounters::of(m_session->day()));
     // The request keeps its id under "task_id", so the time lands under an empty
     // id. Kept: under its own id it would overwrite the day total that the
     // reminder shows for the task.

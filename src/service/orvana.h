@@ -3,6 +3,7 @@
 #include "base/notificationsink.h"
 #include "model/records.h"
 #include "service/detailfetcher.h"
+#include "service/minutejournal.h"
 #include "service/reportsender.h"
 #include "service/serviceconnection.h"
 #include "storage/storagefolder.h"
@@ -14,6 +15,8 @@
 #include <QObject>
 #include <QSslError>
 #include <QTime>
+
+class MinuteRecovery;
 
 // The one way to the task service. Requests are fired and forgotten; every reply
 // arrives in replyFinished, which dispatches it by its property "stage". Failures reach
@@ -34,11 +37,12 @@ public:
     StorageFolder &storage() { return m_storage; }
     QDir storageDirectory() const { return m_storage.dir(); }
     Session *session() const { return m_session; }
+    MinuteJournal &journal() { return *m_journal; }
     // Writes the session, and the reports that the disk has refused so far; nothing in
     // clean mode.
     void save();
-    // Clean mode: the session is not written back at the end.
-    void setCleanMode(bool clean) { m_cleanMode = clean; }
+    // Clean mode: nothing is written any more, and the session is not written back at the end.
+    void setCleanMode(bool clean);
     static void removeDir(const QString &path) { StorageFolder::removeDir(path); }
 
     void openUrl(const QString &url);
@@ -58,9 +62,11 @@ public:
     // The day's totals replace the session's counters.
     void requestTimeSync(const QString &taskId);
 
-    // Reports one minute; activeSlices is 0 to 10. The report is on the disk
-    // before it is sent.
-    void sendTaskActivity(int activeSlices) { m_reports->sendTaskActivity(activeSlices); }
+    // A minute is over, before it is counted or reported; activeSlices is 0 to 10.
+    void journalMinute(int activeSlices);
+    // Reports the minute that was journaled last, or else one that is over now. The report is on
+    // the disk before it is sent.
+    void sendTaskActivity(int activeSlices);
     void sendScreenshotActivity(const QImage &image) { m_reports->sendScreenshotActivity(image); }
     // Sends one waiting record.
     void sendCachedActivity() { m_reports->sendCachedActivity(); }
@@ -93,6 +99,7 @@ signals:
     void loginUnanswered();
 
 private:
+    void loadReports();
     void checkOnlineState(int code);
     void processCheckLoginReply(QNetworkReply *reply);
     void processTeamsAndTasksReply(QNetworkReply *reply);
@@ -103,11 +110,14 @@ private:
 
     NotificationSink *m_notifications;
     StorageFolder m_storage;
+    MinuteJournal *m_journal;
     Session *m_session = nullptr;
     Session *m_loginAttempt = nullptr;
     int m_loginAttempts = 0;
     ServiceConnection *m_service;
     ReportSender *m_reports;
     DetailFetcher *m_details;
+    MinuteRecovery *m_recovery;
+    QDateTime m_minuteOver; // of a minute that was journaled and not yet reported
     bool m_cleanMode = false;
 };

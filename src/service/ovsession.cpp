@@ -1,5 +1,6 @@
 #include "service/ovsession.h"
 
+#include "base/crashpoint.h"
 #include "base/exemptteam.h"
 #include "base/log.h"
 #include "service/listchanges.h"
@@ -26,7 +27,9 @@ void Orvana::Session::init(const QString &login, const QString &password)
     if (!password.isEmpty())
         m_user.password = password;
     m_files.open(login);
-    if (m_files.restore(m_user, m_day, QDate::currentDate(), password.isEmpty()))
+    const bool isToday = m_files.restore(m_user, m_day, QDate::currentDate(), password.isEmpty());
+    m_owner->journal().open(login, m_files.storedCounters(), &m_day);
+    if (isToday || m_day.work.counted != QTime(0, 0))
         emit timeUpdated();
     m_files.restore(m_lists);
     QStringList teamIds;
@@ -142,6 +145,7 @@ void Orvana::Session::addMinuteToWorktime()
 {
     m_day.work.addMinute();
     save();
+    crashPoint("counters-saved");
 }
 
 void Orvana::Session::updateSecondsToDisplayedWorktime()

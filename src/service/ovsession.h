@@ -88,6 +88,7 @@ public:
     {
         m_day.activeTimes.insert(taskId, time);
     }
+    const WorkDay &day() const { return m_day; }
     QDate worktimeDate() const { return m_day.date; }
     void setWorktimeDate(const QDate &date) { m_day.date = date; }
     // Seconds since the current task's deadline, negative before it.

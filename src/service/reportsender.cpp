@@ -3,7 +3,8 @@
 #include "base/crashpoint.h"
 #include "base/log.h"
 #include "base/notificationsink.h"
-#include "model/json.h"
+#include "base/shortened.h"
+#include "service/minuterecovery.h"
 #include "service/replyparser.h"
 #include "service/requestbody.h"
 #include "service/serviceconnection.h"
@@ -22,54 +23,20 @@
 
 namespace {
 
-const QString kRecordVersion = QStringLiteral("0.1");
 const QString kActivityPath = QStringLiteral("/api_active2");
 const QString kScreenshotPath = QStringLiteral("/api_screenshot");
 const QString kNoScreenshot = QStringLiteral("Сделать снимок экрана не удалось. Свяжитесь с техподдержкой.");
 const char kFileProperty[] = "activityFile";
-const char kPictureProperty[] = "activityPicture";
-// A day of minutes; a disk that is full for longer loses the oldest.
-constexpr int kMaxUnwritten = 1440;
 // The network sends a few at a time; the screenshots of the others would wait in memory.
 constexpr int kMaxUnderWay = 100;
-constexpr int kMaxLoggedValue = 1000;
+constexpr int kMaxLoggedValue = 1000; // an id of a megabyte would fill the log
 constexpr int kRecordsPerSweep = 100;
 constexpr std::chrono::milliseconds kSweepPause(100);
 
-// An id of a megabyte would fill the log.
-QString shortened(const QString &value)
-{
-    return value.size() > kMaxLoggedValue ? QString(value.left(kMaxLoggedValue) + QChar(0x2026)) : value;
-}
-
-// In unsigned 32-bit seconds, as every client before this one counted.
-quint32 ageInSeconds(const QString &timestamp)
-{
-    const auto now = static_cast<quint32>(QDateTime::currentSecsSinceEpoch());
-    const auto then = static_cast<quint32>(recordTime(timestamp).toSecsSinceEpoch());
-    return now - then;
-}
-
-// A record that is sent again ages from its creation each time; the file itself
-// is never rewritten.
-QVariantMap actualizeActivityTimestamp(const QVariantMap &record)
-{
-    QVariantMap body = record.value(CacheRecord::kBody).toMap();
-    const QVariant timestamp = record.value(CacheRecord::kTimestamp);
-    // Unsigned, for a damaged record may hold any number.
-    const auto past = static_cast<quint64>(body.value(CacheRecord::kPast).toString().toLongLong());
-    body.insert(CacheRecord::kPast,
-                QString::number(static_cast<qint64>(past + ageInSeconds(timestamp.toString()))));
-    return {{CacheRecord::kUrl, record.value(CacheRecord::kUrl)},
-            {CacheRecord::kTimestamp, timestamp},
-            {CacheRecord::kBody, body}};
-}
-
 // Never that of an existing one: the clock may have been set back, or an hour come twice.
-QString newPicturePath(const QString &folder)
+QString newPicturePath(const QString &folder, const QDateTime &now)
 {
-    const QString path =
-        folder + QStringLiteral("/screenshot") + recordTimeText(QDateTime::currentDateTime());
+    const QString path = folder + QStringLiteral("/screenshot") + recordTimeText(now);
     QString suffix = QStringLiteral(".jpg");
     for (int copy = 2; QFile::exists(path + suffix); ++copy)
         suffix = QLatin1Char('-') + QString::number(copy) + QStringLiteral(".jpg");
@@ -78,11 +45,12 @@ QString newPicturePath(const QString &folder)
 
 } // namespace
 
-ReportSender::ReportSender(StorageFolder *storage, ServiceConnection *service,
+ReportSender::ReportSender(StorageFolder *storage, ServiceConnection *service, MinuteJournal *journal,
                            NotificationSink *notifications, const Subject &subject, QObject *parent)
     : QObject(parent)
     , m_storage(storage)
     , m_service(service)
+    , m_journal(journal)
     , m_notifications(notifications)
     , m_subject(subject)
 {
@@ -131,17 +99,21 @@ QVariantMap ReportSender::commonFields() const
             {CacheRecord::kVersion, QCoreApplication::applicationVersion()}};
 }
 
-void ReportSender::sendTaskActivity(int activeSlices)
+QString ReportSender::reportUrl() const
 {
-    crashPoint("minute-over");
+    return m_service->url() + kActivityPath;
+}
+
+void ReportSender::sendTaskActivity(int activeSlices, const QDateTime &moment)
+{
     QVariantMap body = commonFields();
     body.insert(QStringLiteral("active"), QString::number(activeSlices));
-    const QString url = m_service->url() + kActivityPath;
+    const QString url = reportUrl();
     QStringList values;
     for (const QVariant &value : qAsConst(body))
-        values.append(shortened(value.toString()));
+        values.append(shortened(value.toString(), kMaxLoggedValue));
     qCDebug(lcService) << "Activity data prepared" << url << values;
-    sendActivityFile(saveActivityData(url, body));
+    sendActivityFile(saveActivityData(url, body, moment));
 }
 
 void ReportSender::sendScreenshotActivity(const QImage &image)
@@ -155,7 +127,8 @@ void ReportSender::sendScreenshotActivity(const QImage &image)
             QStringLiteral("При отправке снимка экрана произошла ошибка. Обратитесь в техподдержку"));
         return;
     }
-    const QString path = newPicturePath(cacheOf(m_subject().login));
+    const QDateTime now = QDateTime::currentDateTime();
+    const QString path = newPicturePath(cacheOf(m_subject().login), now);
     QString reason;
     if (!m_storage->prepare() || !ActivityCache::writeWhole(path, jpeg.data(), &reason)) {
         qCWarning(lcService) << "Error! Screenshot can't be written:" << path << reason;
@@ -164,31 +137,65 @@ void ReportSender::sendScreenshotActivity(const QImage &image)
     }
     body.insert(CacheRecord::kFileName, path);
     qCDebug(lcService) << "Screenshot prepared";
-    sendActivityFile(saveActivityData(QString(m_service->url() + kScreenshotPath), body));
+    m_journal->screenshot(now, path);
+    sendActivityFile(saveActivityData(m_service->url() + kScreenshotPath, body, now));
 }
 
 // Empty when the disk refused the record, which is then kept in memory.
-QString ReportSender::saveActivityData(const QVariant &url, const QVariant &body)
+QString ReportSender::saveActivityData(const QString &url, const QVariantMap &body, const QDateTime &moment)
 {
     storeUnwritten();
-    const QDateTime now = QDateTime::currentDateTime();
-    const QByteArray record = QtJson::serialize(QVariantMap{{CacheRecord::kVersion, kRecordVersion},
-                                                            {CacheRecord::kUrl, url.toString()},
-                                                            {CacheRecord::kBody, body},
-                                                            {CacheRecord::kTimestamp, recordTimeText(now)}});
+    const QByteArray record = CacheRecord::make(url, body, recordTimeText(moment));
     QString reason = QStringLiteral("the folder is not ours");
-    QString path = prepareCache() ? m_cache.create(record, now, &reason) : QString();
+    QString path = prepareCache() ? m_cache.create(record, moment, &reason) : QString();
     if (path.isEmpty())
-        keepUnwritten({m_subject().login, now, record}, reason);
+        keepUnwritten({m_subject().login, moment, record}, reason);
     return path;
 }
 
-void ReportSender::keepUnwritten(const UnwrittenRecord &record, const QString &reason)
+bool ReportSender::restore(const JournaledMinute &minute)
+{
+    const QVariantMap body{{QStringLiteral("email"), m_subject().login},
+                           {QStringLiteral("task_id"), minute.name.task},
+                           {CacheRecord::kPast, QStringLiteral("0")},
+                           {QStringLiteral("team_id"), minute.name.team},
+                           {QStringLiteral("active"), QString::number(minute.name.active)},
+                           {CacheRecord::kVersion, minute.version}};
+    const QByteArray record = CacheRecord::make(minute.url, body, minute.name.record);
+    return prepareCache() && !m_cache.create(record, recordTime(minute.name.record)).isEmpty();
+}
+
+std::optional<ReportSender::Waiting> ReportSender::waiting() const
+{
+    const std::optional<QStringList> onDisk = m_cache.records();
+    if (!onDisk)
+        return {};
+    Waiting waiting;
+    for (const QString &path : *onDisk)
+        waiting.onDisk.insert(ActivityCache::secondOf(path), path);
+    for (auto it = m_underWay.cbegin(); it != m_underWay.cend(); ++it) {
+        if (!QFile::exists(it.key()))
+            waiting.onDisk.insert(ActivityCache::secondOf(it.key()), it.key());
+    }
+    const QVector<UnwrittenRecords::Record> inMemory = m_unwritten.of(m_subject().login);
+    for (const UnwrittenRecords::Record &record : inMemory)
+        waiting.inMemory.insert(recordTimeText(record.createdAt), record.bytes);
+    return waiting;
+}
+
+MinuteName ReportSender::nameOf(const QVariantMap &record)
+{
+    const QVariantMap body = record.value(CacheRecord::kBody).toMap();
+    return {record.value(CacheRecord::kTimestamp).toString(),
+            body.value(QStringLiteral("team_id")).toString(),
+            body.value(QStringLiteral("task_id")).toString(),
+            body.value(QStringLiteral("active")).toString().toInt()};
+}
+
+void ReportSender::keepUnwritten(const UnwrittenRecords::Record &record, const QString &reason)
 {
     qCWarning(lcService) << "Error! Activity record can't be written:" << reason;
-    if (m_unwritten.size() >= kMaxUnwritten)
-        m_unwritten.removeFirst();
-    m_unwritten.append(record);
+    m_unwritten.keep(record);
     if (m_hasReportedUnwritten)
         return;
     m_hasReportedUnwritten = true;
@@ -203,19 +210,11 @@ void ReportSender::storeUnwritten()
 {
     if (m_unwritten.isEmpty() || !prepareCache())
         return;
-    QSet<QString> refused;
-    QVector<UnwrittenRecord> left;
-    for (const UnwrittenRecord &record : qAsConst(m_unwritten)) {
-        if (refused.contains(record.login) || !store(record)) {
-            refused.insert(record.login);
-            left.append(record);
-        }
-    }
-    m_unwritten = left;
+    m_unwritten.offer([this](const UnwrittenRecords::Record &record) { return store(record); });
     m_hasReportedUnwritten = m_hasReportedUnwritten && !m_unwritten.isEmpty();
 }
 
-bool ReportSender::store(const UnwrittenRecord &record)
+bool ReportSender::store(const UnwrittenRecords::Record &record)
 {
     if (record.login == m_subject().login)
         return !m_cache.create(record.bytes, record.createdAt).isEmpty();
@@ -226,9 +225,8 @@ bool ReportSender::store(const UnwrittenRecord &record)
 ActivityCache::Backlog ReportSender::backlog() const
 {
     ActivityCache::Backlog all = m_cache.backlog();
-    for (const UnwrittenRecord &record : m_unwritten) {
-        if (record.login != m_subject().login)
-            continue;
+    const QVector<UnwrittenRecords::Record> inMemory = m_unwritten.of(m_subject().login);
+    for (const UnwrittenRecords::Record &record : inMemory) {
         ++all.count;
         if (!all.oldest.isValid() || record.createdAt < all.oldest)
             all.oldest = record.createdAt;
@@ -272,15 +270,15 @@ void ReportSender::sendActivityFile(const QString &path)
         return;
     }
     // Records of an older client carry no version, and no picture either.
-    record = record.contains(CacheRecord::kVersion) ? prepareDataForExport(record)
-                                                    : actualizeActivityTimestamp(record);
+    record =
+        record.contains(CacheRecord::kVersion) ? prepareDataForExport(record) : CacheRecord::aged(record);
 
     const QVariantMap body = record.value(CacheRecord::kBody).toMap();
     qCDebug(lcService) << url;
     for (auto it = body.cbegin(); it != body.cend(); ++it) {
         if (it.key() != CacheRecord::kFile)
             qCDebug(lcService).noquote()
-                << it.key() + QStringLiteral(": ") + shortened(it.value().toString());
+                << it.key() + QStringLiteral(": ") + shortened(it.value().toString(), kMaxLoggedValue);
     }
     const QString picture = CacheRecord::pictureOf(record);
     if (picture.isEmpty() && body.contains(CacheRecord::kFileName)) {
@@ -291,14 +289,15 @@ void ReportSender::sendActivityFile(const QString &path)
     m_service->ensureAccessible();
     QNetworkReply *reply = m_service->post(ServiceConnection::SendActivity, QUrl(url), activityPayload(body));
     reply->setProperty(kFileProperty, path);
-    reply->setProperty(kPictureProperty, picture);
-    m_underWay.insert(path);
+    m_underWay.insert(path, {nameOf(record), !CacheRecord::isScreenshot(record), picture});
+    if (!picture.isEmpty())
+        m_journal->screenshotSent(path, picture);
     crashPoint("request-posted");
 }
 
 QVariantMap ReportSender::prepareDataForExport(const QVariantMap &record) const
 {
-    QVariantMap prepared = actualizeActivityTimestamp(record);
+    QVariantMap prepared = CacheRecord::aged(record);
     QVariantMap body = prepared.value(CacheRecord::kBody).toMap();
     if (!body.contains(CacheRecord::kFileName))
         return prepared;
@@ -328,13 +327,19 @@ bool ReportSender::isOwnScreenshot(const QString &path) const
 void ReportSender::processSendActivityReply(QNetworkReply *reply)
 {
     const QString path = reply->property(kFileProperty).toString();
-    m_underWay.remove(path);
+    const UnderWay report = m_underWay.take(path);
     if (!ServiceConnection::isAnswer(*reply))
         return;
     crashPoint("reply-received");
     const QByteArray body = reply->readAll();
-    if (isAccepted(*reply, body))
-        removeCachedActivityFile(path, reply->property(kPictureProperty).toString());
+    const bool ok = isAccepted(*reply, body);
+    if (!report.picture.isEmpty())
+        m_journal->screenshotAnswered(path, report.picture, ok, body);
+    else if (report.isMinute)
+        m_journal->answered(path, report.name, ok, body);
+    crashPoint("answer-journaled");
+    if (ok)
+        removeCachedActivityFile(path, report.picture);
     else
         qCDebug(lcService).noquote() << "Activity not sended " << bodyForLog(body);
 }

@@ -1,20 +1,23 @@
 #pragma once
 
+#include "service/minutejournal.h"
 #include "storage/activitycache.h"
+#include "storage/unwrittenrecords.h"
 
+#include <QHash>
 #include <QObject>
-#include <QSet>
 #include <QString>
 #include <QTimer>
 #include <QVariantMap>
-#include <QVector>
 
 #include <functional>
+#include <optional>
 
 class NotificationSink;
 class QImage;
 class QNetworkReply;
 class ServiceConnection;
+struct JournaledMinute;
 class StorageFolder;
 
 // Whose report it is, and about what.
@@ -35,10 +38,10 @@ class ReportSender final : public QObject
 public:
     using Subject = std::function<ReportSubject()>;
 
-    // Storage, connection and sink must outlive the sender. The subject is looked up
+    // Storage, connection, journal and sink must outlive the sender. The subject is looked up
     // whenever it is needed.
-    ReportSender(StorageFolder *storage, ServiceConnection *service, NotificationSink *notifications,
-                 const Subject &subject, QObject *parent);
+    ReportSender(StorageFolder *storage, ServiceConnection *service, MinuteJournal *journal,
+                 NotificationSink *notifications, const Subject &subject, QObject *parent);
 
     // Loads the cache of the current user, even if it is loaded already.
     void loadCache();
@@ -50,27 +53,35 @@ public:
     // The current user's reports that have not been accepted, on the disk and not.
     ActivityCache::Backlog backlog() const;
 
-    void sendTaskActivity(int activeSlices);
+    // Where a minute's report goes.
+    QString reportUrl() const;
+    // The moment is that of its line in the journal.
+    void sendTaskActivity(int activeSlices, const QDateTime &moment);
     void sendScreenshotActivity(const QImage &image);
     void sendCachedActivity();
     void processSendActivityReply(QNetworkReply *reply);
 
-private:
-    struct UnwrittenRecord
+    // The current user's records that have not been accepted, by the second in which they were made.
+    struct Waiting
     {
-        QString login;
-        QDateTime createdAt;
-        QByteArray bytes;
+        QMultiHash<QString, QString> onDisk; // paths
+        QMultiHash<QString, QByteArray> inMemory;
     };
+    // None when the folder cannot be read.
+    std::optional<Waiting> waiting() const;
+    static MinuteName nameOf(const QVariantMap &record);
+    // Gives a minute of the current user its record again. False when the disk refuses it.
+    bool restore(const JournaledMinute &minute);
 
+private:
     QString cacheOf(const QString &login) const;
     bool prepareCache();
     void sweepPictures();
 
     QVariantMap commonFields() const;
-    QString saveActivityData(const QVariant &url, const QVariant &body);
-    bool store(const UnwrittenRecord &record);
-    void keepUnwritten(const UnwrittenRecord &record, const QString &reason);
+    QString saveActivityData(const QString &url, const QVariantMap &body, const QDateTime &moment);
+    bool store(const UnwrittenRecords::Record &record);
+    void keepUnwritten(const UnwrittenRecords::Record &record, const QString &reason);
 
     void sendActivityFile(const QString &path);
     QVariantMap prepareDataForExport(const QVariantMap &record) const;
@@ -81,12 +92,19 @@ private:
 
     StorageFolder *m_storage;
     ServiceConnection *m_service;
+    MinuteJournal *m_journal;
     NotificationSink *m_notifications;
     Subject m_subject;
     ActivityCache m_cache;
     QTimer m_sweepTimer;
-    QSet<QString> m_underWay; // paths of records
+    struct UnderWay
+    {
+        MinuteName name;
+        bool isMinute = false;
+        QString picture; // of a screenshot
+    };
+    QHash<QString, UnderWay> m_underWay; // by the path of the record
     // Refused by the disk; written as soon as it takes them.
-    QVector<UnwrittenRecord> m_unwritten;
+    UnwrittenRecords m_unwritten;
     bool m_hasReportedUnwritten = false;
 };

@@ -1,9 +1,10 @@
 #include "service/sessionfiles.h"
 
 #include "base/log.h"
+#include "service/daystates.h"
 #include "service/tasklists.h"
-#include "service/workday.h"
 #include "storage/settingsfile.h"
+#include "storage/settingskey.h"
 #include "storage/storagefolder.h"
 
 #include <QDir>
@@ -20,18 +21,6 @@ const QString kTimeFormat = QStringLiteral("HH:mm:ss");
 QString key(const char *name)
 {
     return QString::fromLatin1(name);
-}
-
-// Settings keys fold and strip slashes; an id may hold any.
-QString keyOfId(QString id)
-{
-    return id.replace(QLatin1Char('%'), QLatin1String("%25")).replace(QLatin1Char('/'), QLatin1String("%2F"));
-}
-
-QString idOfKey(QString key)
-{
-    return key.replace(QLatin1String("%2F"), QLatin1String("/"))
-        .replace(QLatin1String("%25"), QLatin1String("%"));
 }
 
 void restoreCounter(WorkDay::Counter &counter, const QVariant &stored)
@@ -115,6 +104,19 @@ void SessionFiles::close()
 bool SessionFiles::exists(const Store &store)
 {
     return store && store->exists();
+}
+
+std::optional<DayCounters> SessionFiles::storedCounters() const
+{
+    if (!exists(m_session))
+        return {};
+    WorkDay day;
+    day.date = QLocale::c().toDate(m_session->value(key("worktimeDate")).toString(), kDateFormat);
+    if (!day.date.isValid())
+        return {};
+    restoreCounter(day.work, m_session->value(key("todayWorktime")));
+    restoreCounter(day.active, m_session->value(key("todayActivetime")));
+    return DayCounters::of(day);
 }
 
 bool SessionFiles::restore(UserState &state, WorkDay &day, const QDate &today, bool readPassword)

@@ -9,6 +9,7 @@ class QDate;
 class SettingsFile;
 class StorageFolder;
 class TaskLists;
+struct DayCounters;
 struct WorkDay;
 
 // Who is logged in, and what they have chosen.
@@ -46,6 +47,8 @@ public:
     bool hasTeamsFile() const { return exists(m_teams); }
     bool hasTasksFile() const { return exists(m_tasks); }
 
+    // The counters as they are stored, whatever their day; none without a file.
+    std::optional<DayCounters> storedCounters() const;
     // Without a file these leave everything as it is. True when the counters are today's.
     bool restore(UserState &state, WorkDay &day, const QDate &today, bool readPassword);
     void restore(TaskLists &lists) const;

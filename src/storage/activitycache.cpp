@@ -32,8 +32,7 @@ constexpr qint64 kMaxBytesPerSweep = 1024 * 1024;
 // When the record was made, according to its name; the epoch for any other name.
 QDateTime creationTime(const QString &path)
 {
-    const int start = path.lastIndexOf(QLatin1Char('/')) + 1 + static_cast<int>(qstrlen(kRecordPrefix));
-    const QDateTime time = recordTime(path.mid(start, kTimeLength));
+    const QDateTime time = recordTime(ActivityCache::secondOf(path));
     return time.isValid() ? time : QDateTime::fromSecsSinceEpoch(0);
 }
 
@@ -220,6 +219,23 @@ void ActivityCache::forget(const QString &path)
     --m_waitingCount;
     if (--found->second == 0)
         m_waiting.erase(found);
+}
+
+std::optional<QStringList> ActivityCache::records() const
+{
+    QStringList paths;
+    Cursor cursor(m_directory);
+    if (!cursor.isOpen())
+        return errno == ENOENT ? std::make_optional(paths) : std::nullopt;
+    for (QString path = cursor.next(); !path.isEmpty(); path = cursor.next())
+        paths.append(path);
+    return cursor.hasFailed() ? std::nullopt : std::make_optional(paths);
+}
+
+QString ActivityCache::secondOf(const QString &path)
+{
+    return path.mid(path.lastIndexOf(QLatin1Char('/')) + 1 + static_cast<int>(qstrlen(kRecordPrefix)),
+                    kTimeLength);
 }
 
 ActivityCache::Backlog ActivityCache::backlog() const

@@ -4,9 +4,11 @@
 #include <QDateTime>
 #include <QSet>
 #include <QString>
+#include <QStringList>
 
 #include <map>
 #include <memory>
+#include <optional>
 
 // One user's folder of records that wait to be sent, a file each. A record is
 // complete or absent: it is written under a name that does not count, flushed to
@@ -64,6 +66,11 @@ public:
     // The next record in the file system's order; continues after the previous one and
     // wraps around; empty when there is none. Never reads the whole folder for one record.
     QString next();
+
+    // Paths of all records; none when the folder could not be read.
+    std::optional<QStringList> records() const;
+    // When the record was made, as its name says: to the second.
+    static QString secondOf(const QString &path);
 
     // The records that wait, those in flight included, without reading the folder again.
     Backlog backlog() const;

@@ -22,4 +22,14 @@ QVariantMap parse(const QByteArray &bytes);
 // Path of the screenshot that belongs to the record; empty when it has none.
 QString pictureOf(const QVariantMap &record);
 
+// Of a screenshot, though perhaps of one that was missed; all others are minutes.
+bool isScreenshot(const QVariantMap &record);
+
+// A new record's bytes.
+QByteArray make(const QString &url, const QVariantMap &body, const QString &timestamp);
+
+// Its url, timestamp and body, whose age has grown by the time since the record was made. The
+// file is never rewritten: a record that is sent again ages from its creation each time.
+QVariantMap aged(const QVariantMap &record);
+
 } // namespace CacheRecord

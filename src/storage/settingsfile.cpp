@@ -38,21 +38,6 @@ bool rename(const QString &from, const QString &to)
     return std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
 }
 
-// Not removed: it may be the only copy, of use to whoever may read it. The eleventh
-// replaces the tenth.
-bool moveAside(const QString &path)
-{
-    QString aside;
-    int number = 0;
-    do
-        aside = path + QStringLiteral(".unusable-%1").arg(++number);
-    while (number < kMaxAside && exists(aside));
-    if (!rename(path, aside))
-        return false;
-    qCWarning(lcStorage) << "Error! Settings file can't be used, kept as" << aside;
-    return true;
-}
-
 QString newNameOf(const QString &path)
 {
     const QFileInfo file(path);
@@ -89,6 +74,21 @@ bool isWhole(const QByteArray &ini, int keys)
 }
 
 } // namespace
+
+// Not removed: it may be the only copy, of use to whoever may read it. The eleventh
+// replaces the tenth.
+bool moveAside(const QString &path)
+{
+    QString aside;
+    int number = 0;
+    do
+        aside = path + QStringLiteral(".unusable-%1").arg(++number);
+    while (number < kMaxAside && exists(aside));
+    if (!rename(path, aside))
+        return false;
+    qCWarning(lcStorage) << "Error! File can't be used, kept as" << aside;
+    return true;
+}
 
 SettingsFile::SettingsFile(const QString &path, Use use)
     : m_path(path)

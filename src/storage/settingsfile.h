@@ -54,6 +54,10 @@ private:
 // False when that did not work, or not yet: nothing may be read from there.
 bool repairSettings(const QString &path);
 
+// Gives a file, or whatever lies in its place, the name PATH.unusable-N, with a log line. False when that
+// did not work.
+bool moveAside(const QString &path);
+
 // Whether the next change of a file that was changed then (seconds since the epoch)
 // must show in its time; false for some seconds after a change.
 bool isSettled(time_t changed);

@@ -1,7 +1,7 @@
 #include "tracking/controlserver.h"
 
 #include "base/log.h"
-#include "base/shortened.h"
+#include "base/printable.h"
 #include "service/orvana.h"
 #include "service/ovsession.h"
 
@@ -12,7 +12,6 @@
 #include <QLocale>
 #include <QSocketNotifier>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -28,20 +27,11 @@ namespace {
 
 constexpr auto kUpkeep = std::chrono::minutes(1);
 constexpr int kMostPeers = 8; // the oldest makes room: a request is sent at once
-constexpr int kLongestName = 500; // characters
 constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
 
 const QString kRunning = QStringLiteral("Таймер запущен.");
 const QString kStopped = QStringLiteral("Таймер остановлен.");
 const QString kNobody = QStringLiteral("Вход не выполнен: войдите в окне программы.");
-
-// A name of the service on one line; nothing in it moves a terminal's cursor.
-QString printable(QString name)
-{
-    std::replace_if(
-        name.begin(), name.end(), [](QChar c) { return !c.isPrint() && !c.isSurrogate(); }, QLatin1Char(' '));
-    return shortened(name, kLongestName);
-}
 
 // Whoever gave up waiting was told that nothing happened.
 bool isGone(const QLocalSocket *peer)

@@ -17,10 +17,12 @@ public:
     void take() override { emit taken(grabDesktop()); }
 };
 
-// There the root window is black, whether or not an X server runs as well.
+// There the root window is black, whether or not an X server runs as well. In an X11 session
+// WAYLAND_DISPLAY is left over from another.
 bool isWaylandSession()
 {
-    return qgetenv("XDG_SESSION_TYPE") == "wayland" || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+    const QByteArray type = qgetenv("XDG_SESSION_TYPE");
+    return type == "wayland" || (type != "x11" && !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"));
 }
 
 } // namespace

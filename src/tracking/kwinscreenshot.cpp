@@ -82,7 +82,10 @@ void KwinScreenshot::onReply(const QDBusMessage &reply)
         emit unavailable();
         return;
     }
-    const auto description = qdbus_cast<QVariantMap>(reply.arguments().value(0));
+    // To read another type as a map is a crash.
+    const auto description = reply.signature() == QLatin1String("a{sv}")
+        ? qdbus_cast<QVariantMap>(reply.arguments().constFirst())
+        : QVariantMap();
     if (!acceptImage(description)) {
         QString text;
         QDebug(&text) << "an image that cannot be used:" << description;

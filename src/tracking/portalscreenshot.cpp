@@ -56,9 +56,10 @@ QString focusWindow()
 }
 
 // The image in a file of this user's, which is deleted first; null with a reason otherwise.
-QImage takeImageFile(const QString &path, QString *problem)
+QImage takeImageFile(const QUrl &url, QString *problem)
 {
-    const QByteArray name = QFile::encodeName(path);
+    // Not by way of text: its bytes need not be those of this locale.
+    const QByteArray name = QByteArray::fromPercentEncoding(url.path(QUrl::FullyEncoded).toLatin1());
     const int descriptor = open(name.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (descriptor < 0) {
         *problem = QString::fromLocal8Bit(std::strerror(errno));
@@ -72,7 +73,7 @@ QImage takeImageFile(const QString &path, QString *problem)
         return {};
     }
     if (unlink(name.constData()) != 0)
-        qCWarning(lcTracking).noquote() << "A screenshot is left in" << path;
+        qCWarning(lcTracking).noquote() << "A screenshot is left in" << url.toString();
     QImageReader reader(&file);
     const QSize size = reader.size();
     if (found.st_size > kMaxFile || (size.isValid() && !isScreenshotSize(size.width(), size.height()))) {
@@ -159,7 +160,7 @@ void PortalScreenshot::onResponse(uint code, const QVariantMap &results)
     const bool isAwaited = m_patience.isActive();
     const QUrl url(results.value(QStringLiteral("uri")).toString());
     QString problem = QStringLiteral("no local file");
-    const QImage image = url.isLocalFile() ? takeImageFile(url.toLocalFile(), &problem) : QImage();
+    const QImage image = url.isLocalFile() ? takeImageFile(url, &problem) : QImage();
     if (!isAwaited)
         return;
     if (code != kSuccess) {

@@ -86,11 +86,12 @@ void TrackingLoop::startTracking()
     beginMinute();
     m_trackedLogin = m_orvana->session()->login();
     qCDebug(lcTracking) << "Monitor started";
-    // A session that is active already goes on by itself: nobody is there to answer.
+    // A session that is active already resumes by itself: nobody is there to answer.
     const bool isUsersWish = !m_orvana->session()->isActive();
     m_orvana->session()->setActive(true);
     // Together: what happens each second and each slice then wakes the process once.
     m_sendActivityTimer.start();
+    journalStart();
     m_clockTimer.start();
     if (m_checkNeedCloseTimer.isActive())
         m_checkNeedCloseTimer.start();
@@ -107,6 +108,7 @@ void TrackingLoop::stopTracking()
     qCDebug(lcTracking) << "Monitor stopped";
     Orvana::Session *session = m_orvana->session();
     session->setActive(false);
+    m_orvana->journal().stopped(session->currentTaskID());
     m_sendActivityTimer.stop();
     m_clockTimer.stop();
     m_screenshotTimer.stop();
@@ -115,6 +117,12 @@ void TrackingLoop::stopTracking()
     // The unfinished minute is dropped from the display too.
     session->updateSecondsToDisplayedActiveTime();
     session->updateSecondsToDisplayedWorktime();
+}
+
+void TrackingLoop::journalStart()
+{
+    const Orvana::Session *session = m_orvana->session();
+    m_orvana->journal().started(session->currentTeamID(), session->currentTaskID());
 }
 
 // Ticks of the previous user must not count towards a minute of this one.
@@ -126,6 +134,9 @@ void TrackingLoop::onLogin()
     beginMinute();
     dropScreenshot();
     m_trackedLogin = login;
+    // The timer keeps running for a user whose session records.
+    if (m_sendActivityTimer.isActive() && m_orvana->session()->isActive())
+        journalStart();
 }
 
 void TrackingLoop::setHasActivity()
@@ -140,9 +151,11 @@ void TrackingLoop::sendActivity(bool force)
         ++m_activeTicks;
         m_hasActivity = false;
     }
+    m_orvana->journal().slicePassed();
     if (m_tickCount != kSlicesPerMinute && !force)
         return;
     Orvana::Session *session = m_orvana->session();
+    m_orvana->journalMinute(m_activeTicks);
     session->addMinuteToWorktime();
     if (m_activeTicks < 1)
         session->updateSecondsToDisplayedActiveTime();

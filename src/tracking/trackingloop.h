@@ -60,6 +60,7 @@ private:
     template <typename Slot>
     void setUpTimer(QTimer &timer, const char *name, std::chrono::milliseconds interval, Slot slot);
     void beginMinute();
+    void journalStart();
     void onLogin();
     void onScreenshotTaken(const QImage &image);
     void onScreenshotFailed(const QString &reason);

@@ -331,12 +331,24 @@ void MainForm::updateOnlineState(const QString &reason)
 
 int MainForm::notificationOffset() const
 {
-    return isVisible() && !isMinimized() ? height() : 0;
+    const QRect whole = Placement::freeArea(this);
+    const QRect area = notificationArea();
+    const bool hasRoom = area == whole || (area.top() == whole.top() && area.height() >= 2 * height());
+    return isVisible() && !isMinimized() && hasRoom ? height() : 0;
 }
 
+// What a window manager has put anywhere, in the popups' column, say, the popups have to go round.
 QRect MainForm::notificationArea() const
 {
-    return Placement::freeArea(this);
+    const QRect whole = Placement::freeArea(this);
+    const QRect column(whole.right() + 1 - width(), whole.top(), width(), whole.height());
+    if (!isVisible() || isMinimized() || canMoveWindows() || !column.intersects(geometry()))
+        return whole;
+    QRect above = whole;
+    above.setBottom(geometry().top() - 1);
+    QRect below = whole;
+    below.setTop(geometry().bottom() + 1);
+    return above.height() > below.height() ? above : below;
 }
 
 void MainForm::updateNotificationState()

@@ -74,7 +74,8 @@ bool WindowPlace::eventFilter(QObject *watched, QEvent *event)
 {
     const QEvent::Type type = event->type();
     if (watched != m_window
-        || (type != QEvent::Show && type != QEvent::Hide && type != QEvent::WindowStateChange))
+        || (type != QEvent::Show && type != QEvent::Hide && type != QEvent::WindowStateChange
+            && type != QEvent::Move))
         return QObject::eventFilter(watched, event);
     if (type == QEvent::Show) {
         m_wasShown = true;
@@ -84,7 +85,7 @@ bool WindowPlace::eventFilter(QObject *watched, QEvent *event)
     }
     placePopups();
     // A panel restores the window without asking it.
-    if (type != QEvent::Hide && m_window->isVisible() && !m_window->isMinimized())
+    if (type != QEvent::Hide && type != QEvent::Move && m_window->isVisible() && !m_window->isMinimized())
         emit cameBack();
     return QObject::eventFilter(watched, event);
 }

@@ -109,3 +109,16 @@ bool isFullScreenWindowActive()
     xcb_ewmh_get_atoms_reply_wipe(&states);
     return isFullScreen;
 }
+
+bool canMoveWindows()
+{
+    xcb_ewmh_get_atoms_reply_t supported;
+    if (!hints()
+        || !xcb_ewmh_get_supported_reply(hints(), xcb_ewmh_get_supported(hints(), QX11Info::appScreen()),
+                                         &supported, nullptr))
+        return true;
+    xcb_atom_t *const end = supported.atoms + supported.atoms_len;
+    const bool isOffered = std::find(supported.atoms, end, hints()->_NET_MOVERESIZE_WINDOW) != end;
+    xcb_ewmh_get_atoms_reply_wipe(&supported);
+    return isOffered;
+}

@@ -18,3 +18,6 @@ bool isOnCurrentDesktop(const QWidget *window);
 
 // Whether the active window, of any program, fills the screen.
 bool isFullScreenWindowActive();
+
+// Whether windows come to stand where programs move them; also true without a window manager.
+bool canMoveWindows();

@@ -403,6 +403,7 @@ private slots:
                  {"[Service]\nverify-certificates=true\n",
                   "Service/verify-certificates=true is no key of this program"},
                  {"verify-certificates=true, ", "is neither true nor false and counts as true"},
+                 {"journal=perhaps\n", "journal=perhaps is neither true nor false and counts as true"},
                  {"start-shortcut=Ctrl+Alt\n", "start-shortcut=Ctrl+Alt is no key with its modifiers"},
                  {"stop-shortcut=Ctrl+A, Ctrl+B\n", "Ctrl+B is no key with its modifiers"},
                  {"start-shortcut=Ctrl+,\nstop-shortcut=F8\n", ""},

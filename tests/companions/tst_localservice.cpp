@@ -49,6 +49,16 @@ private slots:
                 - QJsonDocument::fromJson(before).object().value(s(total)).toInt();
         };
         QVERIFY(gained("today_total") == 3 && gained("today_active") == 2 && gained("today_task") == 2);
+        const QString old = figures(QDateTime::currentDateTime().addDays(-2), "yyyy-MM-dd");
+        for (const auto &[query, count] :
+             {std::pair(QString(), 4), {s("?user=peter"), 0}, {s("?day=") + old, 1}}) {
+            const QJsonObject shown = QJsonDocument::fromJson(get(s("/minutes") + query)).object();
+            QCOMPARE(shown.value(s("count")).toInt(), count);
+            const QJsonObject last = shown.value(s("minutes")).toArray().last().toObject();
+            QVERIFY(count == 0
+                    || (last.value(s("active")).toInt() == 9
+                        && last.value(s("made")).toString().startsWith(old)));
+        }
         for (const char *file : {"/9j/4A==", "/9j/4A==", "no JPEG"})
             post(s("/api_screenshot"), upload(0, 0, task, file));
         const QVector<Screenshot> pictures = m_server->screenshots();

@@ -60,14 +60,18 @@ private:
         return window->findChild<T *>(s(name));
     }
 
-    // What the next minute would be.
+    // What the next minute would be, and what has been counted of the day.
     void noteState(const QString &when) const
     {
         const Orvana::Session *session = m_form->orvana()->session();
         const bool records = child<QTimer>(m_form, "sendActivityTimer")->isActive();
         note({when, session->login(), session->currentTeamID(), session->currentTaskID(),
-              s(records ? "recording" : "idle")});
+              s(records ? "recording" : "idle"), session->worktimeDate().toString(Qt::ISODate),
+              QString::number(minutes(session->day().work)),
+              QString::number(minutes(session->day().active))});
     }
+
+    static int minutes(const WorkDay::Counter &counter) { return QTime(0, 0).secsTo(counter.counted) / 60; }
 
     void next()
     {

@@ -2,6 +2,7 @@
 
 #include "ledger.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <optional>
 
@@ -39,7 +40,7 @@ struct Choices
     QMap<QString, QStringList> works; // by user
 };
 
-// Compares what the client does with what was chosen in it, and its counter of the day with its records.
+// Compares what the client does with what was chosen in it, and its counters of the day with its journal.
 class Judge final
 {
 public:
@@ -56,31 +57,6 @@ public:
     {
         m_run = run;
         m_port = port;
-        m_counters = counters();
-    }
-
-    // What each user sees as worked has to grow by the records of this run. A minute is counted before it
-    // has a record: a kill in between may lose one.
-    void judgeCounters(const QMultiHash<QString, QStringList> &bookings, bool mayLoseMinute)
-    {
-        const auto now = counters();
-        int mayBeLost = mayLoseMinute ? 1 : 0;
-        for (const Account &account : kAccounts) {
-            const auto &before = m_counters[account.login];
-            const auto &after = now[account.login];
-            if (before.first != after.first)
-                continue; // midnight has passed
-            QSet<QString> recorded;
-            for (auto it = bookings.cbegin(); it != bookings.cend(); ++it) {
-                if (it->first() == account.login)
-                    recorded.insert(it.key());
-            }
-            m_compared += recorded.size();
-            const int lost = after.second - before.second - recorded.size();
-            if (lost < 0 || lost > mayBeLost)
-                complain(s("%1 minutes more counted than recorded of %2").arg(lost).arg(account.login));
-            mayBeLost -= lost;
-        }
     }
 
     // As long as the client has not handled a choice, it may act on it or not.
@@ -97,12 +73,14 @@ public:
                 m_lastAsked = entry.value(0);
             } else if (what == s("minute")) {
                 judgeMinute(bookings.values(entry.value(0)));
+                count(bookings.values(entry.value(0)));
             } else {
+                judgeCounters(what, entry);
                 if (what == s("made")) {
                     m_said = *m_asked;
                     ++m_made[m_lastAsked];
                 }
-                judgeState(what, entry);
+                judgeState(what, entry.mid(0, 4));
             }
         }
     }
@@ -116,24 +94,40 @@ public:
 
     void print() const
     {
-        std::printf("%d Starts, %d Stops, %d tasks, %d users chosen; %d minutes compared with the session's "
-                    "counter\n",
-                    m_made[s("start")], m_made[s("stop")], m_made[s("task")], m_made[s("user")], m_compared);
+        std::printf(
+            "%d Starts, %d Stops, %d tasks, %d users chosen; counters of %d minutes compared with the "
+            "journal\n",
+            m_made[s("start")], m_made[s("stop")], m_made[s("task")], m_made[s("user")], m_compared);
     }
 
     bool isSatisfied(int fewestCompared) const { return m_complaints == 0 && m_compared > fewestCompared; }
 
 private:
-    // Of each user: the day and its minutes.
-    QMap<QString, QPair<QString, int>> counters() const
+    void count(const QList<QStringList> &bookings)
     {
-        QMap<QString, QPair<QString, int>> read;
-        for (const Account &account : kAccounts) {
-            const QSettings stored(m_room.stored(account.login + s("/session.ini")), QSettings::IniFormat);
-            const QTime time = QTime::fromString(stored.value(s("todayWorktime")).toString(), s("hh:mm:ss"));
-            read[account.login] = {stored.value(s("worktimeDate")).toString(), QTime(0, 0).secsTo(time) / 60};
+        for (const QStringList &booking : bookings) {
+            if (booking.size() < 6)
+                continue; // a screenshot
+            auto &counted = m_counted[{booking.at(0), booking.at(4)}];
+            ++counted.first;
+            counted.second += booking.at(5) == s("0") ? 0 : 1;
         }
-        return read;
+    }
+
+    // The counters of the user who is signed in, whatever has killed the client before.
+    void judgeCounters(const QString &when, const QStringList &state)
+    {
+        const auto expected = m_counted.value({state.value(0), state.value(4)});
+        const QPair<int, int> shown{state.value(5).toInt(), state.value(6).toInt()};
+        m_compared += shown.first;
+        if (shown != expected)
+            complain(s("%1 with %2 + %3 minutes and not %4 + %5 of %6 on %7")
+                         .arg(when)
+                         .arg(shown.first)
+                         .arg(shown.second)
+                         .arg(expected.first)
+                         .arg(expected.second)
+                         .arg(state.value(0), state.value(4)));
     }
 
     void judgeState(const QString &when, const QStringList &state)
@@ -149,12 +143,14 @@ private:
         m_said.works[m_said.login] = state.mid(1);
     }
 
-    // The record and perhaps a screenshot; neither when the client died before they were written.
+    // The line and perhaps a screenshot; neither when the client died before they were written.
     void judgeMinute(const QList<QStringList> &bookings)
     {
         const auto allows = [&](const QStringList &state) {
             const QStringList booking = state.mid(0, 3) + QStringList{QString::number(m_port)};
-            return state[3] == s("recording") && bookings.count(booking) == bookings.size();
+            return state[3] == s("recording")
+                && std::all_of(bookings.cbegin(), bookings.cend(),
+                               [&](const QStringList &each) { return each.mid(0, 4) == booking; });
         };
         if (!allows(m_said.state()) && !(m_asked && allows(m_asked->state())))
             complain(s("minute of [%1] and not [%2]")
@@ -167,8 +163,8 @@ private:
     Choices m_said;
     std::optional<Choices> m_asked; // as it will be once it is made
     QString m_lastAsked;
-    QMap<QString, QPair<QString, int>> m_counters; // at the start of this run
+    QMap<QPair<QString, QString>, QPair<int, int>> m_counted; // work and active minutes by user and day
     QMap<QString, int> m_made;
-    int m_compared = 0; // minutes
+    int m_compared = 0; // minutes of the counters that were judged
     int m_complaints = 0;
 };

@@ -1,3 +1,4 @@
+#include "journallines.h"
 #include "testclient.h"
 
 #include <QImage>
@@ -86,6 +87,70 @@ private slots:
         client.session()->updateSecondsToDisplayedWorktime();
         QCOMPARE(client.session()->todayTime(), QTime(0, counted));
         QCOMPARE(client.session()->todayActiveTime(), QTime(0, counted));
+    }
+
+    // A kill takes a minute that has but its line in the journal.
+    void restored_data()
+    {
+        // The clock at the next start; the age that is sent, without one the minute waits for its time to
+        // come.
+        addColumns<QString, QString, qint64, QByteArray>("before", "after", "age", "zone");
+        const auto row = [](const char *name, const char *before, const char *after, qint64 age,
+                            const char *zone = "UTC") {
+            QTest::newRow(name) << s(before) << s(after) << age << QByteArray(zone);
+        };
+        const char *now = "2026-03-02 10:00:00";
+        row("at once", now, now, 0);
+        row("an hour ahead", now, "2026-03-02 11:00:00", kHour);
+        row("a second back", now, "2026-03-02 09:59:59", -1);
+        row("a year back", now, "2025-03-02 10:00:00", -1);
+        row("next month", "2026-03-31 23:59:50", "2026-04-01 00:00:10", 20);
+        row("next year", "2026-12-31 23:59:59", "2027-01-01 00:00:00", 1);
+        row("two years ahead", now, "2028-03-01 10:00:00", 2 * kYear);
+        row("summer ends at night", "2026-10-25 01:59:50", "2026-10-25 04:00:10", 3 * kHour + 20,
+            "Europe/Berlin");
+    }
+
+    void restored()
+    {
+        QFETCH(QString, before);
+        QFETCH(QString, after);
+        QFETCH(qint64, age);
+        QFETCH(QByteArray, zone);
+        setZone(zone);
+        QVERIFY(setClock(before));
+        TestClient client;
+        QVERIFY(client.logIn());
+        client.orvana->journal().started(s("17"), s("1702"));
+        client.session()->incrementTodayTime();
+        client.orvana->journalMinute(7);
+        // Its record is of the same second, and there.
+        client.server.stop();
+        client.orvana->sendScreenshotActivity(QImage(64, 64, QImage::Format_RGB32));
+        QTRY_COMPARE(client.orvana->pendingActivityRequests(), 0);
+        QVERIFY(client.server.start());
+        QVERIFY(setClock(after));
+        client.orvana->journal().slicePassed();
+        const auto moment = [](const QString &text) {
+            return QDateTime::fromString(text, s("yyyy-MM-dd HH:mm:ss"));
+        };
+        QCOMPARE(JournalLines(client.cacheFolder().filePath(s(".."))).count("clock"),
+                 qAbs(moment(before).secsTo(moment(after))) > 2 ? 1 : 0);
+        client.orvana->setCleanMode(true);
+        client.restart();
+        QVERIFY(isRecovered(client.orvana.get()));
+        QCOMPARE(client.records().size(), age < 0 ? 1 : 2);
+        client.orvana->sendCachedActivity();
+        QTRY_VERIFY(client.records().isEmpty());
+        QCOMPARE(client.server.reports().size(), age < 0 ? 0 : 1);
+        if (age >= 0) {
+            QCOMPARE(client.server.reports().constLast().active, 7);
+            QCOMPARE(client.server.reports().constLast().pastSeconds, age);
+        }
+        const JournalLines lines(client.cacheFolder().filePath(s("..")));
+        QVERIFY(lines.follow);
+        QCOMPARE(lines.count("restored"), age < 0 ? 0 : 1);
+        QCOMPARE(lines.count("gap"), 0);
     }
 
     // An hour that comes twice brings the same second again.

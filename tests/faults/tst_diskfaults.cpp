@@ -1,4 +1,5 @@
 #include "files.h"
+#include "journallines.h"
 #include "testclient.h"
 
 #include "app/loghandler.h"
@@ -19,6 +20,7 @@ constexpr int kReadOnly = -1; // in place of pages
 constexpr int kPage = 4096;
 constexpr int kMostPages = 14; // more than a minute with all that belongs to it needs
 const QString kDiskFull = s("Не удалось сохранить отчёт об активности на диск. Проверьте свободное место.");
+const QString kNoJournal = s("Не удалось записать журнал минут на диск. Проверьте свободное место.");
 const QString kNoPicture = s("Сделать снимок экрана не удалось. Свяжитесь с техподдержкой.");
 
 QImage picture()
@@ -112,6 +114,8 @@ private slots:
             }
             const QStringList notices = client.notices.take();
             QVERIFY(notices.count(kDiskFull) <= 1 && notices.count(kNoPicture) <= 1);
+            QCOMPARE(notices.count(kNoJournal),
+                     pages == kReadOnly ? 1 : std::min(1, notices.count(kNoJournal)));
             QVERIFY(received(client).size() == 3 || notices.contains(kDiskFull));
             QVERIFY(pages != kReadOnly || notices.contains(kNoPicture));
             // What could not be deleted was sent once.
@@ -127,6 +131,13 @@ private slots:
         QTRY_COMPARE(received(client), QList<int>({1, 2, 3, 4}));
         QTRY_VERIFY(client.records().isEmpty() && client.pictures().isEmpty());
         QCOMPARE(storedTitle(client), s("refused"));
+        QVERIFY(isRecovered(client.orvana.get()));
+        QVERIFY(client.records().isEmpty());
+        const JournalLines lines(client.cacheFolder().filePath(s("..")));
+        QVERIFY(lines.follow);
+        QCOMPARE(lines.count("minute"), 4);
+        QCOMPARE(lines.count("accepted"), 4);
+        QCOMPARE(lines.count("gap"), 0);
     }
 
     void log()
@@ -223,6 +234,7 @@ private:
     static bool minute(TestClient &client, int active, const QString &title)
     {
         client.session()->addTasksData({{s("1"), title, {}, {}, {}}}, s("17"));
+        client.orvana->journalMinute(active);
         client.session()->addMinuteToWorktime();
         client.orvana->sendTaskActivity(active);
         return QTest::qWaitFor([&] { return client.orvana->pendingActivityRequests() == 0; }, kPatience);

@@ -1,4 +1,5 @@
 #include "files.h"
+#include "journallines.h"
 #include "offlineclient.h"
 #include "rows.h"
 
@@ -170,6 +171,79 @@ private slots:
         client.answer(next.first(), R"({"status":"ok"})");
         QCOMPARE(names(), expected);
         QCOMPARE(client->pendingActivityRequests(), 0);
+    }
+
+    // A client counts three minutes; the first is accepted, the second waits, and a kill takes the third,
+    // which has but its line. Then somebody changes the journal.
+    void journal_data()
+    {
+        // In its folder, $f being the file; the records after the next start, the minutes on the screen.
+        addColumns<QByteArray, int, int>("made", "records", "shown");
+        const auto row = [](const char *name, const char *made, int records, int shown) {
+            QTest::newRow(name) << QByteArray(made) << records << shown;
+        };
+        row("untouched", "", 2, 3);
+        row("last line break gone", "truncate -s -1 $f", 2, 3);
+        row("torn", "truncate -s -9 $f", 1, 2);
+        row("all but a byte torn", "truncate -s $(($(head -n -1 $f | wc -c) + 1)) $f", 1, 2);
+        row("zeros", "head -c 5000 /dev/zero >>$f", 2, 3);
+        row("megabytes without a line break", "head -c 9000000 /dev/zero | tr '\\0' x >>$f", 1, 2);
+        row("twice", "cat $f $f >g; mv g $f", 2, 3);
+        row("the minute changed", "sed -i '$s/\"active\":5/\"active\":9/' $f", 1, 2);
+        row("an acceptance changed", "sed -i '/accepted/s/ok/OK/' $f", 2, 3);
+        row("an acceptance gone", "sed -i '/accepted/d' $f", 2, 3);
+        row("cut before the acceptance", "sed -i '/accepted/,$d' $f; rm ../activity/*", 0, 2);
+        row("empty", ": >$f", 1, 2);
+        row("gone", "rm $f", 1, 2);
+        row("a folder", "rm $f; mkdir $f", 1, 2);
+        row("a pipe", "rm $f; mkfifo $f", 1, 2);
+        row("a link", "mv $f ../$f; ln -s ../$f $f", 1, 2);
+        row("a file for the folder", "rm $f; cd ..; rmdir journal; : >journal", 1, 2);
+        row("another user's", "cp ../../other/journal/$f .", 1, 2);
+        row("followed by another user's", "cat ../../other/journal/$f >>$f", 1, 2);
+        row("of a later month", "mv $f 2999-12.jsonl", 2, 3);
+    }
+
+    void journal()
+    {
+        QFETCH(QByteArray, made);
+        QFETCH(int, records);
+        QFETCH(int, shown);
+        OfflineClient client;
+        const auto minute = [&client](bool isReported = true) {
+            client->journalMinute(5);
+            if (!isReported)
+                return;
+            client.session()->addMinuteToWorktime();
+            client->sendTaskActivity(5);
+        };
+        client.login(s("other"));
+        client.session()->setWorktimeDate(QDate::currentDate());
+        minute(false);
+        client.login(kUser);
+        client.session()->setWorktimeDate(QDate::currentDate());
+        minute();
+        client.answer(client.takeRequests().first(), R"({"status":"ok"})");
+        minute();
+        minute(false);
+        client->setCleanMode(true); // it is killed
+        client.stop();
+
+        QProcess shell;
+        shell.setWorkingDirectory(client.path(kUser + s("/journal")));
+        shell.start(s("sh"), {s("-ec"), s("f=$(ls); ") + QString::fromUtf8(made)});
+        QVERIFY(shell.waitForFinished(5000) && shell.exitCode() == 0);
+        // Once, however often it starts.
+        for (int start = 0; start < 3; ++start) {
+            client.restart();
+            QCOMPARE(client.session()->todayTime(), QTime(0, shown));
+            QVERIFY(isRecovered(client.get()));
+            QCOMPARE(client.records(kUser), records);
+            // A second kill, before anything was saved.
+            client->setCleanMode(start == 0);
+        }
+        client->journalMinute(1);
+        QCOMPARE(JournalLines(client.path(kUser)).all.constLast().event, s("minute"));
     }
 
     // Minutes that the disk refused are stored with that user's others.

@@ -139,8 +139,8 @@ for size in 16x16 22x22 24x24 32x32 48x48 64x64 128x128 256x256; do
     check "icon of $size" test "$(identify -format '%wx%h' "$icon")" = "$size"
 done
 check "the user unit starts the watcher with the session" unit_starts_installed_watcher
-check "autostart starts the unit" autostarts unit '[ "$*" != "--user start orvana-watcher.service" ] || echo unit'
-check "and leaves one alone that may not start" autostarts "" '[ "$2" != start ]'
+check "autostart starts the unit in this session" autostarts unit '[ "$*" != "--user restart orvana-watcher.service" ] || echo unit'
+check "and leaves one alone that may not start" autostarts "" '[ "$2" != restart ]'
 check "without a user service manager it starts the watcher" autostarts watcher 'exit 1'
 check "and without systemd" autostarts watcher
 check "but not one that is masked" autostarts "" '[ "$2" != is-enabled ] || echo masked; exit 1'

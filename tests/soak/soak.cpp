@@ -67,6 +67,7 @@ public:
             {s("the client ends well"), endedWell},
             {s("everything is delivered in the end"), isEmpty},
             {s("what was counted arrives, once"), m_records == received()},
+            {s("journal and service agree in every minute"), journalAgrees()},
             {s("every minute is counted"), reports >= static_cast<double>(passedMinutes) * kFewestMinutes},
             {s("memory stays"), std::max(resident, own) <= kMemoryGrowth},
             {s("descriptors stay"), last.fewestDescriptors <= first.mostDescriptors},
@@ -79,6 +80,23 @@ public:
     }
 
 private:
+    // Of each task and activity: the clocks run at different speeds.
+    bool journalAgrees() const
+    {
+        QProcess minutes;
+        const QString journal = m_room.path(s("minutes.json"));
+        minutes.setProcessEnvironment(m_room.environment());
+        minutes.setStandardOutputFile(journal);
+        minutes.start(s(ORVANA_MINUTES_EXECUTABLE), texts({"--month=2026-03", "--json", "--check"}));
+        minutes.waitForFinished();
+        QProcess comparison;
+        comparison.setProcessChannelMode(QProcess::ForwardedChannels);
+        comparison.start(s(COMPARE_MINUTES),
+                         {s("--counts"), journal, m_room.server.baseUrl() + s("/minutes")});
+        comparison.waitForFinished();
+        return minutes.exitCode() == 0 && comparison.exitCode() == 0;
+    }
+
     void setFine() { setWeather(m_room.server, Weather::Fine, *QRandomGenerator::global()); }
 
     void minute()

@@ -36,6 +36,8 @@ public:
         run();
     }
 
+    void hang() { m_notifier.setEnabled(false); }
+
     QByteArray requests; // "1" for each request of version 1, "2" for each of version 2
 
 private:

@@ -51,7 +51,7 @@ private slots:
     {
         m_client = std::make_unique<OfflineClient>(s("user"));
         m_client->session()->addTeamsData({Team{s("17"), s("Редакция")}});
-        m_client->session()->addTasksData({Task{s("1702"), s("Новости\n\x1b[2J«2»"), {}, {}, {}}}, s("17"));
+        m_client->session()->addTasksData({Task{s("1702"), s("Новости\u2028\x1b[2J«2»"), {}, {}, {}}}, s("17"));
         m_client->get()->changeTask(s("17"), s("1702"));
         m_loop = std::make_unique<TrackingLoop>(m_client->get());
         QVERIFY(QDir::setCurrent(m_client->path(QString())));

@@ -52,7 +52,9 @@ public slots:
     QVariantMap CaptureWorkspace(const QVariantMap &, const QDBusUnixFileDescriptor &pipe)
     {
         isAsked = way == s("silent");
-        setDelayedReply(isAsked);
+        setDelayedReply(isAsked || way == s("other"));
+        if (way == s("other"))
+            deskBus().send(message().createReply(QVariant::fromValue(QList<int>{1, 2})));
         if (way == s("refuses") || way == s("fails"))
             sendErrorReply(s("org.kde.KWin.ScreenShot2.Error.")
                                + (way == s("fails") ? s("Cancelled") : s("NoAuthorized")),
@@ -89,10 +91,11 @@ public:
         isAsked = false;
         if (!isRefused)
             leaveFile();
-        const QUrl uri = QUrl::fromLocalFile(file);
+        const QString uri = QUrl::fromLocalFile(file).toString(QUrl::FullyEncoded)
+            + (way == s("no text") ? s("%FF") : QString());
         deskBus().send(
             QDBusMessage::createSignal(m_request, s("org.freedesktop.portal.Request"), s("Response"))
-            << (isRefused ? 2U : 0U) << QVariantMap{{s("uri"), uri.toString()}});
+            << (isRefused ? 2U : 0U) << QVariantMap{{s("uri"), uri}});
     }
 
 public slots:
@@ -119,6 +122,8 @@ private:
         screen(way == s("dark")).save(file, "PNG");
         if (way == s("link"))
             QVERIFY(QFile::rename(file, file + s(".png")) && QFile::link(file + s(".png"), file));
+        else if (way == s("no text"))
+            QCOMPARE(std::rename(name.constData(), QByteArray(name).append('\xff').constData()), 0);
         else if (way == s("foreign"))
             QCOMPARE(chown(name.constData(), kOtherUser, kOtherUser), 0);
         else if (way == s("huge"))
@@ -137,17 +142,18 @@ class TestScreenshots final : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { qputenv("XDG_SESSION_TYPE", "wayland"); }
+    void initTestCase() { qputenv("WAYLAND_DISPLAY", "left-over"); }
 
-    // Steps: s start, p stop, r go on by itself after a restart, f a minute with a screenshot, u another
-    // user, a the portal answers, z patience ends. The outcome: calls of the portal, images that the service
-    // got, whether a file is left, and the first word of each notice after the start.
+    // Steps: x in an X11 session, s start, p stop, r go on by itself after a restart, f a minute with a
+    // screenshot, u another user, a the portal answers, z patience ends. The outcome: calls of the portal,
+    // images that the service got, whether a file is left, and the first word of each notice after the start.
     void desktops_data()
     {
         addColumns<QString, QString, QString, QString>("kwin", "portal", "steps", "result");
         const std::initializer_list<std::array<const char *, 4>> rows{
             {"works", "works", "sff", "0 calls, 2 images"},
             {"works", "", "rf", "0 calls, 1 images"},
+            {"works", "works", "xsf", "0 calls, 0 images"},
             {"refuses", "works", "sff", "3 calls, 2 images"},
             {"", "works", "spsf", "2 calls, 1 images"},
             {"", "works", "sprf", "2 calls, 1 images"},
@@ -164,6 +170,7 @@ private slots:
             {"stride=4294967295", "works", "sf", "0 calls, 0 images, не передал"},
             {"format=3", "works", "sf", "0 calls, 0 images, не передал"},
             {"format=4000", "works", "sf", "0 calls, 0 images, не передал"},
+            {"other", "works", "sf", "0 calls, 0 images, не передал"},
             {"type=1", "works", "sf", "0 calls, 0 images, не передал"},
             {"", "refuses", "sff", "1 calls, 0 images, не разрешил"},
             {"", "waits", "sfa", "1 calls, 1 images"},
@@ -172,6 +179,7 @@ private slots:
             {"", "waits", "safua", "2 calls, 0 images"},
             {"", "waits", "safza", "2 calls, 0 images, не передал"},
             {"", "dark", "sff", "3 calls, 2 images, ничего не видно"},
+            {"", "no text", "sff", "3 calls, 2 images"},
             {"", "link", "s", "1 calls, 0 images, file, не передал"},
             {"", "foreign", "s", "1 calls, 0 images, file, не передал"},
             {"", "pipe", "s", "1 calls, 0 images, file, не передал"},
@@ -205,12 +213,14 @@ private slots:
         QVERIFY((kwin.isEmpty() || bus.registerService(names[0]))
                 && (portal.isEmpty() || bus.registerService(names[1])));
 
+        qputenv("XDG_SESSION_TYPE", steps.startsWith(QLatin1Char('x')) ? "x11" : "wayland");
         TestClient client;
         QVERIFY(client.logIn());
         auto loop = std::make_unique<TrackingLoop>(client.orvana.get());
         client.notices.take();
         for (const QChar step : qAsConst(steps)) {
             const QMap<char, std::function<void()>> actions{
+                {'x', [] {}},
                 {'s', [&] { loop->startTracking(); }},
                 {'p', [&] { loop->stopTracking(); }},
                 {'r',

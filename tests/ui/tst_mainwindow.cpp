@@ -338,6 +338,26 @@ private slots:
         QCOMPARE(form()->pos(), before + 2 * by);
     }
 
+    // A window manager that does not say it would move windows may have put it anywhere. Comes last: this one
+    // says so for the rest of its life.
+    void popupsKeepClear()
+    {
+        const QString hint = s("_NET_SUPPORTED");
+        const QStringList change = {s("-root"), s("-f"), hint, s("32a"), s("-set"), hint, s("_NET_WM_STATE")};
+        QCOMPARE(QProcess::execute(s("xprop"), change), 0);
+        const QRect area = form()->screen()->availableGeometry();
+        const int corner = area.right() + 1 - form()->width();
+        for (const int top : {form()->height() / 2, area.bottom() + 1 - form()->height()}) {
+            form()->move(corner, top);
+            QTRY_COMPARE(form()->pos(), QPoint(corner, top));
+            notify();
+            notify();
+            for (const NotificationForm *popup : shownPopups())
+                QTRY_VERIFY(area.contains(popup->geometry())
+                            && !popup->geometry().intersects(form()->geometry()));
+        }
+    }
+
 private:
     MainForm *form() const { return m_bench->form.get(); }
     void choose(const QString &task) { m_bench->orvana()->changeTask(s("17"), task); }
