@@ -4,7 +4,6 @@
 #include "app/sessionend.h"
 #include "app/signals.h"
 #include "app/singleinstance.h"
-#include "app/startmemory.h"
 #include "base/buildstamp.h"
 #include "base/buildvalues.h"
 #include "base/deployment.h"
@@ -31,8 +30,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include <malloc.h>
+
 namespace {
 
+constexpr int kLargeBlock = 64 * 1024; // bytes
 constexpr int kYes = 0;
 constexpr int kNoEscape = -1;
 constexpr int kAlreadyRunning = 1;
@@ -40,6 +42,15 @@ constexpr int kNoStorage = 1;
 constexpr int kNoXServer = 1;
 const QString kAlreadyRunningText =
     QStringLiteral("Только одна копия программы может быть одновременно запущена.");
+
+// Qt's few threads need no heaps of their own, and the memory of a screenshot goes back
+// to the system at once.
+void saveMemory()
+{
+    mallopt(M_ARENA_MAX, 1);
+    mallopt(M_MMAP_THRESHOLD, kLargeBlock);
+    mallopt(M_TRIM_THRESHOLD, kLargeBlock);
+}
 
 // Runs before the application object exists.
 void prepareProcess()
@@ -197,7 +208,6 @@ int main(int argc, char *argv[])
                          &MainForm::onStopTimerShortcut_activated);
         bindHotKeys(&mainForm);
         mainForm.show();
-        giveBackAfterStart(&mainForm);
         if (orvana.session()->isActive())
             orvana.notify(QStringLiteral("Запись активности включена"));
         if (!TerminationSignals::areReceived())
