@@ -127,6 +127,7 @@ private slots:
             verifyTracking(false);
         }
         press(title());
+        QTRY_VERIFY(form()->findChild<TaskForm *>());
         QTRY_VERIFY(form()->findChild<TaskForm *>()->isVisible());
         QVERIFY(m_bench->settle());
     }
