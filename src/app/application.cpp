@@ -6,6 +6,9 @@
 #include <QEvent>
 #include <QIcon>
 #include <QSessionManager>
+#include <QtPlugin>
+
+Q_IMPORT_PLUGIN(PngPlugin)
 
 namespace {
 
