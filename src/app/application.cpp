@@ -9,8 +9,11 @@
 #include <QScreen>
 #include <QSessionManager>
 #include <QWindow>
+#include <QtPlugin>
 
 #include <algorithm>
+
+Q_IMPORT_PLUGIN(PngPlugin)
 
 namespace {
 

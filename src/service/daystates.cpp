@@ -14,12 +14,12 @@ const QString kTimeFormat = QStringLiteral("HH:mm:ss");
 
 QDate dayAt(const QJsonObject &values, const QString &key)
 {
-    return QLocale::c().toDate(values.value(key).toString(), kDateFormat);
+    return QDate::fromString(values.value(key).toString(), Qt::ISODate);
 }
 
 QTime timeAt(const QJsonObject &values, const QString &key, int index)
 {
-    return QLocale::c().toTime(values.value(key)[index].toString(), kTimeFormat);
+    return QTime::fromString(values.value(key)[index].toString(), Qt::ISODate);
 }
 
 } // namespace

@@ -27,6 +27,7 @@ namespace {
 constexpr qint64 kMaxLine = 4 * 1024 * 1024;
 constexpr qint64 kMaxWaiting = 4 * 1024 * 1024;
 constexpr int kAccess = O_RDWR | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+constexpr qint64 kEnd = 4 * 1024; // some lines
 constexpr qint64 kTail = 64 * 1024; // an hour and a half of minutes
 constexpr qint64 kLongTail = 2 * kMaxLine;
 
@@ -63,11 +64,12 @@ bool hasWhole(const Lines &lines)
     return std::any_of(lines.cbegin(), lines.cend(), [](const auto &line) { return line.isWhole(); });
 }
 
-std::optional<Lines> tailOf(const QString &path)
+// At least so many bytes, and a whole line where there is one.
+std::optional<Lines> tailOf(const QString &path, qint64 bytes)
 {
     const qint64 size = QFileInfo(path).size();
-    const std::optional<Lines> lines = linesAfter(path, std::max<qint64>(0, size - kTail));
-    return size <= kTail || !lines || hasWhole(*lines)
+    const std::optional<Lines> lines = linesAfter(path, std::max<qint64>(0, size - bytes));
+    return size <= bytes || !lines || hasWhole(*lines)
         ? lines
         : linesAfter(path, std::max<qint64>(0, size - kLongTail));
 }
@@ -318,7 +320,7 @@ bool JournalFile::readEnd(const QStringList &files)
         m_hash = Journal::noHash();
     bool isLast = true;
     for (int i = files.size() - 1; i >= 0 && i >= files.size() - 3; --i) {
-        const std::optional<Lines> lines = tailOf(files.at(i));
+        const std::optional<Lines> lines = tailOf(files.at(i), kEnd);
         if (!lines && files.at(i) == m_path)
             return false;
         if (!lines)
@@ -348,6 +350,6 @@ QVector<JournalReader::Line> JournalFile::tail(const QString &userFolder)
     Lines lines;
     const QStringList files = Journal::files(userFolder);
     for (const QString &path : files.mid(std::max(0, files.size() - 2)))
-        lines += tailOf(path).value_or(Lines());
+        lines += tailOf(path, kTail).value_or(Lines());
     return lines;
 }

@@ -39,6 +39,7 @@ TrackingLoop::TrackingLoop(Orvana *orvana, QObject *parent)
     // clock behind them stands still while the machine sleeps.
     m_sendActivityTimer.setTimerType(Qt::PreciseTimer);
     m_clockTimer.setTimerType(Qt::PreciseTimer);
+    m_checkNeedCloseTimer.setTimerType(Qt::PreciseTimer);
     setUpTimer(m_sendActivityTimer, "sendActivityTimer", kSlice, [this] { sendActivity(false); });
     setUpTimer(m_checkUpdateTimer, "checkUpdateTimer", kUpdateCheck, &TrackingLoop::checkUpdate);
     setUpTimer(m_checkNeedCloseTimer, "checkNeedCloseTimer", kCloseCheck,
@@ -88,9 +89,12 @@ void TrackingLoop::startTracking()
     // A session that is active already resumes by itself: nobody is there to answer.
     const bool isUsersWish = !m_orvana->session()->isActive();
     m_orvana->session()->setActive(true);
+    // Together: what happens each second and each slice then wakes the process once.
     m_sendActivityTimer.start();
     journalStart();
     m_clockTimer.start();
+    if (m_checkNeedCloseTimer.isActive())
+        m_checkNeedCloseTimer.start();
     // A screenshot that fell due before a stop is taken with the first report.
     if (!m_screenshotTimer.isActive() && !m_screenshotDue)
         m_screenshotTimer.start();

@@ -138,7 +138,8 @@ void MainForm::connectSignals()
     connect(this, &MainForm::showAll, this, &MainForm::showAllHandler);
     connect(m_ui->pbComment, &QPushButton::clicked, m_orvana, qOverload<>(&Orvana::openTaskUrl));
     connect(m_ui->pbTaskList, &QPushButton::clicked, this, [this] {
-        finishStart();
+        if (!m_taskListForm)
+            m_taskListForm = new TaskListForm(m_orvana, this);
         m_taskListForm->toggle();
     });
     connect(m_place, &WindowPlace::unreachable, this, &MainForm::showAll);
@@ -182,19 +183,18 @@ void MainForm::initTrayIcon()
     connect(loop(), &TrackingLoop::listsRequested, m_trayIcon, &TrayIcon::updateToolTip);
 }
 
-// The window comes first: the tray icon, the library for encrypted requests and the
-// windows that are opened from this one take longer than it does.
+// The window comes first: the tray icon and the library for encrypted requests take longer
+// than it does.
 void MainForm::finishStart()
 {
-    if (m_taskForm)
+    if (m_trayIcon->isVisible())
         return;
     // An icon shown without a tray docks by itself as soon as one comes.
     m_trayIcon->show();
     syncTime();
     m_orvana->requestCheckUpdate();
-    m_taskListForm = new TaskListForm(m_orvana, this);
-    m_taskForm = new TaskForm(this, this);
-    connect(m_taskForm, &TaskForm::accepted, this, &MainForm::onTaskFormAccepted);
+    if (m_orvana->session()->isOnline())
+        m_orvana->requestTeamsAndTasks();
 }
 
 QIcon MainForm::getTaskIcon(const Task &task) const

@@ -92,7 +92,7 @@ private:
 
     std::unique_ptr<Ui::MainForm> m_ui;
     ScrollText *m_taskText;
-    TaskListForm *m_taskListForm = nullptr;
+    TaskListForm *m_taskListForm = nullptr; // this and the next once they were opened
     TaskForm *m_taskForm = nullptr;
     std::unique_ptr<AboutForm> m_aboutForm;
     TrayIcon *m_trayIcon = nullptr;

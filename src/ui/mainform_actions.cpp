@@ -109,8 +109,12 @@ void MainForm::on_pbMinimize_clicked()
 
 void MainForm::on_pbTask_clicked()
 {
-    finishStart();
-    m_taskForm->update();
+    if (m_taskForm) {
+        m_taskForm->update();
+    } else {
+        m_taskForm = new TaskForm(this, this);
+        connect(m_taskForm, &TaskForm::accepted, this, &MainForm::onTaskFormAccepted);
+    }
     showCentred(m_taskForm, this);
 }
 

@@ -4,12 +4,18 @@
 #include <QFile>
 #include <QGuiApplication>
 #include <QPainter>
+#include <QPixmap>
 #include <QWidget>
 #include <QX11Info>
 
+// Where it is not scaled, in the format of the screen, so that a repaint converts nothing, and
+// kept by Qt for a while. In that format Qt scales without smoothing.
 QImage Artwork::load(const QString &path)
 {
-    if (qGuiApp->devicePixelRatio() > 1.0) {
+    const qreal scale = qGuiApp->devicePixelRatio();
+    if (qFuzzyCompare(scale, 1.0))
+        return QPixmap(path).toImage();
+    if (scale > 1.0) {
         QString fine = path;
         fine.insert(fine.lastIndexOf(QLatin1Char('.')), QLatin1String("@2x"));
         if (QFile::exists(fine))

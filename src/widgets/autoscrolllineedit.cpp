@@ -1,6 +1,7 @@
 #include "widgets/autoscrolllineedit.h"
 
 #include <QAbstractTextDocumentLayout>
+#include <QEvent>
 #include <QScrollBar>
 #include <QTextOption>
 #include <QTimerEvent>
@@ -14,6 +15,7 @@ constexpr int kStep = 60; // ms for a pixel
 constexpr int kFrame = 20; // ms, for what has to move faster
 // Of the time to read: one part at the top, at most three on the way, the rest at the end.
 constexpr int kPartsOfTime = 5;
+constexpr int kRounds = 3; // each step paints the window again
 
 } // namespace
 
@@ -61,6 +63,7 @@ void AutoScrollLineEdit::arrange()
         setViewportMargins(margins);
     verticalScrollBar()->setValue(0);
     m_isReturning = false;
+    m_rounds = 0;
     rest();
 }
 
@@ -84,7 +87,7 @@ int AutoScrollLineEdit::moveTime() const
 void AutoScrollLineEdit::rest()
 {
     m_resting = true;
-    if (verticalScrollBar()->maximum() > 0 && isVisible())
+    if (verticalScrollBar()->maximum() > 0 && isVisible() && m_rounds < kRounds)
         m_timer.start(restTime(), this);
     else
         m_timer.stop();
@@ -110,6 +113,7 @@ void AutoScrollLineEdit::timerEvent(QTimerEvent *event)
     bar->setValue(m_isReturning ? length - moved : moved);
     if (moved < length)
         return;
+    m_rounds += m_isReturning ? 1 : 0;
     m_isReturning = !m_isReturning;
     rest();
 }
@@ -123,7 +127,15 @@ void AutoScrollLineEdit::resizeEvent(QResizeEvent *event)
 void AutoScrollLineEdit::showEvent(QShowEvent *event)
 {
     QTextEdit::showEvent(event);
+    window()->installEventFilter(this); // the box itself may let the mouse through
     arrange();
+}
+
+bool AutoScrollLineEdit::eventFilter(QObject *watched, QEvent *event)
+{
+    if (event->type() == QEvent::Enter && watched == window() && !m_timer.isActive())
+        arrange();
+    return QTextEdit::eventFilter(watched, event);
 }
 
 void AutoScrollLineEdit::hideEvent(QHideEvent *event)

@@ -8,8 +8,9 @@
 
 // A read-only, frameless, transparent box of plain text without scroll bars that
 // slowly scrolls a long text to its end and back, with a rest at both. It begins at
-// the top whenever the box is shown. No timer runs while the text fits or the box
-// cannot be seen.
+// the top whenever the box is shown, and after three times it stays there until the mouse
+// pointer enters the window. Then, while the text fits, and while the box cannot be seen,
+// no timer runs.
 class AutoScrollLineEdit final : public QTextEdit
 {
     Q_OBJECT
@@ -27,6 +28,7 @@ public:
     bool isMoving() const { return m_timer.isActive(); }
 
 protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
     void timerEvent(QTimerEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
     void showEvent(QShowEvent *event) override;
@@ -44,4 +46,5 @@ private:
     bool m_resting = true;
     bool m_isReturning = false;
     int m_timeToRead = 0; // ms
+    int m_rounds = 0; // since it began
 };

@@ -15,6 +15,7 @@ constexpr int kRestAtStart = 3000; // ms
 constexpr int kRestAtEnd = 2000; // ms
 constexpr int kStep = 40; // ms for a pixel
 constexpr int kFade = 20;
+constexpr int kRounds = 3; // each step paints the line again
 
 } // namespace
 
@@ -53,6 +54,12 @@ int ScrollText::overhang() const
 
 void ScrollText::restart()
 {
+    m_rounds = 0;
+    returnToStart();
+}
+
+void ScrollText::returnToStart()
+{
     m_offset = 0;
     rest(Phase::RestingAtStart);
     update();
@@ -61,7 +68,7 @@ void ScrollText::restart()
 void ScrollText::rest(Phase phase)
 {
     m_phase = phase;
-    if (overhang() > 0 && isVisible() && (m_alwaysMoves || underMouse()))
+    if (isVisible() && ((m_alwaysMoves && m_rounds < kRounds) || underMouse()) && overhang() > 0)
         m_timer.start(phase == Phase::RestingAtStart ? kRestAtStart : kRestAtEnd, this);
     else
         m_timer.stop();
@@ -85,7 +92,8 @@ void ScrollText::timerEvent(QTimerEvent *event)
         update();
         break;
     case Phase::RestingAtEnd:
-        restart();
+        ++m_rounds;
+        returnToStart();
         break;
     }
 }
@@ -149,7 +157,7 @@ void ScrollText::changeEvent(QEvent *event)
 void ScrollText::enterEvent(QEvent *event)
 {
     QWidget::enterEvent(event);
-    if (!m_alwaysMoves)
+    if (!m_timer.isActive())
         restart();
 }
 

@@ -6,8 +6,9 @@
 #include <QWidget>
 
 // One line of plain text that moves sideways when it is wider than the widget:
-// it rests at the start, moves to the end, rests there and returns. No timer
-// runs while the text fits or the widget cannot be seen.
+// it rests at the start, moves to the end, rests there and returns. It does so three
+// times after it was shown or changed, and under the mouse pointer. Else, while the
+// text fits, and while the widget cannot be seen, no timer runs.
 class ScrollText final : public QWidget
 {
     Q_OBJECT
@@ -41,6 +42,7 @@ private:
     int overhang() const;
     QPen linePen(const QRect &box) const;
     void restart();
+    void returnToStart();
     void rest(Phase phase);
 
     QString m_text;
@@ -48,5 +50,6 @@ private:
     QBasicTimer m_timer;
     Phase m_phase = Phase::RestingAtStart;
     int m_offset = 0;
+    int m_rounds = 0; // since it began
     bool m_alwaysMoves;
 };

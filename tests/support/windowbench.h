@@ -79,8 +79,8 @@ public:
     {
         form = std::make_unique<MainForm>(orvana());
         form->show();
-        // The chooser comes with the first requests, once the window was painted.
-        const auto isComplete = [this] { return form->findChild<TaskForm *>() != nullptr; };
+        // The tray icon comes with the first requests, once the window was painted.
+        const auto isComplete = [this] { return form->findChild<QSystemTrayIcon *>()->isVisible(); };
         const bool ready = QTest::qWaitForWindowExposed(form.get())
             && QTest::qWaitFor(isComplete, TestClient::waitLimit) && settle();
         dropPopups();

@@ -41,7 +41,7 @@ private slots:
         for (const QTimer *timer : timers)
             found += QString::number(timer->interval() / 1000) + (timer->isActive() ? s("*") : QString())
                 + (timer->timerType() == Qt::PreciseTimer ? s("!") : QString());
-        QCOMPARE(found, texts({"6!", "3600*", "1*", "60*", "1!", "1800", "1740*", "300"}));
+        QCOMPARE(found, texts({"6!", "3600*", "1*!", "60*", "1!", "1800", "1740*", "300"}));
         m_loop->updateComments();
         m_loop->checkUpdate();
         m_loop->syncTime();

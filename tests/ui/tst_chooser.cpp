@@ -26,7 +26,6 @@ private slots:
     {
         m_bench = std::make_unique<WindowBench>();
         QVERIFY(m_bench->openFor(s("1704")));
-        m_form = m_bench->form->findChild<TaskForm *>();
     }
 
     void cleanup() { m_bench.reset(); }
@@ -112,7 +111,7 @@ private slots:
         Fault fault = Fault::answer(200, input.toUtf8());
         fault.delay = std::chrono::milliseconds(200);
         m_bench->server().setFault(kListPath, fault);
-        click(m_bench->child("pbTask"));
+        clickTask();
         QCOMPARE(status(), s("Загрузка..."));
         QVERIFY(!teams()->isEnabled() && !tasks()->isEnabled());
         QTRY_VERIFY(teams()->isEnabled() && tasks()->isEnabled());
@@ -174,9 +173,15 @@ private:
     void pick(const char *task) { tasks()->setCurrentIndex(ids(tasks()).indexOf(s(task))); }
 
     // As a person does.
-    void open()
+    void clickTask()
     {
         click(m_bench->child("pbTask"));
+        m_form = m_bench->form->findChild<TaskForm *>();
+    }
+
+    void open()
+    {
+        clickTask();
         QVERIFY(QTest::qWaitForWindowActive(m_form));
         QTRY_VERIFY(teams()->isEnabled());
         QVERIFY(m_bench->settle());

@@ -4,6 +4,8 @@
 #include "widgets/tooltips.h"
 #include "windowbench.h"
 
+#include <QAbstractEventDispatcher>
+
 using localservice::World;
 
 namespace {
@@ -125,6 +127,7 @@ private slots:
             verifyTracking(false);
         }
         press(title());
+        QTRY_VERIFY(form()->findChild<TaskForm *>());
         QTRY_VERIFY(form()->findChild<TaskForm *>()->isVisible());
         QVERIFY(m_bench->settle());
     }
@@ -298,6 +301,31 @@ private slots:
         host.kill();
         QVERIFY(host.waitForFinished());
         QTRY_VERIFY(form()->isVisible());
+    }
+
+    // Three times: rests at both ends, and a step for each pixel in between. Under the pointer without end.
+    void longTitleComesToRest()
+    {
+        constexpr int kMany = 10'000;
+        const auto endAll = [this] {
+            int ended = 0;
+            for (; title()->isMoving() && ended < kMany; ++ended) {
+                QTimerEvent end(
+                    QAbstractEventDispatcher::instance()->registeredTimers(title()).first().timerId);
+                QCoreApplication::sendEvent(title(), &end);
+            }
+            return ended;
+        };
+        QEvent leave(QEvent::Leave); // wherever the pointer is
+        QCoreApplication::sendEvent(title(), &leave);
+        title()->setText(QString(200, QLatin1Char('w')));
+        const int hidden = title()->sizeHint().width() - title()->width();
+        QCOMPARE(endAll(), 3 * (hidden + 2));
+        for (const auto &[type, isEndless] : {std::pair{QEvent::Enter, true}, {QEvent::Leave, false}}) {
+            QEvent event(type);
+            QCoreApplication::sendEvent(title(), &event);
+            QCOMPARE(endAll() == kMany, isEndless);
+        }
     }
 
     // Only by what has no meaning of its own, also after the window has been dragged.

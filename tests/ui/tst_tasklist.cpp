@@ -35,9 +35,9 @@ private slots:
             world.team(kTeam)->tasks = tasks;
         });
         QVERIFY(m_bench->openFor(QString()));
+        click(m_bench->child("pbTaskList"));
         m_list = m_bench->form->findChild<TaskListForm *>();
         m_view = m_list->findChild<TaskListView *>();
-        click(m_bench->child("pbTaskList"));
         QTRY_VERIFY(m_view->hasFocus());
     }
 
