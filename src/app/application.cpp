@@ -9,11 +9,8 @@
 #include <QScreen>
 #include <QSessionManager>
 #include <QWindow>
-#include <QtPlugin>
 
 #include <algorithm>
-
-Q_IMPORT_PLUGIN(PngPlugin)
 
 namespace {
 

@@ -95,7 +95,6 @@ MainForm::MainForm(Orvana *orvana, QWidget *parent)
 
     connectSignals();
     initMenu();
-    initTrayIcon();
 
     updateNoticeBtn();
     updatePlayBtn();
@@ -181,16 +180,18 @@ void MainForm::initTrayIcon()
             emit showAll();
     });
     connect(loop(), &TrackingLoop::listsRequested, m_trayIcon, &TrayIcon::updateToolTip);
+    m_trayIcon->setTaskTitle(m_taskText->text());
+    // An icon shown without a tray docks by itself as soon as one comes.
+    m_trayIcon->show();
 }
 
 // The window comes first: the tray icon and the library for encrypted requests take longer
 // than it does.
 void MainForm::finishStart()
 {
-    if (m_trayIcon->isVisible())
+    if (m_trayIcon)
         return;
-    // An icon shown without a tray docks by itself as soon as one comes.
-    m_trayIcon->show();
+    initTrayIcon();
     syncTime();
     m_orvana->requestCheckUpdate();
     if (m_orvana->session()->isOnline())
@@ -240,7 +241,8 @@ void MainForm::onTaskChange()
         updateOverdueTime();
     }
     m_taskText->setToolTip(literalToolTip(m_taskText->text()));
-    m_trayIcon->setTaskTitle(m_taskText->text());
+    if (m_trayIcon)
+        m_trayIcon->setTaskTitle(m_taskText->text());
     m_ui->pbComment->setProperty("task_id", taskId);
     m_ui->pbComment->setEnabled(hasTask && !task.isCatchAll());
     m_ui->pbTimeExtend->setEnabled(hasTask);
@@ -304,7 +306,8 @@ void MainForm::updateOverdueTime()
 
 void MainForm::updateTrayIcon()
 {
-    m_trayIcon->update();
+    if (m_trayIcon)
+        m_trayIcon->update();
 }
 
 void MainForm::updateNoticeBtn()

@@ -95,7 +95,7 @@ private:
     TaskListForm *m_taskListForm = nullptr; // this and the next once they were opened
     TaskForm *m_taskForm = nullptr;
     std::unique_ptr<AboutForm> m_aboutForm;
-    TrayIcon *m_trayIcon = nullptr;
+    TrayIcon *m_trayIcon = nullptr; // once the window was painted
     WindowPlace *m_place;
     bool m_showsActiveTime = false;
     bool m_hidAll = false; // the other windows come back with this one
