@@ -98,8 +98,6 @@ MainForm::MainForm(Orvana *orvana, QWidget *parent)
 
     updateNoticeBtn();
     updatePlayBtn();
-    updateTimerLbl();
-    updateOverdueTime();
 
     NotificationManager::instance()->setMainForm(this);
     onTaskChange();
@@ -282,6 +280,8 @@ void MainForm::updatePlayBtn()
 
 void MainForm::updateTimerLbl()
 {
+    if (!isVisible())
+        return;
     const Orvana::Session *session = m_orvana->session();
     const QTime time = m_showsActiveTime ? session->todayActiveTimeDisplayed() : session->todayTime();
     m_ui->lbClock->setText(QLocale::c().toString(time, QStringLiteral("hh:mm:ss")));
@@ -289,6 +289,8 @@ void MainForm::updateTimerLbl()
 
 void MainForm::updateOverdueTime()
 {
+    if (!isVisible())
+        return;
     const Orvana::Session *session = m_orvana->session();
     const QString taskId = session->currentTaskID();
     const QDateTime deadline = session->currentDeadline();
@@ -377,6 +379,13 @@ void MainForm::openTask(const QString &taskId)
 bool MainForm::installUpdate()
 {
     return Updater::install(m_orvana);
+}
+
+void MainForm::showEvent(QShowEvent *event)
+{
+    TrackingForm::showEvent(event);
+    updateTimerLbl();
+    updateOverdueTime();
 }
 
 void MainForm::paintEvent(QPaintEvent *event)

@@ -13,6 +13,8 @@
 
 namespace {
 
+constexpr int kMinute = 60 * 1000; // ms
+
 // With the drawings for the sizes of small panels.
 QIcon iconNamed(const QString &name)
 {
@@ -35,7 +37,10 @@ TrayIcon::TrayIcon(Orvana *orvana, QAction *startStop, QAction *exit, QObject *p
     m_menu->addAction(exit);
     setContextMenu(m_menu.get());
     connect(orvana->session(), &Orvana::Session::activeChanged, this, &TrayIcon::update);
-    connect(orvana->session(), &Orvana::Session::timeUpdated, this, &TrayIcon::updateToolTip);
+    connect(orvana->session(), &Orvana::Session::timeUpdated, this, [this] {
+        if (m_orvana->session()->todayTime().msecsSinceStartOfDay() / kMinute != m_minute)
+            updateToolTip();
+    });
     update();
 }
 
@@ -63,6 +68,7 @@ void TrayIcon::update()
 void TrayIcon::updateToolTip()
 {
     const Orvana::Session *session = m_orvana->session();
+    m_minute = session->todayTime().msecsSinceStartOfDay() / kMinute;
     const QString state =
         session->isActive() ? QStringLiteral("Идёт запись") : QStringLiteral("Запись остановлена");
     QString text = state + QLatin1Char('\n') + m_taskTitle + QStringLiteral("\nСегодня: ")

@@ -37,4 +37,5 @@ private:
     QElapsedTimer m_sinceClick;
     QString m_taskTitle;
     QString m_iconName;
+    int m_minute = 0; // of the day's time in the tool tip
 };
