@@ -32,5 +32,7 @@ unset http_proxy https_proxy HTTP_PROXY HTTPS_PROXY DBUS_SESSION_BUS_ADDRESS QT_
 
 start_service "$box" build/bench
 start_desktop "$box"
+# A scale of 1; at the server's own 100 dpi Qt would scale everything a little.
+xrdb -nocpp -merge <<<'Xft.dpi: 96'
 start_watcher "$box" build/bench
 dbus-run-session -- python3 bench/measure.py build/bench "$box/results" "${arguments[@]}"
