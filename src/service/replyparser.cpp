@@ -1,5 +1,6 @@
 #include "service/replyparser.h"
 
+#include "base/shortened.h"
 #include "model/json.h"
 #include "model/jsonreader.h"
 #include "service/taskindex.h"
@@ -19,6 +20,8 @@ constexpr int kMaxTasks = 300'000; // of all teams
 constexpr int kMaxFiles = 10'000;
 constexpr int kMaxTexts = 10'000;
 constexpr int kMaxPhrases = 100'000; // of all texts
+constexpr int kMaxTitle = 100'000; // characters, of names too
+constexpr int kMaxText = 1'000'000; // characters
 constexpr qint64 kMinutesPerDay = 24 * 60;
 
 QVariant parseBody(const QByteArray &body)
@@ -114,6 +117,17 @@ private:
     int m_next = 0;
 };
 
+// Nobody reads the rest, and with each save it would be written again.
+QString readTitle(QtJson::Reader &reader, const QString &expected = QString())
+{
+    return shortened(reader.readText(expected), kMaxTitle);
+}
+
+QString readLongText(QtJson::Reader &reader)
+{
+    return shortened(reader.readText(), kMaxText);
+}
+
 QDateTime readDateTime(QtJson::Reader &reader, const QDateTime &expected)
 {
     QString storage;
@@ -131,7 +145,7 @@ Task readTask(QtJson::Reader &reader, KnownList &known)
             if (task.id != expected->id)
                 expected = &known.moveTo(task.id);
         } else if (key == u"title") {
-            task.title = reader.readText(expected->title);
+            task.title = readTitle(reader, expected->title);
         } else if (key == u"deadline") {
             task.deadline = readDateTime(reader, expected->deadline);
         } else if (key == u"block") {
@@ -191,7 +205,7 @@ TeamTasks readTeam(QtJson::Reader &reader, const TaskLists &known, QSet<QString>
         if (key == u"id") {
             entry.team.id = reader.readText();
         } else if (key == u"name") {
-            entry.team.name = reader.readText();
+            entry.team.name = readTitle(reader);
         } else if (key == u"tasks") {
             const bool isFirst = !seen.contains(entry.team.id);
             seen.insert(entry.team.id);
@@ -250,9 +264,9 @@ TextTask readTextTask(QtJson::Reader &reader, Allowance &roomForPhrases)
         if (key == u"id") {
             textTask.id = reader.readText();
         } else if (key == u"text") {
-            textTask.text = reader.readText();
+            textTask.text = readLongText(reader);
         } else if (key == u"title") {
-            textTask.title = reader.readText();
+            textTask.title = readTitle(reader);
         } else if (key == u"min_count") {
             textTask.minCount = reader.readText();
         } else if (key == u"page") {
@@ -279,17 +293,17 @@ TaskInfo readTaskInfo(QtJson::Reader &reader, int *leftOut)
         if (key == u"id") {
             info.id = reader.readText();
         } else if (key == u"title") {
-            info.title = reader.readText();
+            info.title = readTitle(reader);
         } else if (key == u"deadline") {
             info.deadline = readDateTime(reader, QDateTime());
         } else if (key == u"text") {
-            info.text = reader.readText();
+            info.text = readLongText(reader);
         } else if (key == u"executor_name") {
-            info.executorName = reader.readText();
+            info.executorName = readTitle(reader);
         } else if (key == u"creator_name") {
-            info.creatorName = reader.readText();
+            info.creatorName = readTitle(reader);
         } else if (key == u"auditor_name") {
-            info.auditorName = reader.readText();
+            info.auditorName = readTitle(reader);
         } else if (key == u"files") {
             info.files.clear();
             readList(reader, files, [&] { info.files.append(readAttachment(reader)); });

@@ -73,6 +73,27 @@ QString writeUnfinished(const QString &pathTemplate, const QByteArray &bytes, QS
     return file.fileName();
 }
 
+// A record is whole when it gets its name.
+ActivityCache::Read readAll(int handle, QByteArray *bytes)
+{
+    struct stat info = {};
+    if (fstat(handle, &info) != 0)
+        return ActivityCache::Read::Busy;
+    if (info.st_size > kMaxRecordSize)
+        return ActivityCache::Read::Denied;
+    bytes->resize(static_cast<int>(info.st_size));
+    int size = 0;
+    for (ssize_t count = 1; count != 0 && size < bytes->size(); size += static_cast<int>(count)) {
+        do
+            count = ::read(handle, bytes->data() + size, static_cast<size_t>(bytes->size() - size));
+        while (count < 0 && errno == EINTR);
+        if (count < 0)
+            return ActivityCache::Read::Busy;
+    }
+    bytes->truncate(size);
+    return ActivityCache::Read::Ok;
+}
+
 bool moveIntoPlace(const QString &from, const QString &to, QString *errorText)
 {
     if (::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) != 0) {
@@ -324,15 +345,9 @@ ActivityCache::Read ActivityCache::read(const QString &path, QByteArray *bytes)
         return errno == EACCES || errno == EPERM || errno == ELOOP || errno == ENXIO ? Read::Denied
                                                                                      : Read::Busy;
     }
-    QFile file;
-    if (!file.open(handle, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
-        close(handle);
-        return Read::Busy;
-    }
-    if (file.size() > kMaxRecordSize)
-        return Read::Denied;
-    *bytes = file.readAll();
-    return file.error() == QFileDevice::NoError ? Read::Ok : Read::Busy;
+    const Read result = readAll(handle, bytes);
+    close(handle);
+    return result;
 }
 
 void ActivityCache::setAccepted(const QString &path)

@@ -10,10 +10,10 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QLocale>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -31,8 +31,19 @@ constexpr qint64 kEnd = 4 * 1024; // some lines
 constexpr qint64 kTail = 64 * 1024; // an hour and a half of minutes
 constexpr qint64 kLongTail = 2 * kMaxLine;
 
+bool isPlain(const QString &text)
+{
+    return std::all_of(text.cbegin(), text.cend(), [](QChar c) {
+        return c >= QLatin1Char(' ') && c <= QLatin1Char('~') && c != QLatin1Char('"')
+            && c != QLatin1Char('\\');
+    });
+}
+
 QByteArray json(const QJsonValue &value)
 {
+    // Nearly all, and a document for each is most of what a line costs.
+    if (const QString text = value.toString(); value.isString() && isPlain(text))
+        return '"' + text.toLatin1() + '"';
     const QByteArray list = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
     return list.mid(1, list.size() - 2);
 }
@@ -99,11 +110,13 @@ QString JournalEntry::momentText(const QDateTime &time)
 {
     const int offset = time.offsetFromUtc() / 60;
     const int distance = std::abs(offset);
-    return QLocale::c().toString(time, QStringLiteral("yyyy-MM-ddTHH:mm:ss"))
-        + QStringLiteral("%1%2:%3")
-              .arg(offset < 0 ? QLatin1Char('-') : QLatin1Char('+'))
-              .arg(distance / 60, 2, 10, QLatin1Char('0'))
-              .arg(distance % 60, 2, 10, QLatin1Char('0'));
+    const QDate day = time.date();
+    const QTime hour = time.time();
+    char text[64];
+    std::snprintf(text, sizeof(text), "%04d-%02d-%02dT%02d:%02d:%02d%c%02d:%02d", day.year(), day.month(),
+                  day.day(), hour.hour(), hour.minute(), hour.second(), offset < 0 ? '-' : '+', distance / 60,
+                  distance % 60);
+    return QString::fromLatin1(text);
 }
 
 JournalEntry &JournalEntry::add(const QString &key, const QJsonValue &value)

@@ -46,26 +46,32 @@ StorageFolder::~StorageFolder()
 }
 
 // A folder, no link, made or owned by this user.
-bool StorageFolder::isOurs() const
+bool StorageFolder::isOurs(mode_t *permissions) const
 {
     struct stat info = {};
-    return lstat(QFile::encodeName(m_path).constData(), &info) == 0 && S_ISDIR(info.st_mode)
-        && info.st_uid == geteuid();
+    if (lstat(QFile::encodeName(m_path).constData(), &info) != 0)
+        return false;
+    *permissions = info.st_mode & ALLPERMS;
+    return S_ISDIR(info.st_mode) && info.st_uid == geteuid();
 }
 
 bool StorageFolder::isUsable() const
 {
-    return !m_isTaken && isOurs();
+    mode_t permissions = 0;
+    return !m_isTaken && isOurs(&permissions);
 }
 
 bool StorageFolder::prepare()
 {
-    const QByteArray path = QFile::encodeName(m_path);
-    mkdir(path.constData(), S_IRWXU);
-    if (!isOurs())
-        return false;
+    mode_t permissions = 0;
+    if (!isOurs(&permissions)) {
+        mkdir(QFile::encodeName(m_path).constData(), S_IRWXU);
+        if (!isOurs(&permissions))
+            return false;
+    }
     // Everything below it is then out of reach for others, whatever its mode.
-    chmod(path.constData(), S_IRWXU);
+    if (permissions != S_IRWXU)
+        chmod(QFile::encodeName(m_path).constData(), S_IRWXU);
     if (!holdsLock())
         lock();
     return !m_isTaken;

@@ -3,6 +3,8 @@
 #include <QDir>
 #include <QString>
 
+#include <sys/types.h>
+
 // The folder that holds everything the client keeps on the disk. One running client at a
 // time uses it; the lock ends with the process, however that ends.
 class StorageFolder final
@@ -39,7 +41,7 @@ public:
     static void removeDir(const QString &path);
 
 private:
-    bool isOurs() const;
+    bool isOurs(mode_t *permissions) const;
     void lock();
 
     QString m_path;

@@ -137,6 +137,11 @@ private slots:
                 QTest::addRow("cut, stage %d", stage)
                     << stage << kAccepted[stage].chopped(1) << kMeaningless.at(stage);
         }
+        QByteArray longTitle = kAccepted[Orvana::TaskDetails];
+        longTitle.replace("Жук", QByteArray(200'000, 't'));
+        QTest::newRow("200,000 letters")
+            << static_cast<int>(Orvana::TaskDetails) << longTitle
+            << s("details<%1…>; title %1…").arg(QString(100'000, QLatin1Char('t')));
         for (const int stage : {Orvana::TeamsAndTasks, Orvana::CheckUpdate, Orvana::TimeSync})
             accepted[stage] = kMeaningless.at(stage);
         accepted[Orvana::TaskDetails] = s("details<>");
