@@ -75,7 +75,7 @@ bool hasWhole(const Lines &lines)
     return std::any_of(lines.cbegin(), lines.cend(), [](const auto &line) { return line.isWhole(); });
 }
 
-// At least so many bytes, and a whole line where there is one.
+// At least that many bytes, and a whole line where there is one.
 std::optional<Lines> tailOf(const QString &path, qint64 bytes)
 {
     const qint64 size = QFileInfo(path).size();
