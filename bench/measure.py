@@ -86,7 +86,7 @@ def micro(build, out, table):
         report = out / f"{program}.json"
         subprocess.run(
             [build / "bench" / program, f"--benchmark_repetitions={repetitions}",
-             "--benchmark_enable_random_interleaving=true", f"--benchmark_out={report}", "--benchmark_out_format=json"],
+             "--benchmark_min_time=0.1", "--benchmark_enable_random_interleaving=true", f"--benchmark_out={report}", "--benchmark_out_format=json"],
             check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
             env=dict(os.environ, QT_QPA_PLATFORM="xcb" if program in WITH_WINDOWS else "offscreen"))
         for run in json.loads(report.read_text())["benchmarks"]:
