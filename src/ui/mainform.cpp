@@ -95,9 +95,12 @@ MainForm::MainForm(Orvana *orvana, QWidget *parent)
 
     connectSignals();
     initMenu();
+    initTrayIcon();
 
     updateNoticeBtn();
     updatePlayBtn();
+    updateTimerLbl();
+    updateOverdueTime();
 
     NotificationManager::instance()->setMainForm(this);
     onTaskChange();
@@ -178,18 +181,16 @@ void MainForm::initTrayIcon()
             emit showAll();
     });
     connect(loop(), &TrackingLoop::listsRequested, m_trayIcon, &TrayIcon::updateToolTip);
-    m_trayIcon->setTaskTitle(m_taskText->text());
-    // An icon shown without a tray docks by itself as soon as one comes.
-    m_trayIcon->show();
 }
 
 // The window comes first: the tray icon and the library for encrypted requests take longer
 // than it does.
 void MainForm::finishStart()
 {
-    if (m_trayIcon)
+    if (m_trayIcon->isVisible())
         return;
-    initTrayIcon();
+    // An icon shown without a tray docks by itself as soon as one comes.
+    m_trayIcon->show();
     syncTime();
     m_orvana->requestCheckUpdate();
     if (m_orvana->session()->isOnline())
@@ -239,8 +240,7 @@ void MainForm::onTaskChange()
         updateOverdueTime();
     }
     m_taskText->setToolTip(literalToolTip(m_taskText->text()));
-    if (m_trayIcon)
-        m_trayIcon->setTaskTitle(m_taskText->text());
+    m_trayIcon->setTaskTitle(m_taskText->text());
     m_ui->pbComment->setProperty("task_id", taskId);
     m_ui->pbComment->setEnabled(hasTask && !task.isCatchAll());
     m_ui->pbTimeExtend->setEnabled(hasTask);
@@ -280,8 +280,6 @@ void MainForm::updatePlayBtn()
 
 void MainForm::updateTimerLbl()
 {
-    if (!isVisible())
-        return;
     const Orvana::Session *session = m_orvana->session();
     const QTime time = m_showsActiveTime ? session->todayActiveTimeDisplayed() : session->todayTime();
     m_ui->lbClock->setText(QLocale::c().toString(time, QStringLiteral("hh:mm:ss")));
@@ -289,8 +287,6 @@ void MainForm::updateTimerLbl()
 
 void MainForm::updateOverdueTime()
 {
-    if (!isVisible())
-        return;
     const Orvana::Session *session = m_orvana->session();
     const QString taskId = session->currentTaskID();
     const QDateTime deadline = session->currentDeadline();
@@ -308,8 +304,7 @@ void MainForm::updateOverdueTime()
 
 void MainForm::updateTrayIcon()
 {
-    if (m_trayIcon)
-        m_trayIcon->update();
+    m_trayIcon->update();
 }
 
 void MainForm::updateNoticeBtn()
@@ -379,13 +374,6 @@ void MainForm::openTask(const QString &taskId)
 bool MainForm::installUpdate()
 {
     return Updater::install(m_orvana);
-}
-
-void MainForm::showEvent(QShowEvent *event)
-{
-    TrackingForm::showEvent(event);
-    updateTimerLbl();
-    updateOverdueTime();
 }
 
 void MainForm::paintEvent(QPaintEvent *event)

@@ -62,7 +62,6 @@ signals:
     void teamChanged(const QString &teamId);
 
 protected:
-    void showEvent(QShowEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
     bool eventFilter(QObject *watched, QEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
@@ -96,7 +95,7 @@ private:
     TaskListForm *m_taskListForm = nullptr; // this and the next once they were opened
     TaskForm *m_taskForm = nullptr;
     std::unique_ptr<AboutForm> m_aboutForm;
-    TrayIcon *m_trayIcon = nullptr; // once the window was painted
+    TrayIcon *m_trayIcon = nullptr;
     WindowPlace *m_place;
     bool m_showsActiveTime = false;
     bool m_hidAll = false; // the other windows come back with this one

@@ -80,7 +80,7 @@ public:
         form = std::make_unique<MainForm>(orvana());
         form->show();
         // The tray icon comes with the first requests, once the window was painted.
-        const auto isComplete = [this] { return form->findChild<QSystemTrayIcon *>() != nullptr; };
+        const auto isComplete = [this] { return form->findChild<QSystemTrayIcon *>()->isVisible(); };
         const bool ready = QTest::qWaitForWindowExposed(form.get())
             && QTest::qWaitFor(isComplete, TestClient::waitLimit) && settle();
         dropPopups();
