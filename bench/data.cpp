@@ -40,8 +40,9 @@ public:
 
     QString moment()
     {
-        return QLocale::c().toString(QDateTime(QDate(2026, 1, 1), QTime(0, 0)).addSecs(number(365 * 86400)),
-                                     QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+        return QLocale::c().toString(
+            QDateTime(QDate(2026, 1, 1), QTime(0, 0), Qt::UTC).addSecs(number(365 * 86400)),
+            QStringLiteral("yyyy-MM-dd HH:mm:ss"));
     }
 
 private:
