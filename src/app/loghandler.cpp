@@ -4,7 +4,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QLoggingCategory>
-#include <QTextStream>
 
 #include <algorithm>
 #include <cstdio>
@@ -24,7 +23,6 @@ constexpr char kNullDevice[] = "/dev/null";
 
 std::mutex s_mutex; // the network's thread logs too
 QFile s_logFile;
-QTextStream s_stream(&s_logFile);
 QtMessageHandler s_lastHandler = nullptr;
 
 QString line(QtMsgType type, const QString &message)
@@ -110,14 +108,11 @@ void qDebugHandler(QtMsgType type, const QMessageLogContext &context, const QStr
     if (type >= QtInfoMsg)
         return;
     const std::lock_guard lock(s_mutex);
-    if (s_logFile.isOpen()) {
-        s_stream << line(type, message) << '\n';
-        s_stream.flush();
-        // After a failed write the stream would only buffer the lines that follow.
-        s_stream.resetStatus();
-    }
+    const QByteArray text = line(type, message).toUtf8();
+    if (s_logFile.isOpen())
+        s_logFile.write(text + '\n');
     // Line feed before carriage return: readers of this output split on it.
-    s_standardOutput.print(std::string(line(type, message).toUtf8().constData()) + "\n\r");
+    s_standardOutput.print(std::string(text.constData()) + "\n\r");
     if (s_lastHandler)
         s_lastHandler(type, QMessageLogContext(), message);
 }
@@ -146,7 +141,6 @@ void openLogFile(const QString &path)
     s_logFile.setFileName(path);
     if (s_logFile.size() > kMaxLogSize)
         s_logFile.remove();
-    s_stream.setCodec("UTF-8");
     // Without a buffer: what a full disk refuses is lost, not kept in memory.
     if (s_logFile.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
         s_logFile.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
