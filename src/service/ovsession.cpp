@@ -6,12 +6,23 @@
 #include "service/listchanges.h"
 
 #include <algorithm>
+#include <ctime>
 #include <iterator>
 
 namespace {
 
 // In one reply. Each line takes as long as everything else about its task.
 constexpr int kMaxLoggedTasks = 1000;
+
+// Asked each second. QDate::currentDate() would consult the time zone three times.
+QDate today()
+{
+    const std::time_t now = QDateTime::currentSecsSinceEpoch();
+    std::tm local = {};
+    tzset(); // the zone may have changed
+    localtime_r(&now, &local);
+    return {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday};
+}
 
 } // namespace
 
@@ -149,7 +160,7 @@ void Orvana::Session::setCurrentTaskID(const QString &id)
 void Orvana::Session::incrementTodayTime()
 {
     const DayCounters before = DayCounters::of(m_day);
-    m_day.addSecond(QDate::currentDate());
+    m_day.addSecond(today());
     if (m_day.date != before.day)
         m_owner->journal().dayBegan(before, DayCounters::of(m_day));
     emit timeUpdated();

@@ -9,7 +9,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLocalSocket>
-#include <QLocale>
 #include <QSocketNotifier>
 
 #include <cerrno>
@@ -38,11 +37,6 @@ bool isGone(const QLocalSocket *peer)
 {
     pollfd closed = {static_cast<int>(peer->socketDescriptor()), 0, 0};
     return poll(&closed, 1, 0) != 0;
-}
-
-QString clockText(const QTime &time)
-{
-    return QLocale::c().toString(time, QStringLiteral("hh:mm:ss"));
 }
 
 } // namespace
@@ -216,8 +210,8 @@ QJsonObject ControlServer::state() const
             {QStringLiteral("team"), printable(session->team(team).name)},
             {QStringLiteral("task_id"), printable(task)},
             {QStringLiteral("task"), printable(session->task(team, task).title)},
-            {QStringLiteral("today"), clockText(session->todayTime())},
-            {QStringLiteral("today_active"), clockText(session->todayActiveTimeDisplayed())}};
+            {QStringLiteral("today"), session->todayTime().toString(Qt::ISODate)},
+            {QStringLiteral("today_active"), session->todayActiveTimeDisplayed().toString(Qt::ISODate)}};
 }
 
 QString ControlServer::stateText() const
@@ -232,6 +226,6 @@ QString ControlServer::stateText() const
         : QStringLiteral("Задача «") + printable(session->task(team, task).title)
             + QStringLiteral("», команда «") + printable(session->team(team).name) + QStringLiteral("».");
     return (isRunning() ? kRunning : kStopped) + QLatin1Char(' ') + chosen + QStringLiteral(" Сегодня: ")
-        + clockText(session->todayTime()) + QStringLiteral(", активного: ")
-        + clockText(session->todayActiveTimeDisplayed()) + QLatin1Char('.');
+        + session->todayTime().toString(Qt::ISODate) + QStringLiteral(", активного: ")
+        + session->todayActiveTimeDisplayed().toString(Qt::ISODate) + QLatin1Char('.');
 }

@@ -282,7 +282,7 @@ void MainForm::updateTimerLbl()
 {
     const Orvana::Session *session = m_orvana->session();
     const QTime time = m_showsActiveTime ? session->todayActiveTimeDisplayed() : session->todayTime();
-    m_ui->lbClock->setText(QLocale::c().toString(time, QStringLiteral("hh:mm:ss")));
+    m_ui->lbClock->setText(time.toString(Qt::ISODate));
 }
 
 void MainForm::updateOverdueTime()
