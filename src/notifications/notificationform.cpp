@@ -67,9 +67,7 @@ NotificationForm::NotificationForm(const QString &text, NotificationType type, c
     m_closeTimer.setInterval(kShownFor);
     connect(&m_closeTimer, &QTimer::timeout, this, &NotificationForm::onPbLateClicked);
 
-    m_ui->setupUi(this);
-    m_ui->pbUpdate->setObjectName(QStringLiteral("pbOrvana"));
-    m_ui->pbLate->setObjectName(QStringLiteral("pbOrvana"));
+    setWindowTitle(QStringLiteral("Dialog"));
     const QString words = shortened(getMessage(text, type), kLongestMessage);
     setAccessibleName(words);
 
@@ -79,14 +77,15 @@ NotificationForm::NotificationForm(const QString &text, NotificationType type, c
     message->setAlignment(Qt::AlignCenter);
     message->setGeometry(kMessage);
     if (m_type == UpdateAvailable) {
+        m_ui->setupUi(this);
         message->resize(message->width(), kMessageHeightAboveButtons);
         connect(m_ui->pbLate, &QPushButton::clicked, this, &NotificationForm::onPbLateClicked);
         connect(m_ui->pbUpdate, &QPushButton::clicked, this, &NotificationForm::onPbUpdateClicked);
-        for (QPushButton *button : {m_ui->pbUpdate, m_ui->pbLate})
+        for (QPushButton *button : {m_ui->pbUpdate, m_ui->pbLate}) {
+            button->setObjectName(QStringLiteral("pbOrvana"));
             button->installEventFilter(this);
+        }
     } else {
-        m_ui->pbUpdate->hide();
-        m_ui->pbLate->hide();
         // Clicks on the text are clicks on the popup.
         message->setAttribute(Qt::WA_TransparentForMouseEvents);
         installEventFilter(this);

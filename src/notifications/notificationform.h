@@ -68,7 +68,7 @@ private:
     void openTaskIfAny();
     bool isStrayKey(const QEvent *event) const;
 
-    std::unique_ptr<Ui::NotificationForm> m_ui;
+    std::unique_ptr<Ui::NotificationForm> m_ui; // the buttons, which only an update has
     QTimer m_closeTimer;
     NotificationType m_type;
     NotificationHost *m_host;

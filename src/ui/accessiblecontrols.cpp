@@ -6,8 +6,8 @@
 #include <QCoreApplication>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QTextDocument>
 #include <QTextDocumentFragment>
-#include <QTextEdit>
 
 namespace {
 
@@ -137,21 +137,6 @@ protected:
     }
 };
 
-// A popup's message: a text box that nobody types into.
-class AccessibleMessage final : public QAccessibleWidget
-{
-public:
-    explicit AccessibleMessage(QTextEdit *box)
-        : QAccessibleWidget(box, QAccessible::StaticText)
-    { }
-
-    QString text(QAccessible::Text kind) const override
-    {
-        const auto *box = qobject_cast<QTextEdit *>(object());
-        return kind == QAccessible::Name && box ? box->toPlainText() : QAccessibleWidget::text(kind);
-    }
-};
-
 QAccessibleInterface *makeInterface(const QString &className, QObject *object)
 {
     auto *widget = qobject_cast<QWidget *>(object);
@@ -160,7 +145,7 @@ QAccessibleInterface *makeInterface(const QString &className, QObject *object)
     if (className == QLatin1String("ScrollText"))
         return new AccessiblePressable(widget);
     if (className == QLatin1String("AutoScrollLineEdit"))
-        return new AccessibleMessage(static_cast<QTextEdit *>(widget));
+        return new QAccessibleWidget(widget, QAccessible::StaticText);
     if (className == QLatin1String("NotificationForm"))
         return new AccessiblePopup(static_cast<NotificationForm *>(widget));
     // One that can be reached by keyboard, now or once it holds a link.

@@ -2,7 +2,7 @@
 
 #include <QAbstractTextDocumentLayout>
 #include <QEvent>
-#include <QScrollBar>
+#include <QPainter>
 #include <QTextOption>
 #include <QTimerEvent>
 
@@ -20,51 +20,46 @@ constexpr int kRounds = 3; // each step paints the window again
 } // namespace
 
 AutoScrollLineEdit::AutoScrollLineEdit(QWidget *parent)
-    : QTextEdit(parent)
+    : QWidget(parent)
 {
-    setReadOnly(true);
-    setFrameShape(QFrame::NoFrame);
-    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    setFocusPolicy(Qt::NoFocus);
-    setTextInteractionFlags(Qt::NoTextInteraction);
-    setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-    viewport()->setAutoFillBackground(false);
-    viewport()->setCursor(Qt::ArrowCursor);
-    document()->setDocumentMargin(0);
-    // The font may be known only when the style sheet has been applied.
-    connect(document()->documentLayout(), &QAbstractTextDocumentLayout::documentSizeChanged, this,
-            &AutoScrollLineEdit::arrange);
+    m_document.setUndoRedoEnabled(false);
+    m_document.setDocumentMargin(0);
 }
 
 void AutoScrollLineEdit::setText(const QString &text)
 {
-    setPlainText(text);
+    m_document.setPlainText(text);
+    setAccessibleName(text);
     arrange();
 }
 
 void AutoScrollLineEdit::setAlignment(Qt::Alignment alignment)
 {
     m_alignment = alignment;
-    QTextOption option = document()->defaultTextOption();
-    option.setAlignment(alignment & Qt::AlignHorizontal_Mask);
-    document()->setDefaultTextOption(option);
+    QTextOption option(alignment & Qt::AlignHorizontal_Mask);
+    option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    m_document.setDefaultTextOption(option);
     arrange();
 }
 
+// Only what is seen is laid out: before that neither the font nor the size is known.
 void AutoScrollLineEdit::arrange()
 {
-    const int free = height() - static_cast<int>(document()->size().height());
+    if (!isVisible())
+        return;
+    m_document.setDefaultFont(font());
+    m_document.setTextWidth(width());
+    const int free = height() - static_cast<int>(m_document.size().height());
     const int top = m_alignment.testFlag(Qt::AlignVCenter) ? std::max(0, free / 2) : 0;
     // What is too long shows whole lines only.
     const int bottom = free < 0 ? height() % std::max(1, fontMetrics().lineSpacing()) : 0;
-    const QMargins margins(0, top, 0, bottom);
-    if (viewportMargins() != margins)
-        setViewportMargins(margins);
-    verticalScrollBar()->setValue(0);
+    m_shown = rect().adjusted(0, top, 0, -bottom);
+    m_overhang = std::max(0, bottom - free);
+    m_offset = 0;
     m_isReturning = false;
     m_rounds = 0;
     rest();
+    update();
 }
 
 void AutoScrollLineEdit::setTimeToRead(std::chrono::milliseconds time)
@@ -80,14 +75,14 @@ int AutoScrollLineEdit::restTime() const
 
 int AutoScrollLineEdit::moveTime() const
 {
-    const int calm = verticalScrollBar()->maximum() * kStep;
+    const int calm = m_overhang * kStep;
     return m_timeToRead > 0 ? std::min(calm, m_timeToRead * 3 / kPartsOfTime) : calm;
 }
 
 void AutoScrollLineEdit::rest()
 {
     m_resting = true;
-    if (verticalScrollBar()->maximum() > 0 && isVisible() && m_rounds < kRounds)
+    if (m_overhang > 0 && m_rounds < kRounds)
         m_timer.start(restTime(), this);
     else
         m_timer.stop();
@@ -96,37 +91,49 @@ void AutoScrollLineEdit::rest()
 void AutoScrollLineEdit::timerEvent(QTimerEvent *event)
 {
     if (event->timerId() != m_timer.timerId()) {
-        QTextEdit::timerEvent(event);
+        QWidget::timerEvent(event);
         return;
     }
-    QScrollBar *bar = verticalScrollBar();
-    const int length = bar->maximum();
     const int time = std::max(1, moveTime());
     if (m_resting) {
         m_resting = false;
         m_sinceStart.start();
-        m_timer.start(std::max(kFrame, time / std::max(1, length)), Qt::PreciseTimer, this);
+        m_timer.start(std::max(kFrame, time / m_overhang), Qt::PreciseTimer, this);
         return;
     }
     // By the clock: a busy desktop makes the steps larger, not the way longer.
-    const int moved = static_cast<int>(std::min<qint64>(length, length * m_sinceStart.elapsed() / time));
-    bar->setValue(m_isReturning ? length - moved : moved);
-    if (moved < length)
+    const int moved =
+        static_cast<int>(std::min<qint64>(m_overhang, m_overhang * m_sinceStart.elapsed() / time));
+    m_offset = m_isReturning ? m_overhang - moved : moved;
+    update();
+    if (moved < m_overhang)
         return;
     m_rounds += m_isReturning ? 1 : 0;
     m_isReturning = !m_isReturning;
     rest();
 }
 
+void AutoScrollLineEdit::paintEvent(QPaintEvent *event)
+{
+    Q_UNUSED(event)
+    QPainter painter(this);
+    painter.setClipRect(m_shown);
+    painter.translate(0, m_shown.top() - m_offset);
+    QAbstractTextDocumentLayout::PaintContext context;
+    context.palette = palette();
+    context.palette.setColor(QPalette::Text, palette().color(QPalette::WindowText));
+    m_document.documentLayout()->draw(&painter, context);
+}
+
 void AutoScrollLineEdit::resizeEvent(QResizeEvent *event)
 {
-    QTextEdit::resizeEvent(event);
+    QWidget::resizeEvent(event);
     arrange();
 }
 
 void AutoScrollLineEdit::showEvent(QShowEvent *event)
 {
-    QTextEdit::showEvent(event);
+    QWidget::showEvent(event);
     window()->installEventFilter(this); // the box itself may let the mouse through
     arrange();
 }
@@ -135,11 +142,18 @@ bool AutoScrollLineEdit::eventFilter(QObject *watched, QEvent *event)
 {
     if (event->type() == QEvent::Enter && watched == window() && !m_timer.isActive())
         arrange();
-    return QTextEdit::eventFilter(watched, event);
+    return QWidget::eventFilter(watched, event);
 }
 
 void AutoScrollLineEdit::hideEvent(QHideEvent *event)
 {
-    QTextEdit::hideEvent(event);
+    QWidget::hideEvent(event);
     m_timer.stop();
+}
+
+void AutoScrollLineEdit::changeEvent(QEvent *event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange)
+        arrange();
 }

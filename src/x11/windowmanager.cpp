@@ -5,6 +5,7 @@
 #include <QX11Info>
 
 #include <algorithm>
+#include <optional>
 
 #include <xcb/xcb_ewmh.h>
 
@@ -67,6 +68,55 @@ private:
     void (*m_send)(const QWidget *);
 };
 
+bool findFullScreenWindow()
+{
+    xcb_window_t active = XCB_WINDOW_NONE;
+    xcb_ewmh_get_atoms_reply_t states;
+    if (!hints()
+        || !xcb_ewmh_get_active_window_reply(
+            hints(), xcb_ewmh_get_active_window(hints(), QX11Info::appScreen()), &active, nullptr)
+        || !xcb_ewmh_get_wm_state_reply(hints(), xcb_ewmh_get_wm_state(hints(), active), &states, nullptr))
+        return false;
+    const bool isFullScreen = contains(states, hints()->_NET_WM_STATE_FULLSCREEN);
+    xcb_ewmh_get_atoms_reply_wipe(&states);
+    return isFullScreen;
+}
+
+bool findMoveSupport()
+{
+    xcb_ewmh_get_atoms_reply_t supported;
+    if (!hints()
+        || !xcb_ewmh_get_supported_reply(hints(), xcb_ewmh_get_supported(hints(), QX11Info::appScreen()),
+                                         &supported, nullptr))
+        return true;
+    const bool isOffered = contains(supported, hints()->_NET_MOVERESIZE_WINDOW);
+    xcb_ewmh_get_atoms_reply_wipe(&supported);
+    return isOffered;
+}
+
+// Holds for one turn of the event loop, so that a burst of popups asks the X server once.
+class AnswerForTurn final : public QObject
+{
+public:
+    explicit AnswerForTurn(bool (*ask)())
+        : m_ask(ask)
+    { }
+
+    operator bool()
+    {
+        if (!m_answer) {
+            m_answer = m_ask();
+            QMetaObject::invokeMethod(
+                this, [this] { m_answer.reset(); }, Qt::QueuedConnection);
+        }
+        return *m_answer;
+    }
+
+private:
+    bool (*m_ask)();
+    std::optional<bool> m_answer;
+};
+
 } // namespace
 
 void moveToAllDesktops(const QWidget *window)
@@ -102,28 +152,14 @@ bool isOnCurrentDesktop(const QWidget *window)
 
 bool isFullScreenWindowActive()
 {
-    xcb_window_t active = XCB_WINDOW_NONE;
-    xcb_ewmh_get_atoms_reply_t states;
-    if (!hints()
-        || !xcb_ewmh_get_active_window_reply(
-            hints(), xcb_ewmh_get_active_window(hints(), QX11Info::appScreen()), &active, nullptr)
-        || !xcb_ewmh_get_wm_state_reply(hints(), xcb_ewmh_get_wm_state(hints(), active), &states, nullptr))
-        return false;
-    const bool isFullScreen = contains(states, hints()->_NET_WM_STATE_FULLSCREEN);
-    xcb_ewmh_get_atoms_reply_wipe(&states);
-    return isFullScreen;
+    static AnswerForTurn answer(findFullScreenWindow);
+    return answer;
 }
 
 bool canMoveWindows()
 {
-    xcb_ewmh_get_atoms_reply_t supported;
-    if (!hints()
-        || !xcb_ewmh_get_supported_reply(hints(), xcb_ewmh_get_supported(hints(), QX11Info::appScreen()),
-                                         &supported, nullptr))
-        return true;
-    const bool isOffered = contains(supported, hints()->_NET_MOVERESIZE_WINDOW);
-    xcb_ewmh_get_atoms_reply_wipe(&supported);
-    return isOffered;
+    static AnswerForTurn answer(findMoveSupport);
+    return answer;
 }
 
 void makeMinimizable(const QWidget *window)

@@ -90,6 +90,6 @@ inline QStringList popupTexts()
     QStringList texts;
     const QList<NotificationForm *> popups = shownPopups();
     for (const NotificationForm *popup : popups)
-        texts.append(part<AutoScrollLineEdit>(popup, "leMessage")->toPlainText());
+        texts.append(part<AutoScrollLineEdit>(popup, "leMessage")->text());
     return texts;
 }
