@@ -99,7 +99,6 @@ MainForm::MainForm(Orvana *orvana, QWidget *parent)
 
     updateNoticeBtn();
     updatePlayBtn();
-    updateTimerLbl();
     updateOverdueTime();
 
     NotificationManager::instance()->setMainForm(this);
@@ -278,8 +277,11 @@ void MainForm::updatePlayBtn()
     m_ui->pbPlay->setToolTip(session->currentTaskID().isEmpty() ? kPickTask : active ? kStop : kStart);
 }
 
+// A hidden window shows nobody the time, and to lay out a text each second costs more than to count it.
 void MainForm::updateTimerLbl()
 {
+    if (!isVisible())
+        return;
     const Orvana::Session *session = m_orvana->session();
     const QTime time = m_showsActiveTime ? session->todayActiveTimeDisplayed() : session->todayTime();
     m_ui->lbClock->setText(time.toString(Qt::ISODate));
@@ -374,6 +376,12 @@ void MainForm::openTask(const QString &taskId)
 bool MainForm::installUpdate()
 {
     return Updater::install(m_orvana);
+}
+
+void MainForm::showEvent(QShowEvent *event)
+{
+    updateTimerLbl();
+    TrackingForm::showEvent(event);
 }
 
 void MainForm::paintEvent(QPaintEvent *event)

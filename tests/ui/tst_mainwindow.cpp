@@ -197,6 +197,10 @@ private slots:
         QCOMPARE(shown(), s("Активного:07:03:04"));
         press(label("lbActivity"));
         QTRY_COMPARE(shown(), s("Сегодня:08:01:02"));
+        form()->hide();
+        m_bench->session()->setWorktime(QTime(8, 2, 3));
+        form()->show();
+        QCOMPARE(shown(), s("Сегодня:08:02:03"));
     }
 
     void changeOfAccount()
