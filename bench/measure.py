@@ -262,11 +262,10 @@ def idle(build, out, table, minutes):
         figures = {name: [(cpu_seconds(process), wakeups(process)) for process in processes] for name, processes in running.items()}
         time.sleep(minutes * 60)
         for name, before in figures.items():
-            cpu[name] = statistics.median((cpu_seconds(process) - seconds) * 1000 / minutes for process, (seconds, _) in zip(running[name], before))
+            spent = sorted((cpu_seconds(process) - seconds) * 1000 / minutes for process, (seconds, _) in zip(running[name], before))
+            say(f"{name}: {spent[0]:.3g} to {spent[-1]:.3g} ms a minute")
+            cpu[name] = statistics.median(spent)
             woken[name] = statistics.median((wakeups(process) - count) / minutes for process, (_, count) in zip(running[name], before))
-        for name in cpu:
-            spread = sorted((cpu_seconds(process) - seconds) * 1000 / minutes for process, (seconds, _) in zip(running[name], figures[name]))
-            say(f"{name}: {spread[0]:.3g} to {spread[-1]:.3g} ms a minute")
         # One of each: what two clients share would count half.
         left = {name: running[name][0] for name in ("visible", "request")}
         for process in itertools.chain(*running.values()):
