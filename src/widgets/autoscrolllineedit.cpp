@@ -42,7 +42,7 @@ void AutoScrollLineEdit::setAlignment(Qt::Alignment alignment)
     arrange();
 }
 
-// Only what is seen is laid out: before that neither the font nor the size is known.
+// Before it is shown, neither its font nor its size is known.
 void AutoScrollLineEdit::arrange()
 {
     if (!isVisible())
