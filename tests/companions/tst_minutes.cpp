@@ -372,7 +372,7 @@ private:
             environment.insert(name, value);
         process.setProcessEnvironment(environment);
         process.start(s(ORVANA_MINUTES_EXECUTABLE), arguments);
-        process.waitForFinished();
+        process.waitForFinished(-1);
         m_code = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
         return QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError());
     }

@@ -2,11 +2,13 @@
 #include "ui/tasklistform.h"
 #include "windowbench.h"
 
+#include <ctime>
+
 using localservice::Fault;
 
 namespace {
 
-constexpr qint64 kLongestStall = 5000; // ms
+constexpr qint64 kLongestStall = 5000; // ms of the processor
 constexpr int kLongestText = 3000;
 constexpr int kHuge = 4 * 1024 * 1024;
 #ifdef __SANITIZE_ADDRESS__
@@ -18,6 +20,14 @@ constexpr int kMany = 49000;
 constexpr int kEmpty = 10 * kMany;
 #endif
 const QString kTask = s("1701");
+
+// Of this thread, in ms. Unlike the time of day it does not grow with what else the machine does.
+qint64 processorTime()
+{
+    timespec used = {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+    return qint64(used.tv_sec) * 1000 + used.tv_nsec / 1000000;
+}
 
 // JSON with its quotes, and a text in the places of "%1".
 QByteArray json(const QByteArray &pattern, const QByteArray &text = QByteArray())
@@ -76,12 +86,15 @@ private slots:
         QVERIFY(bench.signIn());
         bench.orvana()->changeTask(lists.contains("2192") ? s("2192") : s("17"), kTask);
         QVERIFY(bench.openWindow());
-        QElapsedTimer sinceTick;
         qint64 longestStall = 0;
+        qint64 lastTick = processorTime();
+        const auto measure = [&] {
+            const qint64 now = processorTime();
+            longestStall = qMax(longestStall, now - lastTick);
+            lastTick = now;
+        };
         QTimer tick;
-        connect(&tick, &QTimer::timeout, this,
-                [&] { longestStall = qMax(longestStall, sinceTick.restart()); });
-        sinceTick.start();
+        connect(&tick, &QTimer::timeout, this, measure);
         tick.start(0);
 
         bench.server().setFault(s("/api_get_task"), Fault::answer(200, details));
@@ -119,7 +132,7 @@ private slots:
 
         bench.form->sendActivity(true);
         QTRY_COMPARE(bench.server().reports().size(), 1);
-        longestStall = qMax(longestStall, sinceTick.elapsed());
+        measure();
         QVERIFY2(longestStall < kLongestStall, qPrintable(QString::number(longestStall)));
     }
 };
