@@ -1,4 +1,5 @@
 #include "app/application.h"
+#include "realinput.h"
 #include "rows.h"
 #include "ui/accessiblecontrols.h"
 #include "windowparts.h"
@@ -137,7 +138,8 @@ private slots:
         add(s("t"), steps.takeFirst() == s("task") ? TaskAdded : UpdateAvailable, s("7"));
         NotificationForm *form = shownPopups().constFirst();
         QSignalSpy closed(form, &NotificationForm::notificationClosed);
-        form->activateWindow();
+        // Until the window manager has finished: it may take the focus away and give it back.
+        QVERIFY(activateWindow(QString::number(form->winId())));
         QVERIFY(QTest::qWaitForWindowActive(form));
         for (const QString &step : qAsConst(steps)) {
             if (step == s("press"))
