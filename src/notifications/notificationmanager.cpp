@@ -29,7 +29,6 @@ NotificationManager *NotificationManager::instance()
 void NotificationManager::setMainForm(NotificationHost *host)
 {
     m_host = host;
-    m_full = -1;
     for (NotificationForm *form : qAsConst(m_shown))
         form->setMainForm(host);
     updatePositions();
@@ -72,11 +71,7 @@ void NotificationManager::addNotification(const QString &text, NotificationType 
     if (type == UpdateAvailable)
         removeTypes([](NotificationType each) { return each == UpdateAvailable; });
     const Waiting waiting{type, NotificationForm::textToKeep(text), taskId};
-    if (m_shown.size() == m_full || !NotificationForm::fitsOnScreen(m_shown.size(), m_host)) {
-        if (m_full < 0)
-            QMetaObject::invokeMethod(
-                this, [this] { m_full = -1; }, Qt::QueuedConnection);
-        m_full = m_shown.size();
+    if (!NotificationForm::fitsOnScreen(m_shown.size(), m_host)) {
         keepBack(waiting);
         return;
     }

@@ -73,7 +73,4 @@ private:
     QList<NotificationForm *> m_shown; // in the order of their slots
     std::deque<Waiting> m_hidden;
     bool m_hasDropped = false;
-    // How many fill the screen, if that was found out in this turn of the event loop: the X server
-    // is not asked for each of thousands.
-    int m_full = -1;
 };
