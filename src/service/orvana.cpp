@@ -24,6 +24,7 @@ constexpr int kReachable = 7;
 
 const QString kStorageFolder = QStringLiteral(".orvana");
 const char kAttemptProperty[] = "login_attempt";
+const char kListNumberProperty[] = "list_number";
 // Stands for "by the end of the day" and is not sent.
 const QTime kEndOfDay(23, 59);
 
@@ -259,8 +260,9 @@ void Orvana::processCheckLoginReply(QNetworkReply *reply)
 
 void Orvana::requestTeamsAndTasks()
 {
-    m_service->get(TeamsAndTasks, QStringLiteral("/api_teams_tasks"),
-                   Credentials{m_session->login(), m_session->password()});
+    QNetworkReply *reply = m_service->get(TeamsAndTasks, QStringLiteral("/api_teams_tasks"),
+                                          Credentials{m_session->login(), m_session->password()});
+    reply->setProperty(kListNumberProperty, ++m_listsRequested);
 }
 
 void Orvana::processTeamsAndTasksReply(QNetworkReply *reply)
@@ -268,6 +270,13 @@ void Orvana::processTeamsAndTasksReply(QNetworkReply *reply)
     const QByteArray body = reply->readAll();
     if (!validateReply(body))
         return;
+    // A slow reply may come after the next one. It lacks newer tasks: the timer of one would stop.
+    const QVariant number = reply->property(kListNumberProperty);
+    if (number.isValid() && number.toInt() < m_listTaken) {
+        qCDebug(lcService) << "Teams and tasks are older than those known";
+        return;
+    }
+    m_listTaken = number.toInt();
     qCDebug(lcService).noquote() << "Teams and tasks data:" << bodyForLog(body);
     parseTeamsAndTasksReply(body);
 }

@@ -116,6 +116,8 @@ private:
     Session *m_session = nullptr;
     Session *m_loginAttempt = nullptr;
     int m_loginAttempts = 0;
+    int m_listsRequested = 0;
+    int m_listTaken = 0; // its number among those requested
     ServiceConnection *m_service;
     ReportSender *m_reports;
     DetailFetcher *m_details;

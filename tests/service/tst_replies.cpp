@@ -239,6 +239,11 @@ private slots:
             QCOMPARE(bench.outcome(request, kAccepted[stage]),
                      stage == Orvana::SendActivity ? s("online<>; records 0; pending 0") : s("online<>"));
         }
+        // So are lists that were requested before those known.
+        Bench bench;
+        const auto slow = bench.ask(Orvana::TeamsAndTasks);
+        bench.client.load(texts({"1:7 8"}));
+        QCOMPARE(bench.outcome(slow, kAccepted[Orvana::TeamsAndTasks]), QString());
     }
 
     // The fourth reply of the same text does all that the third did, without being read.
