@@ -120,11 +120,11 @@ void ServiceConnection::ensureAccessible()
     network()->setNetworkAccessible(QNetworkAccessManager::Accessible);
 }
 
-// Qt reports only some redirections.
+// Qt reports only some redirections, and ends a request at an interim status but 100.
 bool ServiceConnection::isAnswer(const QNetworkReply &reply)
 {
-    const int status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    return reply.error() == QNetworkReply::NoError && (status < 300 || status >= 400);
+    const int kind = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() / 100;
+    return reply.error() == QNetworkReply::NoError && kind != 1 && kind != 3;
 }
 
 bool ServiceConnection::isFor(const QString &login, const QNetworkReply &reply)
