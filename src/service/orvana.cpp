@@ -25,6 +25,7 @@ constexpr int kReachable = 7;
 const QString kStorageFolder = QStringLiteral(".orvana");
 const char kAttemptProperty[] = "login_attempt";
 const char kListNumberProperty[] = "list_number";
+const char kDayProperty[] = "day";
 // Stands for "by the end of the day" and is not sent.
 const QTime kEndOfDay(23, 59);
 
@@ -363,6 +364,7 @@ void Orvana::requestTimeSync(const QString &taskId)
     QNetworkReply *reply = m_service->get(TimeSync, QStringLiteral("/api_get_active"),
                                           Credentials{m_session->login(), m_session->password()}, fields);
     reply->setProperty("task_id", taskId);
+    reply->setProperty(kDayProperty, QDate::currentDate());
 }
 
 void Orvana::processRequestTimeSync(QNetworkReply *reply)
@@ -373,6 +375,12 @@ void Orvana::processRequestTimeSync(QNetworkReply *reply)
     // has no time today.
     if (!validateReply(body))
         qCDebug(lcService) << reply->request().url();
+    // The counters may have begun the next day.
+    const QDate day = reply->property(kDayProperty).toDate();
+    if (day.isValid() && day != QDate::currentDate()) {
+        qCDebug(lcService) << "Totals were requested on another day:" << day;
+        return;
+    }
     const DayTotals totals = parseDayTotals(parseObject(body));
     // Totals without a day would be taken for yesterday's at the first tick.
     if (!m_session->worktimeDate().isValid())

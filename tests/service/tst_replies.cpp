@@ -227,7 +227,7 @@ private slots:
         }
     }
 
-    void otherUsersRepliesAreIgnored()
+    void outdatedRepliesAreIgnored()
     {
         for (const int stage :
              {Orvana::TeamsAndTasks, Orvana::TaskDetails, Orvana::TimeSync, Orvana::SendActivity}) {
@@ -244,6 +244,10 @@ private slots:
         const auto slow = bench.ask(Orvana::TeamsAndTasks);
         bench.client.load(texts({"1:7 8"}));
         QCOMPARE(bench.outcome(slow, kAccepted[Orvana::TeamsAndTasks]), QString());
+        // And totals that were requested before midnight.
+        const auto yesterdays = bench.ask(Orvana::TimeSync);
+        yesterdays->setProperty("day", QDate::currentDate().addDays(-1));
+        QCOMPARE(bench.outcome(yesterdays, kAccepted[Orvana::TimeSync]), QString());
     }
 
     // The fourth reply of the same text does all that the third did, without being read.
