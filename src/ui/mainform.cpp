@@ -148,6 +148,8 @@ void MainForm::connectSignals()
     });
     connect(loop(), &TrackingLoop::polled, m_place, &WindowPlace::stayReachable);
     connect(loop(), &TrackingLoop::secondPassed, this, &MainForm::updateOverdueTime);
+    // A deadline passes while the timer is stopped, too, and without a connection.
+    connect(loop(), &TrackingLoop::listsRequested, this, &MainForm::updateOverdueTime);
     connect(loop(), &TrackingLoop::closeRequested, this, [this] {
         close();
         QCoreApplication::quit();
