@@ -3,6 +3,8 @@
 #include <QAbstractTextDocumentLayout>
 #include <QEvent>
 #include <QPainter>
+#include <QTextBlock>
+#include <QTextLayout>
 #include <QTextOption>
 #include <QTimerEvent>
 
@@ -52,7 +54,7 @@ void AutoScrollLineEdit::arrange()
     const int free = height() - static_cast<int>(m_document.size().height());
     const int top = m_alignment.testFlag(Qt::AlignVCenter) ? std::max(0, free / 2) : 0;
     // What is too long shows whole lines only.
-    const int bottom = free < 0 ? height() % std::max(1, fontMetrics().lineSpacing()) : 0;
+    const int bottom = free < 0 ? height() - heightOfWholeLines() : 0;
     m_shown = rect().adjusted(0, top, 0, -bottom);
     m_overhang = std::max(0, bottom - free);
     m_offset = 0;
@@ -60,6 +62,20 @@ void AutoScrollLineEdit::arrange()
     m_rounds = 0;
     rest();
     update();
+}
+
+// Paragraphs begin at whole pixels, lines within them do not.
+int AutoScrollLineEdit::heightOfWholeLines() const
+{
+    for (QTextBlock block = m_document.begin(); block.isValid(); block = block.next()) {
+        const qreal top = m_document.documentLayout()->blockBoundingRect(block).top();
+        for (int i = 0; i < block.layout()->lineCount(); ++i) {
+            const QRectF line = block.layout()->lineAt(i).rect().translated(0, top);
+            if (line.bottom() > height() && line.top() > 0)
+                return static_cast<int>(line.top());
+        }
+    }
+    return height();
 }
 
 void AutoScrollLineEdit::setTimeToRead(std::chrono::milliseconds time)

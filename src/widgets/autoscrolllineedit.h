@@ -42,6 +42,7 @@ protected:
 
 private:
     void arrange();
+    int heightOfWholeLines() const;
     void rest();
     int restTime() const;
     int moveTime() const;
