@@ -52,6 +52,12 @@ int ScrollText::overhang() const
     return std::max(0, fontMetrics().horizontalAdvance(m_line) - contentsRect().width());
 }
 
+// A line that is read from right to left starts at its right end.
+int ScrollText::hiddenOnLeft() const
+{
+    return m_line.isRightToLeft() ? overhang() - m_offset : m_offset;
+}
+
 void ScrollText::restart()
 {
     m_rounds = 0;
@@ -108,7 +114,8 @@ void ScrollText::paintEvent(QPaintEvent *event)
     const QRect box = contentsRect();
     painter.setPen(linePen(box));
     painter.setClipRect(box);
-    painter.drawText(box.adjusted(-m_offset, 0, overhang(), 0), Qt::AlignLeft | Qt::AlignVCenter, m_line);
+    painter.drawText(box.adjusted(-hiddenOnLeft(), 0, overhang(), 0), Qt::AlignLeft | Qt::AlignVCenter,
+                     m_line);
 }
 
 // The line fades out towards the side on which there is more of it.
@@ -122,10 +129,10 @@ QPen ScrollText::linePen(const QRect &box) const
     faded.setAlpha(0);
     QLinearGradient gradient(box.left(), 0, box.right() + 1, 0);
     const qreal edge = qreal(kFade) / box.width();
-    gradient.setColorAt(0, m_offset > 0 ? faded : colour);
+    gradient.setColorAt(0, hiddenOnLeft() > 0 ? faded : colour);
     gradient.setColorAt(edge, colour);
     gradient.setColorAt(1 - edge, colour);
-    gradient.setColorAt(1, m_offset < hidden ? faded : colour);
+    gradient.setColorAt(1, hiddenOnLeft() < hidden ? faded : colour);
     return QPen(gradient, 1);
 }
 

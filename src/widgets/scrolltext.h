@@ -40,6 +40,7 @@ private:
     enum class Phase { RestingAtStart, Moving, RestingAtEnd };
 
     int overhang() const;
+    int hiddenOnLeft() const;
     QPen linePen(const QRect &box) const;
     void restart();
     void returnToStart();
