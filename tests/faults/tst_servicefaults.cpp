@@ -101,11 +101,11 @@ private slots:
         row("reset in the body", whole.chopped(3), Then::Reset);
         row("closed in the head", "HTTP/1.1 200 OK\r\nContent-");
         row("false gzip", ok(kAccepted, "Content-Encoding: gzip\r\n"));
-        for (const char *status :
-             {"103 Early Hints", "301 Moved\r\nLocation: https://127.0.0.1:9/", "307 Temporary\r\nLocation: /elsewhere",
-              "401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"x\"",
-              "407 Proxy\r\nProxy-Authenticate: Basic realm=\"x\"", "404 Not Found",
-              "429 Too Many Requests\r\nRetry-After: 3600", "500 Internal", "503 Busy"})
+        for (const char *status : {"103 Early Hints", "301 Moved\r\nLocation: https://127.0.0.1:9/",
+                                   "307 Temporary\r\nLocation: /elsewhere",
+                                   "401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"x\"",
+                                   "407 Proxy\r\nProxy-Authenticate: Basic realm=\"x\"", "404 Not Found",
+                                   "429 Too Many Requests\r\nRetry-After: 3600", "500 Internal", "503 Busy"})
             row(status, QByteArray("HTTP/1.1 ") + status + "\r\n\r\n" + kAccepted);
         row("nothing", "HTTP/1.1 204 No Content\r\n\r\n", Then::Close, "Activity not sended");
         row("no ok", ok("<html>" + kAccepted), Then::Close, "Activity not sended");
