@@ -34,7 +34,7 @@ void DetailFetcher::requestTaskInfo(const QString &taskId)
 
 void DetailFetcher::processRequestTaskInfo(QNetworkReply *reply)
 {
-    const QByteArray body = reply->readAll();
+    const QByteArray body = ServiceConnection::takeBody(reply);
     if (!m_service->validateReply(body)) {
         qCDebug(lcService) << reply->request().url();
         return;

@@ -232,7 +232,7 @@ void Orvana::requestCheckLogin(const QString &login, const QString &password)
 
 void Orvana::processCheckLoginReply(QNetworkReply *reply)
 {
-    if (!validateReply(reply->readAll()))
+    if (!validateReply(ServiceConnection::takeBody(reply)))
         return;
     // Only the latest attempt's answer speaks of the credentials held now.
     const QString login = m_loginAttempt->login();
@@ -268,7 +268,7 @@ void Orvana::requestTeamsAndTasks()
 
 void Orvana::processTeamsAndTasksReply(QNetworkReply *reply)
 {
-    const QByteArray body = reply->readAll();
+    const QByteArray body = ServiceConnection::takeBody(reply);
     if (!validateReply(body))
         return;
     // A slow reply may come after the next one. It lacks newer tasks: the timer of one would stop.
@@ -327,7 +327,7 @@ void Orvana::requestCheckUpdate()
 
 void Orvana::processCheckUpdateReply(QNetworkReply *reply)
 {
-    const QByteArray body = reply->readAll();
+    const QByteArray body = ServiceConnection::takeBody(reply);
     // A refused body is stored all the same: the last description received is
     // what counts.
     if (!validateReply(body))
@@ -369,7 +369,7 @@ void Orvana::requestTimeSync(const QString &taskId)
 
 void Orvana::processRequestTimeSync(QNetworkReply *reply)
 {
-    const QByteArray body = reply->readAll();
+    const QByteArray body = ServiceConnection::takeBody(reply);
     qCDebug(lcService).noquote() << "time sync :" << bodyForLog(body);
     // An error answer sets the counters to zero: a user whom the service does not know
     // has no time today.
@@ -414,7 +414,7 @@ void Orvana::requestDeadlineChange(const QDate &date, const QString &message, co
 
 void Orvana::processRequestDeadlineChange(QNetworkReply *reply)
 {
-    const QByteArray body = reply->readAll();
+    const QByteArray body = ServiceConnection::takeBody(reply);
     if (!validateReply(body))
         qCDebug(lcService) << reply->request().url();
     const QVariantMap answer = parseObject(body);

@@ -331,7 +331,7 @@ void ReportSender::processSendActivityReply(QNetworkReply *reply)
     if (!ServiceConnection::isAnswer(*reply))
         return;
     crashPoint("reply-received");
-    const QByteArray body = reply->readAll();
+    const QByteArray body = ServiceConnection::takeBody(reply);
     const bool ok = isAccepted(*reply, body);
     if (!report.picture.isEmpty())
         m_journal->screenshotAnswered(path, report.picture, ok, body);

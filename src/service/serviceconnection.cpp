@@ -3,6 +3,7 @@
 #include "base/deployment.h"
 #include "base/log.h"
 #include "base/notificationsink.h"
+#include "service/gzip.h"
 #include "service/replyparser.h"
 
 #include <QNetworkAccessManager>
@@ -21,6 +22,7 @@ constexpr qint64 kMaxAnswerSize = 1024 * 1024;
 
 const char kInvalidCredentialsBody[] = "{\"status\":-1,\"err_msg\":\"Invalid email|pswd|client\"}";
 const char kUserProperty[] = "user";
+const char kBodyProperty[] = "body"; // of a packed reply; null when it cannot be unpacked
 
 // The service's database answers in its own code page and with a misspelling.
 bool isDatabaseError(const QByteArray &body)
@@ -30,10 +32,40 @@ bool isDatabaseError(const QByteArray &body)
     return body == expected;
 }
 
+qint64 maxSize(int stage)
+{
+    const bool isList = stage == ServiceCodes::CheckLogin || stage == ServiceCodes::TeamsAndTasks
+        || stage == ServiceCodes::TaskDetails;
+    return isList ? kMaxListSize : kMaxAnswerSize;
+}
+
+void logTooLong(const QNetworkReply &reply)
+{
+    qCWarning(lcService) << "Error! Reply is too long:" << reply.url().path();
+}
+
+void unpackBody(QNetworkReply *reply)
+{
+    const QByteArray encoding = reply->rawHeader("Content-Encoding").toLower();
+    if (encoding.isEmpty() || encoding == "identity" || reply->error() != QNetworkReply::NoError)
+        return;
+    const qint64 max = maxSize(reply->property("stage").toInt());
+    auto body = encoding == "gzip" ? unpackGzip(reply->readAll(), max) : std::nullopt;
+    if (!body)
+        qCWarning(lcService) << "Error! Reply can't be unpacked:" << reply->url().path() << encoding;
+    if (body && body->size() > max) {
+        logTooLong(*reply);
+        body.reset();
+    }
+    reply->setProperty(kBodyProperty, body.value_or(QByteArray()));
+}
+
 // Cookies are neither kept nor sent, and no redirection is followed.
 QNetworkRequest newRequest(const QUrl &url)
 {
     QNetworkRequest request(url);
+    // Asked for by ourselves it is unpacked by ourselves: Qt would make a gigabyte of a megabyte.
+    request.setRawHeader("Accept-Encoding", "gzip");
     request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
     request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
@@ -57,6 +89,7 @@ QNetworkAccessManager *ServiceConnection::network()
     m_network = new QNetworkAccessManager(this);
     connect(m_network, &QNetworkAccessManager::sslErrors, this, &ServiceConnection::sslErrorHandler);
     connect(m_network, &QNetworkAccessManager::finished, this, [this](QNetworkReply *reply) {
+        unpackBody(reply);
         m_hasBrokenConnections = m_hasBrokenConnections || !isAnswer(*reply);
         emit finished(reply);
         if (m_hasBrokenConnections)
@@ -102,11 +135,10 @@ QNetworkReply *ServiceConnection::prepared(QNetworkReply *reply, Stage stage)
                              << target.host();
         reply->abort();
     });
-    const bool isList = stage == CheckLogin || stage == TeamsAndTasks || stage == TaskDetails;
-    connect(reply, &QNetworkReply::readyRead, this, [reply, max = isList ? kMaxListSize : kMaxAnswerSize] {
+    connect(reply, &QNetworkReply::readyRead, this, [reply, max = maxSize(stage)] {
         if (reply->bytesAvailable() <= max)
             return;
-        qCWarning(lcService) << "Error! Reply is too long:" << reply->url().path();
+        logTooLong(*reply);
         reply->abort();
     });
     return reply;
@@ -124,7 +156,15 @@ void ServiceConnection::ensureAccessible()
 bool ServiceConnection::isAnswer(const QNetworkReply &reply)
 {
     const int kind = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() / 100;
-    return reply.error() == QNetworkReply::NoError && kind != 1 && kind != 3;
+    const QVariant unpacked = reply.property(kBodyProperty);
+    const bool isReadable = !unpacked.isValid() || !unpacked.toByteArray().isNull();
+    return reply.error() == QNetworkReply::NoError && kind != 1 && kind != 3 && isReadable;
+}
+
+QByteArray ServiceConnection::takeBody(QNetworkReply *reply)
+{
+    const QVariant unpacked = reply->property(kBodyProperty);
+    return unpacked.isValid() ? unpacked.toByteArray() : reply->readAll();
 }
 
 bool ServiceConnection::isFor(const QString &login, const QNetworkReply &reply)

@@ -54,8 +54,11 @@ public:
     // Makes Qt try when it believes that there is no network.
     void ensureAccessible();
 
-    // False for whatever did not come from the service itself, redirections included.
+    // False for whatever did not come from the service itself, redirections included, and for
+    // what cannot be unpacked.
     static bool isAnswer(const QNetworkReply &reply);
+    // Of an answer, and once only.
+    static QByteArray takeBody(QNetworkReply *reply);
     // False when the reply belongs to another user's request.
     static bool isFor(const QString &login, const QNetworkReply &reply);
     // False, after refused(), when the body is one of the service's error answers.

@@ -12,6 +12,8 @@ enum class Then { Close, Reset, Wait, Pour };
 constexpr int kLimit = 20000; // ms
 const QString kUser = s("user");
 const QByteArray kAccepted = R"({"status":"ok"})";
+const QByteArray kPacked =
+    QByteArray::fromHex("1f8b0800000000000203ab562a2e492c292d56b252cacf56aa0500dded131d0f000000");
 
 // A whole reply with that body.
 QByteArray ok(const QByteArray &body, const QByteArray &headers = QByteArray())
@@ -100,7 +102,11 @@ private slots:
         row("closed in the body", whole.chopped(3));
         row("reset in the body", whole.chopped(3), Then::Reset);
         row("closed in the head", "HTTP/1.1 200 OK\r\nContent-");
-        row("false gzip", ok(kAccepted, "Content-Encoding: gzip\r\n"));
+        const char *gzip = "Content-Encoding: gzip\r\n";
+        row("false gzip", ok(kAccepted, gzip));
+        row("cut gzip", ok(kPacked.chopped(9), gzip));
+        row("other gzip", ok(kPacked, "Content-Encoding: br\r\n"));
+        row("gzip and more", ok(kPacked + kPacked, gzip));
         for (const char *status : {"103 Early Hints", "301 Moved\r\nLocation: https://127.0.0.1:9/",
                                    "307 Temporary\r\nLocation: /elsewhere",
                                    "401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"x\"",
@@ -112,7 +118,7 @@ private slots:
         const char *tooLong = "Error! Reply is too long";
         row("50 megabytes", ok(kAccepted + QByteArray(50 * 1024 * 1024, ' ')), Then::Close, tooLong);
         row("without end", "HTTP/1.1 200 OK\r\n\r\n", Then::Pour, tooLong);
-        row("swells up", ok(inflatable(), "Content-Encoding: gzip\r\n"), Then::Close, tooLong);
+        row("swells up", ok(inflatable(), gzip), Then::Close, tooLong);
     }
 
     void minutes()
@@ -135,7 +141,7 @@ private slots:
         const bool isAnswered = logged.contains(s("sended"));
         QCOMPARE(states, isAnswered ? QList<QVariantList>() : QList<QVariantList>{{QString()}});
 
-        server.reply = ok(kAccepted, "Set-Cookie: a=b\r\n");
+        server.reply = ok(kPacked, "Content-Encoding: GZIP\r\nSet-Cookie: a=b\r\n");
         server.then = Then::Close;
         server.requests.clear();
         client->sendTaskActivity(2);
