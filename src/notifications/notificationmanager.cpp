@@ -11,9 +11,9 @@
 
 namespace {
 
-// Lists in which everything changes bring tens of thousands, which nobody reads, and the
-// service must not be able to fill the memory.
-constexpr std::size_t kMaxWaiting = 1000;
+// Lists in which everything changes bring tens of thousands, which nobody reads. A thousand
+// windows that come back at once, with the bell, would hold up the client for ten seconds.
+constexpr std::size_t kMaxWaiting = 200;
 
 } // namespace
 

@@ -246,7 +246,7 @@ private slots:
         manager()->hideForm(shownPopups().constFirst());
         QVERIFY(popupTexts().last().endsWith(s("Orvana Team4")));
         manager()->hideForm(shownPopups().constFirst());
-        QCOMPARE(popupTexts().last(), QString::number(count - 999));
+        QCOMPARE(popupTexts().last(), QString::number(count - 199));
     }
 
 private:
