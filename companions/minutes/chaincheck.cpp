@@ -58,10 +58,12 @@ Breach checkChain(const QStringList &files)
                 last = here;
                 lastHash = line.hash;
                 unread = {};
-            } else if (unread.line == 0) {
-                unread = here;
+            } else {
+                isUnfinished =
+                    unread.line == 0 && line.state == JournalReader::State::Broken && !line.isEnded;
+                if (unread.line == 0)
+                    unread = here;
             }
-            isUnfinished = line.state == JournalReader::State::Broken && !line.isEnded;
         }
     }
     return isUnfinished ? Breach() : unread;
