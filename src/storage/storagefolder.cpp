@@ -168,11 +168,15 @@ void StorageFolder::removeDir(const QString &path)
     QDir folder(path);
     if (!folder.exists())
         return;
+    // What it points to is not ours.
+    if (QFileInfo(path).isSymLink()) {
+        QFile::remove(path);
+        return;
+    }
     const QFileInfoList entries = folder.entryInfoList(
         QDir::NoDotAndDotDot | QDir::System | QDir::Hidden | QDir::AllDirs | QDir::Files, QDir::DirsFirst);
     for (const QFileInfo &entry : entries) {
-        // A link to a folder is a file here: what it points to is not ours.
-        if (entry.isDir() && !entry.isSymLink())
+        if (entry.isDir())
             removeDir(entry.absoluteFilePath());
         else
             QFile::remove(entry.absoluteFilePath());

@@ -196,7 +196,7 @@ private slots:
     void deletesWhatOlderVersionsLeft()
     {
         OfflineClient client(kUser);
-        client.load(texts({"1:", "../../x:"}));
+        client.load(texts({"1:", "3:", "../../x:"}));
         client.stop();
         const QStringList stale = texts(
             {"json1", ".orvana.db", "comments.data", "session.json", "user@host/session.json",
@@ -205,9 +205,10 @@ private slots:
                                         "user@host/team_2/a", "elsewhere/a", "user@host/team_"});
         for (const QString &name : stale + kept)
             QVERIFY(writeFile(client.path(name), "x"));
-        QVERIFY(QFile::link(client.path(s("elsewhere")), client.path(s("user@host/team_1/link"))));
+        for (const QString &name : texts({"user@host/team_1/link", "user@host/team_3"}))
+            QVERIFY(QFile::link(client.path(s("elsewhere")), client.path(name)));
         client.restart();
-        for (const QString &name : stale + kept + texts({"user@host/team_1"}))
+        for (const QString &name : stale + kept + texts({"user@host/team_1", "user@host/team_3"}))
             QVERIFY2(QFile::exists(client.path(name)) == kept.contains(name), qPrintable(name));
     }
 
