@@ -4,6 +4,6 @@
 
 #include <optional>
 
-// None when the bytes are not one whole gzip stream. Of a longer body than the limit only the
-// beginning is unpacked, which is longer than that, too.
+// None when the bytes are not one whole gzip stream. Unpacking stops once the body is longer than
+// the limit, in bytes.
 std::optional<QByteArray> unpackGzip(const QByteArray &packed, qint64 limit);

@@ -64,7 +64,7 @@ void unpackBody(QNetworkReply *reply)
 QNetworkRequest newRequest(const QUrl &url)
 {
     QNetworkRequest request(url);
-    // Asked for by ourselves it is unpacked by ourselves: Qt would make a gigabyte of a megabyte.
+    // With a value of our own Qt leaves unpacking to us. It would turn a megabyte into a gigabyte.
     request.setRawHeader("Accept-Encoding", "gzip");
     request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
     request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);

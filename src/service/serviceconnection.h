@@ -57,7 +57,7 @@ public:
     // False for whatever did not come from the service itself, redirections included, and for
     // what cannot be unpacked.
     static bool isAnswer(const QNetworkReply &reply);
-    // Of an answer, and once only.
+    // The body of an answer, unpacked. Takes it from the reply: to be called once.
     static QByteArray takeBody(QNetworkReply *reply);
     // False when the reply belongs to another user's request.
     static bool isFor(const QString &login, const QNetworkReply &reply);
