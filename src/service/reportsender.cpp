@@ -270,8 +270,8 @@ void ReportSender::sendActivityFile(const QString &path)
         return;
     }
     // Records of an older client carry no version, and no picture either.
-    record =
-        record.contains(CacheRecord::kVersion) ? prepareDataForExport(record) : CacheRecord::aged(record);
+    record = record.contains(CacheRecord::kVersion) ? prepareDataForExport(record, QFileInfo(path).path())
+                                                    : CacheRecord::aged(record);
 
     const QVariantMap body = record.value(CacheRecord::kBody).toMap();
     qCDebug(lcService) << url;
@@ -295,13 +295,19 @@ void ReportSender::sendActivityFile(const QString &path)
     crashPoint("request-posted");
 }
 
-QVariantMap ReportSender::prepareDataForExport(const QVariantMap &record) const
+QVariantMap ReportSender::prepareDataForExport(const QVariantMap &record, const QString &folder) const
 {
     QVariantMap prepared = CacheRecord::aged(record);
     QVariantMap body = prepared.value(CacheRecord::kBody).toMap();
     if (!body.contains(CacheRecord::kFileName))
         return prepared;
-    const QString name = body.value(CacheRecord::kFileName).toString();
+    QString name = body.value(CacheRecord::kFileName).toString();
+    // The storage directory may have been moved since.
+    const QString moved = folder + QLatin1Char('/') + QFileInfo(name).fileName();
+    if (!isOwnScreenshot(name) && isOwnScreenshot(moved) && QFile::exists(moved)) {
+        name = moved;
+        body.insert(CacheRecord::kFileName, name);
+    }
     QFile picture(name);
     if (!isOwnScreenshot(name) || !picture.open(QIODevice::ReadOnly)) {
         qCWarning(lcService) << "Error! Screenshot can't be opened:" << name;

@@ -84,7 +84,7 @@ private:
     void keepUnwritten(const UnwrittenRecords::Record &record, const QString &reason);
 
     void sendActivityFile(const QString &path);
-    QVariantMap prepareDataForExport(const QVariantMap &record) const;
+    QVariantMap prepareDataForExport(const QVariantMap &record, const QString &folder) const;
     bool isOwnScreenshot(const QString &path) const;
     bool isAccepted(const QNetworkReply &reply, const QByteArray &body) const;
     void removeCachedActivityFile(const QString &path, const QString &picture);
