@@ -110,8 +110,8 @@ private slots:
         row("a pipe", "mkfifo json1", false, "", "json1");
         row("picture", "cp picture json1; echo JPEG >screenshot1.jpg", true, "file prepared", "");
         row("picture of a folder that was moved",
-            "sed 's|\"fileName\":\"|&/old|' picture >json1; echo JPEG >screenshot1.jpg", true, "file prepared",
-            "");
+            "sed 's|\"fileName\":\"|&/old|' picture >json1; echo JPEG >screenshot1.jpg", true,
+            "file prepared", "");
         row("picture missing", "cp picture json1", true, noPicture, "");
         row("picture a folder", "cp picture json1; mkdir screenshot1.jpg", true, noPicture,
             "screenshot1.jpg");
