@@ -147,9 +147,18 @@ trial_wayland() {
     fi
 }
 
+# The session's document portal mounts a folder, and leaves it when it is killed.
+unmount_rest() {
+    local mount
+    while read -r _ mount _; do
+        case $mount in "$box"/*) umount -l "$mount" 2>/dev/null || fusermount3 -uz "$mount" || true ;; esac
+    done </proc/self/mounts
+}
+
 finish() {
     end_session
     stop_all
+    unmount_rest
     if [ -n "${ORVANA_KEEP:-}" ]; then say "Kept: $box"; else rm -rf "$box"; fi
 }
 
